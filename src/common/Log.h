@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+namespace CommonUtils {
+
+inline constexpr qsizetype kLogMaxLength = 100000;
+inline constexpr int kLogTrimLines = 25;
+
+// Puts one entry on top of "Salvora 3 Log.txt": "yyyy-MM-dd HH:mm:ss - message\n", then the old
+// content. The file is ASCII and replaced atomically; failures are silent by design.
+void addToLogFile(const QString &message);
+// The text that addToLogFile writes, given the previous file content (null when the file was
+// missing or unreadable as ASCII) and the time of the entry.
+QByteArray composeLogContent(const QString &message, const QByteArray *previous, const QDateTime &now);
+QString logFilePath();
+
+} // namespace CommonUtils

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+
+// A private home for one test: HOME and the XDG folders point into a temporary folder, so no
+// test reads or writes the real user's settings, log or caches.
+class TestEnv
+{
+public:
+    TestEnv();
+    ~TestEnv();
+    TestEnv(const TestEnv &) = delete;
+    TestEnv &operator=(const TestEnv &) = delete;
+
+    QString home() const { return mDir.path(); }
+    QByteArray homeBytes() const;
+    // Forgets every setting (the domain file is removed).
+    void clearSettings();
+
+    // Writes bytes to a file, creating its folders.
+    static bool writeFile(const QByteArray &path, QByteArrayView content);
+    static QByteArray readFile(const QByteArray &path);
+
+private:
+    QTemporaryDir mDir;
+    QByteArray mOldHome;
+};
+
+// True when the test may mount file systems (root, in a private mount namespace).
+bool canMountPrivately(QString *why);
