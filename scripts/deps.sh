@@ -8,7 +8,7 @@ PACKAGES="
   qt6-base-dev qt6-base-dev-tools qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qt6-qpa-plugins
   libudev-dev libblkid-dev
   clang libclang-rt-14-dev
-  dbus dbus-bin e2fsprogs util-linux mount
+  dbus dbus-bin e2fsprogs util-linux mount xxd
 "
 if [ -z "${SALVORA_SKIP_APT:-}" ]; then
     $SUDO env DEBIAN_FRONTEND=noninteractive apt-get update -qq

@@ -19,5 +19,13 @@
         <source>Salvora 3</source>
         <translation>Salvora 3</translation>
     </message>
+    <message id="Today">
+        <source>Today</source>
+        <translation>Today</translation>
+    </message>
+    <message id="Yesterday">
+        <source>Yesterday</source>
+        <translation>Yesterday</translation>
+    </message>
 </context>
 </TS>

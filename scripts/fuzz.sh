@@ -1,0 +1,20 @@
+#!/bin/sh
+# Builds the libFuzzer targets and runs each for a bounded time. Usage: scripts/fuzz.sh [SECONDS]
+set -eu
+cd "$(dirname "$0")/.."
+seconds=${1:-60}
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz -j "$(nproc)"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# Seed: the reference archive {"size": 123456789, "count": 42}.
+mkdir -p "$work/typedstream"
+printf '%s' \
+    040b73747265616d747970656481e8038401408484840c4e5344696374696f6e \
+    617279008484084e534f626a65637400858401690292848484084e5353747269 \
+    6e67019484012b0473697a658692848484084e534e756d626572008484074e53 \
+    56616c7565009484012a848401719b8215cd5b07869284969705636f756e7486 \
+    9284989a9a9b2a8686 \
+    | xxd -r -p > "$work/typedstream/reference"
+test "$(wc -c < "$work/typedstream/reference")" -eq 137
+build-fuzz/bin/fuzz_typedstream -max_len=4096 -max_total_time="$seconds" -print_final_stats=1 "$work/typedstream" 2>&1 | tail -4

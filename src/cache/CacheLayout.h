@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+
+#include <optional>
+
+// Where the caches are and how their day and time folders are named:
+//   <volume>/.Salvora3Cache/yyyy-MM-dd/yyyy-MM-dd HH_mm_ss/<deleted item>
+// Volume 0 is "/", whose cache lives in the home folder; volume n is the n-th protected volume.
+namespace CommonUtils {
+
+inline constexpr char kCacheFolderName[] = ".Salvora3Cache";
+inline constexpr char kCacheInformationName[] = ".Salvora3_CacheInformation";
+
+// The cache folder of a volume, created (0777) when missing; empty when the volume's base path
+// (home folder, mount path) does not exist or there is no such volume.
+QByteArray pathForCacheFolderInVolume(qsizetype volumeIndex);
+// The user's freedesktop trash on that volume; only composed, never checked.
+QByteArray pathForTrashFolderInVolume(qsizetype volumeIndex);
+
+QString nameForCacheFolderForToday();
+QString nameForCacheFolderForNow();
+QString nameForCacheFolder(const QDateTime &when);
+QString nameForTimeFolder(const QDateTime &when);
+
+// Local midnight of the day a day or time folder is named after; nullopt when unparseable.
+std::optional<QDateTime> dateForCacheFolder(QByteArrayView name);
+// Medium date style of the user's locale ("May 3, 2024").
+QString stringForDate(const std::optional<QDateTime> &date);
+// "Today", "Yesterday", or the medium date.
+QString dateStringForCacheFolder(QByteArrayView name);
+// The same, with the present moment given (tests).
+QString dateStringForCacheFolder(QByteArrayView name, const QDateTime &now);
+
+} // namespace CommonUtils
