@@ -8,6 +8,8 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 
+#include <cerrno>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,19 +44,42 @@ void TestEnv::clearSettings()
     Settings::sync();
 }
 
+bool TestEnv::makeFolders(const QByteArray &path)
+{
+    // Byte paths all the way: names need not be UTF-8.
+    for (qsizetype i = 1; i <= path.size(); ++i) {
+        if (i < path.size() && path[i] != '/')
+            continue;
+        const QByteArray part = path.left(i);
+        if (::mkdir(part.constData(), 0777) != 0 && errno != EEXIST)
+            return false;
+    }
+    return true;
+}
+
 bool TestEnv::writeFile(const QByteArray &path, QByteArrayView content)
 {
-    QDir().mkpath(QFileInfo(QFile::decodeName(path)).absolutePath());
-    QFile f(QFile::decodeName(path));
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    const qsizetype slash = path.lastIndexOf('/');
+    if (slash > 0 && !makeFolders(path.left(slash)))
         return false;
-    return f.write(content.data(), content.size()) == content.size();
+    const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0)
+        return false;
+    const bool ok = ::write(fd, content.data(), std::size_t(content.size())) == content.size();
+    return ::close(fd) == 0 && ok;
 }
 
 QByteArray TestEnv::readFile(const QByteArray &path)
 {
-    QFile f(QFile::decodeName(path));
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return {};
+    QByteArray data;
+    char buf[65536];
+    for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;)
+        data.append(buf, n);
+    ::close(fd);
+    return data;
 }
 
 bool canMountPrivately(QString *why)

@@ -19,6 +19,8 @@ public:
     // Forgets every setting (the domain file is removed).
     void clearSettings();
 
+    // Creates a folder and its parents (byte path).
+    static bool makeFolders(const QByteArray &path);
     // Writes bytes to a file, creating its folders.
     static bool writeFile(const QByteArray &path, QByteArrayView content);
     static QByteArray readFile(const QByteArray &path);

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "browser/CacheItems.h"
+
+// Order of the contents list. Sort code: bit 0 sorts by caching time (the time folder's name)
+// instead of the item's name; bit 1 reverses. There is deliberately no secondary key: items of
+// one time folder are equal under the time sort, equal names are equal under the name sort.
+namespace ContentsSort {
+
+enum Code : int { ByName = 0, ByTime = 1, ByNameDescending = 2, ByTimeDescending = 3 };
+
+// <0, 0, >0 like a comparison function.
+int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, int code);
+void sort(CacheItems &items, int code);
+// Sorts `batch` and merges it into the already sorted `items` (linear in the list's size).
+void mergeInto(CacheItems &items, CacheItems &&batch, int code);
+
+} // namespace ContentsSort

@@ -1,0 +1,113 @@
+#include "browser/NameMatch.h"
+
+#include <QStringDecoder>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+inline unsigned char lower(unsigned char c)
+{
+    return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c | 0x20) : c;
+}
+
+bool isAscii(QByteArrayView s)
+{
+    for (char c : s)
+        if (static_cast<unsigned char>(c) >= 0x80)
+            return false;
+    return true;
+}
+
+int compareBytesFolded(QByteArrayView a, QByteArrayView b)
+{
+    const qsizetype n = std::min(a.size(), b.size());
+    for (qsizetype i = 0; i < n; ++i) {
+        const unsigned char x = lower(static_cast<unsigned char>(a[i]));
+        const unsigned char y = lower(static_cast<unsigned char>(b[i]));
+        if (x != y)
+            return x < y ? -1 : 1;
+    }
+    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
+// The decoded text, or a null string when the bytes are not valid UTF-8.
+QString decoded(QByteArrayView s)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(s);
+    if (decoder.hasError())
+        return QString();
+    return text.isNull() ? QString(QLatin1String("")) : text;
+}
+
+bool containsFolded(QByteArrayView hay, const QByteArray &needleLower)
+{
+    const qsizetype n = needleLower.size();
+    if (n == 0)
+        return true;
+    if (hay.size() < n)
+        return false;
+    const auto first = static_cast<unsigned char>(needleLower[0]);
+    const auto firstUpper = static_cast<unsigned char>((first >= 'a' && first <= 'z') ? first - 0x20 : first);
+    const char *p = hay.data();
+    const char *end = hay.data() + hay.size() - n + 1;
+    while (p < end) {
+        // Skip to the next byte that may start a match.
+        const char *a = static_cast<const char *>(std::memchr(p, first, std::size_t(end - p)));
+        const char *b = first == firstUpper ? nullptr : static_cast<const char *>(std::memchr(p, firstUpper, std::size_t(end - p)));
+        const char *q = !a ? b : (!b ? a : std::min(a, b));
+        if (!q)
+            return false;
+        qsizetype i = 1;
+        while (i < n && lower(static_cast<unsigned char>(q[i])) == static_cast<unsigned char>(needleLower[i]))
+            ++i;
+        if (i == n)
+            return true;
+        p = q + 1;
+    }
+    return false;
+}
+
+} // namespace
+
+namespace NameMatch {
+
+int compare(QByteArrayView a, QByteArrayView b)
+{
+    if (isAscii(a) && isAscii(b))
+        return compareBytesFolded(a, b);
+    const QString x = decoded(a), y = decoded(b);
+    if (x.isNull() || y.isNull())
+        return compareBytesFolded(a, b);
+    const int c = QString::compare(x, y, Qt::CaseInsensitive);
+    return c < 0 ? -1 : (c > 0 ? 1 : 0);
+}
+
+Pattern::Pattern(const QString &text) : mText(text)
+{
+    const QByteArray utf8 = text.toUtf8();
+    mUtf8Lower.resize(utf8.size());
+    for (qsizetype i = 0; i < utf8.size(); ++i)
+        mUtf8Lower[i] = char(lower(static_cast<unsigned char>(utf8[i])));
+    mAscii = isAscii(utf8);
+}
+
+bool Pattern::matches(QByteArrayView name) const
+{
+    if (mText.isEmpty())
+        return true;
+    if (isAscii(name)) {
+        if (mAscii)
+            return containsFolded(name, mUtf8Lower);
+        // A non-ASCII text can still fold onto ASCII letters (the Kelvin sign and "k").
+        return QString::fromLatin1(name).contains(mText, Qt::CaseInsensitive);
+    }
+    const QString text = decoded(name);
+    if (text.isNull())
+        return containsFolded(name, mUtf8Lower);
+    return text.contains(mText, Qt::CaseInsensitive);
+}
+
+} // namespace NameMatch

@@ -1,0 +1,150 @@
+#include "TestEnv.h"
+
+#include "browser/ContentsScan.h"
+#include "browser/ContentsSort.h"
+#include "browser/NameMatch.h"
+
+#include <QTest>
+
+#include <sys/stat.h>
+
+class TstContents : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir dir;
+    QByteArray cache;
+
+    void file(const QByteArray &rel, qint64 size = 1)
+    {
+        QVERIFY(TestEnv::writeFile(cache + '/' + rel, QByteArray(size, 'x')));
+    }
+
+    CacheItems scanAll(const QList<ContentsScan::Root> &roots, const QString &search, bool sizes = false, int threads = 2)
+    {
+        ContentsScan::Options o;
+        o.pattern = NameMatch::Pattern(search);
+        o.readSizes = sizes;
+        o.threads = threads;
+        std::atomic<bool> stop{false};
+        CacheItems all;
+        ContentsScan::scan(roots, o, stop, [&](CacheItems &&b) { all.append(std::move(b)); });
+        return all;
+    }
+
+    static QList<QByteArray> names(const CacheItems &items)
+    {
+        QList<QByteArray> out;
+        for (qsizetype i = 0; i < items.size(); ++i)
+            out.append(items.name(i).toByteArray());
+        return out;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        cache = QFile::encodeName(dir.path()) + "/.Salvora3Cache";
+        file("2024-05-01/2024-05-01 09_00_00/Annual report.pdf", 10);
+        file("2024-05-01/2024-05-01 09_00_00/rep_ort.txt");
+        file("2024-05-01/2024-05-01 09_00_00/.DS_Store");
+        file("2024-05-01/2024-05-01 10_00_00/tree/inner/REPORT deep.txt");
+        file("2024-05-01/.Salvora3_CacheInformation");
+        file("2024-05-01/notes/ignored report.txt");
+        file("2024-05-03/2024-05-03 08_00_00/zeta.txt");
+        file("2024-05-03/2024-05-03 08_00_00/Alpha.txt");
+        file("2024-05-03/2024-05-03 08_00_00/bad\xff report");
+        file("2024-05-03/2024-05-03 08_00_00/line\nfeed");
+        file("2024-05-03/2024-05-03 08_00_00/" + QByteArray(251, 'n') + ".txt");
+        file("2024-05-03/2024-05-03 08_00_00/\xc3\x89t\xc3\xa9 Report.odt"); // "Été Report.odt"
+    }
+
+    void searchMatchesOwnNameOnly()
+    {
+        const QList<ContentsScan::Root> days{{cache + "/2024-05-01", false}, {cache + "/2024-05-03", false}};
+        CacheItems found = scanAll(days, QStringLiteral("RePoRt"));
+        ContentsSort::sort(found, ContentsSort::ByName);
+        QCOMPARE(names(found), QList<QByteArray>({"Annual report.pdf", "bad\xff report", "\xc3\x89t\xc3\xa9 Report.odt"}));
+        QCOMPARE(found.fullPath(0), cache + "/2024-05-01/2024-05-01 09_00_00/Annual report.pdf");
+        QCOMPARE(found.timeFolderName(found.row(0).folder), QByteArrayView("2024-05-01 09_00_00"));
+
+        // An empty search lists every entry of the time folders, hidden ones included.
+        const CacheItems all = scanAll(days, QString());
+        QCOMPARE(all.size(), 10);
+        QVERIFY(names(all).contains(".DS_Store"));
+        QVERIFY(names(all).contains("line\nfeed"));
+        QVERIFY(names(all).contains(QByteArray(251, 'n') + ".txt"));
+        QVERIFY(!names(all).contains("REPORT deep.txt")); // a deleted folder is one item
+
+        // Non-ASCII search text against a decoded name.
+        QCOMPARE(names(scanAll(days, QStringLiteral("\u00c9T\u00c9"))), QList<QByteArray>({"\xc3\x89t\xc3\xa9 Report.odt"}));
+    }
+
+    void oneTimeFolderAndSizes()
+    {
+        CacheItems items = scanAll({{cache + "/2024-05-01/2024-05-01 09_00_00", true}}, QString(), true, 1);
+        ContentsSort::sort(items, ContentsSort::ByName);
+        QCOMPARE(names(items), QList<QByteArray>({".DS_Store", "Annual report.pdf", "rep_ort.txt"}));
+        QCOMPARE(items.row(1).size, 10);
+        QCOMPARE(items.row(1).kind, CacheItems::Kind::File);
+        const CacheItems tree = scanAll({{cache + "/2024-05-01/2024-05-01 10_00_00", true}}, QString(), true, 1);
+        QCOMPARE(tree.row(0).kind, CacheItems::Kind::Folder);
+        QCOMPARE(tree.row(0).size, -1); // folders are sized by the size calculation, not the scan
+        QVERIFY(scanAll({{cache + "/missing", true}}, QString()).isEmpty());
+    }
+
+    void sortCodes()
+    {
+        CacheItems items = scanAll({{cache + "/2024-05-01", false}, {cache + "/2024-05-03", false}}, QString());
+        ContentsSort::sort(items, ContentsSort::ByNameDescending);
+        // Folded code points: "É" comes after "z".
+        QCOMPARE(names(items).mid(0, 3), QList<QByteArray>({"\xc3\x89t\xc3\xa9 Report.odt", "zeta.txt", "tree"}));
+        ContentsSort::sort(items, ContentsSort::ByTimeDescending);
+        QCOMPARE(items.timeFolderName(items.row(0).folder), QByteArrayView("2024-05-03 08_00_00"));
+        QCOMPARE(items.timeFolderName(items.row(items.size() - 1).folder), QByteArrayView("2024-05-01 09_00_00"));
+        ContentsSort::sort(items, ContentsSort::ByTime);
+        QCOMPARE(items.timeFolderName(items.row(0).folder), QByteArrayView("2024-05-01 09_00_00"));
+        ContentsSort::sort(items, ContentsSort::ByName);
+        // Case-insensitive: "Alpha" before "Annual" before "bad".
+        QCOMPARE(names(items).mid(1, 3), QList<QByteArray>({"Alpha.txt", "Annual report.pdf", "bad\xff report"}));
+        // Only the low byte of the code counts.
+        QCOMPARE(ContentsSort::compare(items, items.row(0), items.row(1), 0x100 | ContentsSort::ByName),
+                 ContentsSort::compare(items, items.row(0), items.row(1), ContentsSort::ByName));
+    }
+
+    void mergingBatchesEqualsSortingAll()
+    {
+        CacheItems merged;
+        std::atomic<bool> stop{false};
+        ContentsScan::Options o;
+        ContentsScan::scan({{cache + "/2024-05-03", false}, {cache + "/2024-05-01", false}}, o, stop,
+                           [&](CacheItems &&b) { ContentsSort::mergeInto(merged, std::move(b), ContentsSort::ByName); });
+        CacheItems sorted = scanAll({{cache + "/2024-05-01", false}, {cache + "/2024-05-03", false}}, QString());
+        ContentsSort::sort(sorted, ContentsSort::ByName);
+        QCOMPARE(names(merged), names(sorted));
+    }
+
+    void stopEndsTheScan()
+    {
+        std::atomic<bool> stop{true};
+        int calls = 0;
+        ContentsScan::Options o;
+        QVERIFY(!ContentsScan::scan({{cache + "/2024-05-01", false}}, o, stop, [&](CacheItems &&) { ++calls; }));
+        QCOMPARE(calls, 0);
+    }
+
+    void nameRules()
+    {
+        QVERIFY(NameMatch::compare("abc", "ABD") < 0);
+        QCOMPARE(NameMatch::compare("R\xc3\xa9sum\xc3\xa9", "R\xc3\x89SUM\xc3\x89"), 0);
+        QVERIFY(NameMatch::compare("e", "\xc3\xa9") < 0); // no diacritic folding
+        QVERIFY(NameMatch::compare("a\xff", "A\xfe") > 0); // undecodable: folded bytes
+        QVERIFY(NameMatch::Pattern(QStringLiteral("ORT")).matches("rep_ort"));
+        QVERIFY(!NameMatch::Pattern(QStringLiteral("report")).matches("rep_ort"));
+        QVERIFY(NameMatch::Pattern(QStringLiteral("\u212a")).matches("kilo")); // Kelvin sign folds to k
+        QVERIFY(NameMatch::Pattern(QStringLiteral("*")).matches("a*b"));        // no wildcards
+        QVERIFY(!NameMatch::Pattern(QStringLiteral("*")).matches("ab"));
+        QVERIFY(NameMatch::Pattern().matches("anything"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstContents)
+#include "tst_contents.moc"
