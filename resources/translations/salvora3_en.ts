@@ -27,5 +27,33 @@
         <source>Yesterday</source>
         <translation>Yesterday</translation>
     </message>
+    <message id="DayOfActivity">
+        <source>%1 day of activity (kept %2 days)</source>
+        <translation>%1 day of activity (kept %2 days)</translation>
+    </message>
+    <message id="DaysOfActivity">
+        <source>%1 days of activity (kept %2 days)</source>
+        <translation>%1 days of activity (kept %2 days)</translation>
+    </message>
+    <message id="file">
+        <source>file</source>
+        <translation>file</translation>
+    </message>
+    <message id="files">
+        <source>files</source>
+        <translation>files</translation>
+    </message>
+    <message id="ContentsOfCache">
+        <source>Cache: %1</source>
+        <translation>Cache: %1</translation>
+    </message>
+    <message id="CurrentUser">
+        <source>%1 (current user)</source>
+        <translation>%1 (current user)</translation>
+    </message>
+    <message id="Unmounted">
+        <source>%1 (unmounted)</source>
+        <translation>%1 (unmounted)</translation>
+    </message>
 </context>
 </TS>

@@ -1,0 +1,164 @@
+#include "TestEnv.h"
+
+#include "browser/Removal.h"
+#include "browser/Restore.h"
+#include "cache/SizeRecords.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+bool exists(const QByteArray &p)
+{
+    struct stat st{};
+    return lstat(p.constData(), &st) == 0;
+}
+
+QByteArrayList entries(const QByteArray &folder)
+{
+    QByteArrayList names;
+    if (DIR *d = opendir(folder.constData())) {
+        while (dirent *e = readdir(d))
+            if (strcmp(e->d_name, ".") && strcmp(e->d_name, ".."))
+                names.append(e->d_name);
+        closedir(d);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+} // namespace
+
+class TstRestoreRemoval : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    QByteArray time, out;
+
+private slots:
+    void init()
+    {
+        env = new TestEnv;
+        time = env->homeBytes() + "/.Salvora3Cache/2024-05-03/2024-05-03 10_00_00";
+        out = env->homeBytes() + "/out";
+        QVERIFY(TestEnv::makeFolders(out));
+        QVERIFY(TestEnv::writeFile(time + "/a.txt", "cache a"));
+        QVERIFY(TestEnv::writeFile(time + "/b\xff\xfe.bin", QByteArray(300000, 'b')));
+        QVERIFY(TestEnv::writeFile(time + "/tree/sub/deep.txt", "deep"));
+        QVERIFY(TestEnv::writeFile(time + "/tree/x.sh", "#!/bin/sh"));
+        QVERIFY(chmod(time + "/tree/x.sh", 0751) == 0);
+        QVERIFY(symlink("../elsewhere", time + "/tree/link") == 0);
+        const struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+        QVERIFY(utimensat(AT_FDCWD, time + "/a.txt", old, 0) == 0);
+    }
+    void cleanup() { delete env; }
+
+    void restoreSkipsExistingAndCopiesTheRest()
+    {
+        QVERIFY(TestEnv::writeFile(out + "/a.txt", "mine"));
+        // The same name deleted on another day.
+        const QByteArray otherDay = env->homeBytes() + "/.Salvora3Cache/2024-05-04/2024-05-04 09_00_00";
+        QVERIFY(TestEnv::writeFile(otherDay + "/tree", "a file named like the folder"));
+        const auto results = Restore::copyItems(out, {time + "/a.txt", time + "/b\xff\xfe.bin", time + "/tree",
+                                                      otherDay + "/tree"});
+        QCOMPARE(results.size(), 4);
+        QCOMPARE(results[0].outcome, Restore::Outcome::SkippedExisting);
+        QCOMPARE(TestEnv::readFile(out + "/a.txt"), QByteArray("mine"));
+        QCOMPARE(results[1].outcome, Restore::Outcome::Copied);
+        QCOMPARE(TestEnv::readFile(out + "/b\xff\xfe.bin"), QByteArray(300000, 'b')); // byte-exact name and data
+        QCOMPARE(results[2].outcome, Restore::Outcome::Copied);
+        QCOMPARE(TestEnv::readFile(out + "/tree/sub/deep.txt"), QByteArray("deep"));
+        struct stat st{};
+        QVERIFY(lstat(out + "/tree/x.sh", &st) == 0);
+        QCOMPARE(st.st_mode & 07777, mode_t(0751));
+        char target[64] = {};
+        QCOMPARE(readlink(out + "/tree/link", target, sizeof target - 1), ssize_t(12));
+        QCOMPARE(QByteArray(target), QByteArray("../elsewhere"));
+        QCOMPARE(results[3].outcome, Restore::Outcome::SkippedExisting); // same name as an earlier item
+        // Nothing half-done is left behind, and the cache keeps its items.
+        QCOMPARE(entries(out), QByteArrayList({"a.txt", "b\xff\xfe.bin", "tree"}));
+        QVERIFY(exists(time + "/a.txt"));
+
+        // Times are kept.
+        const auto again = Restore::copyItem(time + "/a.txt", out + "/a copy.txt");
+        QCOMPARE(again.outcome, Restore::Outcome::Copied);
+        QVERIFY(lstat(out + "/a copy.txt", &st) == 0);
+        QCOMPARE(st.st_mtim.tv_sec, time_t(1000000000));
+    }
+
+    void interruptedOrFailedCopyLeavesNothing()
+    {
+        std::atomic<bool> stop{true};
+        const auto r = Restore::copyItem(time + "/tree", out + "/tree", &stop);
+        QCOMPARE(r.outcome, Restore::Outcome::Stopped);
+        QCOMPARE(entries(out), QByteArrayList());
+        // A source that vanished: a clear failure, nothing written.
+        const auto gone = Restore::copyItem(time + "/missing", out + "/missing");
+        QCOMPARE(gone.outcome, Restore::Outcome::Failed);
+        QVERIFY(!gone.error.isEmpty());
+        QCOMPARE(entries(out), QByteArrayList());
+    }
+
+    void removingTheLastItemRemovesItsTimeFolder()
+    {
+        const QByteArray day = env->homeBytes() + "/.Salvora3Cache/2024-05-03";
+        qint64 n = 0;
+        CommonUtils::saveSizeOfCache(day, &n);
+        QCOMPARE(n, 5);
+        Removal::removeItems({time + "/a.txt"});
+        QVERIFY(!exists(day + "/.Salvora3_CacheInformation")); // the day is recounted next time
+        QVERIFY(exists(time));
+        Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
+        QVERIFY(!exists(time));
+        QVERIFY(exists(day));
+        n = 0;
+        QCOMPARE(CommonUtils::getSizeOfCache(day, &n), 0);
+        QCOMPARE(n, 0);
+    }
+
+    void removalNeverFollowsLinks()
+    {
+        const QByteArray outside = env->homeBytes() + "/precious";
+        QVERIFY(TestEnv::writeFile(outside + "/keep.txt", "keep"));
+        QVERIFY(symlink(outside, time + "/tree/sub/to-precious") == 0);
+        QVERIFY(Removal::removeTree(time + "/tree"));
+        QVERIFY(!exists(time + "/tree"));
+        QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
+        QVERIFY(Removal::removeTree(time + "/missing"));
+    }
+
+    void removeAllCachesTurnsProtectionOff()
+    {
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        Removal::removeAllCaches();
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
+        QVERIFY(!exists(env->homeBytes() + "/.Salvora3Cache"));
+    }
+
+    void deleteRequestReachesTheBus()
+    {
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("no session bus");
+        NotificationBus listener;
+        QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
+        QSignalSpy spy(&listener, &NotificationBus::received);
+        const QByteArrayList paths{time + "/b\xff\xfe.bin", time + "/a.txt"};
+        QVERIFY(Removal::postDeleteRequest(paths));
+        QTRY_COMPARE(spy.size(), 1);
+        QCOMPARE(spy[0][1].toString(), QLatin1String(Notifications::Salvora3DaemonMustDelete));
+        QCOMPARE(NotificationBus::deleteListFrom(spy[0][2].toMap()), paths);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstRestoreRemoval)
+#include "tst_restore_removal.moc"
