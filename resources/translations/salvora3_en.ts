@@ -55,5 +55,209 @@
         <source>%1 (unmounted)</source>
         <translation>%1 (unmounted)</translation>
     </message>
+    <message id="ContentsMessageNoVolume">
+        <source>This volume is not mounted: its items cannot be listed.</source>
+        <translation>This volume is not mounted: its items cannot be listed.</translation>
+    </message>
+    <message id="ContentsMessage">
+        <source>1 item</source>
+        <translation>1 item</translation>
+    </message>
+    <message id="ContentsMessages">
+        <source>%1 items</source>
+        <translation>%1 items</translation>
+    </message>
+    <message id="ContentsMessageSearchEmpty">
+        <source>No item matches the search.</source>
+        <translation>No item matches the search.</translation>
+    </message>
+    <message id="ContentsMessageEmpty">
+        <source>No item in the cache for these days.</source>
+        <translation>No item in the cache for these days.</translation>
+    </message>
+    <message id="WindowTitle">
+        <source>Salvora 3</source>
+        <translation>Salvora 3</translation>
+    </message>
+    <message id="VolumeLabel">
+        <source>Volume:</source>
+        <translation>Volume:</translation>
+    </message>
+    <message id="NewVersionAvailable">
+        <source>A new version is available.</source>
+        <translation>A new version is available.</translation>
+    </message>
+    <message id="NewVersionButton">
+        <source>Download…</source>
+        <translation>Download…</translation>
+    </message>
+    <message id="SearchPlaceholder">
+        <source>Search the names of the items</source>
+        <translation>Search the names of the items</translation>
+    </message>
+    <message id="StartProtection">
+        <source>Start Protection</source>
+        <translation>Start Protection</translation>
+    </message>
+    <message id="StopProtection">
+        <source>Stop Protection</source>
+        <translation>Stop Protection</translation>
+    </message>
+    <message id="CopyItem">
+        <source>Copy</source>
+        <translation>Copy</translation>
+    </message>
+    <message id="RemoveItem">
+        <source>Delete</source>
+        <translation>Delete</translation>
+    </message>
+    <message id="Settings">
+        <source>Settings</source>
+        <translation>Settings</translation>
+    </message>
+    <message id="ShowHelp">
+        <source>Help</source>
+        <translation>Help</translation>
+    </message>
+    <message id="MenuFile">
+        <source>&amp;File</source>
+        <translation>&amp;File</translation>
+    </message>
+    <message id="MenuHelp">
+        <source>&amp;Help</source>
+        <translation>&amp;Help</translation>
+    </message>
+    <message id="MenuQuit">
+        <source>&amp;Quit</source>
+        <translation>&amp;Quit</translation>
+    </message>
+    <message id="MenuShowHelp">
+        <source>Salvora 3 &amp;Help</source>
+        <translation>Salvora 3 &amp;Help</translation>
+    </message>
+    <message id="MenuAbout">
+        <source>&amp;About Salvora 3</source>
+        <translation>&amp;About Salvora 3</translation>
+    </message>
+    <message id="AboutTitle">
+        <source>About Salvora 3</source>
+        <translation>About Salvora 3</translation>
+    </message>
+    <message id="AboutText">
+        <source>Keeps what you delete, so that you can get it back.</source>
+        <translation>Keeps what you delete, so that you can get it back.</translation>
+    </message>
+    <message id="PreferencesTitle">
+        <source>Settings</source>
+        <translation>Settings</translation>
+    </message>
+    <message id="PreferencesRetention">
+        <source>Keep deleted items</source>
+        <translation>Keep deleted items</translation>
+    </message>
+    <message id="PreferencesProtectionEnabled">
+        <source>Keep the items that are deleted</source>
+        <translation>Keep the items that are deleted</translation>
+    </message>
+    <message id="PreferencesLaunchMenu">
+        <source>Show Salvora 3 Menu in the panel</source>
+        <translation>Show Salvora 3 Menu in the panel</translation>
+    </message>
+    <message id="PreferencesExcludeName">
+        <source>Exclude names:</source>
+        <translation>Exclude names:</translation>
+    </message>
+    <message id="PreferencesExcludeExtensions">
+        <source>Exclude extensions:</source>
+        <translation>Exclude extensions:</translation>
+    </message>
+    <message id="ProtectVolume">
+        <source>Protect</source>
+        <translation>Protect</translation>
+    </message>
+    <message id="UnprotectVolume">
+        <source>Do Not Protect</source>
+        <translation>Do Not Protect</translation>
+    </message>
+    <message id="CancelButton">
+        <source>Cancel</source>
+        <translation>Cancel</translation>
+    </message>
+    <message id="OKButton">
+        <source>OK</source>
+        <translation>OK</translation>
+    </message>
+    <message id="ColumnDate">
+        <source>Date</source>
+        <translation>Date</translation>
+    </message>
+    <message id="ColumnSize">
+        <source>Size</source>
+        <translation>Size</translation>
+    </message>
+    <message id="ColumnCount">
+        <source>Items</source>
+        <translation>Items</translation>
+    </message>
+    <message id="ColumnName">
+        <source>Name</source>
+        <translation>Name</translation>
+    </message>
+    <message id="ColumnCachingTime">
+        <source>Moved to the cache</source>
+        <translation>Moved to the cache</translation>
+    </message>
+    <message id="ColumnVolume">
+        <source>Volume</source>
+        <translation>Volume</translation>
+    </message>
+    <message id="ProtectionDisabled">
+        <source>Protection is off.</source>
+        <translation>Protection is off.</translation>
+    </message>
+    <message id="ProtectionDisabledMore">
+        <source>Deleted items are not kept. Start the protection to keep them.</source>
+        <translation>Deleted items are not kept. Start the protection to keep them.</translation>
+    </message>
+    <message id="ProtectionEnabled">
+        <source>Protection is on for %1 volume</source>
+        <translation>Protection is on for %1 volume</translation>
+    </message>
+    <message id="ProtectionEnabledX">
+        <source>Protection is on for %1 of %2 volumes</source>
+        <translation>Protection is on for %1 of %2 volumes</translation>
+    </message>
+    <message id="EmptyCache">
+        <source>the cache is empty</source>
+        <translation>the cache is empty</translation>
+    </message>
+    <message id="SizeOfCache">
+        <source>the cache holds %1</source>
+        <translation>the cache holds %1</translation>
+    </message>
+    <message id="SizeOfCaches">
+        <source>the caches hold %1</source>
+        <translation>the caches hold %1</translation>
+    </message>
+    <message id="ProtectionEnabledMoreX">
+        <source>Items deleted on the %1 protected volumes are kept in their caches.</source>
+        <translation>Items deleted on the %1 protected volumes are kept in their caches.</translation>
+    </message>
+    <message id="ProtectionEnabledMore">
+        <source>Items deleted on the protected volume are kept in its cache.</source>
+        <translation>Items deleted on the protected volume are kept in its cache.</translation>
+    </message>
+    <message id="ProtectedUnmounted">
+        <source>protected, not mounted</source>
+        <translation>protected, not mounted</translation>
+    </message>
+    <message id="Protected">
+        <source>protected</source>
+        <translation>protected</translation>
+    </message>
+    <message id="NotProtected">
+        <source>not protected</source>
+        <translation>not protected</translation>
+    </message>
 </context>
 </TS>

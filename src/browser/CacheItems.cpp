@@ -8,6 +8,14 @@ void CacheItems::clear()
     mRows.clear();
 }
 
+void CacheItems::shrinkToFit()
+{
+    mFolders.shrink_to_fit();
+    mFolderNameOffsets.shrink_to_fit();
+    mArena.shrink_to_fit();
+    mRows.shrink_to_fit();
+}
+
 void CacheItems::reserve(std::size_t rows, std::size_t nameBytes)
 {
     mRows.reserve(rows);

@@ -42,6 +42,7 @@ public:
     QByteArrayView name(const Row &r) const { return QByteArrayView(mArena.data() + r.offset, r.length); }
     QByteArrayView name(qsizetype i) const { return name(row(i)); }
     const QByteArray &timeFolderPath(std::uint32_t folder) const { return mFolders[folder]; }
+    std::uint32_t folderCount() const { return std::uint32_t(mFolders.size()); }
     // The time folder's own name ("yyyy-MM-dd HH_mm_ss"), the caching time of its items.
     QByteArrayView timeFolderName(std::uint32_t folder) const;
     QByteArray fullPath(qsizetype i) const;
@@ -51,6 +52,8 @@ public:
     // Approximate heap bytes held, names excluded (for the memory benchmark).
     std::size_t overheadBytes() const;
     std::size_t nameBytes() const { return mArena.size(); }
+    // Gives back the memory that clear() and reserve() kept.
+    void shrinkToFit();
 
 private:
     std::vector<QByteArray> mFolders;

@@ -3,6 +3,7 @@
 #include "browser/NameMatch.h"
 
 #include <algorithm>
+#include <cstdint>
 
 namespace ContentsSort {
 
@@ -37,6 +38,78 @@ void mergeInto(CacheItems &items, CacheItems &&batch, int code)
     auto &rows = items.rows();
     std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(),
                        [&](const CacheItems::Row &a, const CacheItems::Row &b) { return compare(items, a, b, code) < 0; });
+}
+
+namespace {
+
+// Compares rows of two different lists.
+struct CrossCompare
+{
+    const CacheItems &x;
+    const CacheItems &y;
+    int code;
+    // Time sorts compare few distinct folders many times over: remember the last pair.
+    std::uint32_t lastX = UINT32_MAX, lastY = UINT32_MAX;
+    int last = 0;
+
+    int operator()(const CacheItems::Row &a, const CacheItems::Row &b)
+    {
+        int c = 0;
+        if (code & 1) {
+            if (a.folder != lastX || b.folder != lastY) {
+                lastX = a.folder;
+                lastY = b.folder;
+                last = NameMatch::compare(x.timeFolderName(a.folder), y.timeFolderName(b.folder));
+            }
+            c = last;
+        } else {
+            c = NameMatch::compare(x.name(a), y.name(b));
+        }
+        return (code & 2) ? -c : c;
+    }
+};
+
+void copyRow(CacheItems &out, const CacheItems &from, const CacheItems::Row &r, std::uint32_t folderBase)
+{
+    const QByteArrayView name = from.name(r);
+    out.addItem(r.folder + folderBase, name.data(), std::size_t(name.size()), r.kind, r.size);
+}
+
+} // namespace
+
+void mergeSorted(const CacheItems &a, const CacheItems &b, int code, CacheItems &out)
+{
+    out.clear();
+    out.reserve(std::size_t(a.size() + b.size()), a.nameBytes() + b.nameBytes());
+    for (std::uint32_t f = 0; f < a.folderCount(); ++f)
+        out.addFolder(a.timeFolderPath(f));
+    const std::uint32_t bBase = a.folderCount();
+    for (std::uint32_t f = 0; f < b.folderCount(); ++f)
+        out.addFolder(b.timeFolderPath(f));
+
+    CrossCompare compare{a, b, code & 0xff};
+    const auto &ra = a.rows();
+    const auto &rb = b.rows();
+    std::size_t i = 0, j = 0;
+    while (i < ra.size() && j < rb.size()) {
+        // Ties take `a` first, so that merging keeps what was already listed in front.
+        if (compare(ra[i], rb[j]) > 0)
+            copyRow(out, b, rb[j++], bBase);
+        else
+            copyRow(out, a, ra[i++], 0);
+    }
+    for (; i < ra.size(); ++i)
+        copyRow(out, a, ra[i], 0);
+    for (; j < rb.size(); ++j)
+        copyRow(out, b, rb[j], bBase);
+}
+
+void sortCompact(CacheItems &items, int code)
+{
+    sort(items, code);
+    CacheItems out;
+    mergeSorted(items, CacheItems(), code, out);
+    items = std::move(out);
 }
 
 } // namespace ContentsSort

@@ -15,4 +15,11 @@ void sort(CacheItems &items, int code);
 // Sorts `batch` and merges it into the already sorted `items` (linear in the list's size).
 void mergeInto(CacheItems &items, CacheItems &&batch, int code);
 
+// Merges two lists already sorted by `code` into `out` (emptied first; its memory is reused).
+// The names are laid out in `out` in row order, so that the next merge reads every name front
+// to back instead of jumping around a large arena.
+void mergeSorted(const CacheItems &a, const CacheItems &b, int code, CacheItems &out);
+// Sorts and lays the names out in row order (see mergeSorted).
+void sortCompact(CacheItems &items, int code);
+
 } // namespace ContentsSort

@@ -1,0 +1,20 @@
+#include "common/Texts.h"
+#include "controller/AppDelegate.h"
+
+#include <QApplication>
+
+int main(int argc, char **argv)
+{
+    QApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Salvora"));
+    QCoreApplication::setApplicationName(QStringLiteral("Salvora 3"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(SALVORA_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral("salvora3"));
+    Texts::install(app);
+
+    AppDelegate controller;
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &controller, &AppDelegate::applicationWillTerminate);
+    if (!controller.applicationDidFinishLaunching())
+        return 0;
+    return QApplication::exec();
+}

@@ -1,0 +1,246 @@
+#pragma once
+
+#include "browser/CacheItems.h"
+#include "browser/VolumeMenu.h"
+#include "cache/DayEntry.h"
+#include "controller/WorkerState.h"
+#include "ui/TableModel.h"
+#include "volumes/DiskDescription.h"
+
+#include "ui_AboutBox.h"
+#include "ui_MainWindow.h"
+#include "ui_PreferencesSheet.h"
+
+#include <QElapsedTimer>
+#include <QHash>
+#include <QIcon>
+#include <QObject>
+#include <QPointer>
+
+#include <memory>
+#include <optional>
+
+class ContentsScanJob;
+class MountWatcher;
+class NotificationBus;
+class QComboBox;
+class QDialog;
+class QLabel;
+class QLineEdit;
+class QMainWindow;
+class QTimer;
+class QToolBar;
+class QToolButton;
+class TableView;
+
+// A row of the preferences' volume table: a mounted volume with its description, or a protected
+// volume that is not mounted (known only by its UUID and the path stored for it).
+struct VolumeRecord
+{
+    QString path;
+    QString uuid;
+    bool isProtected = false; // "protected": present when the volume is (to be) protected
+    bool unmounted = false;   // "unmounted": a protected volume that is not mounted
+    std::optional<DiskDescription> description;
+};
+
+// The window's controller. It owns every piece of the window's state, answers the tables as
+// their data source and drives the workers. Its operations are split by concern over the files
+// of this folder: StartUp, VolumeList, DayList, ContentsList, SizeDisplay, Status, Tables,
+// Preferences, Notifications.
+class AppDelegate : public QObject, public TableDataSource
+{
+    Q_OBJECT
+public:
+    explicit AppDelegate(QObject *parent = nullptr);
+    ~AppDelegate() override;
+
+    // Start-up and shutdown (StartUp.cpp). Returns false when start-up ended the program.
+    bool applicationDidFinishLaunching();
+    void applicationWillTerminate();
+    void closeAboutBox();
+    // The system version as a decimal number (10.14.6 is 101406), cached once known.
+    static qint64 OSXVersion();
+    static void resetOSXVersionCacheForTesting();
+
+    // Volume list (VolumeList.cpp).
+    void updateProtectedVolumesList();
+    void updateSelectedVolume();
+    void clickVolumesList();
+    void protectSelectedVolume();
+    void unprotectSelectedVolume();
+    void deviceDidMount(const QString &path);
+    void deviceDidUnmount(const QString &path);
+
+    // Day list (DayList.cpp).
+    void updateListOfDaysInCache();
+    void clickDateList();
+    void updateCacheContents();
+    void updateCacheContentsAtTime(qsizetype tag);
+
+    // Contents scan and search (ContentsList.cpp). An empty path scans the selected days (all
+    // days when none is selected); a time folder's path scans that folder alone.
+    void updateListOfContentsInCache(const QByteArray &timeFolder = QByteArray());
+    void sortContents();
+
+    // Size calculation (SizeDisplay.cpp).
+    void calcSizeContents(const QByteArray &path);
+    void updateSizeContents(qint64 size);
+
+    // Status line, title, about box and help (Status.cpp).
+    void updateStatusInfos();
+    void setWinTitle();
+    void aboutWindow();
+    void showHelp();
+    void enableToolBarItem(const QString &identifier, bool enable);
+
+    // Table display (Tables.cpp).
+    int numberOfRowsInTableView(const TableModel *table) override;
+    QVariant cellValue(const TableModel *table, int row, const QString &column, int role) override;
+    void tableViewSelectionDidChange(TableView *table);
+    void sortDescriptorsDidChange(bool ascending);
+    void didClickTableColumn(const QString &identifier);
+    void clickContentsList();
+
+    // Notifications from the daemon and the companion (Notifications.cpp).
+    void receiveNotification(const QString &name, const QString &object, const QVariantMap &userInfo);
+
+    // Preferences sheet (Preferences.cpp).
+    void editPreferences();
+
+    // ---- Hooks for the parts that other components connect. Each default lets start-up go on.
+    // checkAdminlauncherPrivileges, then checkDaemonPrivileges; false ends the program.
+    virtual bool runPrivilegeChecks() { return true; }
+    // Puts the menu companion among the login items and launches it.
+    virtual void installSalvoraMenu() {}
+    // Looks for a newer version and shows the notice.
+    virtual void newVersion() {}
+    // Loads the sheet's other controls from the settings, and saves them after OK.
+    virtual void loadPreferenceControls() {}
+    virtual void savePreferences() {}
+    // Toolbar and contents actions.
+    virtual void protectionON() {}
+    virtual void protectionOFF() {}
+    virtual void copySelectedItems() {}
+    virtual void removeContents() {}
+    virtual void doubleClickContentsList() {}
+    // Opens a document with the user's default application.
+    virtual void openFile(const QString &path);
+    // Ends the program (a refused privilege check).
+    virtual void terminate();
+
+    // ---- Interface (the outlets of the interface files).
+    QMainWindow *window = nullptr;
+    Ui::MainWindow mainUi;
+    Ui::AboutBox aboutUi;
+    Ui::PreferencesSheet preferencesUi;
+    QDialog *mAboutWindow = nullptr;
+    QLabel *mAboutVersion = nullptr;
+    QLabel *mNewVersion = nullptr;
+    QPushButton *mNewVersionButton = nullptr;
+    QToolButton *mProtectionONButton = nullptr;
+    QToolButton *mProtectionOFFButton = nullptr;
+    QToolButton *mCopySelectedItemsButton = nullptr;
+    QToolButton *mRemoveSelectedItemsButton = nullptr;
+    QToolButton *mEditPrefsButton = nullptr;
+    QToolButton *mShowHelpButton = nullptr;
+    QLabel *mProtectionInfos = nullptr;
+    QLabel *mProtectionInfosMore = nullptr;
+    QLineEdit *mSearchString = nullptr;
+    QComboBox *mSelectedVolumeMenu = nullptr;
+    QLabel *mCacheInfos = nullptr;
+    TableView *mTableViewDate = nullptr;
+    TableView *mTableViewContents = nullptr;
+    QLabel *mContentsInfos = nullptr;
+    QDialog *mPreferencesWindow = nullptr;
+    TableView *mProtectedVolumesTableView = nullptr;
+    QPushButton *mProtectedVolumesProtectButton = nullptr;
+    QPushButton *mProtectedVolumesUnprotectButton = nullptr;
+    TableModel *mDateModel = nullptr;
+    TableModel *mContentsModel = nullptr;
+    TableModel *mVolumesModel = nullptr;
+
+    // ---- State.
+    QList<DayEntry> mDates;
+    CacheItems mContents;
+    QList<VolumeRecord> mVolumes;
+    QList<VolumeMenuEntry> mProtectedVolumes;
+    QByteArrayList mCacheTimesInDay;
+    qint64 mSelectedDate = -2;
+    QToolBar *mToolbar = nullptr;
+    QByteArrayList mQLItems;
+    QPointer<QWidget> mQLPreviewPanel;
+    bool mVolumeNotMounted = false;
+    bool mFirstUse = false;
+    bool mAdminPrivilegesWereSet = false;
+    bool mDrawingDragImage = false;
+    qint64 mSortByCaching = 0;
+    bool mSortAscending = false;
+
+    // Shared with the workers; the flags and mNextRefresh live in it.
+    const std::shared_ptr<WorkerState> mWorkers;
+    std::atomic<bool> &mReadingCacheContents;
+    std::atomic<bool> &mReadingCacheContentsMustStop;
+    std::atomic<bool> &mCalculatingSizeContents;
+    std::atomic<bool> &mCalculatingSizeContentsMustStop;
+    std::atomic<double> &mNextRefresh;
+
+    // Pause of the search field before its text starts a scan, and the least time between two
+    // hand-overs of a running scan to the window.
+    static constexpr int kSearchPauseMs = 150;
+    static constexpr int kHandOverIntervalMs = 100;
+    static constexpr int kScanRetryMs = 200;
+    static constexpr int kSizeRetryMs = 100;
+
+signals:
+    // After each hand-over of a running scan was shown, and after the end message.
+    void contentsListChanged();
+    void contentsScanEnded();
+    // After the information line showed a size from the size calculation.
+    void sizeContentsUpdated(qint64 size);
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void loadInterface();
+    void translateInterface();
+    void createToolbar();
+    void setUpTables();
+    void registerObservers();
+    void connectActions();
+
+    // Contents scan.
+    void contentsReady(const std::shared_ptr<ContentsScanJob> &job);
+    void takeContents(const std::shared_ptr<ContentsScanJob> &job);
+    void contentsScanEnded(const std::shared_ptr<ContentsScanJob> &job);
+    void showEndOfScanMessage();
+
+    // Table cells.
+    QVariant dayCell(int row, const QString &column, int role) const;
+    QVariant contentsCell(int row, const QString &column, int role);
+    QVariant volumeCell(int row, const QString &column, int role) const;
+    void readItemAttributes(qsizetype row);
+    QIcon iconForItem(qsizetype row);
+    QIcon iconForPath(const QString &path) const;
+
+    // Texts with a colour that follows the theme: remembered, so a theme change re-colours them.
+    void setText(QLabel *label, const QString &text, QColor (*color)() = nullptr);
+    void recolorTexts();
+
+    NotificationBus *mNotificationBus = nullptr;
+    MountWatcher *mMountWatcher = nullptr;
+    QTimer *mSearchTimer = nullptr;
+    bool mLaunched = false;
+
+    std::shared_ptr<ContentsScanJob> mContentsJob;
+    CacheItems mContentsSpare; // the merge's second buffer while a scan runs
+    QElapsedTimer mSinceHandOver;
+    bool mHandOverScheduled = false;
+
+    int mSortSection = 0;
+    Qt::SortOrder mSortOrder = Qt::AscendingOrder;
+
+    QHash<QString, QIcon> mIconCache;
+    QHash<QLabel *, QColor (*)()> mTextColors;
+};

@@ -1,0 +1,140 @@
+#include "controller/AppDelegate.h"
+
+#include "browser/ContentsSort.h"
+#include "cache/CacheLayout.h"
+#include "controller/ContentsScanJob.h"
+#include "ui/TableView.h"
+#include "ui/ZEL_Colors.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QTimer>
+
+#include <thread>
+
+void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
+{
+    // A scan is running: ask it to stop and try again shortly, until it has ended.
+    if (mReadingCacheContents) {
+        mReadingCacheContentsMustStop = true;
+        QTimer::singleShot(kScanRetryMs, this, [this, timeFolder] { updateListOfContentsInCache(timeFolder); });
+        return;
+    }
+
+    mContents = CacheItems();
+    mContentsModel->reloadData();
+    clickContentsList();
+
+    if (mVolumeNotMounted) {
+        //% "This volume is not mounted: its items cannot be listed."
+        setText(mContentsInfos, qtTrId("ContentsMessageNoVolume"), &ZEL_Colors::getRedColor_Adaptable);
+        return;
+    }
+
+    mReadingCacheContents = true;
+
+    // The days to scan: one time folder, or the selected days, or every day when none is.
+    ContentsScanJob::Request request;
+    if (!timeFolder.isEmpty()) {
+        request.roots.append({timeFolder, true});
+    } else {
+        const QByteArray cache = CommonUtils::pathForCacheFolderInVolume(mSelectedVolumeMenu->currentIndex());
+        const QList<int> selected = mTableViewDate->selectedRowNumbers();
+        for (qsizetype row = 0; row < mDates.size(); ++row) {
+            if (!selected.isEmpty() && !selected.contains(int(row)))
+                continue;
+            if (!cache.isEmpty())
+                request.roots.append({cache + '/' + mDates[row].name, false});
+        }
+    }
+    request.search = mSearchString->text();
+    request.sortCode = int(mSortByCaching & 0xff);
+
+    auto job = std::make_shared<ContentsScanJob>(std::move(request), mReadingCacheContentsMustStop);
+    mContentsJob = job;
+    mContentsSpare = CacheItems();
+    mHandOverScheduled = false;
+    mSinceHandOver.invalidate();
+    std::thread([job, workers = mWorkers, this] {
+        job->run([&] { workers->post([this, job] { contentsReady(job); }); },
+                 [&] { workers->post([this, job] { contentsScanEnded(job); }); });
+    }).detach();
+}
+
+void AppDelegate::contentsReady(const std::shared_ptr<ContentsScanJob> &job)
+{
+    if (job != mContentsJob || mHandOverScheduled)
+        return;
+    // At most one hand-over per interval: a fast scan piles up into fewer, larger merges.
+    const qint64 elapsed = mSinceHandOver.isValid() ? mSinceHandOver.elapsed() : kHandOverIntervalMs;
+    if (elapsed >= kHandOverIntervalMs) {
+        takeContents(job);
+        return;
+    }
+    mHandOverScheduled = true;
+    QTimer::singleShot(int(kHandOverIntervalMs - elapsed), this, [this, job] {
+        mHandOverScheduled = false;
+        if (job == mContentsJob)
+            takeContents(job);
+    });
+}
+
+void AppDelegate::takeContents(const std::shared_ptr<ContentsScanJob> &job)
+{
+    int code = 0;
+    CacheItems batch = job->take(&code);
+    mSinceHandOver.start();
+    if (batch.isEmpty())
+        return;
+    const int current = int(mSortByCaching & 0xff);
+    if (code != current)
+        ContentsSort::sortCompact(batch, current); // sorted before the user re-sorted
+    ContentsSort::mergeSorted(mContents, batch, current, mContentsSpare);
+    std::swap(mContents, mContentsSpare);
+    mContentsSpare.clear();
+    mContentsModel->reloadData();
+    emit contentsListChanged();
+}
+
+void AppDelegate::contentsScanEnded(const std::shared_ptr<ContentsScanJob> &job)
+{
+    // The last rows first, then the message.
+    takeContents(job);
+    mContentsJob.reset();
+    mContentsSpare = CacheItems();
+    mContents.shrinkToFit();
+    showEndOfScanMessage();
+    mReadingCacheContents = false;
+    mReadingCacheContentsMustStop = false;
+    emit contentsScanEnded();
+}
+
+void AppDelegate::showEndOfScanMessage()
+{
+    const qsizetype n = mContents.size();
+    if (n == 1) {
+        //% "1 item"
+        setText(mContentsInfos, qtTrId("ContentsMessage"), &ZEL_Colors::getDarkGrayColor_Adaptable);
+    } else if (n > 1) {
+        //% "%1 items"
+        setText(mContentsInfos, qtTrId("ContentsMessages").arg(QString::asprintf("%d", int(n))),
+                &ZEL_Colors::getDarkGrayColor_Adaptable);
+    } else if (!mSearchString->text().isEmpty()) {
+        //% "No item matches the search."
+        setText(mContentsInfos, qtTrId("ContentsMessageSearchEmpty"), &ZEL_Colors::getRedColor_Adaptable);
+    } else {
+        //% "No item in the cache for these days."
+        setText(mContentsInfos, qtTrId("ContentsMessageEmpty"), &ZEL_Colors::getRedColor_Adaptable);
+    }
+}
+
+void AppDelegate::sortContents()
+{
+    const int code = int(mSortByCaching & 0xff);
+    ContentsSort::sortCompact(mContents, code);
+    // A running scan sorts what it finds from now on in the new order.
+    if (mContentsJob)
+        mContentsJob->sortCode = code;
+    mContentsModel->reloadData();
+}

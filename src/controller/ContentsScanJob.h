@@ -1,0 +1,57 @@
+#pragma once
+
+#include "browser/CacheItems.h"
+#include "browser/ContentsScan.h"
+
+#include <QString>
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+
+// One run of the contents scan, off the main thread. Scan threads read the time folders; this
+// job's own thread sorts what they found and merges it into one sorted run that waits for the
+// main thread. The main thread takes the run whole (a swap under a lock that is only ever held
+// for a swap), so it never waits for the sorting, and merges it into the list it shows.
+class ContentsScanJob
+{
+public:
+    struct Request
+    {
+        QList<ContentsScan::Root> roots;
+        QString search;
+        int sortCode = 0;
+    };
+
+    ContentsScanJob(Request request, const std::atomic<bool> &stop);
+
+    // The order the worker sorts in; the main thread changes it when the user re-sorts mid-scan.
+    std::atomic<int> sortCode;
+
+    // Worker thread: scans and sorts until done or stopped. `wake` is called (on this thread)
+    // when a run is waiting and the main thread has not been told yet; `ended` once at the end,
+    // after the last `wake`.
+    void run(const std::function<void()> &wake, const std::function<void()> &ended);
+
+    // Main thread: what is waiting (possibly nothing), sorted by *code.
+    CacheItems take(int *code);
+
+private:
+    void addToReady(CacheItems &&sorted, int code, const std::function<void()> &wake);
+
+    Request mRequest;
+    const std::atomic<bool> &mStop;
+
+    // Found by the scan threads, not sorted yet.
+    std::mutex mRawMutex;
+    std::condition_variable mRawReady;
+    CacheItems mRaw;
+    bool mScanDone = false;
+
+    // Sorted, waiting for the main thread.
+    std::mutex mReadyMutex;
+    CacheItems mReady;
+    int mReadyCode = 0;
+    bool mWakePending = false;
+};

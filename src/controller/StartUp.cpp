@@ -1,0 +1,394 @@
+#include "controller/AppDelegate.h"
+
+#include "cache/CacheLayout.h"
+#include "common/Log.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "ui/PartsDelegate.h"
+#include "ui/SystemVersion.h"
+#include "ui/TableView.h"
+#include "volumes/MountWatcher.h"
+
+#include <QApplication>
+#include <QDateTime>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QHeaderView>
+#include <QMainWindow>
+#include <QTimer>
+#include <QToolBar>
+#include <QUrl>
+
+namespace {
+
+qint64 sOSXVersion = 0;
+
+// Seconds since 2001-01-01 00:00 UTC, truncated.
+qint64 referenceSecondsNow()
+{
+    return QDateTime::currentSecsSinceEpoch() - 978307200;
+}
+
+// The about box shows at every launch until closeAboutBox orders it out.
+constexpr bool kAboutBoxVisibleAtLaunch = true;
+
+} // namespace
+
+AppDelegate::AppDelegate(QObject *parent)
+    : QObject(parent), mWorkers(std::make_shared<WorkerState>(this)),
+      mReadingCacheContents(mWorkers->readingCacheContents),
+      mReadingCacheContentsMustStop(mWorkers->readingCacheContentsMustStop),
+      mCalculatingSizeContents(mWorkers->calculatingSizeContents),
+      mCalculatingSizeContentsMustStop(mWorkers->calculatingSizeContentsMustStop), mNextRefresh(mWorkers->nextRefresh)
+{
+    loadInterface();
+}
+
+AppDelegate::~AppDelegate()
+{
+    // Workers are told to stop, never waited for; whatever they post from now on is dropped.
+    mReadingCacheContentsMustStop = true;
+    mCalculatingSizeContentsMustStop = true;
+    mWorkers->detach();
+    qApp->removeEventFilter(this);
+    delete mPreferencesWindow;
+    delete mAboutWindow;
+    delete window;
+}
+
+void AppDelegate::loadInterface()
+{
+    window = new QMainWindow;
+    mainUi.setupUi(window);
+    mAboutWindow = new QDialog(nullptr, Qt::Dialog | Qt::WindowCloseButtonHint);
+    aboutUi.setupUi(mAboutWindow);
+    mPreferencesWindow = new QDialog(window);
+    preferencesUi.setupUi(mPreferencesWindow);
+    mPreferencesWindow->setWindowModality(Qt::WindowModal);
+
+    mAboutVersion = aboutUi.mAboutVersion;
+    aboutUi.mAboutIcon->setPixmap(QApplication::windowIcon().pixmap(64, 64));
+    mNewVersion = mainUi.mNewVersion;
+    mNewVersionButton = mainUi.mNewVersionButton;
+    mProtectionONButton = mainUi.mProtectionONButton;
+    mProtectionOFFButton = mainUi.mProtectionOFFButton;
+    mCopySelectedItemsButton = mainUi.mCopySelectedItemsButton;
+    mRemoveSelectedItemsButton = mainUi.mRemoveSelectedItemsButton;
+    mEditPrefsButton = mainUi.mEditPrefsButton;
+    mShowHelpButton = mainUi.mShowHelpButton;
+    mProtectionInfos = mainUi.mProtectionInfos;
+    mProtectionInfosMore = mainUi.mProtectionInfosMore;
+    mSearchString = mainUi.mSearchString;
+    mSelectedVolumeMenu = mainUi.mSelectedVolumeMenu;
+    mCacheInfos = mainUi.mCacheInfos;
+    mTableViewDate = mainUi.mTableViewDate;
+    mTableViewContents = mainUi.mTableViewContents;
+    mContentsInfos = mainUi.mContentsInfos;
+    mProtectedVolumesTableView = preferencesUi.mProtectedVolumesTableView;
+    mProtectedVolumesProtectButton = preferencesUi.mProtectedVolumesProtectButton;
+    mProtectedVolumesUnprotectButton = preferencesUi.mProtectedVolumesUnprotectButton;
+
+    translateInterface();
+    QFont nameFont = aboutUi.mAboutName->font();
+    nameFont.setBold(true);
+    aboutUi.mAboutName->setFont(nameFont);
+
+    // Names are shown as they are, never as markup.
+    for (QLabel *label : {mCacheInfos, mContentsInfos, mProtectionInfos, mProtectionInfosMore, mAboutVersion,
+                          aboutUi.mAboutName})
+        label->setTextFormat(Qt::PlainText);
+
+    //% "Date"
+    const QString dateTitle = qtTrId("ColumnDate");
+    //% "Size"
+    const QString sizeTitle = qtTrId("ColumnSize");
+    //% "Items"
+    const QString countTitle = qtTrId("ColumnCount");
+    //% "Name"
+    const QString nameTitle = qtTrId("ColumnName");
+    //% "Moved to the cache"
+    const QString timeTitle = qtTrId("ColumnCachingTime");
+    //% "Volume"
+    const QString volumeTitle = qtTrId("ColumnVolume");
+    const QStringList ids{QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")};
+    mDateModel = new TableModel(this, ids, this);
+    mDateModel->setHeaderTitles({dateTitle, sizeTitle, countTitle});
+    mContentsModel = new TableModel(this, ids, this);
+    mContentsModel->setHeaderTitles({nameTitle, sizeTitle, timeTitle});
+    mVolumesModel = new TableModel(this, {QStringLiteral("1")}, this);
+    mVolumesModel->setHeaderTitles({volumeTitle});
+    mTableViewDate->setModel(mDateModel);
+    mTableViewContents->setModel(mContentsModel);
+    mProtectedVolumesTableView->setModel(mVolumesModel);
+    mProtectedVolumesTableView->setItemDelegate(new PartsDelegate(mProtectedVolumesTableView));
+
+    mTableViewDate->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    mTableViewContents->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    mTableViewContents->horizontalHeader()->resizeSection(1, 90);
+    mTableViewContents->horizontalHeader()->resizeSection(2, 150);
+    mProtectedVolumesTableView->horizontalHeader()->setStretchLastSection(true);
+    mainUi.mSplitter->setStretchFactor(1, 3);
+
+    connectActions();
+    qApp->installEventFilter(this);
+}
+
+void AppDelegate::connectActions()
+{
+    connect(mTableViewDate->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            [this] { tableViewSelectionDidChange(mTableViewDate); });
+    connect(mTableViewContents->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            [this] { tableViewSelectionDidChange(mTableViewContents); });
+    connect(mProtectedVolumesTableView->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            [this] { tableViewSelectionDidChange(mProtectedVolumesTableView); });
+    connect(mTableViewContents, &QAbstractItemView::doubleClicked, this, [this] { doubleClickContentsList(); });
+    connect(mSelectedVolumeMenu, &QComboBox::activated, this, [this] { updateSelectedVolume(); });
+    connect(mProtectedVolumesProtectButton, &QPushButton::clicked, this, [this] { protectSelectedVolume(); });
+    connect(mProtectedVolumesUnprotectButton, &QPushButton::clicked, this, [this] { unprotectSelectedVolume(); });
+    connect(mainUi.actionAbout, &QAction::triggered, this, [this] { aboutWindow(); });
+    connect(mainUi.actionShowHelp, &QAction::triggered, this, [this] { showHelp(); });
+    connect(mainUi.actionQuit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    connect(mPreferencesWindow, &QDialog::finished, this, [this](int result) {
+        if (result == QDialog::Accepted)
+            savePreferences();
+        updateStatusInfos();
+    });
+
+    // The search asks for a new scan once typing pauses, and at once on Enter.
+    mSearchTimer = new QTimer(this);
+    mSearchTimer->setSingleShot(true);
+    mSearchTimer->setInterval(kSearchPauseMs);
+    connect(mSearchTimer, &QTimer::timeout, this, [this] { updateListOfContentsInCache(); });
+    connect(mSearchString, &QLineEdit::textEdited, mSearchTimer, qOverload<>(&QTimer::start));
+    connect(mSearchString, &QLineEdit::returnPressed, this, [this] {
+        mSearchTimer->stop();
+        updateListOfContentsInCache();
+    });
+
+    // Header clicks sort the contents list; the indicator tells the direction.
+    QHeaderView *header = mTableViewContents->horizontalHeader();
+    header->setSectionsClickable(true);
+    header->setSortIndicatorShown(true);
+    header->setSortIndicator(0, Qt::AscendingOrder);
+    connect(header, &QHeaderView::sortIndicatorChanged, this, [this](int section, Qt::SortOrder order) {
+        const QString id = mContentsModel->columnIdentifier(section);
+        if (id == QLatin1String("1") || id == QLatin1String("3"))
+            sortDescriptorsDidChange(order == Qt::AscendingOrder);
+    });
+    connect(header, &QHeaderView::sectionClicked, this, [this, header](int section) {
+        const QString id = mContentsModel->columnIdentifier(section);
+        if (id == QLatin1String("1") || id == QLatin1String("3")) {
+            mSortSection = section;
+            mSortOrder = header->sortIndicatorOrder();
+        } else {
+            // Columns without a sort keep the indicator where it was.
+            const QSignalBlocker blocker(header);
+            header->setSortIndicator(mSortSection, mSortOrder);
+        }
+        didClickTableColumn(id);
+    });
+}
+
+void AppDelegate::createToolbar()
+{
+    mToolbar = new QToolBar(window);
+    mToolbar->setObjectName(QStringLiteral("mainToolbar"));
+    mToolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    mToolbar->setMovable(false);
+    mToolbar->setFloatable(false);
+    struct Item
+    {
+        const char *identifier;
+        QToolButton *button;
+        const char *icon;
+        void (AppDelegate::*action)();
+    };
+    const Item items[] = {
+        {"protectionON", mProtectionONButton, "media-playback-start", &AppDelegate::protectionON},
+        {"protectionOFF", mProtectionOFFButton, "media-playback-stop", &AppDelegate::protectionOFF},
+        {"copyButton", mCopySelectedItemsButton, "edit-copy", &AppDelegate::copySelectedItems},
+        {"removeButton", mRemoveSelectedItemsButton, "edit-delete", &AppDelegate::removeContents},
+        {"preferences", mEditPrefsButton, "preferences-system", &AppDelegate::editPreferences},
+        {"showHelp", mShowHelpButton, "help-contents", &AppDelegate::showHelp},
+    };
+    auto space = [this](bool flexible) {
+        auto *w = new QWidget(mToolbar);
+        if (flexible)
+            w->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+        else
+            w->setFixedWidth(12);
+        mToolbar->addWidget(w);
+    };
+    auto add = [&](const char *identifier) {
+        for (const Item &item : items) {
+            if (qstrcmp(item.identifier, identifier) != 0)
+                continue;
+            if (item.button->icon().isNull())
+                item.button->setIcon(QIcon::fromTheme(QLatin1String(item.icon)));
+            QAction *action = mToolbar->addWidget(item.button);
+            action->setObjectName(QLatin1String(identifier));
+            connect(item.button, &QToolButton::clicked, this, item.action);
+        }
+    };
+    // The default order, left to right.
+    add("preferences");
+    space(false);
+    add("protectionON");
+    add("protectionOFF");
+    space(false);
+    space(false);
+    add("copyButton");
+    space(false);
+    add("removeButton");
+    space(true);
+    add("showHelp");
+    space(false);
+    window->addToolBar(Qt::TopToolBarArea, mToolbar);
+}
+
+void AppDelegate::registerObservers()
+{
+    mNotificationBus = new NotificationBus(this);
+    mNotificationBus->observe(QLatin1String(Notifications::Salvora3Notification));
+    connect(mNotificationBus, &NotificationBus::received, this, &AppDelegate::receiveNotification);
+    mMountWatcher = new MountWatcher(this);
+    connect(mMountWatcher, &MountWatcher::deviceDidMount, this, &AppDelegate::deviceDidMount);
+    connect(mMountWatcher, &MountWatcher::deviceDidUnmount, this, &AppDelegate::deviceDidUnmount);
+}
+
+bool AppDelegate::applicationDidFinishLaunching()
+{
+    // 1-2. Fresh state.
+    mAdminPrivilegesWereSet = false;
+    mDrawingDragImage = false;
+    mSortByCaching = 0;
+    mReadingCacheContents = false;
+    mReadingCacheContentsMustStop = false;
+    mCalculatingSizeContents = false;
+    mCalculatingSizeContentsMustStop = false;
+    mSelectedDate = -2;
+    mDates.clear();
+    mContents.clear();
+    mVolumes.clear();
+    mProtectedVolumes.clear();
+    mCacheTimesInDay.clear();
+
+    // 3-4. Toolbar and preview items.
+    createToolbar();
+    mQLItems.clear();
+
+    // 5. Without the privileges the program cannot work: end here, silently.
+    if (!runPrivilegeChecks()) {
+        terminate();
+        return false;
+    }
+
+    // 6. First use.
+    mFirstUse = false;
+    if (!Settings::contains(SettingsKeys::FirstUse)) {
+        Settings::setInteger(SettingsKeys::FirstUse, referenceSecondsNow());
+        mFirstUse = true;
+    }
+
+    // 7. Retention, or a first configuration. The longer delays after privileges were just
+    // installed leave the daemon time to start.
+    if (Settings::contains(SettingsKeys::PrefsRemoveFromCache)) {
+        QTimer::singleShot(mAdminPrivilegesWereSet ? 5000 : 100, this, [this] { installSalvoraMenu(); });
+    } else {
+        Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, SettingsKeys::kFirstLaunchRemoveFromCache);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, SettingsKeys::kFirstLaunchProtectionEnabled);
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, SettingsKeys::kFirstLaunchLaunchMenu);
+        QTimer::singleShot(mAdminPrivilegesWereSet ? 5500 : 500, this, [this] { editPreferences(); });
+    }
+
+    // 8-9. Tables.
+    setUpTables();
+
+    // 10. Observers.
+    registerObservers();
+
+    // 11. The start-up volume's cache folder, created when missing.
+    CommonUtils::pathForCacheFolderInVolume(0);
+
+    // 12. The volume list fills the day list, which starts the contents scan.
+    QTimer::singleShot(150, this, [this] { updateProtectedVolumesList(); });
+    QTimer::singleShot(2000, this, [this] { closeAboutBox(); });
+
+    // 13. Status, title, window.
+    updateStatusInfos();
+    setWinTitle();
+    window->show();
+    window->raise();
+    window->activateWindow();
+    if (kAboutBoxVisibleAtLaunch)
+        aboutWindow();
+
+    // 14.
+    CommonUtils::addToLogFile(QStringLiteral("Salvora 3 Launched."));
+    mLaunched = true;
+
+    // 15-16. The full-disk-access check has no counterpart on Linux.
+    if (mFirstUse)
+        QTimer::singleShot(1000, this, [this] { showHelp(); });
+    QTimer::singleShot(3000, this, [this] { newVersion(); });
+    return true;
+}
+
+void AppDelegate::setUpTables()
+{
+    // Icons and text in the first columns come from the data source; the contents list's
+    // columns "1" and "3" sort, ascending first.
+    mTableViewContents->setDragEnabled(true);
+    mTableViewContents->setDragDropMode(QAbstractItemView::DragOnly);
+    mTableViewContents->setDefaultDropAction(Qt::CopyAction);
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    if (mNotificationBus)
+        mNotificationBus->stopObserving(QLatin1String(Notifications::Salvora3Notification));
+    mReadingCacheContentsMustStop = true;
+    mCalculatingSizeContentsMustStop = true;
+    if (mLaunched)
+        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 quits."));
+    mLaunched = false;
+}
+
+void AppDelegate::closeAboutBox()
+{
+    mAboutWindow->hide();
+}
+
+qint64 AppDelegate::OSXVersion()
+{
+    if (sOSXVersion != 0)
+        return sOSXVersion;
+    const std::optional<SystemVersion::Parts> parts = SystemVersion::read();
+    sOSXVersion = parts ? SystemVersion::decimal(*parts) : 0;
+    return sOSXVersion;
+}
+
+void AppDelegate::resetOSXVersionCacheForTesting()
+{
+    sOSXVersion = 0;
+}
+
+void AppDelegate::openFile(const QString &path)
+{
+    QDesktopServices::openUrl(QUrl::fromLocalFile(path));
+}
+
+void AppDelegate::terminate()
+{
+    QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+}
+
+bool AppDelegate::eventFilter(QObject *watched, QEvent *event)
+{
+    // A change of the desktop's theme re-colours every text that carries a theme colour.
+    if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange)
+        recolorTexts();
+    return QObject::eventFilter(watched, event);
+}

@@ -1,0 +1,286 @@
+#include "controller/AppDelegate.h"
+
+#include "browser/DayTexts.h"
+#include "cache/CacheLayout.h"
+#include "common/SizeText.h"
+#include "ui/TableView.h"
+#include "ui/ZEL_Colors.h"
+#include "volumes/Volumes.h"
+
+#include <QDateTime>
+#include <QFileIconProvider>
+#include <QFileInfo>
+#include <QLabel>
+#include <QLocale>
+#include <QMimeDatabase>
+#include <QTimer>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace {
+
+QVariant alignment(Qt::Alignment a)
+{
+    return QVariant::fromValue(int(a | Qt::AlignVCenter));
+}
+
+QString lastComponent(const QString &path)
+{
+    QString p = path;
+    while (p.size() > 1 && p.endsWith(QLatin1Char('/')))
+        p.chop(1);
+    return p.mid(p.lastIndexOf(QLatin1Char('/')) + 1);
+}
+
+// Sizes of rows not read yet, and of rows that could not be read.
+constexpr std::int64_t kNotRead = -1;
+constexpr std::int64_t kUnreadable = -2;
+
+} // namespace
+
+int AppDelegate::numberOfRowsInTableView(const TableModel *table)
+{
+    if (table == mDateModel)
+        return int(mDates.size());
+    if (table == mContentsModel)
+        return int(mContents.size());
+    if (table == mVolumesModel)
+        return int(mVolumes.size());
+    return 0;
+}
+
+QVariant AppDelegate::cellValue(const TableModel *table, int row, const QString &column, int role)
+{
+    if (table == mDateModel)
+        return row < mDates.size() ? dayCell(row, column, role) : QVariant();
+    if (table == mContentsModel)
+        return row < mContents.size() ? contentsCell(row, column, role) : QVariant();
+    if (table == mVolumesModel)
+        return row < mVolumes.size() ? volumeCell(row, column, role) : QVariant();
+    return {};
+}
+
+QVariant AppDelegate::dayCell(int row, const QString &column, int role) const
+{
+    const DayEntry &day = mDates[row];
+    const int c = column.size() == 1 ? column[0].unicode() - '0' : 0;
+    switch (role) {
+    case Qt::DisplayRole:
+        if (c == 1)
+            return CommonUtils::dateStringForCacheFolder(day.name);
+        if (c == 2)
+            return CommonUtils::getSizeStr(day.size);
+        if (c == 3)
+            return CommonUtils::getQtyStr(day.count);
+        return QString();
+    case Qt::TextAlignmentRole:
+        return alignment(c == 1 ? Qt::AlignHCenter : Qt::AlignRight);
+    case Qt::FontRole:
+        return TableModel::fontOfSize(c == 1 ? 13 : 12);
+    case Qt::ForegroundRole:
+        if (c == 1)
+            return mVolumeNotMounted ? ZEL_Colors::getGrayColor_Adaptable() : ZEL_Colors::getBlackColor_Adaptable();
+        return ZEL_Colors::getDarkGrayColor_Adaptable();
+    default:
+        return {};
+    }
+}
+
+void AppDelegate::readItemAttributes(qsizetype row)
+{
+    // Read once per row and kept with it: painting a million-row list asks again and again.
+    CacheItems::Row &r = mContents.rows()[std::size_t(row)];
+    if (r.size != kNotRead)
+        return;
+    struct stat st{};
+    if (lstat(mContents.fullPath(row).constData(), &st) != 0) {
+        r.size = kUnreadable;
+        return;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        r.kind = CacheItems::Kind::Folder;
+        r.size = 0;
+    } else {
+        r.kind = S_ISREG(st.st_mode) ? CacheItems::Kind::File
+                                     : (S_ISLNK(st.st_mode) ? CacheItems::Kind::Link : CacheItems::Kind::Other);
+        r.size = std::int64_t(st.st_size);
+    }
+}
+
+QIcon AppDelegate::iconForItem(qsizetype row)
+{
+    const CacheItems::Row &r = mContents.row(row);
+    if (r.size == kUnreadable)
+        return {};
+    QString key;
+    if (r.kind == CacheItems::Kind::Folder)
+        key = QStringLiteral("inode/directory");
+    else if (r.kind == CacheItems::Kind::Link)
+        key = QStringLiteral("inode/symlink");
+    else
+        key = QMimeDatabase().mimeTypeForFile(mContents.displayName(row), QMimeDatabase::MatchExtension).name();
+    auto it = mIconCache.constFind(key);
+    if (it != mIconCache.cend())
+        return *it;
+    QIcon icon;
+    if (r.kind == CacheItems::Kind::Folder) {
+        icon = QFileIconProvider().icon(QFileIconProvider::Folder);
+    } else {
+        const QMimeType mime = QMimeDatabase().mimeTypeForName(key);
+        icon = QIcon::fromTheme(mime.iconName(), QIcon::fromTheme(mime.genericIconName()));
+        if (icon.isNull())
+            icon = QFileIconProvider().icon(QFileIconProvider::File);
+    }
+    mIconCache.insert(key, icon);
+    return icon;
+}
+
+QIcon AppDelegate::iconForPath(const QString &path) const
+{
+    const QFileInfo info(path);
+    if (!info.exists())
+        return {};
+    return QFileIconProvider().icon(info.isDir() ? QFileIconProvider::Drive : QFileIconProvider::File);
+}
+
+QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
+{
+    const int c = column.size() == 1 ? column[0].unicode() - '0' : 0;
+    // The picture that follows the pointer in a drag: names only, light on blue.
+    if (mDrawingDragImage) {
+        switch (role) {
+        case Qt::DisplayRole:
+            return c == 1 ? mContents.displayName(row) : QString();
+        case Qt::DecorationRole:
+            if (c != 1)
+                return {};
+            readItemAttributes(row);
+            return iconForItem(row);
+        case Qt::BackgroundRole:
+            return c == 1 ? QVariant(ZEL_Colors::getBlueColor_Adaptable()) : QVariant();
+        case Qt::ForegroundRole:
+            return ZEL_Colors::getControlBackground_Adaptable();
+        case Qt::FontRole:
+            return TableModel::fontOfSize(13);
+        default:
+            return {};
+        }
+    }
+    switch (role) {
+    case Qt::DisplayRole:
+        if (c == 1)
+            return mContents.displayName(row);
+        if (c == 2) {
+            readItemAttributes(row);
+            const CacheItems::Row &r = mContents.row(row);
+            if (r.size < 0 || r.kind == CacheItems::Kind::Folder)
+                return QString();
+            return CommonUtils::getSizeStr(r.size);
+        }
+        if (c == 3)
+            return DayTexts::cachingTime(mContents.timeFolderName(mContents.row(row).folder));
+        return QString();
+    case Qt::DecorationRole:
+        if (c != 1)
+            return {};
+        readItemAttributes(row);
+        return iconForItem(row);
+    case Qt::TextAlignmentRole:
+        return alignment(c == 1 ? Qt::AlignLeading : (c == 2 ? Qt::AlignRight : Qt::AlignHCenter));
+    case Qt::FontRole:
+        return TableModel::fontOfSize(c == 1 ? 13 : (c == 2 ? 12 : 11));
+    case Qt::ForegroundRole:
+        return c == 1 ? ZEL_Colors::getBlackColor_Adaptable() : ZEL_Colors::getDarkGrayColor_Adaptable();
+    default:
+        return {};
+    }
+}
+
+QVariant AppDelegate::volumeCell(int row, const QString &column, int role) const
+{
+    if (column != QLatin1String("1"))
+        return {};
+    const VolumeRecord &volume = mVolumes[row];
+    switch (role) {
+    case TableModel::PartsRole: {
+        // The start-up volume is always protected, and drawn dimmed.
+        const bool isProtected = row == 0 || volume.isProtected;
+        QString name = lastComponent(volume.path);
+        if (const QString display = VolumeMenu::displayName(volume.path); !display.isEmpty())
+            name = display;
+        QString state;
+        if (isProtected && volume.unmounted) {
+            //% "protected, not mounted"
+            state = qtTrId("ProtectedUnmounted");
+        } else if (isProtected) {
+            //% "protected"
+            state = qtTrId("Protected");
+        } else {
+            //% "not protected"
+            state = qtTrId("NotProtected");
+        }
+        const QColor nameColor = row == 0 ? ZEL_Colors::getGrayColor_Adaptable() : ZEL_Colors::getBlackColor_Adaptable();
+        const QColor stateColor = isProtected ? ZEL_Colors::getGreenColor_Adaptable() : ZEL_Colors::getRedColor_Adaptable();
+        return QVariant::fromValue(QList<TextPart>{{name, nameColor, 13}, {QStringLiteral(" - %1").arg(state), stateColor, 11}});
+    }
+    case Qt::DecorationRole:
+        return iconForPath(volume.path);
+    default:
+        return {};
+    }
+}
+
+void AppDelegate::tableViewSelectionDidChange(TableView *table)
+{
+    if (table == mTableViewDate)
+        clickDateList();
+    else if (table == mTableViewContents)
+        clickContentsList();
+    else if (table == mProtectedVolumesTableView)
+        clickVolumesList();
+}
+
+void AppDelegate::sortDescriptorsDidChange(bool ascending)
+{
+    mSortAscending = ascending;
+}
+
+void AppDelegate::didClickTableColumn(const QString &identifier)
+{
+    if (identifier == QLatin1String("1"))
+        mSortByCaching = mSortAscending ? 0 : 2;
+    else if (identifier == QLatin1String("3"))
+        mSortByCaching = mSortAscending ? 1 : 3;
+    else
+        return; // the list cannot be sorted by size
+    sortContents();
+}
+
+void AppDelegate::clickContentsList()
+{
+    const int s = mTableViewContents->selectedRow();
+    QString text;
+    if (s < 0 || s >= mContents.size()) {
+        const qsizetype n = mContents.size();
+        if (n == 1)
+            text = qtTrId("ContentsMessage");
+        else
+            text = qtTrId("ContentsMessages").arg(QString::asprintf("%d", int(n)));
+    } else {
+        const QByteArray path = mContents.fullPath(s);
+        text = mContents.displayName(s);
+        struct stat st{};
+        if (lstat(path.constData(), &st) == 0) {
+            text += QLatin1Char('\n');
+            text += QLocale().toString(QDateTime::fromSecsSinceEpoch(st.st_mtim.tv_sec), QLocale::ShortFormat);
+            if (S_ISDIR(st.st_mode))
+                QTimer::singleShot(100, this, [this, path] { calcSizeContents(path); });
+            else
+                text += QLatin1String(" - ") + CommonUtils::getSizeStr(qint64(st.st_size));
+        }
+    }
+    setText(mContentsInfos, text, &ZEL_Colors::getDarkGrayColor_Adaptable);
+    enableToolBarItem(QStringLiteral("copyButton"), s >= 0);
+    enableToolBarItem(QStringLiteral("removeButton"), s >= 0);
+}

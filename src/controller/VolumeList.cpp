@@ -1,0 +1,84 @@
+#include "controller/AppDelegate.h"
+
+#include "common/Log.h"
+#include "ui/TableView.h"
+#include "volumes/Volumes.h"
+
+#include <QComboBox>
+#include <QPushButton>
+
+void AppDelegate::updateProtectedVolumesList()
+{
+    mSelectedVolumeMenu->clear();
+    mProtectedVolumes = VolumeMenu::build();
+    for (const VolumeMenuEntry &entry : std::as_const(mProtectedVolumes))
+        mSelectedVolumeMenu->addItem(entry.title);
+    // The selection is not carried over: the pop-up selects its first item.
+    updateStatusInfos();
+    updateListOfDaysInCache();
+}
+
+void AppDelegate::updateSelectedVolume()
+{
+    updateListOfDaysInCache();
+    updateListOfContentsInCache();
+}
+
+void AppDelegate::deviceDidMount(const QString &path)
+{
+    if (!CommonUtils::deviceIsValid(path))
+        return;
+    CommonUtils::resetVolumesLists();
+    if (CommonUtils::isVolumeProtected(path)) {
+        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 notified that device did Mount: %1").arg(path));
+        updateProtectedVolumesList();
+    }
+}
+
+void AppDelegate::deviceDidUnmount(const QString &path)
+{
+    if (!CommonUtils::deviceIsValid(path))
+        return;
+    CommonUtils::resetVolumesLists();
+    // The table is read after the unmount, so a volume that has left it no longer counts as
+    // protected: an unmount of an external volume changes nothing here, on purpose.
+    if (CommonUtils::isVolumeProtected(path)) {
+        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 notified that device did Unmount: %1").arg(path));
+        updateProtectedVolumesList();
+    }
+}
+
+void AppDelegate::clickVolumesList()
+{
+    mProtectedVolumesProtectButton->setEnabled(false);
+    mProtectedVolumesUnprotectButton->setEnabled(false);
+    const int row = mProtectedVolumesTableView->selectedRow();
+    // The start-up volume can be neither protected nor unprotected.
+    if (row <= 0 || row >= mVolumes.size())
+        return;
+    if (mVolumes[row].isProtected)
+        mProtectedVolumesUnprotectButton->setEnabled(true);
+    else
+        mProtectedVolumesProtectButton->setEnabled(true);
+}
+
+void AppDelegate::protectSelectedVolume()
+{
+    const int row = mProtectedVolumesTableView->selectedRow();
+    if (row < 0 || row >= mVolumes.size())
+        return;
+    mVolumes[row].isProtected = true;
+    mVolumesModel->reloadData();
+    // The buttons stay as they are until the selection changes.
+    clickDateList();
+}
+
+void AppDelegate::unprotectSelectedVolume()
+{
+    const int row = mProtectedVolumesTableView->selectedRow();
+    if (row < 0 || row >= mVolumes.size())
+        return;
+    mVolumes[row].isProtected = false;
+    mVolumesModel->reloadData();
+    clickVolumesList();
+}
