@@ -6,5 +6,7 @@ scripts/deps.sh
 cmake --preset default >/dev/null
 cmake --build --preset default -j "$(nproc)"
 echo "The main window is not built yet; starting the command-line tool instead."
-echo "Protected volumes (index, mount path, UUID):"
-exec build/bin/salvora volumes
+echo "Protected volumes (index, mount path, UUID, cache size, title):"
+build/bin/salvora volumes
+echo
+exec build/bin/salvora status

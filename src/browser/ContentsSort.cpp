@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <thread>
 
 namespace ContentsSort {
 
@@ -28,6 +29,21 @@ void sort(CacheItems &items, int code)
     std::sort(rows.begin(), rows.end(), [&](const CacheItems::Row &a, const CacheItems::Row &b) {
         return compare(items, a, b, code) < 0;
     });
+}
+
+void sortParallel(CacheItems &items, int code)
+{
+    auto &rows = items.rows();
+    auto less = [&](const CacheItems::Row &a, const CacheItems::Row &b) { return compare(items, a, b, code) < 0; };
+    if (rows.size() < 20000 || std::thread::hardware_concurrency() < 2) {
+        std::sort(rows.begin(), rows.end(), less);
+        return;
+    }
+    const auto middle = rows.begin() + std::ptrdiff_t(rows.size() / 2);
+    std::thread other([&] { std::sort(rows.begin(), middle, less); });
+    std::sort(middle, rows.end(), less);
+    other.join();
+    std::inplace_merge(rows.begin(), middle, rows.end(), less);
 }
 
 void mergeInto(CacheItems &items, CacheItems &&batch, int code)

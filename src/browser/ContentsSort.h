@@ -12,6 +12,8 @@ enum Code : int { ByName = 0, ByTime = 1, ByNameDescending = 2, ByTimeDescending
 // <0, 0, >0 like a comparison function.
 int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, int code);
 void sort(CacheItems &items, int code);
+// The same on every core: halves sorted at once, then merged.
+void sortParallel(CacheItems &items, int code);
 // Sorts `batch` and merges it into the already sorted `items` (linear in the list's size).
 void mergeInto(CacheItems &items, CacheItems &&batch, int code);
 

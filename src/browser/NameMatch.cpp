@@ -74,14 +74,41 @@ bool containsFolded(QByteArrayView hay, const QByteArray &needleLower)
 
 namespace NameMatch {
 
+QString decodedForOrder(QByteArrayView s)
+{
+    QString text = decoded(s);
+    if (!text.isNull())
+        return text;
+    // Each byte of a bad sequence stands for itself as U+DC80 + byte (as Python's surrogateescape
+    // does), so that every name has one place in one order.
+    text.reserve(s.size());
+    for (qsizetype i = 0; i < s.size();) {
+        const auto c = static_cast<unsigned char>(s[i]);
+        qsizetype len = c < 0x80 ? 1 : (c >= 0xc2 && c <= 0xdf) ? 2 : (c >= 0xe0 && c <= 0xef) ? 3 : (c >= 0xf0 && c <= 0xf4) ? 4 : 0;
+        if (len > 1 && i + len <= s.size()) {
+            const QString part = decoded(s.sliced(i, len));
+            if (!part.isNull()) {
+                text += part;
+                i += len;
+                continue;
+            }
+        }
+        if (len == 1) {
+            text += QChar(c);
+        } else {
+            text += QChar(ushort(0xdc00 + c));
+        }
+        ++i;
+    }
+    return text;
+}
+
 int compare(QByteArrayView a, QByteArrayView b)
 {
+    // Only ASCII names take the byte path: it orders them exactly as the folded text would.
     if (isAscii(a) && isAscii(b))
         return compareBytesFolded(a, b);
-    const QString x = decoded(a), y = decoded(b);
-    if (x.isNull() || y.isNull())
-        return compareBytesFolded(a, b);
-    const int c = QString::compare(x, y, Qt::CaseInsensitive);
+    const int c = QString::compare(decodedForOrder(a), decodedForOrder(b), Qt::CaseInsensitive);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
 

@@ -5,13 +5,14 @@
 
 // Case-insensitive comparison and search of file names, which are bytes.
 //
-// Names that are valid UTF-8 compare by Unicode case folding of the decoded text, without
-// diacritic folding. A name that is not valid UTF-8 has no text to fold: it compares and matches
-// by its raw bytes with ASCII letters folded, so it still sorts stably and can be found by its
-// readable part. Pure-ASCII names (nearly all) take a fast byte path that gives the same result.
+// Names compare by Unicode case folding of the decoded text, without diacritic folding. Bytes that
+// are not valid UTF-8 decode as U+DC80 + byte (after every letter), so every name has one place
+// in one consistent order; such a name is searched by its raw bytes with ASCII letters folded.
+// Pure-ASCII names (nearly all) take a fast byte path that gives the same result.
 namespace NameMatch {
 
 int compare(QByteArrayView a, QByteArrayView b);
+QString decodedForOrder(QByteArrayView name);
 
 class Pattern
 {

@@ -1,27 +1,60 @@
+#include "cli/CliIo.h"
+#include "cli/Commands.h"
 #include "common/Texts.h"
-#include "volumes/Volumes.h"
 
 #include <QCoreApplication>
-#include <QTextStream>
 
-#include <cstdio>
+#include <cstring>
 
 namespace {
 
-int usage(QTextStream &err)
+struct Command
 {
-    err << "usage: salvora volumes\n";
-    return 2;
+    const char *name;
+    int (*run)(int, char **);
+    const char *synopsis;
+    const char *help;
+};
+
+const Command kCommands[] = {
+    {"volumes", Commands::volumes, "volumes [--json]",
+     "The protected volumes, in the order of the window's volume pop-up: index, mount path (or\n"
+     "\"unmounted\"), UUID, cache size and title."},
+    {"days", Commands::days, "days [-v N] [--json]",
+     "The days in the cache of volume N (default 0): name, label, size, item count; then the\n"
+     "two summary lines of the window's day list."},
+    {"ls", Commands::ls, "ls [-v N] [-d DAY]... [-t TIMEFOLDER] [-s TEXT] [--sort name|time] [-r] [--json]",
+     "The items of the given days (default: all days), or of one time folder, whose own names\n"
+     "contain TEXT (ignoring case), sorted as the window sorts them. Each row: name, size (empty\n"
+     "for folders), caching time, full path."},
+    {"size", Commands::size, "size PATH [--json]", "The recursive size of a cached folder."},
+    {"restore", Commands::restore, "restore ITEM... --to DIR [--json]",
+     "Copies items out of the cache into DIR. Nothing is ever overwritten: an item whose name\n"
+     "exists in DIR is skipped and reported."},
+    {"remove", Commands::remove, "remove ITEM... | --day DAY... [-v N] | --all [--yes]",
+     "Deletes items, whole days, or every cache, for good. Asks first unless --yes; refuses when\n"
+     "it cannot ask. Removing everything also turns protection off."},
+    {"status", Commands::status, "status [--json]",
+     "Whether protection is on, the protected volumes, the total cache size, and whether the\n"
+     "daemon runs."},
+};
+
+const Command *find(const char *name)
+{
+    for (const Command &c : kCommands)
+        if (std::strcmp(c.name, name) == 0)
+            return &c;
+    return nullptr;
 }
 
-int listVolumes(QTextStream &out)
+void printUsage(FILE *f)
 {
-    const QStringList protectedVolumes = CommonUtils::getAllProtectedVolumes();
-    for (qsizetype i = 0; i < protectedVolumes.size(); ++i) {
-        const auto d = CommonUtils::getVolumeInfosForPath(protectedVolumes[i]);
-        out << i << '\t' << protectedVolumes[i] << '\t' << (d ? d->uuid : QString()) << '\n';
-    }
-    return 0;
+    std::fprintf(f, "usage: salvora COMMAND [OPTIONS]\n\nCommands:\n");
+    for (const Command &c : kCommands)
+        std::fprintf(f, "  salvora %s\n", c.synopsis);
+    std::fprintf(f, "\nPaths in --json output are JSON strings; bytes that are not UTF-8 appear as \\udcXX\n"
+                    "(Python's surrogateescape: os.fsencode gives the bytes back).\n"
+                    "'salvora COMMAND --help' explains a command.\n");
 }
 
 } // namespace
@@ -31,10 +64,20 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("salvora"));
     Texts::install(app);
-    QTextStream out(stdout);
-    QTextStream err(stderr);
-    const QStringList args = app.arguments().mid(1);
-    if (args.value(0) == QLatin1String("volumes"))
-        return listVolumes(out);
-    return usage(err);
+    if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "help")) {
+        printUsage(argc < 2 ? stderr : stdout);
+        return argc < 2 ? 2 : 0;
+    }
+    const Command *c = find(argv[1]);
+    if (!c)
+        return CliIo::fail(QStringLiteral("unknown command '%1' (see 'salvora --help')").arg(QString::fromLocal8Bit(argv[1])), 2);
+    for (int i = 2; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--"))
+            break;
+        if (!std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h")) {
+            std::printf("usage: salvora %s\n\n%s\n", c->synopsis, c->help);
+            return 0;
+        }
+    }
+    return c->run(argc, argv);
 }

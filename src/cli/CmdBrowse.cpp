@@ -1,0 +1,262 @@
+#include "cli/Args.h"
+#include "cli/CliIo.h"
+#include "cli/Commands.h"
+#include "cli/Volumes.h"
+
+#include "browser/ContentsScan.h"
+#include "browser/ContentsSort.h"
+#include "browser/DayTexts.h"
+#include "cache/CacheLayout.h"
+#include "cache/DayList.h"
+#include "cache/SizeRecords.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "common/SizeText.h"
+#include "volumes/Volumes.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <vector>
+
+using CliIo::jsonString;
+
+namespace {
+
+std::optional<CliVolume> volumeFromArgs(const Args &a)
+{
+    const auto index = a.integer("-v", 0);
+    QString error;
+    if (!index) {
+        CliIo::fail(QStringLiteral("-v takes a volume index (see 'salvora volumes')"), 2);
+        return std::nullopt;
+    }
+    auto v = CliVolumes::choose(*index, &error);
+    if (!v)
+        CliIo::fail(error);
+    return v;
+}
+
+qint64 totalOf(const QList<DayEntry> &days, qint64 *files)
+{
+    return CommonUtils::getSizeOfCacheInDays(days, files);
+}
+
+} // namespace
+
+namespace Commands {
+
+int volumes(int argc, char **argv)
+{
+    const Args a(argc, argv, 2, {}, {"--json"});
+    if (!a.ok() || !a.positional().isEmpty())
+        return CliIo::fail(a.ok() ? QStringLiteral("volumes takes no arguments") : a.error(), 2);
+    const QList<VolumeMenuEntry> menu = VolumeMenu::build();
+    CliIo::Out out;
+    if (a.flag("--json"))
+        out << "[";
+    for (qsizetype i = 0; i < menu.size(); ++i) {
+        const VolumeMenuEntry &e = menu[i];
+        QString uuid = e.uuid;
+        QList<DayEntry> days;
+        if (e.isMounted()) {
+            if (const auto d = CommonUtils::getVolumeInfosForPath(e.path))
+                uuid = d->uuid;
+            days = CommonUtils::getListOfDaysInCacheInVolume(i);
+        } else {
+            days = CliVolumes::rememberedDays(e.uuid);
+        }
+        qint64 files = 0;
+        const qint64 bytes = totalOf(days, &files);
+        if (a.flag("--json")) {
+            out << (i ? ",\n " : "\n ") << "{\"index\": " << (long long)i << ", \"title\": " << CliIo::jsonText(e.title)
+                << ", \"path\": " << (e.isMounted() ? CliIo::jsonText(e.path) : QByteArray("null"))
+                << ", \"mounted\": " << (e.isMounted() ? "true" : "false") << ", \"uuid\": " << CliIo::jsonText(uuid)
+                << ", \"size\": " << (long long)bytes << ", \"files\": " << (long long)files
+                << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(bytes)) << "}";
+        } else {
+            out << (long long)i << '\t' << (e.isMounted() ? e.path : QStringLiteral("unmounted")) << '\t'
+                << (uuid.isEmpty() ? QStringLiteral("-") : uuid) << '\t' << CommonUtils::getSizeStr(bytes) << '\t'
+                << e.title << '\n';
+        }
+    }
+    if (a.flag("--json"))
+        out << "\n]\n";
+    return 0;
+}
+
+int days(int argc, char **argv)
+{
+    const Args a(argc, argv, 2, {"-v"}, {"--json"});
+    if (!a.ok() || !a.positional().isEmpty())
+        return CliIo::fail(a.ok() ? QStringLiteral("days takes no arguments but -v N") : a.error(), 2);
+    const auto v = volumeFromArgs(a);
+    if (!v)
+        return 1;
+    const qint64 retention = Settings::integer(SettingsKeys::PrefsRemoveFromCache).value_or(0);
+    const QString summary = DayTexts::summary(v->days, retention);
+    CliIo::Out out;
+    if (a.flag("--json")) {
+        out << "{\"volume\": " << (long long)v->index << ", \"mounted\": " << (v->entry.isMounted() ? "true" : "false")
+            << ", \"days\": [";
+        for (qsizetype i = 0; i < v->days.size(); ++i) {
+            const DayEntry &d = v->days[i];
+            out << (i ? ",\n  " : "\n  ") << "{\"name\": " << jsonString(d.name)
+                << ", \"label\": " << CliIo::jsonText(CommonUtils::dateStringForCacheFolder(d.name))
+                << ", \"path\": " << jsonString(d.path) << ", \"size\": " << (long long)d.size
+                << ", \"count\": " << (long long)d.count
+                << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(d.size))
+                << ", \"countText\": " << CliIo::jsonText(CommonUtils::getQtyStr(d.count)) << "}";
+        }
+        out << "\n ], \"summary\": " << CliIo::jsonText(summary) << "}\n";
+        return 0;
+    }
+    for (const DayEntry &d : v->days)
+        out << d.name << '\t' << CommonUtils::dateStringForCacheFolder(d.name) << '\t'
+            << CommonUtils::getSizeStr(d.size) << '\t' << CommonUtils::getQtyStr(d.count) << '\n';
+    out << summary << '\n';
+    return 0;
+}
+
+int ls(int argc, char **argv)
+{
+    const Args a(argc, argv, 2, {"-v", "-d", "-t", "-s", "--sort"}, {"-r", "--json"});
+    if (!a.ok() || !a.positional().isEmpty())
+        return CliIo::fail(a.ok() ? QStringLiteral("ls takes no arguments but options (see --help)") : a.error(), 2);
+    const QByteArray sortBy = a.value("--sort").value_or("name");
+    if (sortBy != "name" && sortBy != "time")
+        return CliIo::fail(QStringLiteral("--sort takes name or time"), 2);
+    const int code = (sortBy == "time" ? ContentsSort::ByTime : ContentsSort::ByName) | (a.flag("-r") ? 2 : 0);
+    const auto v = volumeFromArgs(a);
+    if (!v)
+        return 1;
+    if (!v->entry.isMounted())
+        return CliIo::fail(QStringLiteral("volume %1 is not mounted: its items cannot be listed").arg(v->index));
+
+    QList<ContentsScan::Root> roots;
+    if (const auto t = a.value("-t")) {
+        // A time folder by name ("2024-05-03 14_07_55") or by path.
+        const QByteArray path = t->startsWith('/') ? *t : v->cache + '/' + t->left(10) + '/' + *t;
+        roots.append({path, true});
+    } else if (const QByteArrayList wanted = a.values("-d"); !wanted.isEmpty()) {
+        for (const QByteArray &name : wanted) {
+            const auto it = std::find_if(v->days.cbegin(), v->days.cend(), [&](const DayEntry &d) { return d.name == name; });
+            if (it == v->days.cend())
+                return CliIo::fail(QStringLiteral("no day %1 in volume %2").arg(QString::fromUtf8(name)).arg(v->index));
+            roots.append({it->path, false});
+        }
+    } else {
+        for (const DayEntry &d : v->days)
+            roots.append({d.path, false});
+    }
+
+    ContentsScan::Options options;
+    options.pattern = NameMatch::Pattern(QString::fromLocal8Bit(a.value("-s").value_or(QByteArray())));
+    options.readSizes = true;
+    std::atomic<bool> stop{false};
+    CacheItems items;
+    ContentsScan::scan(roots, options, stop, [&](CacheItems &&batch) { items.append(std::move(batch)); });
+    ContentsSort::sortParallel(items, code);
+
+    // The caching time is the same for every item of a time folder: make it once per folder.
+    std::vector<QByteArray> times;
+    auto timeText = [&](std::uint32_t folder) -> const QByteArray & {
+        if (times.size() <= folder)
+            times.resize(folder + 1);
+        if (times[folder].isEmpty())
+            times[folder] = DayTexts::cachingTime(items.timeFolderName(folder)).toUtf8();
+        return times[folder];
+    };
+    const bool json = a.flag("--json");
+    CliIo::Out out;
+    std::string line;
+    if (json)
+        out << "{\"volume\": " << (long long)v->index << ", \"items\": [";
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        const CacheItems::Row &r = items.row(i);
+        const bool folder = r.kind == CacheItems::Kind::Folder;
+        const QString sizeText = folder || r.size < 0 ? QString() : CommonUtils::getSizeStr(r.size);
+        line.clear();
+        if (json) {
+            line += i ? ",\n {\"name\": " : "\n {\"name\": ";
+            CliIo::appendJsonString(line, items.name(r));
+            line += ", \"path\": ";
+            CliIo::appendJsonString(line, items.fullPath(i));
+            line += ", \"folder\": ";
+            line += folder ? "true" : "false";
+            line += ", \"size\": ";
+            line += folder || r.size < 0 ? std::string("null") : std::to_string(r.size);
+            line += ", \"sizeText\": ";
+            CliIo::appendJsonString(line, sizeText.toUtf8());
+            line += ", \"timeFolder\": ";
+            CliIo::appendJsonString(line, items.timeFolderName(r.folder));
+            line += ", \"cachingTime\": ";
+            CliIo::appendJsonString(line, timeText(r.folder));
+            line += '}';
+            out.raw(line.data(), line.size());
+        } else {
+            out << CliIo::terminalText(items.name(r)) << '\t' << sizeText << '\t' << timeText(r.folder) << '\t'
+                << CliIo::terminalText(items.fullPath(i)) << '\n';
+        }
+    }
+    if (json)
+        out << "\n]}\n";
+    return 0;
+}
+
+int size(int argc, char **argv)
+{
+    const Args a(argc, argv, 2, {}, {"--json"});
+    if (!a.ok() || a.positional().size() != 1)
+        return CliIo::fail(a.ok() ? QStringLiteral("size takes one path") : a.error(), 2);
+    const QByteArray path = a.positional().first();
+    struct stat st{};
+    if (lstat(path.constData(), &st) != 0)
+        return CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromLocal8Bit(path), QString::fromLocal8Bit(strerror(errno))));
+    qint64 files = 0;
+    const qint64 bytes = S_ISDIR(st.st_mode) ? CommonUtils::getSizeOfFolder(path, &files) : qint64(st.st_size);
+    if (!S_ISDIR(st.st_mode))
+        files = 1;
+    CliIo::Out out;
+    if (a.flag("--json"))
+        out << "{\"path\": " << jsonString(path) << ", \"size\": " << (long long)bytes << ", \"files\": " << (long long)files
+            << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(bytes)) << "}\n";
+    else
+        out << CommonUtils::getSizeStr(bytes) << '\t' << (long long)bytes << " bytes\t" << (long long)files << " files\t"
+            << CliIo::terminalText(path) << '\n';
+    return 0;
+}
+
+int status(int argc, char **argv)
+{
+    const Args a(argc, argv, 2, {}, {"--json"});
+    if (!a.ok() || !a.positional().isEmpty())
+        return CliIo::fail(a.ok() ? QStringLiteral("status takes no arguments") : a.error(), 2);
+    const auto protection = Settings::integer(SettingsKeys::PrefsProtectionEnabled);
+    const QByteArray state = !protection ? "not set" : (*protection ? "on" : "off");
+    const QStringList volumes = CommonUtils::getAllProtectedVolumes();
+    const qint64 total = CommonUtils::getSizeOfCaches();
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    const QByteArray daemon = !bus.isConnected() ? "unknown (no session bus)"
+                              : bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService))
+                                  ? "running"
+                                  : "not running";
+    CliIo::Out out;
+    if (a.flag("--json")) {
+        out << "{\"protection\": " << jsonString(state) << ", \"volumes\": [";
+        for (qsizetype i = 0; i < volumes.size(); ++i)
+            out << (i ? ", " : "") << CliIo::jsonText(volumes[i]);
+        out << "], \"size\": " << (long long)total << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(total))
+            << ", \"daemon\": " << jsonString(daemon) << "}\n";
+        return 0;
+    }
+    out << "protection: " << state << '\n' << "protected volumes: " << volumes.join(QStringLiteral(", ")) << '\n'
+        << "cache size: " << CommonUtils::getSizeStr(total) << '\n' << "daemon: " << daemon << '\n';
+    return 0;
+}
+
+} // namespace Commands

@@ -1,0 +1,152 @@
+#include "cli/Args.h"
+#include "cli/CliIo.h"
+#include "cli/Commands.h"
+#include "cli/Volumes.h"
+
+#include "browser/Removal.h"
+#include "browser/Restore.h"
+#include "cache/CacheLayout.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// Only entries of a cache (cache/day/time/item) may be removed: the tool is no general rm.
+bool isCacheItem(const QByteArray &path)
+{
+    const QByteArrayList parts = path.split('/');
+    if (parts.size() < 4 || !path.startsWith('/'))
+        return false;
+    const qsizetype n = parts.size();
+    return parts[n - 4] == CommonUtils::kCacheFolderName && parts[n - 3].startsWith("20") &&
+           parts[n - 2].startsWith("20") && !parts[n - 1].isEmpty() && parts[n - 1] != "." && parts[n - 1] != ".." &&
+           !path.contains("/../") && !path.contains("/./");
+}
+
+bool confirm(const QString &question)
+{
+    std::fprintf(stderr, "%s [y/N] ", question.toLocal8Bit().constData());
+    std::fflush(stderr);
+    char answer[16] = {};
+    if (!std::fgets(answer, sizeof answer, stdin)) {
+        std::fprintf(stderr, "\n");
+        return false;
+    }
+    const QByteArray a = QByteArray(answer).trimmed().toLower();
+    return a == "y" || a == "yes";
+}
+
+void announceChange(const QByteArrayList &deleted)
+{
+    // The daemon removes what our rights could not; a running window refreshes.
+    if (!deleted.isEmpty())
+        Removal::postDeleteRequest(deleted);
+    NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                          QLatin1String(Notifications::Salvora3CacheModified));
+    NotificationBus::flush();
+}
+
+} // namespace
+
+namespace Commands {
+
+int restore(int argc, char **argv)
+{
+    const Args a(argc, argv, 2, {"--to"}, {"--json"});
+    if (!a.ok())
+        return CliIo::fail(a.error(), 2);
+    if (a.positional().isEmpty() || !a.value("--to"))
+        return CliIo::fail(QStringLiteral("restore takes ITEM... --to DIR"), 2);
+    const QByteArray to = *a.value("--to");
+    struct stat st{};
+    if (stat(to.constData(), &st) != 0 || !S_ISDIR(st.st_mode))
+        return CliIo::fail(QStringLiteral("%1 is not a folder").arg(QString::fromLocal8Bit(to)));
+    int failures = 0;
+    CliIo::Out out;
+    const bool json = a.flag("--json");
+    if (json)
+        out << "[";
+    bool first = true;
+    Restore::copyItems(to, a.positional(), nullptr, [&](const Restore::ItemResult &r) {
+        const char *what = r.outcome == Restore::Outcome::Copied            ? "copied"
+                           : r.outcome == Restore::Outcome::SkippedExisting ? "skipped"
+                                                                            : "failed";
+        if (r.outcome == Restore::Outcome::Failed || r.outcome == Restore::Outcome::Stopped)
+            ++failures;
+        if (json) {
+            out << (first ? "\n " : ",\n ") << "{\"source\": " << CliIo::jsonString(r.source)
+                << ", \"target\": " << CliIo::jsonString(r.target) << ", \"result\": \"" << what << "\""
+                << ", \"error\": " << CliIo::jsonText(r.error) << "}";
+        } else if (r.outcome == Restore::Outcome::SkippedExisting) {
+            out << "skipped, name exists: " << CliIo::terminalText(r.target) << '\n';
+        } else if (r.outcome == Restore::Outcome::Copied) {
+            out << "copied: " << CliIo::terminalText(r.target) << '\n';
+        } else {
+            out.flush();
+            CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromUtf8(CliIo::terminalText(r.source)), r.error));
+        }
+        first = false;
+    });
+    if (json)
+        out << "\n]\n";
+    return failures ? 1 : 0;
+}
+
+int remove(int argc, char **argv)
+{
+    const Args a(argc, argv, 2, {"-v", "--day"}, {"--all", "--yes"});
+    if (!a.ok())
+        return CliIo::fail(a.error(), 2);
+    const QByteArrayList days = a.values("--day");
+    const int modes = (a.positional().isEmpty() ? 0 : 1) + (days.isEmpty() ? 0 : 1) + (a.flag("--all") ? 1 : 0);
+    if (modes != 1)
+        return CliIo::fail(QStringLiteral("remove takes ITEM..., --day DAY... or --all"), 2);
+
+    if (a.flag("--all")) {
+        if (!a.flag("--yes") && !confirm(QStringLiteral("Delete every cache of every protected volume for good? "
+                                                        "Protection will be turned off.")))
+            return CliIo::fail(QStringLiteral("nothing deleted: not confirmed (use --yes)"));
+        Removal::removeAllCaches();
+        announceChange({});
+        return 0;
+    }
+
+    QByteArrayList paths;
+    if (!days.isEmpty()) {
+        QString error;
+        const auto v = CliVolumes::choose(a.integer("-v", 0).value_or(-1), &error);
+        if (!v)
+            return CliIo::fail(error);
+        if (!v->entry.isMounted())
+            return CliIo::fail(QStringLiteral("volume %1 is not mounted").arg(v->index));
+        for (const QByteArray &name : days) {
+            const auto it = std::find_if(v->days.cbegin(), v->days.cend(), [&](const DayEntry &d) { return d.name == name; });
+            if (it == v->days.cend())
+                return CliIo::fail(QStringLiteral("no day %1 in volume %2").arg(QString::fromUtf8(name)).arg(v->index));
+            paths.append(it->path);
+        }
+    } else {
+        for (const QByteArray &p : a.positional()) {
+            if (!isCacheItem(p))
+                return CliIo::fail(QStringLiteral("%1 is not an item of a cache (CACHE/DAY/TIME/NAME)")
+                                       .arg(QString::fromUtf8(CliIo::terminalText(p))));
+            paths.append(p);
+        }
+    }
+    const QString what = days.isEmpty() ? QStringLiteral("%1 item(s)").arg(paths.size())
+                                        : QStringLiteral("%1 day(s)").arg(paths.size());
+    if (!a.flag("--yes") && !confirm(QStringLiteral("Delete %1 from the cache for good?").arg(what)))
+        return CliIo::fail(QStringLiteral("nothing deleted: not confirmed (use --yes)"));
+    if (days.isEmpty())
+        Removal::removeItems(paths);
+    else
+        Removal::removeDays(paths);
+    announceChange(paths);
+    return 0;
+}
+
+} // namespace Commands

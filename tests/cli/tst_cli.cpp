@@ -1,0 +1,212 @@
+#include "TestEnv.h"
+
+#include "cli/CliIo.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <vector>
+
+extern char **environ;
+
+namespace {
+
+struct Run
+{
+    int status = -1;
+    QByteArray out, err;
+};
+
+bool exists(const QByteArray &p)
+{
+    struct stat st{};
+    return lstat(p.constData(), &st) == 0;
+}
+
+} // namespace
+
+// Runs the built `salvora` against caches made in a temporary home.
+class TstCli : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    QByteArray cache;
+
+    // Spawned by hand: arguments are bytes, which QProcess cannot pass when they are not UTF-8.
+    Run salvora(const QList<QByteArray> &args, const QByteArray &input = QByteArray())
+    {
+        const QByteArray dir = env->homeBytes() + "/.run";
+        TestEnv::writeFile(dir + "/in", input);
+        const QByteArray program = QFile::encodeName(qEnvironmentVariable("SALVORA_BIN_DIR")) + "/salvora";
+        std::vector<char *> argv{const_cast<char *>(program.constData())};
+        for (const QByteArray &a : args)
+            argv.push_back(const_cast<char *>(a.constData()));
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t fa;
+        posix_spawn_file_actions_init(&fa);
+        posix_spawn_file_actions_addopen(&fa, 0, dir + "/in", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&fa, 1, dir + "/out", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        posix_spawn_file_actions_addopen(&fa, 2, dir + "/err", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        pid_t pid = 0;
+        Run r;
+        if (posix_spawn(&pid, program.constData(), &fa, nullptr, argv.data(), environ) == 0) {
+            int status = 0;
+            waitpid(pid, &status, 0);
+            r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        }
+        posix_spawn_file_actions_destroy(&fa);
+        r.out = TestEnv::readFile(dir + "/out");
+        r.err = TestEnv::readFile(dir + "/err");
+        return r;
+    }
+
+    void file(const QByteArray &rel, const QByteArray &content = "x")
+    {
+        QVERIFY(TestEnv::writeFile(cache + '/' + rel, content));
+    }
+
+private slots:
+    void init()
+    {
+        env = new TestEnv;
+        cache = env->homeBytes() + "/.Salvora3Cache";
+        file("2024-05-01/2024-05-01 09_00_00/Annual report.pdf", QByteArray(1500, 'a'));
+        file("2024-05-01/2024-05-01 09_00_00/rep_ort.txt");
+        file("2024-05-03/2024-05-03 08_00_00/caf\xe9 report\n2.txt", "latin-1 name with a line feed");
+        file("2024-05-03/2024-05-03 08_00_00/tree/inner.txt", "inner");
+        file("2024-05-03/2024-05-03 11_30_00/zeta.txt");
+    }
+    void cleanup() { delete env; }
+
+    void listings()
+    {
+        Run r = salvora({"volumes"});
+        QCOMPARE(r.status, 0);
+        QVERIFY(r.out.startsWith("0\t/\t"));
+
+        r = salvora({"days"});
+        QCOMPARE(r.status, 0);
+        const QList<QByteArray> lines = r.out.split('\n');
+        QVERIFY(lines[0].startsWith("2024-05-01\t"));
+        QVERIFY(lines[1].startsWith("2024-05-03\t"));
+        QVERIFY(lines[2].startsWith("2 days of activity"));
+        QVERIFY(lines[3].contains("5 files"));
+
+        r = salvora({"days", "--json"});
+        const QJsonObject days = QJsonDocument::fromJson(r.out).object();
+        QCOMPARE(days.value("days").toArray().size(), 2);
+        QCOMPARE(days.value("days").toArray().at(0).toObject().value("count").toInt(), 2);
+
+        r = salvora({"ls", "-s", "RePoRt"});
+        QCOMPARE(r.status, 0);
+        QCOMPARE(r.out.count('\n'), 2);
+        QVERIFY(r.out.startsWith("Annual report.pdf\t1.5 KB\t"));
+        QVERIFY(r.out.contains("caf\\xe9 report\\n2.txt\t")); // escaped for the terminal
+        QVERIFY(!r.out.contains("rep_ort"));
+
+        r = salvora({"ls", "--sort", "time", "-r"});
+        QVERIFY(r.out.startsWith("zeta.txt\t"));
+        r = salvora({"ls", "-t", "2024-05-03 08_00_00"});
+        QCOMPARE(r.out.count('\n'), 2);
+        QVERIFY(r.out.contains("tree\t\t")); // folders have no size text
+        r = salvora({"ls", "-d", "2024-05-01", "--sort", "name"});
+        QVERIFY(r.out.startsWith("Annual report.pdf\t"));
+        QCOMPARE(r.out.count('\n'), 2);
+
+        r = salvora({"size", cache + "/2024-05-03", "--json"});
+        QCOMPARE(QJsonDocument::fromJson(r.out).object().value("files").toInt(), 3);
+    }
+
+    void jsonKeepsEveryByte()
+    {
+        const Run r = salvora({"ls", "--json", "-s", "caf"});
+        QCOMPARE(r.status, 0);
+        QVERIFY(r.out.contains("\"caf\\udce9 report\\n2.txt\""));
+        const QByteArray path = cache + "/2024-05-03/2024-05-03 08_00_00/caf\xe9 report\n2.txt";
+        QVERIFY(r.out.contains(CliIo::jsonString(path)));
+        QCOMPARE(CliIo::decodeSurrogateEscapes(QStringLiteral("caf") + QChar(0xdce9) + QStringLiteral(" \u00e9")),
+                 QByteArray("caf\xe9 \xc3\xa9"));
+        // The escaped path is plain JSON.
+        QJsonParseError error{};
+        QJsonDocument::fromJson(r.out, &error);
+        QCOMPARE(error.error, QJsonParseError::NoError);
+    }
+
+    void restoreByteForByte()
+    {
+        const QByteArray out = env->homeBytes() + "/restored";
+        QVERIFY(TestEnv::makeFolders(out));
+        QVERIFY(TestEnv::writeFile(out + "/zeta.txt", "mine"));
+        const QByteArray odd = cache + "/2024-05-03/2024-05-03 08_00_00/caf\xe9 report\n2.txt";
+        const Run r = salvora({"restore", odd, cache + "/2024-05-03/2024-05-03 11_30_00/zeta.txt", "--to", out});
+        QCOMPARE(r.status, 0);
+        QCOMPARE(TestEnv::readFile(out + "/caf\xe9 report\n2.txt"), QByteArray("latin-1 name with a line feed"));
+        QCOMPARE(TestEnv::readFile(out + "/zeta.txt"), QByteArray("mine"));
+        QVERIFY(r.out.contains("skipped, name exists"));
+        QVERIFY(exists(odd)); // restoring copies
+
+        const Run bad = salvora({"restore", cache + "/2024-05-03/2024-05-03 11_30_00/none", "--to", out});
+        QCOMPARE(bad.status, 1);
+        QVERIFY(bad.err.startsWith("salvora: "));
+        QCOMPARE(bad.err.count('\n'), 1);
+    }
+
+    void removal()
+    {
+        const QByteArray item = cache + "/2024-05-03/2024-05-03 11_30_00/zeta.txt";
+        // Without --yes and with nothing to read an answer from: refuse.
+        Run r = salvora({"remove", item});
+        QCOMPARE(r.status, 1);
+        QVERIFY(r.err.contains("not confirmed"));
+        QVERIFY(exists(item));
+        r = salvora({"remove", item}, "n\n");
+        QVERIFY(exists(item));
+
+        NotificationBus bus;
+        const bool haveBus = bus.observe(QLatin1String(Notifications::Salvora3DaemonNotification));
+        QSignalSpy spy(&bus, &NotificationBus::received);
+        r = salvora({"remove", item}, "y\n");
+        QCOMPARE(r.status, 0);
+        QVERIFY(!exists(item));
+        QVERIFY(!exists(cache + "/2024-05-03/2024-05-03 11_30_00")); // emptied time folder goes
+        if (haveBus) {
+            QTRY_COMPARE(spy.size(), 1);
+            QCOMPARE(NotificationBus::deleteListFrom(spy[0][2].toMap()), QByteArrayList{item});
+        }
+
+        // Not a cache item: refused, whatever the answer.
+        r = salvora({"remove", "--yes", env->homeBytes() + "/.run"});
+        QCOMPARE(r.status, 1);
+        QVERIFY(exists(env->homeBytes() + "/.run"));
+
+        r = salvora({"remove", "--yes", "--day", "2024-05-01"});
+        QCOMPARE(r.status, 0);
+        QVERIFY(!exists(cache + "/2024-05-01"));
+        r = salvora({"remove", "--yes", "--day", "2024-05-01"});
+        QCOMPARE(r.status, 1);
+    }
+
+    void errors()
+    {
+        QCOMPARE(salvora({"frobnicate"}).status, 2);
+        QCOMPARE(salvora({"ls", "--sort", "size"}).status, 2);
+        const Run r = salvora({"days", "-v", "7"});
+        QCOMPARE(r.status, 1);
+        QVERIFY(r.err.contains("no volume 7"));
+        QCOMPARE(salvora({"ls", "--help"}).status, 0);
+        QVERIFY(salvora({"--help"}).out.contains("salvora restore"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstCli)
+#include "tst_cli.moc"
