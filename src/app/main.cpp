@@ -13,8 +13,8 @@ int main(int argc, char **argv)
     Texts::install(app);
 
     AppDelegate controller;
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, &controller, &AppDelegate::applicationWillTerminate);
-    if (!controller.applicationDidFinishLaunching())
-        return 0;
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &controller,
+                     &AppDelegate::applicationWillTerminate);
+    if (!controller.applicationDidFinishLaunching()) return 0;
     return QApplication::exec();
 }

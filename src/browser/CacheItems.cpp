@@ -40,6 +40,16 @@ void CacheItems::addItem(std::uint32_t folder, const char *name, std::size_t len
     r.length = std::uint16_t(length);
     r.kind = kind;
     r.size = size;
+    int n = 0;
+    for (; n < kKeyBytes && std::size_t(n) < length; ++n) {
+        auto c = static_cast<unsigned char>(name[n]);
+        if (c >= 0x80)
+            break;
+        if (c >= 'A' && c <= 'Z')
+            c |= 0x20;
+        r.key[n / 8] |= std::uint64_t(c) << (56 - 8 * (n % 8));
+    }
+    r.keyLength = std::uint8_t(n | (std::size_t(n) == length ? kKeyComplete : 0));
     mArena.append(name, length);
     mRows.push_back(r);
 }

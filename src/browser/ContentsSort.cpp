@@ -5,8 +5,47 @@
 #include <algorithm>
 #include <cstdint>
 #include <thread>
+#include <vector>
 
 namespace ContentsSort {
+
+int compareKeys(const CacheItems::Row &a, const CacheItems::Row &b)
+{
+    // The first byte where the packed keys differ.
+    int d = CacheItems::kKeyBytes;
+    if (const std::uint64_t x = a.key[0] ^ b.key[0])
+        d = __builtin_clzll(x) / 8;
+    else if (const std::uint64_t y = a.key[1] ^ b.key[1])
+        d = 8 + __builtin_clzll(y) / 8;
+    const int la = a.keyLength & ~CacheItems::kKeyComplete;
+    const int lb = b.keyLength & ~CacheItems::kKeyComplete;
+    // A difference where both names are known decides, as the folded names would.
+    if (d < la && d < lb) {
+        const bool less = d < 8 ? a.key[0] < b.key[0] : a.key[1] < b.key[1];
+        return less ? -1 : 1;
+    }
+    // The known bytes agree. A name known whole that is no longer than the other's known part
+    // is its prefix: shorter first, equal when both are whole and as long.
+    const bool ca = a.keyLength & CacheItems::kKeyComplete;
+    const bool cb = b.keyLength & CacheItems::kKeyComplete;
+    if (ca && cb)
+        return la == lb ? 0 : (la < lb ? -1 : 1);
+    if (ca && la <= lb)
+        return -1;
+    if (cb && lb <= la)
+        return 1;
+    return kKeysUndecided;
+}
+
+namespace {
+
+inline int compareNames(const CacheItems &x, const CacheItems::Row &a, const CacheItems &y, const CacheItems::Row &b)
+{
+    const int c = compareKeys(a, b);
+    return c != kKeysUndecided ? c : NameMatch::compare(x.name(a), y.name(b));
+}
+
+} // namespace
 
 int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, int code)
 {
@@ -18,7 +57,7 @@ int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems:
             return 0;
         c = NameMatch::compare(items.timeFolderName(a.folder), items.timeFolderName(b.folder));
     } else {
-        c = NameMatch::compare(items.name(a), items.name(b));
+        c = compareNames(items, a, items, b);
     }
     return (code & 2) ? -c : c;
 }
@@ -79,7 +118,7 @@ struct CrossCompare
             }
             c = last;
         } else {
-            c = NameMatch::compare(x.name(a), y.name(b));
+            c = compareNames(x, a, y, b);
         }
         return (code & 2) ? -c : c;
     }
@@ -122,7 +161,29 @@ void mergeSorted(const CacheItems &a, const CacheItems &b, int code, CacheItems 
 
 void sortCompact(CacheItems &items, int code)
 {
-    sort(items, code);
+    code &= 0xff;
+    if (code & 1) {
+        // By time: rank the few time folders once, then order the rows by rank.
+        std::vector<std::uint32_t> order(items.folderCount());
+        for (std::uint32_t f = 0; f < order.size(); ++f)
+            order[f] = f;
+        std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            const int c = NameMatch::compare(items.timeFolderName(a), items.timeFolderName(b));
+            return (code & 2) ? c > 0 : c < 0;
+        });
+        std::vector<std::uint32_t> rank(order.size());
+        for (std::uint32_t i = 0; i < order.size(); ++i)
+            rank[order[i]] = i;
+        // Equal folder names share one rank, as they compare equal.
+        for (std::uint32_t i = 1; i < order.size(); ++i)
+            if (NameMatch::compare(items.timeFolderName(order[i - 1]), items.timeFolderName(order[i])) == 0)
+                rank[order[i]] = rank[order[i - 1]];
+        auto &rows = items.rows();
+        std::sort(rows.begin(), rows.end(),
+                  [&](const CacheItems::Row &a, const CacheItems::Row &b) { return rank[a.folder] < rank[b.folder]; });
+    } else {
+        sort(items, code);
+    }
     CacheItems out;
     mergeSorted(items, CacheItems(), code, out);
     items = std::move(out);

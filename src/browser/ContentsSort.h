@@ -17,6 +17,11 @@ void sortParallel(CacheItems &items, int code);
 // Sorts `batch` and merges it into the already sorted `items` (linear in the list's size).
 void mergeInto(CacheItems &items, CacheItems &&batch, int code);
 
+// The order of two names from their rows' keys alone: <0, 0 or >0 when the keys decide, and
+// kKeysUndecided when the names must be compared in full (NameMatch::compare).
+inline constexpr int kKeysUndecided = 2;
+int compareKeys(const CacheItems::Row &a, const CacheItems::Row &b);
+
 // Merges two lists already sorted by `code` into `out` (emptied first; its memory is reused).
 // The names are laid out in `out` in row order, so that the next merge reads every name front
 // to back instead of jumping around a large arena.

@@ -103,7 +103,8 @@ public:
     void clickContentsList();
 
     // Notifications from the daemon and the companion (Notifications.cpp).
-    void receiveNotification(const QString &name, const QString &object, const QVariantMap &userInfo);
+    void receiveNotification(const QString &name, const QString &object,
+                             const QVariantMap &userInfo);
 
     // Preferences sheet (Preferences.cpp).
     void editPreferences();
@@ -126,6 +127,8 @@ public:
     virtual void doubleClickContentsList() {}
     // Opens a document with the user's default application.
     virtual void openFile(const QString &path);
+    // The help document "Salvora 3.rtf" among the installed resources.
+    virtual QString helpDocumentPath() const;
     // Ends the program (a refused privilege check).
     virtual void terminate();
 
@@ -193,6 +196,8 @@ public:
     static constexpr int kSizeRetryMs = 100;
 
 signals:
+    // When a scan thread starts.
+    void contentsScanStarted();
     // After each hand-over of a running scan was shown, and after the end message.
     void contentsListChanged();
     void contentsScanEnded();
@@ -213,7 +218,7 @@ private:
     // Contents scan.
     void contentsReady(const std::shared_ptr<ContentsScanJob> &job);
     void takeContents(const std::shared_ptr<ContentsScanJob> &job);
-    void contentsScanEnded(const std::shared_ptr<ContentsScanJob> &job);
+    void endContentsScan(const std::shared_ptr<ContentsScanJob> &job);
     void showEndOfScanMessage();
 
     // Table cells.

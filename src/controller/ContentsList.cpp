@@ -18,7 +18,8 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
     // A scan is running: ask it to stop and try again shortly, until it has ended.
     if (mReadingCacheContents) {
         mReadingCacheContentsMustStop = true;
-        QTimer::singleShot(kScanRetryMs, this, [this, timeFolder] { updateListOfContentsInCache(timeFolder); });
+        QTimer::singleShot(kScanRetryMs, Qt::PreciseTimer, this,
+                           [this, timeFolder] { updateListOfContentsInCache(timeFolder); });
         return;
     }
 
@@ -28,7 +29,8 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
 
     if (mVolumeNotMounted) {
         //% "This volume is not mounted: its items cannot be listed."
-        setText(mContentsInfos, qtTrId("ContentsMessageNoVolume"), &ZEL_Colors::getRedColor_Adaptable);
+        setText(mContentsInfos, qtTrId("ContentsMessageNoVolume"),
+                &ZEL_Colors::getRedColor_Adaptable);
         return;
     }
 
@@ -39,13 +41,12 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
     if (!timeFolder.isEmpty()) {
         request.roots.append({timeFolder, true});
     } else {
-        const QByteArray cache = CommonUtils::pathForCacheFolderInVolume(mSelectedVolumeMenu->currentIndex());
+        const QByteArray cache =
+            CommonUtils::pathForCacheFolderInVolume(mSelectedVolumeMenu->currentIndex());
         const QList<int> selected = mTableViewDate->selectedRowNumbers();
         for (qsizetype row = 0; row < mDates.size(); ++row) {
-            if (!selected.isEmpty() && !selected.contains(int(row)))
-                continue;
-            if (!cache.isEmpty())
-                request.roots.append({cache + '/' + mDates[row].name, false});
+            if (!selected.isEmpty() && !selected.contains(int(row))) continue;
+            if (!cache.isEmpty()) request.roots.append({cache + '/' + mDates[row].name, false});
         }
     }
     request.search = mSearchString->text();
@@ -58,25 +59,25 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
     mSinceHandOver.invalidate();
     std::thread([job, workers = mWorkers, this] {
         job->run([&] { workers->post([this, job] { contentsReady(job); }); },
-                 [&] { workers->post([this, job] { contentsScanEnded(job); }); });
+                 [&] { workers->post([this, job] { endContentsScan(job); }); });
     }).detach();
+    emit contentsScanStarted();
 }
 
 void AppDelegate::contentsReady(const std::shared_ptr<ContentsScanJob> &job)
 {
-    if (job != mContentsJob || mHandOverScheduled)
-        return;
+    if (job != mContentsJob || mHandOverScheduled) return;
     // At most one hand-over per interval: a fast scan piles up into fewer, larger merges.
-    const qint64 elapsed = mSinceHandOver.isValid() ? mSinceHandOver.elapsed() : kHandOverIntervalMs;
+    const qint64 elapsed =
+        mSinceHandOver.isValid() ? mSinceHandOver.elapsed() : kHandOverIntervalMs;
     if (elapsed >= kHandOverIntervalMs) {
         takeContents(job);
         return;
     }
     mHandOverScheduled = true;
-    QTimer::singleShot(int(kHandOverIntervalMs - elapsed), this, [this, job] {
+    QTimer::singleShot(int(kHandOverIntervalMs - elapsed), Qt::PreciseTimer, this, [this, job] {
         mHandOverScheduled = false;
-        if (job == mContentsJob)
-            takeContents(job);
+        if (job == mContentsJob) takeContents(job);
     });
 }
 
@@ -85,8 +86,7 @@ void AppDelegate::takeContents(const std::shared_ptr<ContentsScanJob> &job)
     int code = 0;
     CacheItems batch = job->take(&code);
     mSinceHandOver.start();
-    if (batch.isEmpty())
-        return;
+    if (batch.isEmpty()) return;
     const int current = int(mSortByCaching & 0xff);
     if (code != current)
         ContentsSort::sortCompact(batch, current); // sorted before the user re-sorted
@@ -97,7 +97,7 @@ void AppDelegate::takeContents(const std::shared_ptr<ContentsScanJob> &job)
     emit contentsListChanged();
 }
 
-void AppDelegate::contentsScanEnded(const std::shared_ptr<ContentsScanJob> &job)
+void AppDelegate::endContentsScan(const std::shared_ptr<ContentsScanJob> &job)
 {
     // The last rows first, then the message.
     takeContents(job);
@@ -122,7 +122,8 @@ void AppDelegate::showEndOfScanMessage()
                 &ZEL_Colors::getDarkGrayColor_Adaptable);
     } else if (!mSearchString->text().isEmpty()) {
         //% "No item matches the search."
-        setText(mContentsInfos, qtTrId("ContentsMessageSearchEmpty"), &ZEL_Colors::getRedColor_Adaptable);
+        setText(mContentsInfos, qtTrId("ContentsMessageSearchEmpty"),
+                &ZEL_Colors::getRedColor_Adaptable);
     } else {
         //% "No item in the cache for these days."
         setText(mContentsInfos, qtTrId("ContentsMessageEmpty"), &ZEL_Colors::getRedColor_Adaptable);
@@ -134,7 +135,6 @@ void AppDelegate::sortContents()
     const int code = int(mSortByCaching & 0xff);
     ContentsSort::sortCompact(mContents, code);
     // A running scan sorts what it finds from now on in the new order.
-    if (mContentsJob)
-        mContentsJob->sortCode = code;
+    if (mContentsJob) mContentsJob->sortCode = code;
     mContentsModel->reloadData();
 }

@@ -30,8 +30,7 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
         {
             std::unique_lock lock(mRawMutex);
             mRawReady.wait(lock, [this] { return !mRaw.isEmpty() || mScanDone; });
-            if (mRaw.isEmpty() && mScanDone)
-                break;
+            if (mRaw.isEmpty() && mScanDone) break;
             chunk = std::exchange(mRaw, CacheItems());
         }
         if (mStop.load(std::memory_order_relaxed))
@@ -55,8 +54,7 @@ void ContentsScanJob::addToReady(CacheItems &&sorted, int code, const std::funct
     }
     // Merged outside the lock: the main thread may take in the meantime and then finds nothing.
     if (!waiting.isEmpty()) {
-        if (waitingCode != code)
-            ContentsSort::sortCompact(waiting, code);
+        if (waitingCode != code) ContentsSort::sortCompact(waiting, code);
         CacheItems merged;
         ContentsSort::mergeSorted(waiting, sorted, code, merged);
         sorted = std::move(merged);
@@ -69,8 +67,7 @@ void ContentsScanJob::addToReady(CacheItems &&sorted, int code, const std::funct
         mustWake = !mWakePending;
         mWakePending = true;
     }
-    if (mustWake)
-        wake();
+    if (mustWake) wake();
 }
 
 CacheItems ContentsScanJob::take(int *code)

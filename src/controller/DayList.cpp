@@ -15,7 +15,8 @@ namespace {
 // The days the daemon saved for a protected volume that is not mounted.
 QList<DayEntry> savedDaysOf(const QString &uuid)
 {
-    const QVariantMap snapshots = Settings::dictionary(SettingsKeys::ProtectedVolumesData).value_or(QVariantMap());
+    const QVariantMap snapshots =
+        Settings::dictionary(SettingsKeys::ProtectedVolumesData).value_or(QVariantMap());
     QList<DayEntry> days;
     for (const QVariant &v : snapshots.value(uuid).toMap().value(QStringLiteral("days")).toList()) {
         const QVariantMap m = v.toMap();
@@ -34,8 +35,7 @@ QList<DayEntry> savedDaysOf(const QString &uuid)
 void AppDelegate::updateListOfDaysInCache()
 {
     const int i = mSelectedVolumeMenu->currentIndex();
-    if (i < 0 || i >= mProtectedVolumes.size())
-        return;
+    if (i < 0 || i >= mProtectedVolumes.size()) return;
     const VolumeMenuEntry &volume = mProtectedVolumes[i];
     QList<DayEntry> days;
     if (!volume.uuid.isEmpty()) {
@@ -46,8 +46,7 @@ void AppDelegate::updateListOfDaysInCache()
         mVolumeNotMounted = false;
     }
     // Nothing changed: keep the table and the user's selection as they are.
-    if (days == mDates)
-        return;
+    if (days == mDates) return;
 
     mDates = days;
     mDateModel->reloadData();
@@ -56,15 +55,13 @@ void AppDelegate::updateListOfDaysInCache()
 
     const int n = int(mDates.size());
     if (mSelectedDate == -2) {
-        if (n > 0)
-            mTableViewDate->selectRowAlone(n - 1);
+        if (n > 0) mTableViewDate->selectRowAlone(n - 1);
     } else if (mSelectedDate == -1) {
         mSelectedDate = -2;
     } else {
         const qint64 row = mSelectedDate;
         mSelectedDate = -2;
-        if (row < n)
-            mTableViewDate->selectRowAlone(int(row));
+        if (row < n) mTableViewDate->selectRowAlone(int(row));
     }
 }
 
@@ -80,7 +77,6 @@ void AppDelegate::updateCacheContents()
 
 void AppDelegate::updateCacheContentsAtTime(qsizetype tag)
 {
-    if (tag < 0 || tag >= mCacheTimesInDay.size())
-        return;
+    if (tag < 0 || tag >= mCacheTimesInDay.size()) return;
     updateListOfContentsInCache(mCacheTimesInDay[tag]);
 }

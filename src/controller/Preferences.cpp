@@ -16,13 +16,13 @@ void AppDelegate::editPreferences()
     // protected volume that is not mounted, under the path stored for it.
     mProtectedVolumesTableView->clearSelection();
     mVolumes.clear();
-    QVariantMap scratch = Settings::dictionary(SettingsKeys::PrefsProtectedDisks).value_or(QVariantMap());
+    QVariantMap scratch =
+        Settings::dictionary(SettingsKeys::PrefsProtectedDisks).value_or(QVariantMap());
     for (const QString &path : CommonUtils::getAllMountedVolumes()) {
         VolumeRecord row;
         row.path = path;
         row.description = CommonUtils::getVolumeInfosForPath(path);
-        if (row.description)
-            row.uuid = row.description->uuid;
+        if (row.description) row.uuid = row.description->uuid;
         if (path == QLatin1String("/") || (!row.uuid.isEmpty() && scratch.contains(row.uuid))) {
             row.isProtected = true;
             scratch.remove(row.uuid);

@@ -23,7 +23,9 @@ void AppDelegate::calcSizeContents(const QByteArray &path)
             workers->post([this] { updateSizeContents(0); });
             const std::int64_t total = SizeCalculation::calcSizeContentsFor(
                 path, workers->calculatingSizeContentsMustStop, workers->nextRefresh,
-                [&](std::int64_t subtotal) { workers->post([this, subtotal] { updateSizeContents(subtotal); }); });
+                [&](std::int64_t subtotal) {
+                    workers->post([this, subtotal] { updateSizeContents(subtotal); });
+                });
             // The flags are cleared where the updates are shown, after the last of them: a new
             // calculation can only start once every update of this one has been handled.
             workers->post([this, total] {
@@ -37,7 +39,8 @@ void AppDelegate::calcSizeContents(const QByteArray &path)
     // One at a time: stop the running one and try again until it has ended. Every request keeps
     // its own retry, so requests run one after another.
     mCalculatingSizeContentsMustStop = true;
-    QTimer::singleShot(kSizeRetryMs, this, [this, path] { calcSizeContents(path); });
+    QTimer::singleShot(kSizeRetryMs, Qt::PreciseTimer, this,
+                       [this, path] { calcSizeContents(path); });
 }
 
 void AppDelegate::updateSizeContents(qint64 size)
@@ -47,7 +50,9 @@ void AppDelegate::updateSizeContents(qint64 size)
     if (r >= 0 && r < mContents.size()) {
         const QByteArray path = mContents.fullPath(r);
         text = mContents.displayName(r);
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (lstat(path.constData(), &st) == 0) {
             text += QLatin1Char('\n');
             const QDateTime modified = QDateTime::fromSecsSinceEpoch(st.st_mtim.tv_sec);

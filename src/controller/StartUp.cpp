@@ -41,7 +41,8 @@ AppDelegate::AppDelegate(QObject *parent)
       mReadingCacheContents(mWorkers->readingCacheContents),
       mReadingCacheContentsMustStop(mWorkers->readingCacheContentsMustStop),
       mCalculatingSizeContents(mWorkers->calculatingSizeContents),
-      mCalculatingSizeContentsMustStop(mWorkers->calculatingSizeContentsMustStop), mNextRefresh(mWorkers->nextRefresh)
+      mCalculatingSizeContentsMustStop(mWorkers->calculatingSizeContentsMustStop),
+      mNextRefresh(mWorkers->nextRefresh)
 {
     loadInterface();
 }
@@ -96,8 +97,8 @@ void AppDelegate::loadInterface()
     aboutUi.mAboutName->setFont(nameFont);
 
     // Names are shown as they are, never as markup.
-    for (QLabel *label : {mCacheInfos, mContentsInfos, mProtectionInfos, mProtectionInfosMore, mAboutVersion,
-                          aboutUi.mAboutName})
+    for (QLabel *label : {mCacheInfos, mContentsInfos, mProtectionInfos, mProtectionInfosMore,
+                          mAboutVersion, aboutUi.mAboutName})
         label->setTextFormat(Qt::PlainText);
 
     //% "Date"
@@ -141,18 +142,21 @@ void AppDelegate::connectActions()
             [this] { tableViewSelectionDidChange(mTableViewDate); });
     connect(mTableViewContents->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             [this] { tableViewSelectionDidChange(mTableViewContents); });
-    connect(mProtectedVolumesTableView->selectionModel(), &QItemSelectionModel::selectionChanged, this,
-            [this] { tableViewSelectionDidChange(mProtectedVolumesTableView); });
-    connect(mTableViewContents, &QAbstractItemView::doubleClicked, this, [this] { doubleClickContentsList(); });
+    connect(mProtectedVolumesTableView->selectionModel(), &QItemSelectionModel::selectionChanged,
+            this, [this] { tableViewSelectionDidChange(mProtectedVolumesTableView); });
+    connect(mTableViewContents, &QAbstractItemView::doubleClicked, this,
+            [this] { doubleClickContentsList(); });
     connect(mSelectedVolumeMenu, &QComboBox::activated, this, [this] { updateSelectedVolume(); });
-    connect(mProtectedVolumesProtectButton, &QPushButton::clicked, this, [this] { protectSelectedVolume(); });
-    connect(mProtectedVolumesUnprotectButton, &QPushButton::clicked, this, [this] { unprotectSelectedVolume(); });
+    connect(mProtectedVolumesProtectButton, &QPushButton::clicked, this,
+            [this] { protectSelectedVolume(); });
+    connect(mProtectedVolumesUnprotectButton, &QPushButton::clicked, this,
+            [this] { unprotectSelectedVolume(); });
     connect(mainUi.actionAbout, &QAction::triggered, this, [this] { aboutWindow(); });
     connect(mainUi.actionShowHelp, &QAction::triggered, this, [this] { showHelp(); });
-    connect(mainUi.actionQuit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    connect(mainUi.actionQuit, &QAction::triggered, qApp, &QCoreApplication::quit,
+            Qt::QueuedConnection);
     connect(mPreferencesWindow, &QDialog::finished, this, [this](int result) {
-        if (result == QDialog::Accepted)
-            savePreferences();
+        if (result == QDialog::Accepted) savePreferences();
         updateStatusInfos();
     });
 
@@ -172,11 +176,12 @@ void AppDelegate::connectActions()
     header->setSectionsClickable(true);
     header->setSortIndicatorShown(true);
     header->setSortIndicator(0, Qt::AscendingOrder);
-    connect(header, &QHeaderView::sortIndicatorChanged, this, [this](int section, Qt::SortOrder order) {
-        const QString id = mContentsModel->columnIdentifier(section);
-        if (id == QLatin1String("1") || id == QLatin1String("3"))
-            sortDescriptorsDidChange(order == Qt::AscendingOrder);
-    });
+    connect(header, &QHeaderView::sortIndicatorChanged, this,
+            [this](int section, Qt::SortOrder order) {
+                const QString id = mContentsModel->columnIdentifier(section);
+                if (id == QLatin1String("1") || id == QLatin1String("3"))
+                    sortDescriptorsDidChange(order == Qt::AscendingOrder);
+            });
     connect(header, &QHeaderView::sectionClicked, this, [this, header](int section) {
         const QString id = mContentsModel->columnIdentifier(section);
         if (id == QLatin1String("1") || id == QLatin1String("3")) {
@@ -223,8 +228,7 @@ void AppDelegate::createToolbar()
     };
     auto add = [&](const char *identifier) {
         for (const Item &item : items) {
-            if (qstrcmp(item.identifier, identifier) != 0)
-                continue;
+            if (qstrcmp(item.identifier, identifier) != 0) continue;
             if (item.button->icon().isNull())
                 item.button->setIcon(QIcon::fromTheme(QLatin1String(item.icon)));
             QAction *action = mToolbar->addWidget(item.button);
@@ -295,12 +299,16 @@ bool AppDelegate::applicationDidFinishLaunching()
     // 7. Retention, or a first configuration. The longer delays after privileges were just
     // installed leave the daemon time to start.
     if (Settings::contains(SettingsKeys::PrefsRemoveFromCache)) {
-        QTimer::singleShot(mAdminPrivilegesWereSet ? 5000 : 100, this, [this] { installSalvoraMenu(); });
+        QTimer::singleShot(mAdminPrivilegesWereSet ? 5000 : 100, Qt::PreciseTimer, this,
+                           [this] { installSalvoraMenu(); });
     } else {
-        Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, SettingsKeys::kFirstLaunchRemoveFromCache);
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, SettingsKeys::kFirstLaunchProtectionEnabled);
+        Settings::setInteger(SettingsKeys::PrefsRemoveFromCache,
+                             SettingsKeys::kFirstLaunchRemoveFromCache);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled,
+                             SettingsKeys::kFirstLaunchProtectionEnabled);
         Settings::setInteger(SettingsKeys::PrefsLaunchMenu, SettingsKeys::kFirstLaunchLaunchMenu);
-        QTimer::singleShot(mAdminPrivilegesWereSet ? 5500 : 500, this, [this] { editPreferences(); });
+        QTimer::singleShot(mAdminPrivilegesWereSet ? 5500 : 500, Qt::PreciseTimer, this,
+                           [this] { editPreferences(); });
     }
 
     // 8-9. Tables.
@@ -312,9 +320,10 @@ bool AppDelegate::applicationDidFinishLaunching()
     // 11. The start-up volume's cache folder, created when missing.
     CommonUtils::pathForCacheFolderInVolume(0);
 
-    // 12. The volume list fills the day list, which starts the contents scan.
-    QTimer::singleShot(150, this, [this] { updateProtectedVolumesList(); });
-    QTimer::singleShot(2000, this, [this] { closeAboutBox(); });
+    // 12. The volume list fills the day list, which starts the contents scan. Every delay here
+    // is precise: their order and length are part of the behaviour.
+    QTimer::singleShot(150, Qt::PreciseTimer, this, [this] { updateProtectedVolumesList(); });
+    QTimer::singleShot(2000, Qt::PreciseTimer, this, [this] { closeAboutBox(); });
 
     // 13. Status, title, window.
     updateStatusInfos();
@@ -322,17 +331,15 @@ bool AppDelegate::applicationDidFinishLaunching()
     window->show();
     window->raise();
     window->activateWindow();
-    if (kAboutBoxVisibleAtLaunch)
-        aboutWindow();
+    if (kAboutBoxVisibleAtLaunch) aboutWindow();
 
     // 14.
     CommonUtils::addToLogFile(QStringLiteral("Salvora 3 Launched."));
     mLaunched = true;
 
     // 15-16. The full-disk-access check has no counterpart on Linux.
-    if (mFirstUse)
-        QTimer::singleShot(1000, this, [this] { showHelp(); });
-    QTimer::singleShot(3000, this, [this] { newVersion(); });
+    if (mFirstUse) QTimer::singleShot(1000, Qt::PreciseTimer, this, [this] { showHelp(); });
+    QTimer::singleShot(3000, Qt::PreciseTimer, this, [this] { newVersion(); });
     return true;
 }
 
@@ -351,8 +358,7 @@ void AppDelegate::applicationWillTerminate()
         mNotificationBus->stopObserving(QLatin1String(Notifications::Salvora3Notification));
     mReadingCacheContentsMustStop = true;
     mCalculatingSizeContentsMustStop = true;
-    if (mLaunched)
-        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 quits."));
+    if (mLaunched) CommonUtils::addToLogFile(QStringLiteral("Salvora 3 quits."));
     mLaunched = false;
 }
 
@@ -363,8 +369,7 @@ void AppDelegate::closeAboutBox()
 
 qint64 AppDelegate::OSXVersion()
 {
-    if (sOSXVersion != 0)
-        return sOSXVersion;
+    if (sOSXVersion != 0) return sOSXVersion;
     const std::optional<SystemVersion::Parts> parts = SystemVersion::read();
     sOSXVersion = parts ? SystemVersion::decimal(*parts) : 0;
     return sOSXVersion;
@@ -388,7 +393,6 @@ void AppDelegate::terminate()
 bool AppDelegate::eventFilter(QObject *watched, QEvent *event)
 {
     // A change of the desktop's theme re-colours every text that carries a theme colour.
-    if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange)
-        recolorTexts();
+    if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange) recolorTexts();
     return QObject::eventFilter(watched, event);
 }

@@ -52,7 +52,8 @@ void AppDelegate::updateStatusInfos()
         //% "the caches hold %1"
         cache = qtTrId("SizeOfCaches").arg(CommonUtils::getSizeStr(s));
     }
-    setText(mProtectionInfos, QStringLiteral("%1 - %2").arg(state, cache), &ZEL_Colors::getGreenColor_Adaptable);
+    setText(mProtectionInfos, QStringLiteral("%1 - %2").arg(state, cache),
+            &ZEL_Colors::getGreenColor_Adaptable);
     if (p > 1) {
         //% "Items deleted on the %1 protected volumes are kept in their caches."
         setText(mProtectionInfosMore, qtTrId("ProtectionEnabledMoreX").arg(p));
@@ -84,24 +85,25 @@ void AppDelegate::aboutWindow()
     mAboutWindow->activateWindow();
 }
 
+QString AppDelegate::helpDocumentPath() const
+{
+    return CommonUtils::resourcesFolderFor(CommonUtils::ownExecutablePath()) +
+           QLatin1String("/Salvora 3.rtf");
+}
+
 void AppDelegate::showHelp()
 {
-    const QString path =
-        CommonUtils::resourcesFolderFor(CommonUtils::ownExecutablePath()) + QLatin1String("/Salvora 3.rtf");
-    if (QFileInfo(path).isFile())
-        openFile(path);
+    const QString path = helpDocumentPath();
+    if (QFileInfo(path).isFile()) openFile(path);
 }
 
 void AppDelegate::enableToolBarItem(const QString &identifier, bool enable)
 {
-    if (!mToolbar)
-        return;
+    if (!mToolbar) return;
     for (QAction *action : mToolbar->actions()) {
-        if (action->objectName() != identifier)
-            continue;
+        if (action->objectName() != identifier) continue;
         action->setEnabled(enable);
-        if (QWidget *w = mToolbar->widgetForAction(action))
-            w->setEnabled(enable);
+        if (QWidget *w = mToolbar->widgetForAction(action)) w->setEnabled(enable);
         return;
     }
 }
@@ -124,10 +126,7 @@ void AppDelegate::recolorTexts()
         p.setColor(QPalette::WindowText, it.value()());
         it.key()->setPalette(p);
     }
-    if (mTableViewDate)
-        mDateModel->reloadData();
-    if (mTableViewContents)
-        mContentsModel->reloadData();
-    if (mProtectedVolumesTableView)
-        mVolumesModel->reloadData();
+    if (mTableViewDate) mDateModel->reloadData();
+    if (mTableViewContents) mContentsModel->reloadData();
+    if (mProtectedVolumesTableView) mVolumesModel->reloadData();
 }

@@ -41,19 +41,15 @@ constexpr std::int64_t kUnreadable = -2;
 
 int AppDelegate::numberOfRowsInTableView(const TableModel *table)
 {
-    if (table == mDateModel)
-        return int(mDates.size());
-    if (table == mContentsModel)
-        return int(mContents.size());
-    if (table == mVolumesModel)
-        return int(mVolumes.size());
+    if (table == mDateModel) return int(mDates.size());
+    if (table == mContentsModel) return int(mContents.size());
+    if (table == mVolumesModel) return int(mVolumes.size());
     return 0;
 }
 
 QVariant AppDelegate::cellValue(const TableModel *table, int row, const QString &column, int role)
 {
-    if (table == mDateModel)
-        return row < mDates.size() ? dayCell(row, column, role) : QVariant();
+    if (table == mDateModel) return row < mDates.size() ? dayCell(row, column, role) : QVariant();
     if (table == mContentsModel)
         return row < mContents.size() ? contentsCell(row, column, role) : QVariant();
     if (table == mVolumesModel)
@@ -67,12 +63,9 @@ QVariant AppDelegate::dayCell(int row, const QString &column, int role) const
     const int c = column.size() == 1 ? column[0].unicode() - '0' : 0;
     switch (role) {
     case Qt::DisplayRole:
-        if (c == 1)
-            return CommonUtils::dateStringForCacheFolder(day.name);
-        if (c == 2)
-            return CommonUtils::getSizeStr(day.size);
-        if (c == 3)
-            return CommonUtils::getQtyStr(day.count);
+        if (c == 1) return CommonUtils::dateStringForCacheFolder(day.name);
+        if (c == 2) return CommonUtils::getSizeStr(day.size);
+        if (c == 3) return CommonUtils::getQtyStr(day.count);
         return QString();
     case Qt::TextAlignmentRole:
         return alignment(c == 1 ? Qt::AlignHCenter : Qt::AlignRight);
@@ -80,7 +73,8 @@ QVariant AppDelegate::dayCell(int row, const QString &column, int role) const
         return TableModel::fontOfSize(c == 1 ? 13 : 12);
     case Qt::ForegroundRole:
         if (c == 1)
-            return mVolumeNotMounted ? ZEL_Colors::getGrayColor_Adaptable() : ZEL_Colors::getBlackColor_Adaptable();
+            return mVolumeNotMounted ? ZEL_Colors::getGrayColor_Adaptable()
+                                     : ZEL_Colors::getBlackColor_Adaptable();
         return ZEL_Colors::getDarkGrayColor_Adaptable();
     default:
         return {};
@@ -91,9 +85,10 @@ void AppDelegate::readItemAttributes(qsizetype row)
 {
     // Read once per row and kept with it: painting a million-row list asks again and again.
     CacheItems::Row &r = mContents.rows()[std::size_t(row)];
-    if (r.size != kNotRead)
-        return;
-    struct stat st{};
+    if (r.size != kNotRead) return;
+    struct stat st
+    {
+    };
     if (lstat(mContents.fullPath(row).constData(), &st) != 0) {
         r.size = kUnreadable;
         return;
@@ -102,8 +97,9 @@ void AppDelegate::readItemAttributes(qsizetype row)
         r.kind = CacheItems::Kind::Folder;
         r.size = 0;
     } else {
-        r.kind = S_ISREG(st.st_mode) ? CacheItems::Kind::File
-                                     : (S_ISLNK(st.st_mode) ? CacheItems::Kind::Link : CacheItems::Kind::Other);
+        r.kind = S_ISREG(st.st_mode)
+                     ? CacheItems::Kind::File
+                     : (S_ISLNK(st.st_mode) ? CacheItems::Kind::Link : CacheItems::Kind::Other);
         r.size = std::int64_t(st.st_size);
     }
 }
@@ -111,26 +107,25 @@ void AppDelegate::readItemAttributes(qsizetype row)
 QIcon AppDelegate::iconForItem(qsizetype row)
 {
     const CacheItems::Row &r = mContents.row(row);
-    if (r.size == kUnreadable)
-        return {};
+    if (r.size == kUnreadable) return {};
     QString key;
     if (r.kind == CacheItems::Kind::Folder)
         key = QStringLiteral("inode/directory");
     else if (r.kind == CacheItems::Kind::Link)
         key = QStringLiteral("inode/symlink");
     else
-        key = QMimeDatabase().mimeTypeForFile(mContents.displayName(row), QMimeDatabase::MatchExtension).name();
+        key = QMimeDatabase()
+                  .mimeTypeForFile(mContents.displayName(row), QMimeDatabase::MatchExtension)
+                  .name();
     auto it = mIconCache.constFind(key);
-    if (it != mIconCache.cend())
-        return *it;
+    if (it != mIconCache.cend()) return *it;
     QIcon icon;
     if (r.kind == CacheItems::Kind::Folder) {
         icon = QFileIconProvider().icon(QFileIconProvider::Folder);
     } else {
         const QMimeType mime = QMimeDatabase().mimeTypeForName(key);
         icon = QIcon::fromTheme(mime.iconName(), QIcon::fromTheme(mime.genericIconName()));
-        if (icon.isNull())
-            icon = QFileIconProvider().icon(QFileIconProvider::File);
+        if (icon.isNull()) icon = QFileIconProvider().icon(QFileIconProvider::File);
     }
     mIconCache.insert(key, icon);
     return icon;
@@ -139,9 +134,9 @@ QIcon AppDelegate::iconForItem(qsizetype row)
 QIcon AppDelegate::iconForPath(const QString &path) const
 {
     const QFileInfo info(path);
-    if (!info.exists())
-        return {};
-    return QFileIconProvider().icon(info.isDir() ? QFileIconProvider::Drive : QFileIconProvider::File);
+    if (!info.exists()) return {};
+    return QFileIconProvider().icon(info.isDir() ? QFileIconProvider::Drive
+                                                 : QFileIconProvider::File);
 }
 
 QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
@@ -153,8 +148,7 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
         case Qt::DisplayRole:
             return c == 1 ? mContents.displayName(row) : QString();
         case Qt::DecorationRole:
-            if (c != 1)
-                return {};
+            if (c != 1) return {};
             readItemAttributes(row);
             return iconForItem(row);
         case Qt::BackgroundRole:
@@ -169,21 +163,18 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
     }
     switch (role) {
     case Qt::DisplayRole:
-        if (c == 1)
-            return mContents.displayName(row);
+        if (c == 1) return mContents.displayName(row);
         if (c == 2) {
             readItemAttributes(row);
             const CacheItems::Row &r = mContents.row(row);
-            if (r.size < 0 || r.kind == CacheItems::Kind::Folder)
-                return QString();
+            if (r.size < 0 || r.kind == CacheItems::Kind::Folder) return QString();
             return CommonUtils::getSizeStr(r.size);
         }
         if (c == 3)
             return DayTexts::cachingTime(mContents.timeFolderName(mContents.row(row).folder));
         return QString();
     case Qt::DecorationRole:
-        if (c != 1)
-            return {};
+        if (c != 1) return {};
         readItemAttributes(row);
         return iconForItem(row);
     case Qt::TextAlignmentRole:
@@ -191,7 +182,8 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
     case Qt::FontRole:
         return TableModel::fontOfSize(c == 1 ? 13 : (c == 2 ? 12 : 11));
     case Qt::ForegroundRole:
-        return c == 1 ? ZEL_Colors::getBlackColor_Adaptable() : ZEL_Colors::getDarkGrayColor_Adaptable();
+        return c == 1 ? ZEL_Colors::getBlackColor_Adaptable()
+                      : ZEL_Colors::getDarkGrayColor_Adaptable();
     default:
         return {};
     }
@@ -199,8 +191,7 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
 
 QVariant AppDelegate::volumeCell(int row, const QString &column, int role) const
 {
-    if (column != QLatin1String("1"))
-        return {};
+    if (column != QLatin1String("1")) return {};
     const VolumeRecord &volume = mVolumes[row];
     switch (role) {
     case TableModel::PartsRole: {
@@ -220,9 +211,12 @@ QVariant AppDelegate::volumeCell(int row, const QString &column, int role) const
             //% "not protected"
             state = qtTrId("NotProtected");
         }
-        const QColor nameColor = row == 0 ? ZEL_Colors::getGrayColor_Adaptable() : ZEL_Colors::getBlackColor_Adaptable();
-        const QColor stateColor = isProtected ? ZEL_Colors::getGreenColor_Adaptable() : ZEL_Colors::getRedColor_Adaptable();
-        return QVariant::fromValue(QList<TextPart>{{name, nameColor, 13}, {QStringLiteral(" - %1").arg(state), stateColor, 11}});
+        const QColor nameColor =
+            row == 0 ? ZEL_Colors::getGrayColor_Adaptable() : ZEL_Colors::getBlackColor_Adaptable();
+        const QColor stateColor = isProtected ? ZEL_Colors::getGreenColor_Adaptable()
+                                              : ZEL_Colors::getRedColor_Adaptable();
+        return QVariant::fromValue(QList<TextPart>{
+            {name, nameColor, 13}, {QStringLiteral(" - %1").arg(state), stateColor, 11}});
     }
     case Qt::DecorationRole:
         return iconForPath(volume.path);
@@ -270,12 +264,16 @@ void AppDelegate::clickContentsList()
     } else {
         const QByteArray path = mContents.fullPath(s);
         text = mContents.displayName(s);
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (lstat(path.constData(), &st) == 0) {
             text += QLatin1Char('\n');
-            text += QLocale().toString(QDateTime::fromSecsSinceEpoch(st.st_mtim.tv_sec), QLocale::ShortFormat);
+            text += QLocale().toString(QDateTime::fromSecsSinceEpoch(st.st_mtim.tv_sec),
+                                       QLocale::ShortFormat);
             if (S_ISDIR(st.st_mode))
-                QTimer::singleShot(100, this, [this, path] { calcSizeContents(path); });
+                QTimer::singleShot(100, Qt::PreciseTimer, this,
+                                   [this, path] { calcSizeContents(path); });
             else
                 text += QLatin1String(" - ") + CommonUtils::getSizeStr(qint64(st.st_size));
         }

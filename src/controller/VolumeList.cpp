@@ -26,24 +26,24 @@ void AppDelegate::updateSelectedVolume()
 
 void AppDelegate::deviceDidMount(const QString &path)
 {
-    if (!CommonUtils::deviceIsValid(path))
-        return;
+    if (!CommonUtils::deviceIsValid(path)) return;
     CommonUtils::resetVolumesLists();
     if (CommonUtils::isVolumeProtected(path)) {
-        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 notified that device did Mount: %1").arg(path));
+        CommonUtils::addToLogFile(
+            QStringLiteral("Salvora 3 notified that device did Mount: %1").arg(path));
         updateProtectedVolumesList();
     }
 }
 
 void AppDelegate::deviceDidUnmount(const QString &path)
 {
-    if (!CommonUtils::deviceIsValid(path))
-        return;
+    if (!CommonUtils::deviceIsValid(path)) return;
     CommonUtils::resetVolumesLists();
     // The table is read after the unmount, so a volume that has left it no longer counts as
     // protected: an unmount of an external volume changes nothing here, on purpose.
     if (CommonUtils::isVolumeProtected(path)) {
-        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 notified that device did Unmount: %1").arg(path));
+        CommonUtils::addToLogFile(
+            QStringLiteral("Salvora 3 notified that device did Unmount: %1").arg(path));
         updateProtectedVolumesList();
     }
 }
@@ -54,8 +54,7 @@ void AppDelegate::clickVolumesList()
     mProtectedVolumesUnprotectButton->setEnabled(false);
     const int row = mProtectedVolumesTableView->selectedRow();
     // The start-up volume can be neither protected nor unprotected.
-    if (row <= 0 || row >= mVolumes.size())
-        return;
+    if (row <= 0 || row >= mVolumes.size()) return;
     if (mVolumes[row].isProtected)
         mProtectedVolumesUnprotectButton->setEnabled(true);
     else
@@ -65,8 +64,7 @@ void AppDelegate::clickVolumesList()
 void AppDelegate::protectSelectedVolume()
 {
     const int row = mProtectedVolumesTableView->selectedRow();
-    if (row < 0 || row >= mVolumes.size())
-        return;
+    if (row < 0 || row >= mVolumes.size()) return;
     mVolumes[row].isProtected = true;
     mVolumesModel->reloadData();
     // The buttons stay as they are until the selection changes.
@@ -76,8 +74,7 @@ void AppDelegate::protectSelectedVolume()
 void AppDelegate::unprotectSelectedVolume()
 {
     const int row = mProtectedVolumesTableView->selectedRow();
-    if (row < 0 || row >= mVolumes.size())
-        return;
+    if (row < 0 || row >= mVolumes.size()) return;
     mVolumes[row].isProtected = false;
     mVolumesModel->reloadData();
     clickVolumesList();

@@ -22,9 +22,9 @@ public:
 
     explicit WorkerState(QObject *receiver) : mReceiver(receiver) {}
 
-    // Runs `fn` on the receiver's thread, in posting order, unless the receiver is gone. Never waits.
-    template<typename F>
-    void post(F &&fn)
+    // Runs `fn` on the receiver's thread, in posting order, unless the receiver is gone. Never
+    // waits.
+    template <typename F> void post(F &&fn)
     {
         std::lock_guard lock(mMutex);
         if (mReceiver)

@@ -6,7 +6,8 @@
 #include <QApplication>
 #include <QPainter>
 
-void PartsDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const
+void PartsDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
+                          const QModelIndex &index) const
 {
     const QVariant parts = index.data(TableModel::PartsRole);
     if (!parts.canConvert<QList<TextPart>>()) {
@@ -30,12 +31,12 @@ void PartsDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
         const QFont font = TableModel::fontOfSize(part.pointSize);
         const QFontMetrics fm(font);
         const int width = rect.right() - x;
-        if (width <= 0)
-            break;
+        if (width <= 0) break;
         const QString text = fm.elidedText(part.text, Qt::ElideMiddle, width);
         painter->setFont(font);
         painter->setPen(selected ? ZEL_Colors::getControlBackground_Adaptable() : part.color);
-        painter->drawText(QRect(x, rect.top(), width, rect.height()), Qt::AlignLeft | Qt::AlignVCenter, text);
+        painter->drawText(QRect(x, rect.top(), width, rect.height()),
+                          Qt::AlignLeft | Qt::AlignVCenter, text);
         x += fm.horizontalAdvance(text);
     }
     painter->restore();
@@ -48,7 +49,8 @@ QSize PartsDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIn
     if (parts.canConvert<QList<TextPart>>()) {
         int width = 24;
         for (const TextPart &part : parts.value<QList<TextPart>>())
-            width += QFontMetrics(TableModel::fontOfSize(part.pointSize)).horizontalAdvance(part.text);
+            width +=
+                QFontMetrics(TableModel::fontOfSize(part.pointSize)).horizontalAdvance(part.text);
         size.setWidth(std::max(size.width(), width));
     }
     return size;

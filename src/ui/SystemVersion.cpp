@@ -16,8 +16,7 @@ std::optional<SystemVersion::Parts> readOsRelease()
 {
     for (const char *path : {"/etc/os-release", "/usr/lib/os-release"}) {
         QFile f(QString::fromLatin1(path));
-        if (f.open(QIODevice::ReadOnly))
-            return SystemVersion::parseOsRelease(f.read(64 * 1024));
+        if (f.open(QIODevice::ReadOnly)) return SystemVersion::parseOsRelease(f.read(64 * 1024));
     }
     return std::nullopt;
 }
@@ -30,8 +29,7 @@ std::optional<Parts> parseOsRelease(const QByteArray &text)
 {
     for (const QByteArray &raw : text.split('\n')) {
         const QByteArray line = raw.trimmed();
-        if (!line.startsWith("VERSION_ID="))
-            continue;
+        if (!line.startsWith("VERSION_ID=")) continue;
         QByteArray v = line.mid(11);
         if (v.size() >= 2 && (v.front() == '"' || v.front() == '\'') && v.back() == v.front())
             v = v.mid(1, v.size() - 2);
@@ -40,8 +38,7 @@ std::optional<Parts> parseOsRelease(const QByteArray &text)
         for (qsizetype i = 0; i < fields.size() && i < 3; ++i) {
             bool ok = false;
             numbers[i] = fields[i].toInt(&ok);
-            if (!ok || numbers[i] < 0)
-                return std::nullopt;
+            if (!ok || numbers[i] < 0) return std::nullopt;
         }
         return Parts{numbers[0], numbers[1], numbers[2]};
     }
@@ -55,13 +52,16 @@ std::optional<Parts> read()
 
 qint64 packed(const Parts &p)
 {
-    return qint64(p.major / 10) * 4096 + qint64(p.major % 10) * 256 + qint64(p.minor) * 16 + p.bugFix;
+    return qint64(p.major / 10) * 4096 + qint64(p.major % 10) * 256 + qint64(p.minor) * 16 +
+           p.bugFix;
 }
 
 qint64 decimal(const Parts &p)
 {
     const QString major = p.major >= 10 ? QString::number(p.major) : QStringLiteral("0");
-    auto twoDigits = [](int n) { return n < 10 ? QStringLiteral("0%1").arg(n) : QString::number(n); };
+    auto twoDigits = [](int n) {
+        return n < 10 ? QStringLiteral("0%1").arg(n) : QString::number(n);
+    };
     return (major + twoDigits(p.minor) + twoDigits(p.bugFix)).toLongLong();
 }
 

@@ -3,7 +3,8 @@
 #include <QApplication>
 #include <QFont>
 
-TableModel::TableModel(TableDataSource *source, const QStringList &columnIdentifiers, QObject *parent)
+TableModel::TableModel(TableDataSource *source, const QStringList &columnIdentifiers,
+                       QObject *parent)
     : QAbstractTableModel(parent), mSource(source), mColumns(columnIdentifiers)
 {
 }
@@ -11,8 +12,7 @@ TableModel::TableModel(TableDataSource *source, const QStringList &columnIdentif
 void TableModel::setHeaderTitles(const QStringList &titles)
 {
     mTitles = titles;
-    if (!mColumns.isEmpty())
-        emit headerDataChanged(Qt::Horizontal, 0, int(mColumns.size()) - 1);
+    if (!mColumns.isEmpty()) emit headerDataChanged(Qt::Horizontal, 0, int(mColumns.size()) - 1);
 }
 
 void TableModel::reloadData()
@@ -50,15 +50,13 @@ QVariant TableModel::data(const QModelIndex &index, int role) const
 
 QVariant TableModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    if (orientation == Qt::Horizontal && role == Qt::DisplayRole)
-        return mTitles.value(section);
+    if (orientation == Qt::Horizontal && role == Qt::DisplayRole) return mTitles.value(section);
     return QAbstractTableModel::headerData(section, orientation, role);
 }
 
 Qt::ItemFlags TableModel::flags(const QModelIndex &index) const
 {
-    if (!index.isValid())
-        return Qt::NoItemFlags;
+    if (!index.isValid()) return Qt::NoItemFlags;
     return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemNeverHasChildren;
 }
 

@@ -15,7 +15,8 @@ public:
     virtual ~TableDataSource() = default;
     virtual int numberOfRowsInTableView(const TableModel *table) = 0;
     // One role of one cell; `column` is the column's identifier ("1", "2", "3").
-    virtual QVariant cellValue(const TableModel *table, int row, const QString &column, int role) = 0;
+    virtual QVariant cellValue(const TableModel *table, int row, const QString &column,
+                               int role) = 0;
 };
 
 // One run of a cell's text drawn in its own colour and size (the volume table's name and state).
@@ -35,11 +36,15 @@ public:
         PartsRole = Qt::UserRole + 1,
     };
 
-    TableModel(TableDataSource *source, const QStringList &columnIdentifiers, QObject *parent = nullptr);
+    TableModel(TableDataSource *source, const QStringList &columnIdentifiers,
+               QObject *parent = nullptr);
 
     void setHeaderTitles(const QStringList &titles);
     QString columnIdentifier(int column) const { return mColumns.value(column); }
-    int columnForIdentifier(const QString &identifier) const { return int(mColumns.indexOf(identifier)); }
+    int columnForIdentifier(const QString &identifier) const
+    {
+        return int(mColumns.indexOf(identifier));
+    }
 
     // Re-reads the row count and redraws every row. Rows come and go at the end only, so the
     // selected row numbers stay as they were, as long as they still exist.

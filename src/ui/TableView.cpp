@@ -21,8 +21,7 @@ TableView::TableView(QWidget *parent) : QTableView(parent)
 QList<int> TableView::selectedRowNumbers() const
 {
     QList<int> rows;
-    if (!selectionModel())
-        return rows;
+    if (!selectionModel()) return rows;
     for (const QModelIndex &i : selectionModel()->selectedRows())
         rows.append(i.row());
     std::sort(rows.begin(), rows.end());
@@ -49,10 +48,10 @@ bool TableView::isRowSelected(int row) const
 
 void TableView::selectRowAlone(int row)
 {
-    if (!model() || !selectionModel() || row < 0 || row >= model()->rowCount())
-        return;
+    if (!model() || !selectionModel() || row < 0 || row >= model()->rowCount()) return;
     const QModelIndex index = model()->index(row, 0);
-    selectionModel()->select(index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    selectionModel()->select(index,
+                             QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     selectionModel()->setCurrentIndex(index, QItemSelectionModel::NoUpdate);
     scrollTo(index);
 }

@@ -18,7 +18,8 @@ QPalette palette()
 // A colour between two others: 0 gives `a`, 1 gives `b`.
 QColor mix(const QColor &a, const QColor &b, double t)
 {
-    return QColor::fromRgbF(float(a.redF() + (b.redF() - a.redF()) * t), float(a.greenF() + (b.greenF() - a.greenF()) * t),
+    return QColor::fromRgbF(float(a.redF() + (b.redF() - a.redF()) * t),
+                            float(a.greenF() + (b.greenF() - a.greenF()) * t),
                             float(a.blueF() + (b.blueF() - a.blueF()) * t));
 }
 
@@ -31,7 +32,8 @@ bool darkTheme()
 // A signal hue (red, green...) that reads on the theme's background: lighter on dark themes.
 QColor signalColor(double hueDegrees, double saturation, double lightOnLight, double lightOnDark)
 {
-    return QColor::fromHslF(float(hueDegrees / 360.0), float(saturation), float(darkTheme() ? lightOnDark : lightOnLight));
+    return QColor::fromHslF(float(hueDegrees / 360.0), float(saturation),
+                            float(darkTheme() ? lightOnDark : lightOnLight));
 }
 
 } // namespace
@@ -40,8 +42,7 @@ namespace ZEL_Colors {
 
 qint64 getOSVersion_Colors()
 {
-    if (sOSVersion_Colors != 0)
-        return sOSVersion_Colors;
+    if (sOSVersion_Colors != 0) return sOSVersion_Colors;
     const std::optional<SystemVersion::Parts> parts = SystemVersion::read();
     sOSVersion_Colors = parts ? SystemVersion::packed(*parts) : 0;
     return sOSVersion_Colors;
@@ -49,8 +50,7 @@ qint64 getOSVersion_Colors()
 
 bool isOSVersionMojaveOrMore()
 {
-    if (sPaletteAvailable)
-        return sPaletteAvailable();
+    if (sPaletteAvailable) return sPaletteAvailable();
     return qobject_cast<QGuiApplication *>(QCoreApplication::instance()) != nullptr;
 }
 
@@ -61,24 +61,21 @@ QColor getBlackColor_Adaptable()
 
 QColor getDarkGrayColor_Adaptable()
 {
-    if (!isOSVersionMojaveOrMore())
-        return QColor(Qt::darkGray);
+    if (!isOSVersionMojaveOrMore()) return QColor(Qt::darkGray);
     const QPalette p = palette();
     return mix(p.color(QPalette::Text), p.color(QPalette::Base), 0.3);
 }
 
 QColor getGrayColor_Adaptable()
 {
-    if (!isOSVersionMojaveOrMore())
-        return QColor(Qt::gray);
+    if (!isOSVersionMojaveOrMore()) return QColor(Qt::gray);
     const QPalette p = palette();
     return mix(p.color(QPalette::Text), p.color(QPalette::Base), 0.5);
 }
 
 QColor getLightGrayColor_Adaptable()
 {
-    if (!isOSVersionMojaveOrMore())
-        return QColor(Qt::lightGray);
+    if (!isOSVersionMojaveOrMore()) return QColor(Qt::lightGray);
     const QPalette p = palette();
     return mix(p.color(QPalette::Text), p.color(QPalette::Base), 0.75);
 }
@@ -110,7 +107,8 @@ QColor getGreenColor_Adaptable()
 
 QColor getControlBackground_Adaptable()
 {
-    return isOSVersionMojaveOrMore() ? palette().color(QPalette::HighlightedText) : QColor(Qt::white);
+    return isOSVersionMojaveOrMore() ? palette().color(QPalette::HighlightedText)
+                                     : QColor(Qt::white);
 }
 
 void resetVersionCacheForTesting()

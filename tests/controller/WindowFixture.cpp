@@ -1,0 +1,92 @@
+#include "WindowFixture.h"
+
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "ui/TableView.h"
+
+#include <QComboBox>
+#include <QHeaderView>
+
+namespace Fixture {
+
+void setLaterLaunch()
+{
+    Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 14);
+    Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+    Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
+    Settings::setInteger(SettingsKeys::FirstUse, 700000000);
+}
+
+QByteArray cachePath(const TestEnv &env)
+{
+    return env.homeBytes() + "/.Salvora3Cache";
+}
+
+QByteArray addItem(const TestEnv &env, const char *day, const char *time, const QByteArray &name,
+                   qint64 size)
+{
+    const QByteArray path = cachePath(env) + '/' + day + '/' + day + ' ' + time + '/' + name;
+    if (!TestEnv::writeFile(path, QByteArray(size, 'x'))) return {};
+    return path;
+}
+
+bool launchAndSettle(TestDelegate &c, int timeoutMs)
+{
+    QSignalSpy started(&c, &AppDelegate::contentsScanStarted);
+    QSignalSpy ended(&c, &AppDelegate::contentsScanEnded);
+    if (!c.applicationDidFinishLaunching()) return false;
+    QElapsedTimer t;
+    t.start();
+    while (c.mSelectedVolumeMenu->count() == 0 && t.elapsed() < timeoutMs)
+        QTest::qWait(5);
+    // A cache without days starts no scan.
+    return c.mSelectedVolumeMenu->count() > 0 && waitForScans(ended, started.size(), timeoutMs);
+}
+
+bool waitForScans(QSignalSpy &spy, qsizetype count, int timeoutMs)
+{
+    QElapsedTimer t;
+    t.start();
+    while (spy.size() < count && t.elapsed() < timeoutMs)
+        QTest::qWait(5);
+    return spy.size() >= count;
+}
+
+bool settle(const AppDelegate &c, int timeoutMs)
+{
+    QElapsedTimer t, idle;
+    t.start();
+    idle.start();
+    while (t.elapsed() < timeoutMs) {
+        QTest::qWait(5);
+        if (c.mReadingCacheContents)
+            idle.restart();
+        else if (idle.elapsed() > AppDelegate::kScanRetryMs + 100)
+            return true;
+    }
+    return false;
+}
+
+QList<QByteArray> names(const AppDelegate &c)
+{
+    QList<QByteArray> out;
+    for (qsizetype i = 0; i < c.mContents.size(); ++i)
+        out.append(c.mContents.name(i).toByteArray());
+    return out;
+}
+
+QList<int> selectedDays(const AppDelegate &c)
+{
+    return c.mTableViewDate->selectedRowNumbers();
+}
+
+void clickHeader(AppDelegate &c, const QString &identifier)
+{
+    QHeaderView *header = c.mTableViewContents->horizontalHeader();
+    const int section = c.mContentsModel->columnForIdentifier(identifier);
+    const QPoint at(header->sectionViewportPosition(section) + header->sectionSize(section) / 2,
+                    header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, Qt::NoModifier, at);
+}
+
+} // namespace Fixture

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "TestEnv.h"
+
+#include "controller/AppDelegate.h"
+
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTest>
+
+// The real window over a private home, with the hooks that reach outside the process recorded
+// instead of carried out.
+class TestDelegate : public AppDelegate
+{
+public:
+    bool allowPrivileges = true;
+    int terminated = 0;
+    QStringList openedFiles;
+    QList<qint64> menuInstalledAt; // ms after construction
+    QString helpPath;
+    QElapsedTimer clock;
+
+    TestDelegate() { clock.start(); }
+    bool runPrivilegeChecks() override { return allowPrivileges; }
+    void installSalvoraMenu() override { menuInstalledAt.append(clock.elapsed()); }
+    void openFile(const QString &path) override { openedFiles.append(path); }
+    QString helpDocumentPath() const override { return helpPath; }
+    void terminate() override { ++terminated; }
+};
+
+namespace Fixture {
+
+// Settings of a launch that is not the first one.
+void setLaterLaunch();
+// An item file (with `size` bytes) in the home cache: day "yyyy-MM-dd", time "HH_mm_ss".
+QByteArray addItem(const TestEnv &env, const char *day, const char *time, const QByteArray &name,
+                   qint64 size = 1);
+QByteArray cachePath(const TestEnv &env);
+// Launches and waits until the volume list has filled the day list and its scan has ended.
+bool launchAndSettle(TestDelegate &c, int timeoutMs = 10000);
+// Waits for the end of a scan that `spy` watches (contentsScanEnded), counting from `before`.
+bool waitForScans(QSignalSpy &spy, qsizetype count, int timeoutMs = 10000);
+// Waits until no scan has run for longer than a retry takes to come (false on timeout).
+bool settle(const AppDelegate &c, int timeoutMs = 10000);
+// Names of the contents list, in display order.
+QList<QByteArray> names(const AppDelegate &c);
+// The day rows selected in the day table.
+QList<int> selectedDays(const AppDelegate &c);
+// Clicks the header of the contents list's column with this identifier.
+void clickHeader(AppDelegate &c, const QString &identifier);
+
+} // namespace Fixture

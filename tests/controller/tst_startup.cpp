@@ -1,0 +1,179 @@
+#include "WindowFixture.h"
+
+#include "common/Log.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "common/Texts.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QFile>
+#include <QMainWindow>
+#include <QToolBar>
+#include <QToolButton>
+
+// Start-up and shutdown of the window: first-launch settings, the timed follow-ups, the log.
+class TstStartup : public QObject
+{
+    Q_OBJECT
+
+    static QByteArray logText()
+    {
+        return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
+    }
+
+    // Polls until `cond` holds, then returns the elapsed time in ms (-1 on timeout).
+    template <typename F>
+    static qint64 msUntil(const QElapsedTimer &clock, F cond, int timeoutMs = 5000)
+    {
+        while (!cond()) {
+            if (clock.elapsed() > timeoutMs) return -1;
+            QTest::qWait(2);
+        }
+        return clock.elapsed();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        Texts::install(*QCoreApplication::instance());
+        QCoreApplication::setApplicationVersion(QStringLiteral("3.0.0"));
+    }
+
+    void firstLaunch()
+    {
+        TestEnv env;
+        TestDelegate c;
+        TestEnv::writeFile(env.homeBytes() + "/help.rtf", "{\\rtf1 help}");
+        c.helpPath = env.home() + QStringLiteral("/help.rtf");
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(c.applicationDidFinishLaunching());
+
+        QVERIFY(c.mFirstUse);
+        QVERIFY(Settings::integer(SettingsKeys::FirstUse).value_or(0) >
+                700000000); // seconds since 2001
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsRemoveFromCache), 14);
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), 1);
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), 1);
+        QVERIFY(c.window->isVisible());
+        QVERIFY(c.mAboutWindow->isVisible());
+        QCOMPARE(c.mAboutVersion->text(), QStringLiteral("3.0.0"));
+        QCOMPARE(c.window->windowTitle(), QStringLiteral("Salvora 3"));
+        QVERIFY(logText().contains("Salvora 3 Launched."));
+
+        // The preferences after 0.5 s, help after 1.0 s, the about box gone after 2.0 s.
+        const qint64 prefs = msUntil(clock, [&] { return c.mPreferencesWindow->isVisible(); });
+        QVERIFY2(prefs >= 450 && prefs < 1000, qPrintable(QString::number(prefs)));
+        const qint64 help = msUntil(clock, [&] { return !c.openedFiles.isEmpty(); });
+        QVERIFY2(help >= 950 && help < 1600, qPrintable(QString::number(help)));
+        QCOMPARE(c.openedFiles, QStringList{c.helpPath});
+        QVERIFY(c.mAboutWindow->isVisible());
+        const qint64 about = msUntil(clock, [&] { return !c.mAboutWindow->isVisible(); });
+        QVERIFY2(about >= 1950 && about < 2600, qPrintable(QString::number(about)));
+        // The companion is not installed by a first launch.
+        QTest::qWait(200);
+        QVERIFY(c.menuInstalledAt.isEmpty());
+        c.mPreferencesWindow->reject();
+    }
+
+    void laterLaunchWritesNothing()
+    {
+        TestEnv env;
+        Fixture::setLaterLaunch();
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        const QByteArray before = TestEnv::readFile(QFile::encodeName(Settings::fileName()));
+        TestDelegate c;
+        TestEnv::writeFile(env.homeBytes() + "/help.rtf", "x");
+        c.helpPath = env.home() + QStringLiteral("/help.rtf");
+        QVERIFY(c.applicationDidFinishLaunching());
+        QVERIFY(!c.mFirstUse);
+        QTRY_COMPARE_WITH_TIMEOUT(c.menuInstalledAt.size(), 1, 2000);
+        QVERIFY2(c.menuInstalledAt[0] >= 90 && c.menuInstalledAt[0] < 600,
+                 qPrintable(QString::number(c.menuInstalledAt[0])));
+        QTest::qWait(1200);
+        QVERIFY(c.openedFiles.isEmpty());
+        QVERIFY(!c.mPreferencesWindow->isVisible());
+        QCOMPARE(TestEnv::readFile(QFile::encodeName(Settings::fileName())), before);
+    }
+
+    void missingFirstUseOnly()
+    {
+        TestEnv env;
+        Fixture::setLaterLaunch();
+        Settings::remove(SettingsKeys::FirstUse);
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 0);
+        TestDelegate c;
+        TestEnv::writeFile(env.homeBytes() + "/help.rtf", "x");
+        c.helpPath = env.home() + QStringLiteral("/help.rtf");
+        QVERIFY(c.applicationDidFinishLaunching());
+        QVERIFY(c.mFirstUse);
+        QVERIFY(Settings::contains(SettingsKeys::FirstUse));
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), 0); // untouched
+        QTRY_COMPARE_WITH_TIMEOUT(c.openedFiles.size(), 1, 3000);
+        QVERIFY(!c.mPreferencesWindow->isVisible());
+    }
+
+    void refusedPrivilegesEndSilently()
+    {
+        TestEnv env;
+        TestDelegate c;
+        c.allowPrivileges = false;
+        QVERIFY(!c.applicationDidFinishLaunching());
+        QCOMPARE(c.terminated, 1);
+        QVERIFY(!Settings::contains(SettingsKeys::FirstUse));
+        QVERIFY(!c.window->isVisible());
+        c.applicationWillTerminate();
+        QVERIFY(logText().isEmpty());
+        QTest::qWait(300);
+        QVERIFY(c.menuInstalledAt.isEmpty());
+        QCOMPARE(c.mSelectedVolumeMenu->count(), 0); // nothing scheduled either
+    }
+
+    void oneLineEachForLaunchAndQuit()
+    {
+        TestEnv env;
+        Fixture::setLaterLaunch();
+        {
+            TestDelegate c;
+            QVERIFY(c.applicationDidFinishLaunching());
+            c.applicationWillTerminate();
+            c.applicationWillTerminate();
+        }
+        const QByteArray log = logText();
+        QCOMPARE(log.count("Salvora 3 Launched."), 1);
+        QCOMPARE(log.count("Salvora 3 quits."), 1);
+        QVERIFY(log.indexOf("Salvora 3 quits.") <
+                log.indexOf("Salvora 3 Launched.")); // newest first
+    }
+
+    void toolbarAndCacheFolder()
+    {
+        TestEnv env;
+        Fixture::setLaterLaunch();
+        TestDelegate c;
+        QVERIFY(c.applicationDidFinishLaunching());
+        // The start-up volume's cache folder exists from the start.
+        QVERIFY(QFileInfo(QFile::decodeName(Fixture::cachePath(env))).isDir());
+        QCOMPARE(c.mToolbar->objectName(), QStringLiteral("mainToolbar"));
+        QStringList ids;
+        for (QAction *a : c.mToolbar->actions())
+            if (!a->objectName().isEmpty()) ids.append(a->objectName());
+        QCOMPARE(ids, QStringList({"preferences", "protectionON", "protectionOFF", "copyButton",
+                                   "removeButton", "showHelp"}));
+        // Protection on: only the off switch is enabled; nothing selected: no copy or removal.
+        QVERIFY(!c.mProtectionONButton->isEnabled());
+        QVERIFY(c.mProtectionOFFButton->isEnabled());
+        c.enableToolBarItem(QStringLiteral("nothing"), false);
+        c.enableToolBarItem(QStringLiteral("copyButton"), true);
+        QVERIFY(c.mCopySelectedItemsButton->isEnabled());
+        c.enableToolBarItem(QStringLiteral("copyButton"), false);
+        QVERIFY(!c.mCopySelectedItemsButton->isEnabled());
+        // The volume list arrives after 0.15 s, never at once.
+        QCOMPARE(c.mSelectedVolumeMenu->count(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(c.mSelectedVolumeMenu->count(), 1, 2000);
+    }
+};
+
+QTEST_MAIN(TstStartup)
+#include "tst_startup.moc"

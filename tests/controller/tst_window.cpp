@@ -1,0 +1,577 @@
+#include "WindowFixture.h"
+
+#include "browser/DayTexts.h"
+#include "cache/CacheLayout.h"
+#include "common/Log.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "common/SizeText.h"
+#include "common/Texts.h"
+#include "ui/TableView.h"
+#include "ui/ZEL_Colors.h"
+#include "volumes/Volumes.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+
+#include <unistd.h>
+
+// The window on generated caches: day list, contents scan and search, sort, messages, sizes,
+// status line and the volume lists.
+class TstWindow : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    TestDelegate *c = nullptr;
+
+    static QColor textColor(QLabel *label) { return label->palette().color(QPalette::WindowText); }
+
+    void launch()
+    {
+        c = new TestDelegate;
+        QVERIFY(Fixture::launchAndSettle(*c));
+    }
+
+    // A request that the test waits for to end.
+    void scanAndWait(const QByteArray &timeFolder = QByteArray())
+    {
+        QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
+        c->updateListOfContentsInCache(timeFolder);
+        QVERIFY(Fixture::waitForScans(ended, 1));
+    }
+
+    QByteArray item(const char *day, const char *time, const QByteArray &name, qint64 size = 1)
+    {
+        return Fixture::addItem(*env, day, time, name, size);
+    }
+
+private slots:
+    void initTestCase() { Texts::install(*QCoreApplication::instance()); }
+    void init()
+    {
+        env = new TestEnv;
+        Fixture::setLaterLaunch();
+    }
+    void cleanup()
+    {
+        delete c;
+        c = nullptr;
+        CommonUtils::setMountTableSourceForTesting({});
+        CommonUtils::setIdentityResolverForTesting({});
+        CommonUtils::resetVolumesLists();
+        delete env;
+    }
+
+    void firstFillSelectsNewestDay()
+    {
+        item("2024-05-01", "09_00_00", "old.txt");
+        item("2024-05-02", "10_00_00", "middle.txt");
+        item("2024-05-03", "08_00_00", "new one.txt");
+        item("2024-05-03", "11_30_00", "new two.txt");
+        launch();
+        QCOMPARE(c->mDates.size(), 3);
+        QCOMPARE(c->mDates[0].name, QByteArray("2024-05-01")); // oldest first
+        QCOMPARE(Fixture::selectedDays(*c), QList<int>{2});
+        QCOMPARE(c->mSelectedDate, -2);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"new one.txt", "new two.txt"}));
+        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("2 items"));
+        QCOMPARE(c->mCacheInfos->text(), DayTexts::summary(c->mDates, 14));
+        QVERIFY(c->mCacheInfos->text().startsWith(
+            QStringLiteral("3 days of activity (kept 14 days)\n")));
+        QVERIFY(!c->mReadingCacheContents && !c->mReadingCacheContentsMustStop);
+        // The day table's cells.
+        const QModelIndex day = c->mDateModel->index(2, 0);
+        QCOMPARE(day.data().toString(), CommonUtils::dateStringForCacheFolder("2024-05-03"));
+        QCOMPARE(day.data(Qt::ForegroundRole).value<QColor>(),
+                 ZEL_Colors::getBlackColor_Adaptable());
+        QCOMPARE(c->mDateModel->index(2, 1).data().toString(),
+                 CommonUtils::getSizeStr(c->mDates[2].size));
+        QCOMPARE(c->mDateModel->index(2, 2).data().toString(), QStringLiteral("2"));
+    }
+
+    void selectionKeptWhenNothingChanged()
+    {
+        item("2024-05-01", "09_00_00", "a");
+        item("2024-05-02", "09_00_00", "b");
+        item("2024-05-03", "09_00_00", "c");
+        launch();
+        // The user selects the first and the last day.
+        QSignalSpy started(c, &AppDelegate::contentsScanStarted);
+        QItemSelection both;
+        both.select(c->mDateModel->index(0, 0), c->mDateModel->index(0, 2));
+        both.select(c->mDateModel->index(2, 0), c->mDateModel->index(2, 2));
+        c->mTableViewDate->selectionModel()->select(both, QItemSelectionModel::ClearAndSelect);
+        QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
+        QVERIFY(Fixture::waitForScans(ended, 1));
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"a", "c"}));
+        const qsizetype scans = started.size();
+        c->updateListOfDaysInCache();
+        c->updateListOfDaysInCache();
+        QCOMPARE(Fixture::selectedDays(*c), QList<int>({0, 2}));
+        QTest::qWait(50);
+        QCOMPARE(started.size(), scans);
+
+        // A new day changes the list: the newest day is selected again.
+        item("2024-05-04", "09_00_00", "d");
+        c->updateListOfDaysInCache();
+        QCOMPARE(Fixture::selectedDays(*c), QList<int>{3});
+        QVERIFY(Fixture::waitForScans(ended, 2));
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>{"d"});
+    }
+
+    void rowRequestsAfterRemoval()
+    {
+        item("2024-05-01", "09_00_00", "a");
+        item("2024-05-02", "09_00_00", "b");
+        item("2024-05-03", "09_00_00", "c");
+        launch();
+        // A removal asks for the row that was selected; the same day stays selected.
+        c->mTableViewDate->selectRowAlone(1);
+        c->mSelectedDate = 1;
+        item("2024-05-04", "09_00_00", "d");
+        c->updateListOfDaysInCache();
+        QCOMPARE(Fixture::selectedDays(*c), QList<int>{1});
+        QCOMPARE(c->mSelectedDate, -2);
+        // None selected: the selection is left alone, once.
+        c->mTableViewDate->clearSelection();
+        c->mSelectedDate = -1;
+        item("2024-05-05", "09_00_00", "e");
+        c->updateListOfDaysInCache();
+        QCOMPARE(Fixture::selectedDays(*c), QList<int>());
+        QCOMPARE(c->mSelectedDate, -2);
+        // A row beyond the table is ignored.
+        c->mSelectedDate = 42;
+        item("2024-05-06", "09_00_00", "f");
+        c->updateListOfDaysInCache();
+        QCOMPARE(Fixture::selectedDays(*c), QList<int>());
+        QCOMPARE(c->mSelectedDate, -2);
+        // Out-of-range contextual-menu tags do nothing.
+        QVERIFY(Fixture::settle(*c));
+        QSignalSpy started(c, &AppDelegate::contentsScanStarted);
+        c->mCacheTimesInDay = {Fixture::cachePath(*env) + "/2024-05-02/2024-05-02 09_00_00"};
+        c->updateCacheContentsAtTime(-1);
+        c->updateCacheContentsAtTime(1);
+        QTest::qWait(300);
+        QCOMPARE(started.size(), 0);
+        QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
+        c->updateCacheContentsAtTime(0);
+        QVERIFY(Fixture::waitForScans(ended, 1));
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>{"b"});
+    }
+
+    void secondDayStopsTheFirstScan()
+    {
+        // A large first day, so that its scan is surely running when the second day is chosen.
+        for (int t = 0; t < 40; ++t) {
+            const QByteArray time =
+                QString::asprintf("%02d_%02d_00", 8 + t / 60, t % 60).toLatin1();
+            for (int i = 0; i < 150; ++i)
+                item("2024-05-01", time.constData(), "first " + QByteArray::number(i));
+        }
+        item("2024-05-02", "09_00_00", "second a");
+        item("2024-05-02", "10_00_00", "second b");
+        item("2024-05-03", "09_00_00", "newest");
+        launch();
+        QSignalSpy started(c, &AppDelegate::contentsScanStarted);
+        QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
+        c->mTableViewDate->selectRowAlone(0);
+        QCOMPARE(started.size(), 1);
+        QVERIFY(c->mReadingCacheContents);
+        c->mTableViewDate->selectRowAlone(1);
+        // The second request asked the first scan to stop and waits for it.
+        QVERIFY(c->mReadingCacheContentsMustStop);
+        QCOMPARE(started.size(), 1);
+        QVERIFY(Fixture::waitForScans(ended, 2));
+        QCOMPARE(started.size(), 2);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"second a", "second b"}));
+        QVERIFY(!c->mReadingCacheContents && !c->mReadingCacheContentsMustStop);
+        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("2 items"));
+    }
+
+    void retryFollowsTheEndClosely()
+    {
+        for (int i = 0; i < 3000; ++i)
+            item("2024-05-01", "09_00_00", "many " + QByteArray::number(i));
+        item("2024-05-02", "09_00_00", "one");
+        launch();
+        QElapsedTimer clock;
+        qint64 endedAt = -1, startedAt = -1;
+        connect(c, &AppDelegate::contentsScanEnded, this, [&] {
+            if (endedAt < 0) endedAt = clock.elapsed();
+        });
+        connect(c, &AppDelegate::contentsScanStarted, this, [&] { startedAt = clock.elapsed(); });
+        clock.start();
+        c->mTableViewDate->selectRowAlone(0);
+        c->mTableViewDate->selectRowAlone(1);
+        QTRY_VERIFY_WITH_TIMEOUT(startedAt > endedAt && endedAt >= 0, 5000);
+        // The waiting request polls every 0.2 s.
+        QVERIFY2(startedAt - endedAt <= 260,
+                 qPrintable(QStringLiteral("%1 %2").arg(endedAt).arg(startedAt)));
+        QVERIFY(Fixture::settle(*c));
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>{"one"});
+    }
+
+    void searchMatchesNamesCaseInsensitively()
+    {
+        item("2024-05-01", "09_00_00", "Annual report.pdf");
+        item("2024-05-01", "09_00_00", "rep_ort");
+        item("2024-05-01", "09_00_00", ".DS_Store");
+        item("2024-05-01", "10_00_00", "REPORTS/inner.txt"); // a deleted folder: one item
+        launch();
+        QCOMPARE(Fixture::names(*c),
+                 QList<QByteArray>({".DS_Store", "Annual report.pdf", "rep_ort", "REPORTS"}));
+        c->mSearchString->setText(QStringLiteral("RePoRt"));
+        scanAndWait();
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"Annual report.pdf", "REPORTS"}));
+        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("2 items"));
+        c->mSearchString->setText(QStringLiteral("inner"));
+        scanAndWait();
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>());
+        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessageSearchEmpty"));
+        QCOMPARE(textColor(c->mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
+    }
+
+    void searchFieldWaitsForAPause()
+    {
+        item("2024-05-01", "09_00_00", "alpha");
+        item("2024-05-01", "09_00_00", "beta");
+        launch();
+        QSignalSpy started(c, &AppDelegate::contentsScanStarted);
+        QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
+        c->mSearchString->setFocus();
+        QElapsedTimer clock;
+        clock.start();
+        QTest::keyClicks(c->mSearchString, QStringLiteral("alp"));
+        QCOMPARE(started.size(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(started.size(), 1, 2000);
+        QVERIFY2(clock.elapsed() >= 140, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY(Fixture::waitForScans(ended, 1));
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>{"alpha"});
+        // Enter asks at once.
+        QTest::keyClicks(c->mSearchString, QStringLiteral("x"));
+        QTest::keyClick(c->mSearchString, Qt::Key_Return);
+        QCOMPARE(started.size(), 2);
+        QVERIFY(Fixture::waitForScans(ended, 2));
+        QTest::qWait(250);
+        QCOMPARE(started.size(), 2); // the pending pause was cancelled by Enter
+        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessageSearchEmpty"));
+    }
+
+    void headerClicksChooseTheSort()
+    {
+        item("2024-05-01", "09_00_00", "bravo");
+        item("2024-05-01", "09_00_00", "Alpha");
+        item("2024-05-01", "11_00_00", "charlie");
+        item("2024-05-01", "10_00_00", "delta");
+        launch();
+        QCOMPARE(c->mSortByCaching, 0);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"Alpha", "bravo", "charlie", "delta"}));
+        Fixture::clickHeader(*c, QStringLiteral("1")); // the indicator was there: now descending
+        QCOMPARE(c->mSortByCaching, 2);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"delta", "charlie", "bravo", "Alpha"}));
+        Fixture::clickHeader(*c, QStringLiteral("3"));
+        QCOMPARE(c->mSortByCaching, 1);
+        QCOMPARE(Fixture::names(*c).last(), QByteArray("charlie"));
+        QCOMPARE(Fixture::names(*c).at(2), QByteArray("delta"));
+        Fixture::clickHeader(*c, QStringLiteral("3"));
+        QCOMPARE(c->mSortByCaching, 3);
+        QCOMPARE(Fixture::names(*c).first(), QByteArray("charlie"));
+        QCOMPARE(c->mContentsModel->index(0, 2).data().toString(),
+                 DayTexts::cachingTime("2024-05-01 11_00_00"));
+        // The size column does not sort and leaves the indicator where it was.
+        const QList<QByteArray> before = Fixture::names(*c);
+        Fixture::clickHeader(*c, QStringLiteral("2"));
+        QCOMPARE(c->mSortByCaching, 3);
+        QCOMPARE(Fixture::names(*c), before);
+        QCOMPARE(c->mTableViewContents->horizontalHeader()->sortIndicatorSection(), 2);
+        Fixture::clickHeader(*c, QStringLiteral("1"));
+        QCOMPARE(c->mSortByCaching, 0);
+        // A new scan lists in the chosen order.
+        Fixture::clickHeader(*c, QStringLiteral("1"));
+        scanAndWait();
+        QCOMPARE(c->mSortByCaching, 2);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"delta", "charlie", "bravo", "Alpha"}));
+    }
+
+    void endMessages()
+    {
+        item("2024-05-01", "09_00_00", "one");
+        item("2024-05-02", "09_00_00", "x");
+        item("2024-05-02", "09_00_00", "y");
+        item("2024-05-02", "10_00_00", "z");
+        QVERIFY(TestEnv::makeFolders(Fixture::cachePath(*env) + "/2024-05-03/2024-05-03 09_00_00"));
+        launch();
+        QCOMPARE(c->mDates.size(), 3);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>());
+        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessageEmpty"));
+        QCOMPARE(textColor(c->mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
+        QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
+        c->mTableViewDate->selectRowAlone(0);
+        QVERIFY(Fixture::waitForScans(ended, 1));
+        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessage"));
+        QCOMPARE(textColor(c->mContentsInfos), ZEL_Colors::getDarkGrayColor_Adaptable());
+        c->mTableViewDate->selectRowAlone(1);
+        QVERIFY(Fixture::waitForScans(ended, 2));
+        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("3 items"));
+        // With no day selected, every day is listed.
+        c->mTableViewDate->clearSelection();
+        QVERIFY(Fixture::waitForScans(ended, 3));
+        QCOMPARE(c->mContents.size(), 4);
+        // The line follows the selection: a file shows its size, no selection the count.
+        c->mTableViewContents->selectRowAlone(0);
+        QVERIFY(c->mContentsInfos->text().startsWith(QStringLiteral("one\n")));
+        QVERIFY(c->mContentsInfos->text().endsWith(QStringLiteral(" - 1")));
+        QVERIFY(c->mCopySelectedItemsButton->isEnabled());
+        c->mTableViewContents->clearSelection();
+        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("4 items"));
+        QVERIFY(!c->mCopySelectedItemsButton->isEnabled());
+    }
+
+    void unmountedVolumeListsSavedDays()
+    {
+        QVariantMap day{{"name", "2023-12-24"},
+                        {"path", "/media/Old/.Salvora3Cache/2023-12-24"},
+                        {"size", 5000},
+                        {"count", 3}};
+        Settings::setDictionary(
+            SettingsKeys::ProtectedVolumesData,
+            {{"0123-ABCD", QVariantMap{{"path", "/media/Old Disk"}, {"days", QVariantList{day}}}}});
+        item("2024-05-01", "09_00_00", "home item");
+        launch();
+        QCOMPARE(c->mSelectedVolumeMenu->count(), 2);
+        QCOMPARE(c->mSelectedVolumeMenu->itemText(1),
+                 qtTrId("Unmounted").arg(QStringLiteral("Old Disk")));
+        QVERIFY(c->mSelectedVolumeMenu->itemText(0).endsWith(
+            QStringLiteral(" (%1)").arg(QFileInfo(env->home()).fileName())));
+        QSignalSpy started(c, &AppDelegate::contentsScanStarted);
+        c->mSelectedVolumeMenu->setCurrentIndex(1);
+        emit c->mSelectedVolumeMenu->activated(1);
+        QVERIFY(c->mVolumeNotMounted);
+        QCOMPARE(c->mDates.size(), 1);
+        QCOMPARE(c->mDates[0].count, 3);
+        QCOMPARE(c->mContents.size(), 0);
+        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessageNoVolume"));
+        QCOMPARE(textColor(c->mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
+        QTest::qWait(100);
+        QCOMPARE(started.size(), 0);
+        // Remembered days are dimmed in the date column only.
+        QCOMPARE(c->mDateModel->index(0, 0).data(Qt::ForegroundRole).value<QColor>(),
+                 ZEL_Colors::getGrayColor_Adaptable());
+        QCOMPARE(c->mDateModel->index(0, 1).data(Qt::ForegroundRole).value<QColor>(),
+                 ZEL_Colors::getDarkGrayColor_Adaptable());
+        QCOMPARE(c->mDateModel->index(0, 2).data().toString(), QStringLiteral("3"));
+        // Back to the start-up volume.
+        c->mSelectedVolumeMenu->setCurrentIndex(0);
+        emit c->mSelectedVolumeMenu->activated(0);
+        QVERIFY(!c->mVolumeNotMounted);
+        QVERIFY(Fixture::settle(*c));
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>{"home item"});
+    }
+
+    void folderSizeAfterTheCalculation()
+    {
+        const QByteArray a = item("2024-05-01", "09_00_00", "tree/a.bin", 1000);
+        item("2024-05-01", "09_00_00", "tree/sub/b.bin", 234);
+        QVERIFY(TestEnv::makeFolders(Fixture::cachePath(*env) +
+                                     "/2024-05-01/2024-05-01 09_00_00/empty"));
+        // A link counts as itself, never as what it points to.
+        const QByteArray link =
+            Fixture::cachePath(*env) + "/2024-05-01/2024-05-01 09_00_00/tree/link";
+        QVERIFY(symlink(a.constData(), link.constData()) == 0);
+        launch();
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"empty", "tree"}));
+        QCOMPARE(c->mContentsModel->index(1, 1).data().toString(),
+                 QString()); // no size for folders
+        QSignalSpy sizes(c, &AppDelegate::sizeContentsUpdated);
+        c->mTableViewContents->selectRowAlone(1);
+        // The name and date at once, the size once the walk is done.
+        QVERIFY(c->mContentsInfos->text().startsWith(QStringLiteral("tree\n")));
+        QVERIFY(!c->mContentsInfos->text().contains(QStringLiteral(" - ")));
+        const qint64 total = 1234 + qint64(a.size());
+        QTRY_VERIFY_WITH_TIMEOUT(!sizes.isEmpty() && sizes.last().at(0).toLongLong() == total,
+                                 3000);
+        QTRY_VERIFY_WITH_TIMEOUT(!c->mCalculatingSizeContents, 2000);
+        QVERIFY2(c->mContentsInfos->text().endsWith(QStringLiteral(" - ") +
+                                                    CommonUtils::getSizeStr(total)),
+                 qPrintable(c->mContentsInfos->text()));
+        QVERIFY(!c->mCalculatingSizeContentsMustStop);
+        // An empty folder shows the size text for zero.
+        c->mTableViewContents->selectRowAlone(0);
+        QTRY_VERIFY_WITH_TIMEOUT(c->mContentsInfos->text().startsWith(QStringLiteral("empty\n")) &&
+                                     c->mContentsInfos->text().endsWith(QStringLiteral(" - 0")),
+                                 3000);
+        // Leaving the list empties the line.
+        QTRY_VERIFY_WITH_TIMEOUT(!c->mCalculatingSizeContents, 2000);
+        c->mTableViewContents->clearSelection();
+        c->updateSizeContents(5);
+        QCOMPARE(c->mContentsInfos->text(), QString());
+        QVERIFY(c->mCalculatingSizeContentsMustStop);
+    }
+
+    void quickSecondFolderWins()
+    {
+        for (int i = 0; i < 300; ++i)
+            item("2024-05-01", "09_00_00", "big/f" + QByteArray::number(i), 10);
+        item("2024-05-01", "09_00_00", "small/f", 7);
+        launch();
+        QSignalSpy sizes(c, &AppDelegate::sizeContentsUpdated);
+        c->mTableViewContents->selectRowAlone(0);
+        QTest::qWait(120); // the first calculation starts
+        c->mTableViewContents->selectRowAlone(1);
+        QTRY_VERIFY_WITH_TIMEOUT(c->mContentsInfos->text().startsWith(QStringLiteral("small\n")) &&
+                                     c->mContentsInfos->text().endsWith(QStringLiteral(" - 7")) &&
+                                     !c->mCalculatingSizeContents,
+                                 3000);
+    }
+
+    void statusLines()
+    {
+        const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n";
+        CommonUtils::setMountTableSourceForTesting([table] { return table; });
+        CommonUtils::resetVolumesLists();
+        launch();
+        QCOMPARE(c->mProtectionInfos->text(),
+                 QStringLiteral("%1 - %2").arg(qtTrId("ProtectionEnabled").arg(1),
+                                               qtTrId("EmptyCache")));
+        QCOMPARE(textColor(c->mProtectionInfos), ZEL_Colors::getGreenColor_Adaptable());
+        QCOMPARE(c->mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMore"));
+        item("2024-05-01", "09_00_00", "sized", 4000);
+        c->updateStatusInfos();
+        QCOMPARE(
+            c->mProtectionInfos->text(),
+            QStringLiteral("%1 - %2").arg(qtTrId("ProtectionEnabled").arg(1),
+                                          qtTrId("SizeOfCache").arg(QStringLiteral("4.0 KB"))));
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        c->updateStatusInfos();
+        QCOMPARE(c->mProtectionInfos->text(), qtTrId("ProtectionDisabled"));
+        QCOMPARE(textColor(c->mProtectionInfos), ZEL_Colors::getRedColor_Adaptable());
+        QCOMPARE(c->mProtectionInfosMore->text(), qtTrId("ProtectionDisabledMore"));
+        QVERIFY(c->mProtectionONButton->isEnabled());
+        QVERIFY(!c->mProtectionOFFButton->isEnabled());
+    }
+
+    void statusCountsOfSeveralVolumes()
+    {
+        // One protected volume of three mounted ones: the X form, but the singular cache text.
+        const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                                 "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
+                                 "3 1 8:33 / /media/u/B rw - ext4 /dev/sdc1 rw\n";
+        CommonUtils::setMountTableSourceForTesting([table] { return table; });
+        CommonUtils::setIdentityResolverForTesting([](const MountEntry &e) {
+            return VolumeIdentity{QStringLiteral("UUID-%1").arg(e.minor), QString()};
+        });
+        CommonUtils::resetVolumesLists();
+        item("2024-05-01", "09_00_00", "sized", 4000);
+        launch();
+        QCOMPARE(
+            c->mProtectionInfos->text(),
+            QStringLiteral("%1 - %2").arg(qtTrId("ProtectionEnabledX").arg(1).arg(3),
+                                          qtTrId("SizeOfCache").arg(QStringLiteral("4.0 KB"))));
+        // The mount notifications: a protected path refreshes the pop-up, anything else not.
+        Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, {{"UUID-17", "/media/u/A"}});
+        c->deviceDidMount(QStringLiteral("/Network"));
+        QCOMPARE(c->mSelectedVolumeMenu->count(), 1);
+        c->deviceDidMount(QStringLiteral("/media/u/B"));
+        QCOMPARE(c->mSelectedVolumeMenu->count(), 1);
+        c->deviceDidMount(QStringLiteral("/media/u/A"));
+        QCOMPARE(c->mSelectedVolumeMenu->count(), 2);
+        QCOMPARE(c->mSelectedVolumeMenu->itemText(1), QStringLiteral("A"));
+        QVERIFY(TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()))
+                    .contains("Salvora 3 notified that device did Mount: /media/u/A"));
+        QCOMPARE(c->mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMoreX").arg(2));
+    }
+
+    void volumeTableButtons()
+    {
+        const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                                 "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
+                                 "3 1 8:33 / /media/u/B rw - ext4 /dev/sdc1 rw\n";
+        CommonUtils::setMountTableSourceForTesting([table] { return table; });
+        CommonUtils::setIdentityResolverForTesting([](const MountEntry &e) {
+            return VolumeIdentity{QStringLiteral("UUID-%1").arg(e.minor), QString()};
+        });
+        CommonUtils::resetVolumesLists();
+        Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
+                                {{"UUID-17", "/media/u/A"}, {"GONE", "/media/u/Gone"}});
+        launch();
+        c->editPreferences();
+        QVERIFY(c->mPreferencesWindow->isVisible());
+        QCOMPARE(c->mVolumes.size(), 4);
+        QVERIFY(c->mVolumes[1].isProtected && !c->mVolumes[2].isProtected);
+        QVERIFY(c->mVolumes[3].unmounted && c->mVolumes[3].uuid == QLatin1String("GONE"));
+        auto text = [&](int row) {
+            QString t;
+            for (const TextPart &p : c->mVolumesModel->index(row, 0)
+                                         .data(TableModel::PartsRole)
+                                         .value<QList<TextPart>>())
+                t += p.text;
+            return t;
+        };
+        QCOMPARE(text(2), QStringLiteral("B - %1").arg(qtTrId("NotProtected")));
+        QCOMPARE(text(3), QStringLiteral("Gone - %1").arg(qtTrId("ProtectedUnmounted")));
+        const auto parts0 =
+            c->mVolumesModel->index(0, 0).data(TableModel::PartsRole).value<QList<TextPart>>();
+        QCOMPARE(parts0[0].color,
+                 ZEL_Colors::getGrayColor_Adaptable()); // the start-up volume, dimmed
+        QCOMPARE(parts0[1].text, QStringLiteral(" - %1").arg(qtTrId("Protected")));
+
+        c->mProtectedVolumesTableView->selectRowAlone(0);
+        QVERIFY(!c->mProtectedVolumesProtectButton->isEnabled() &&
+                !c->mProtectedVolumesUnprotectButton->isEnabled());
+        c->mProtectedVolumesTableView->selectRowAlone(1);
+        QVERIFY(!c->mProtectedVolumesProtectButton->isEnabled() &&
+                c->mProtectedVolumesUnprotectButton->isEnabled());
+        c->mProtectedVolumesUnprotectButton->click();
+        QVERIFY(!c->mVolumes[1].isProtected);
+        QVERIFY(c->mProtectedVolumesProtectButton->isEnabled() &&
+                !c->mProtectedVolumesUnprotectButton->isEnabled());
+        c->mProtectedVolumesProtectButton->click();
+        QVERIFY(c->mVolumes[1].isProtected);
+        // Not re-evaluated after protecting: protect stays enabled until the selection changes.
+        QVERIFY(c->mProtectedVolumesProtectButton->isEnabled() &&
+                !c->mProtectedVolumesUnprotectButton->isEnabled());
+        c->mProtectedVolumesProtectButton->click();
+        QVERIFY(c->mVolumes[1].isProtected);
+        // Neither touched the settings; cancelling keeps them.
+        c->mPreferencesWindow->reject();
+        QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks)->size(), 2);
+    }
+
+    void notificationRefreshes()
+    {
+        launch();
+        QCOMPARE(c->mDates.size(), 0);
+        item("2024-05-01", "09_00_00", "moved in");
+        QVERIFY(NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                                      QLatin1String(Notifications::Salvora3DataMovedToCache)));
+        QTRY_COMPARE_WITH_TIMEOUT(c->mDates.size(), 1, 5000);
+        QVERIFY(Fixture::settle(*c));
+        QTRY_COMPARE_WITH_TIMEOUT(Fixture::names(*c), QList<QByteArray>{"moved in"}, 3000);
+    }
+
+    void namesThatAreNotUtf8()
+    {
+        item("2024-05-01", "09_00_00", "caf\xe9 report");
+        item("2024-05-01", "09_00_00", "plain");
+        launch();
+        QCOMPARE(c->mContents.size(), 2);
+        QCOMPARE(c->mContents.name(0), QByteArrayView("caf\xe9 report"));
+        c->mTableViewContents->selectRowAlone(0);
+        QVERIFY(c->mContentsInfos->text().endsWith(QStringLiteral(" - 1"))); // read by its bytes
+        c->mSearchString->setText(QStringLiteral("REPORT"));
+        scanAndWait();
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>{"caf\xe9 report"});
+        // The temporary home is removed by name, which such a name would defeat.
+        QCOMPARE(unlink(c->mContents.fullPath(0).constData()), 0);
+    }
+};
+
+QTEST_MAIN(TstWindow)
+#include "tst_window.moc"

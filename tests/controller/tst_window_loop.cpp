@@ -1,0 +1,88 @@
+#include "WindowFixture.h"
+
+#include "common/Log.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "common/Texts.h"
+#include "volumes/Volumes.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QProcess>
+
+// A real protected ext4 volume, loop-mounted in a private mount namespace, seen by the window.
+class TstWindowLoop : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    QTemporaryDir images;
+    const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AC");
+    const QString mountPoint = QStringLiteral("/mnt/sv3 window vol");
+
+    static bool run(const QString &program, const QStringList &args)
+    {
+        QProcess p;
+        p.setProcessChannelMode(QProcess::ForwardedChannels);
+        p.start(program, args);
+        return p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit &&
+               p.exitCode() == 0;
+    }
+
+    static QByteArray logText()
+    {
+        return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QString why;
+        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
+        Texts::install(*QCoreApplication::instance());
+        env = new TestEnv;
+        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3wintest", "/mnt"}));
+        const QString image = images.filePath(QStringLiteral("vol.img"));
+        QVERIFY(run(QStringLiteral("truncate"), {"-s", "8M", image}));
+        QVERIFY(run(QStringLiteral("mkfs.ext4"),
+                    {"-q", "-F", "-U", uuid.toLower(), "-L", "SV3WIN", image}));
+        QVERIFY(QDir().mkpath(mountPoint));
+    }
+    void cleanupTestCase() { delete env; }
+
+    void mountRefreshesUnmountDoesNot()
+    {
+        Fixture::setLaterLaunch();
+        Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, {{uuid, mountPoint}});
+        TestDelegate c;
+        QVERIFY(Fixture::launchAndSettle(c));
+        QCOMPARE(c.mSelectedVolumeMenu->count(), 1);
+
+        QVERIFY(run(QStringLiteral("mount"),
+                    {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
+        QTRY_COMPARE_WITH_TIMEOUT(c.mSelectedVolumeMenu->count(), 2, 5000);
+        QCOMPARE(c.mSelectedVolumeMenu->itemText(1), QStringLiteral("sv3 window vol"));
+        QCOMPARE(c.mProtectedVolumes[1].path, mountPoint);
+        QVERIFY(logText().contains(
+            ("Salvora 3 notified that device did Mount: " + mountPoint).toUtf8()));
+        // The volume's own cache is browsed once chosen.
+        QVERIFY(
+            TestEnv::writeFile(QFile::encodeName(mountPoint) +
+                                   "/.Salvora3Cache/2024-05-01/2024-05-01 09_00_00/on the volume",
+                               "x"));
+        c.mSelectedVolumeMenu->setCurrentIndex(1);
+        emit c.mSelectedVolumeMenu->activated(1);
+        QVERIFY(Fixture::settle(c));
+        QCOMPARE(Fixture::names(c), QList<QByteArray>{"on the volume"});
+
+        // After the unmount the volume is no longer in the table, so it does not count as
+        // protected: no log line and no refresh, on purpose.
+        QVERIFY(run(QStringLiteral("umount"), {mountPoint}));
+        QTest::qWait(1000);
+        QCOMPARE(c.mSelectedVolumeMenu->count(), 2);
+        QVERIFY(!logText().contains("did Unmount"));
+        QVERIFY(!CommonUtils::getAllMountedVolumes().contains(mountPoint));
+    }
+};
+
+QTEST_MAIN(TstWindowLoop)
+#include "tst_window_loop.moc"
