@@ -126,6 +126,8 @@ void AppDelegate::loadInterface()
     mProtectedVolumesTableView->setItemDelegate(new PartsDelegate(mProtectedVolumesTableView));
 
     mTableViewDate->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    mTableViewDate->horizontalHeader()->resizeSection(1, 80);
+    mTableViewDate->horizontalHeader()->resizeSection(2, 60);
     mTableViewContents->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     mTableViewContents->horizontalHeader()->resizeSection(1, 90);
     mTableViewContents->horizontalHeader()->resizeSection(2, 150);

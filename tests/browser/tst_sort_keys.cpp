@@ -1,0 +1,206 @@
+#include "TestEnv.h"
+
+#include "browser/CacheItems.h"
+#include "browser/ContentsSort.h"
+#include "browser/NameMatch.h"
+
+#include <QRandomGenerator>
+#include <QTest>
+
+// The rows' name keys must order exactly as the full name comparison does, and merging sorted
+// lists must give what sorting everything gives.
+class TstSortKeys : public QObject
+{
+    Q_OBJECT
+    TestEnv env;
+
+    static CacheItems listOf(const QList<QByteArray> &names,
+                             const QByteArray &folder = "/c/2024-05-01/2024-05-01 09_00_00")
+    {
+        CacheItems items;
+        const std::uint32_t f = items.addFolder(folder);
+        for (const QByteArray &n : names)
+            items.addItem(f, n.constData(), std::size_t(n.size()), CacheItems::Kind::File);
+        return items;
+    }
+
+    static QList<QByteArray> namesOf(const CacheItems &items)
+    {
+        QList<QByteArray> out;
+        for (qsizetype i = 0; i < items.size(); ++i)
+            out.append(items.name(i).toByteArray());
+        return out;
+    }
+
+    // Names that meet at the key's edges: equal prefixes, exactly 16 bytes, case, non-ASCII
+    // bytes at every position, letters that fold onto ASCII, undecodable bytes.
+    static QList<QByteArray> trickyNames()
+    {
+        QList<QByteArray> names{"a",
+                                "A",
+                                "ab",
+                                "aB",
+                                "abc",
+                                "b",
+                                "_",
+                                "Z",
+                                "z",
+                                "0",
+                                "~",
+                                "report",
+                                "Report 2",
+                                "report_2",
+                                "report 10",
+                                "REPORT 1",
+                                "0123456789abcdef",
+                                "0123456789ABCDEF",
+                                "0123456789abcdefg",
+                                "0123456789abcde",
+                                "0123456789abcdef\xc3\xa9",
+                                "r\xc3\xa9sum\xc3\xa9",
+                                "R\xc3\x89SUM\xc3\x89",
+                                "resume",
+                                "\xe2\x84\xaa"
+                                "elvin",
+                                "kelvin",
+                                "Kelvin",
+                                "l",
+                                "j",
+                                "\xc5\xbf"
+                                "t",
+                                "st",
+                                "ss",
+                                "\xc3\x9f",
+                                "caf\xe9",
+                                "caf\xc3\xa9",
+                                "cafe",
+                                "caf",
+                                "\xff",
+                                "\xfe\xff",
+                                "a\xff",
+                                "A\xfe",
+                                "\xd0\xa4\xd0\xbe\xd1\x82\xd0\xbe",
+                                "\xd1\x84\xd0\xbe\xd1\x82\xd0\xbe.pdf",
+                                "x\xf0\x9f\x98\x80",
+                                "x\xef\xbf\xbd",
+                                "xy"};
+        return names;
+    }
+
+    static int sign(int v) { return v < 0 ? -1 : (v > 0 ? 1 : 0); }
+
+private slots:
+    void keysAgreeWithFullComparison()
+    {
+        QList<QByteArray> names = trickyNames();
+        // Random names from a small alphabet, so that long shared prefixes are common.
+        QRandomGenerator rng(7);
+        const char alphabet[] = {'a', 'A', 'b',    'B',    ' ',    '_',
+                                 '.', '1', '\xc3', '\xa9', '\xff', 'z'};
+        for (int i = 0; i < 400; ++i) {
+            QByteArray n;
+            const int len = 1 + int(rng.bounded(20));
+            for (int k = 0; k < len; ++k)
+                n.append(alphabet[rng.bounded(int(sizeof alphabet))]);
+            names.append(n);
+        }
+        const CacheItems items = listOf(names);
+        int decided = 0;
+        for (qsizetype i = 0; i < items.size(); ++i) {
+            for (qsizetype j = 0; j < items.size(); ++j) {
+                const int full = sign(NameMatch::compare(items.name(i), items.name(j)));
+                const int keys = ContentsSort::compareKeys(items.row(i), items.row(j));
+                if (keys != ContentsSort::kKeysUndecided) {
+                    ++decided;
+                    QVERIFY2(keys == full, (items.name(i).toByteArray().toHex() + " vs " +
+                                            items.name(j).toByteArray().toHex())
+                                               .constData());
+                }
+                QCOMPARE(sign(ContentsSort::compare(items, items.row(i), items.row(j),
+                                                    ContentsSort::ByName)),
+                         full);
+                QCOMPARE(sign(ContentsSort::compare(items, items.row(i), items.row(j),
+                                                    ContentsSort::ByNameDescending)),
+                         -full);
+            }
+        }
+        QVERIFY(decided > items.size() * items.size() / 2); // the keys do most of the work
+    }
+
+    void keyOfAName()
+    {
+        const CacheItems items = listOf({"ABCdefGHIJKLMNOPqrs", "Ab\xc3\xa9", "short"});
+        QCOMPARE(items.row(0).keyLength, std::uint8_t(16));
+        QCOMPARE(items.row(0).key[0], 0x6162636465666768ull); // "abcdefgh"
+        QCOMPARE(items.row(1).keyLength, std::uint8_t(2));    // stops at the first non-ASCII byte
+        QCOMPARE(items.row(2).keyLength, std::uint8_t(5 | CacheItems::kKeyComplete));
+    }
+
+    void mergedEqualsSorted_data()
+    {
+        QTest::addColumn<int>("code");
+        for (int code = 0; code < 4; ++code)
+            QTest::newRow(qPrintable(QString::number(code))) << code;
+    }
+    void mergedEqualsSorted()
+    {
+        QFETCH(int, code);
+        // Three lists from different time folders, each with some equal names.
+        QList<QByteArray> all = trickyNames();
+        CacheItems a = listOf(all.mid(0, 20), "/c/2024-05-02/2024-05-02 10_00_00");
+        CacheItems b = listOf(all.mid(20), "/c/2024-05-01/2024-05-01 09_00_00");
+        CacheItems c = listOf({"report", "zz", "a"}, "/c/2024-05-03/2024-05-03 08_00_00");
+        ContentsSort::sortCompact(a, code);
+        ContentsSort::sortCompact(b, code);
+        ContentsSort::sortCompact(c, code);
+        CacheItems ab, abc;
+        ContentsSort::mergeSorted(a, b, code, ab);
+        ContentsSort::mergeSorted(ab, c, code, abc);
+        QCOMPARE(abc.size(), all.size() + 3);
+        for (qsizetype i = 1; i < abc.size(); ++i)
+            QVERIFY2(ContentsSort::compare(abc, abc.row(i - 1), abc.row(i), code) <= 0,
+                     qPrintable(QString::number(i)));
+        // The rows still point at their own names and time folders; names lie in row order.
+        QList<QByteArray> sortedNames = namesOf(abc);
+        std::sort(sortedNames.begin(), sortedNames.end());
+        QList<QByteArray> expected = all + QList<QByteArray>{"report", "zz", "a"};
+        std::sort(expected.begin(), expected.end());
+        QCOMPARE(sortedNames, expected);
+        for (qsizetype i = 0; i < abc.size(); ++i) {
+            if (abc.name(i) == QByteArrayView("zz"))
+                QCOMPARE(abc.timeFolderName(abc.row(i).folder),
+                         QByteArrayView("2024-05-03 08_00_00"));
+            if (i > 0) QVERIFY(abc.row(i).offset >= abc.row(i - 1).offset);
+        }
+        // Merging with nothing is a copy; the output's memory is reused.
+        CacheItems copy;
+        ContentsSort::mergeSorted(abc, CacheItems(), code, copy);
+        QCOMPARE(namesOf(copy), namesOf(abc));
+        ContentsSort::mergeSorted(CacheItems(), c, code, copy);
+        QCOMPARE(copy.size(), 3);
+    }
+
+    void timeSortOrdersFolders()
+    {
+        CacheItems items;
+        const auto late = items.addFolder("/c/2024-05-01/2024-05-01 18_00_00");
+        const auto early = items.addFolder("/c/2024-05-01/2024-05-01 08_00_00");
+        const auto other = items.addFolder("/c/2024-04-30/2024-04-30 23_59_59");
+        for (auto f : {late, early, other, late, early})
+            items.addItem(f, "x", 1, CacheItems::Kind::File);
+        ContentsSort::sortCompact(items, ContentsSort::ByTime);
+        QList<QByteArray> times;
+        for (qsizetype i = 0; i < items.size(); ++i)
+            times.append(items.timeFolderName(items.row(i).folder).toByteArray());
+        QCOMPARE(times, QList<QByteArray>({"2024-04-30 23_59_59", "2024-05-01 08_00_00",
+                                           "2024-05-01 08_00_00", "2024-05-01 18_00_00",
+                                           "2024-05-01 18_00_00"}));
+        ContentsSort::sortCompact(items, ContentsSort::ByTimeDescending |
+                                             0x100); // only the low byte counts
+        QCOMPARE(items.timeFolderName(items.row(0).folder), QByteArrayView("2024-05-01 18_00_00"));
+        QCOMPARE(items.timeFolderName(items.row(4).folder), QByteArrayView("2024-04-30 23_59_59"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstSortKeys)
+#include "tst_sort_keys.moc"

@@ -1,0 +1,251 @@
+#include "TestEnv.h"
+
+#include "ui/PartsDelegate.h"
+#include "ui/SystemVersion.h"
+#include "ui/TableModel.h"
+#include "ui/TableView.h"
+#include "ui/ZEL_Colors.h"
+
+#include <QApplication>
+#include <QHeaderView>
+#include <QPainter>
+#include <QSignalSpy>
+#include <QTest>
+
+namespace {
+
+// A data source of n rows whose first column shows the row number.
+class Rows : public TableDataSource
+{
+public:
+    int n = 0;
+    int numberOfRowsInTableView(const TableModel *) override { return n; }
+    QVariant cellValue(const TableModel *, int row, const QString &column, int role) override
+    {
+        if (role == Qt::DisplayRole) return QStringLiteral("%1:%2").arg(column).arg(row);
+        if (role == TableModel::PartsRole && column == QLatin1String("1"))
+            return QVariant::fromValue(QList<TextPart>{{QStringLiteral("name"), Qt::black, 13},
+                                                       {QStringLiteral(" - state"), Qt::red, 11}});
+        return {};
+    }
+};
+
+QPalette themed(bool dark)
+{
+    QPalette p;
+    p.setColor(QPalette::Base, dark ? QColor(30, 30, 30) : QColor(255, 255, 255));
+    p.setColor(QPalette::Text, dark ? QColor(230, 230, 230) : QColor(20, 20, 20));
+    p.setColor(QPalette::Window, dark ? QColor(40, 40, 40) : QColor(240, 240, 240));
+    p.setColor(QPalette::WindowText, p.color(QPalette::Text));
+    p.setColor(QPalette::Highlight, QColor(40, 110, 220));
+    p.setColor(QPalette::HighlightedText, QColor(255, 255, 255));
+    return p;
+}
+
+double contrast(const QColor &a, const QColor &b)
+{
+    return std::abs(a.lightnessF() - b.lightnessF());
+}
+
+} // namespace
+
+// Adaptive colours, the version arithmetic behind them, and the table plumbing of the window.
+class TstUi : public QObject
+{
+    Q_OBJECT
+    TestEnv env;
+
+private slots:
+    void cleanup()
+    {
+        SystemVersion::setSourceForTesting({});
+        ZEL_Colors::setPaletteAvailableForTesting({});
+        ZEL_Colors::resetVersionCacheForTesting();
+    }
+
+    void packedVersions_data()
+    {
+        QTest::addColumn<int>("major");
+        QTest::addColumn<int>("minor");
+        QTest::addColumn<int>("bugFix");
+        QTest::addColumn<qint64>("packed");
+        QTest::addColumn<qint64>("decimal");
+        QTest::newRow("10.13.6") << 10 << 13 << 6 << qint64(4310) << qint64(101306);
+        QTest::newRow("10.14.0") << 10 << 14 << 0 << qint64(4320) << qint64(101400);
+        QTest::newRow("10.14.6") << 10 << 14 << 6 << qint64(4326) << qint64(101406);
+        QTest::newRow("10.9.5") << 10 << 9 << 5 << qint64(4245) << qint64(100905);
+        QTest::newRow("11.0.0") << 11 << 0 << 0 << qint64(4352) << qint64(110000);
+        QTest::newRow("11.2.3") << 11 << 2 << 3 << qint64(4387) << qint64(110203);
+        QTest::newRow("12.0.0") << 12 << 0 << 0 << qint64(4608) << qint64(120000);
+        // A minor of 16 spills into the next nibble: 10.16 packs like 11.0.
+        QTest::newRow("10.16.0") << 10 << 16 << 0 << qint64(4352) << qint64(101600);
+        // A one-digit major becomes "0", not a padded number.
+        QTest::newRow("9.1.2") << 9 << 1 << 2 << qint64(2322) << qint64(102);
+    }
+    void packedVersions()
+    {
+        QFETCH(int, major);
+        QFETCH(int, minor);
+        QFETCH(int, bugFix);
+        QFETCH(qint64, packed);
+        QFETCH(qint64, decimal);
+        const SystemVersion::Parts p{major, minor, bugFix};
+        QCOMPARE(SystemVersion::packed(p), packed);
+        QCOMPARE(SystemVersion::decimal(p), decimal);
+    }
+
+    void versionIsCachedOnceKnown()
+    {
+        int reads = 0;
+        std::optional<SystemVersion::Parts> answer;
+        SystemVersion::setSourceForTesting([&] {
+            ++reads;
+            return answer;
+        });
+        // A failed look-up gives 0 and is tried again at the next call.
+        QCOMPARE(ZEL_Colors::getOSVersion_Colors(), 0);
+        QCOMPARE(ZEL_Colors::getOSVersion_Colors(), 0);
+        QCOMPARE(reads, 2);
+        answer = SystemVersion::Parts{12, 0, 0};
+        QCOMPARE(ZEL_Colors::getOSVersion_Colors(), 4608);
+        answer = SystemVersion::Parts{10, 13, 6};
+        QCOMPARE(ZEL_Colors::getOSVersion_Colors(), 4608);
+        QCOMPARE(reads, 3);
+    }
+
+    void osRelease()
+    {
+        using P = std::optional<SystemVersion::Parts>;
+        auto parts = [](const QByteArray &text) {
+            const P p = SystemVersion::parseOsRelease(text);
+            return p ? QList<int>{p->major, p->minor, p->bugFix} : QList<int>();
+        };
+        QCOMPARE(parts("NAME=\"Debian GNU/Linux\"\nVERSION_ID=\"12\"\n"), QList<int>({12, 0, 0}));
+        QCOMPARE(parts("VERSION_ID='22.04'"), QList<int>({22, 4, 0}));
+        QCOMPARE(parts("  VERSION_ID=1.2.3.4\n"), QList<int>({1, 2, 3}));
+        QCOMPARE(parts("VERSION_ID=bookworm"), QList<int>());
+        QCOMPARE(parts("VERSION_ID=\"12.x\""), QList<int>());
+        QCOMPARE(parts("ID=arch\n"), QList<int>()); // rolling releases have none
+        QCOMPARE(parts(""), QList<int>());
+    }
+
+    void coloursFollowThePalette()
+    {
+        QVERIFY(ZEL_Colors::isOSVersionMojaveOrMore());
+        for (bool dark : {false, true}) {
+            QApplication::setPalette(themed(dark));
+            const QPalette p = QApplication::palette();
+            QCOMPARE(ZEL_Colors::getBlackColor_Adaptable(), p.color(QPalette::Text));
+            QCOMPARE(ZEL_Colors::getControlBackground_Adaptable(),
+                     p.color(QPalette::HighlightedText));
+            QCOMPARE(ZEL_Colors::getBlueColor_Adaptable(), p.color(QPalette::Highlight));
+            // Every text colour reads on the background, greys fading in their order.
+            const QColor base = p.color(QPalette::Base);
+            const double black = contrast(ZEL_Colors::getBlackColor_Adaptable(), base);
+            const double dark1 = contrast(ZEL_Colors::getDarkGrayColor_Adaptable(), base);
+            const double gray = contrast(ZEL_Colors::getGrayColor_Adaptable(), base);
+            const double light = contrast(ZEL_Colors::getLightGrayColor_Adaptable(), base);
+            QVERIFY(black > dark1 && dark1 > gray && gray > light && light > 0.1);
+            for (const QColor &c :
+                 {ZEL_Colors::getRedColor_Adaptable(), ZEL_Colors::getGreenColor_Adaptable(),
+                  ZEL_Colors::getOrangeColor_Adaptable(), ZEL_Colors::getBrownColor_Adaptable()})
+                QVERIFY2(contrast(c, base) > 0.25, qPrintable(c.name()));
+        }
+        // Signal colours are lighter on a dark theme.
+        QApplication::setPalette(themed(false));
+        const QColor lightRed = ZEL_Colors::getRedColor_Adaptable();
+        QApplication::setPalette(themed(true));
+        QVERIFY(ZEL_Colors::getRedColor_Adaptable().lightnessF() > lightRed.lightnessF());
+        QVERIFY(ZEL_Colors::getRedColor_Adaptable().hueF() < 0.05f);
+        QVERIFY(std::abs(ZEL_Colors::getGreenColor_Adaptable().hueF() - 130.0f / 360) < 0.02f);
+    }
+
+    void fixedColoursWithoutPalette()
+    {
+        ZEL_Colors::setPaletteAvailableForTesting([] { return false; });
+        QVERIFY(!ZEL_Colors::isOSVersionMojaveOrMore());
+        QCOMPARE(ZEL_Colors::getBlackColor_Adaptable(), QColor(Qt::black));
+        QCOMPARE(ZEL_Colors::getDarkGrayColor_Adaptable(), QColor(Qt::darkGray));
+        QCOMPARE(ZEL_Colors::getGrayColor_Adaptable(), QColor(Qt::gray));
+        QCOMPARE(ZEL_Colors::getRedColor_Adaptable(), QColor(Qt::red));
+        QCOMPARE(ZEL_Colors::getGreenColor_Adaptable(), QColor(Qt::green));
+        QCOMPARE(ZEL_Colors::getBlueColor_Adaptable(), QColor(Qt::blue));
+        QCOMPARE(ZEL_Colors::getControlBackground_Adaptable(), QColor(Qt::white));
+    }
+
+    void reloadKeepsSelectedRowNumbers()
+    {
+        Rows rows;
+        rows.n = 5;
+        TableModel model(&rows, {QStringLiteral("1"), QStringLiteral("2")});
+        TableView view;
+        view.setModel(&model);
+        model.reloadData();
+        QCOMPARE(model.rowCount(), 5);
+        QCOMPARE(model.index(3, 1).data().toString(), QStringLiteral("2:3"));
+        view.selectRowAlone(3);
+        QCOMPARE(view.selectedRow(), 3);
+        QSignalSpy changed(view.selectionModel(), &QItemSelectionModel::selectionChanged);
+        // Growing or refreshing keeps row 3 selected, silently.
+        rows.n = 8;
+        model.reloadData();
+        QCOMPARE(view.selectedRowNumbers(), QList<int>{3});
+        QCOMPARE(changed.size(), 0);
+        // Rows dropped at the end take their selection with them, and say so.
+        rows.n = 2;
+        model.reloadData();
+        QCOMPARE(view.selectedRowNumbers(), QList<int>());
+        QCOMPARE(changed.size(), 1);
+        // Selecting outside the table does nothing; so does selecting the selected row again.
+        view.selectRowAlone(7);
+        view.selectRowAlone(-1);
+        QCOMPARE(changed.size(), 1);
+        view.selectRowAlone(1);
+        view.selectRowAlone(1);
+        QCOMPARE(changed.size(), 2);
+        QVERIFY(!model.index(5, 0).isValid());
+        QCOMPARE(model.flags(model.index(0, 0)) & Qt::ItemNeverHasChildren,
+                 Qt::ItemNeverHasChildren);
+        QCOMPARE(model.columnIdentifier(1), QStringLiteral("2"));
+        QCOMPARE(model.columnForIdentifier(QStringLiteral("3")), -1);
+    }
+
+    void fontScale()
+    {
+        const QFont regular = TableModel::fontOfSize(13);
+        QCOMPARE(regular.pointSizeF(), QApplication::font().pointSizeF());
+        QVERIFY(TableModel::fontOfSize(11).pointSizeF() < TableModel::fontOfSize(12).pointSizeF());
+    }
+
+    void partsAreDrawnSideBySide()
+    {
+        Rows rows;
+        rows.n = 2;
+        TableModel model(&rows, {QStringLiteral("1")});
+        TableView view;
+        view.setModel(&model);
+        view.setItemDelegate(new PartsDelegate(&view));
+        model.reloadData();
+        view.resize(300, 100);
+        view.selectRowAlone(1);
+        QImage image(view.size(), QImage::Format_ARGB32);
+        image.fill(Qt::white);
+        view.render(&image);
+        // Both runs are there: red pixels from the state part on the unselected row.
+        bool red = false;
+        const int y =
+            view.rowViewportPosition(0) + view.rowHeight(0) / 2 + view.horizontalHeader()->height();
+        for (int x = 0; x < image.width() && !red; ++x)
+            for (int dy = -4; dy <= 4 && !red; ++dy) {
+                const QColor c = image.pixelColor(x, y + dy);
+                red = c.red() > 150 && c.green() < 100 && c.blue() < 100;
+            }
+        QVERIFY(red);
+        const QSize hint = view.itemDelegate()->sizeHint(QStyleOptionViewItem(), model.index(0, 0));
+        QVERIFY(hint.width() >
+                QFontMetrics(TableModel::fontOfSize(13)).horizontalAdvance(QStringLiteral("name")));
+    }
+};
+
+QTEST_MAIN(TstUi)
+#include "tst_ui.moc"
