@@ -6,16 +6,25 @@ cd "$(dirname "$0")/.."
 size=${1:-large}
 dir=${SALVORA_BENCH_DIR:-/tmp/salvora-bench}
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache >/dev/null
+cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_window >/dev/null
 case $size in
     small) entries=100000 ;;
     large) entries=1000000 ;;
     *) echo "usage: bench/run.sh [small|large]" >&2; exit 2 ;;
 esac
+generate() { # generate CACHE [gen_cache options...]
+    out=$1
+    shift
+    if [ ! -d "$out" ]; then
+        mkdir -p "$(dirname "$out")"
+        echo "generating $entries entries in $out ..."
+        build/bin/gen_cache --out "$out" --entries "$entries" --seed 1 "$@"
+    fi
+}
 cache=$dir/$size/.Salvora3Cache
-if [ ! -d "$cache" ]; then
-    mkdir -p "$dir/$size"
-    echo "generating $entries entries in $cache ..."
-    build/bin/gen_cache --out "$cache" --entries "$entries" --seed 1
-fi
+flat=$dir/$size-flat/.Salvora3Cache
+generate "$cache"
+generate "$flat" --flat
 build/bin/bench_cache "$cache" 3
+# The window, offscreen: scans against find, first rows, event-loop gaps, start-up, memory.
+build/bin/bench_window --cache "$cache" --flat "$flat" --runs 3

@@ -41,15 +41,26 @@ void CacheItems::addItem(std::uint32_t folder, const char *name, std::size_t len
     r.kind = kind;
     r.size = size;
     int n = 0;
+    bool complete = true;
     for (; n < kKeyBytes && std::size_t(n) < length; ++n) {
         auto c = static_cast<unsigned char>(name[n]);
-        if (c >= 0x80)
+        if (c >= 0x80) {
+            // A character beyond ASCII folds to something above every ASCII character, except
+            // the Kelvin sign (E2 84 AA) and the long s (C5 BF), which fold onto "k" and "s":
+            // the key ends in a mark above ASCII, or just ends for those two lead bytes.
+            if (c != 0xc5 && c != 0xe2) {
+                r.key[n / 8] |= std::uint64_t(kKeyAboveAscii) << (56 - 8 * (n % 8));
+                ++n;
+            }
+            complete = false;
             break;
+        }
         if (c >= 'A' && c <= 'Z')
             c |= 0x20;
         r.key[n / 8] |= std::uint64_t(c) << (56 - 8 * (n % 8));
     }
-    r.keyLength = std::uint8_t(n | (std::size_t(n) == length ? kKeyComplete : 0));
+    complete = complete && std::size_t(n) == length;
+    r.keyLength = std::uint8_t(n | (complete ? kKeyComplete : 0));
     mArena.append(name, length);
     mRows.push_back(r);
 }

@@ -22,13 +22,15 @@ public:
         std::uint16_t length = 0; // names are at most 255 bytes on Linux file systems
         Kind kind = Kind::Unknown;
         // The name's first bytes, ASCII-folded to lower case and packed big-endian, as far as
-        // they are ASCII (at most 16): most comparisons of two names end here, without reading
-        // the arena. keyLength counts the packed bytes; kKeyComplete marks a name packed whole.
+        // they are ASCII (at most 16), then possibly kKeyAboveAscii for a character that folds
+        // above ASCII: most comparisons of two names end here, without reading the arena.
+        // keyLength counts the packed bytes; kKeyComplete marks a name packed whole.
         std::uint8_t keyLength = 0;
         std::int64_t size = -1; // -1 when not read
         std::uint64_t key[2] = {0, 0};
     };
     static constexpr std::uint8_t kKeyComplete = 0x80;
+    static constexpr std::uint8_t kKeyAboveAscii = 0xff;
     static constexpr int kKeyBytes = 16;
 
     qsizetype size() const { return qsizetype(mRows.size()); }

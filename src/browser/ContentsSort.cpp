@@ -95,6 +95,15 @@ void mergeInto(CacheItems &items, CacheItems &&batch, int code)
                        [&](const CacheItems::Row &a, const CacheItems::Row &b) { return compare(items, a, b, code) < 0; });
 }
 
+void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, int code)
+{
+    const std::size_t before = items.rows().size();
+    items.append(std::move(sortedBatch));
+    auto &rows = items.rows();
+    std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(),
+                       [&](const CacheItems::Row &a, const CacheItems::Row &b) { return compare(items, a, b, code) < 0; });
+}
+
 namespace {
 
 // Compares rows of two different lists.

@@ -26,6 +26,9 @@ int compareKeys(const CacheItems::Row &a, const CacheItems::Row &b);
 // The names are laid out in `out` in row order, so that the next merge reads every name front
 // to back instead of jumping around a large arena.
 void mergeSorted(const CacheItems &a, const CacheItems &b, int code, CacheItems &out);
+// Merges an already sorted batch into the sorted `items`: the batch's names are appended, and
+// only the rows move (linear in the list's size, the batch is not sorted again).
+void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, int code);
 // Sorts and lays the names out in row order (see mergeSorted).
 void sortCompact(CacheItems &items, int code);
 

@@ -239,7 +239,6 @@ private:
     bool mLaunched = false;
 
     std::shared_ptr<ContentsScanJob> mContentsJob;
-    CacheItems mContentsSpare; // the merge's second buffer while a scan runs
     QElapsedTimer mSinceHandOver;
     bool mHandOverScheduled = false;
 

@@ -54,7 +54,6 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
 
     auto job = std::make_shared<ContentsScanJob>(std::move(request), mReadingCacheContentsMustStop);
     mContentsJob = job;
-    mContentsSpare = CacheItems();
     mHandOverScheduled = false;
     mSinceHandOver.invalidate();
     std::thread([job, workers = mWorkers, this] {
@@ -90,9 +89,7 @@ void AppDelegate::takeContents(const std::shared_ptr<ContentsScanJob> &job)
     const int current = int(mSortByCaching & 0xff);
     if (code != current)
         ContentsSort::sortCompact(batch, current); // sorted before the user re-sorted
-    ContentsSort::mergeSorted(mContents, batch, current, mContentsSpare);
-    std::swap(mContents, mContentsSpare);
-    mContentsSpare.clear();
+    ContentsSort::mergeSortedInto(mContents, std::move(batch), current);
     mContentsModel->reloadData();
     emit contentsListChanged();
 }
@@ -102,7 +99,6 @@ void AppDelegate::endContentsScan(const std::shared_ptr<ContentsScanJob> &job)
     // The last rows first, then the message.
     takeContents(job);
     mContentsJob.reset();
-    mContentsSpare = CacheItems();
     mContents.shrinkToFit();
     showEndOfScanMessage();
     mReadingCacheContents = false;
