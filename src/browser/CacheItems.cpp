@@ -1,5 +1,7 @@
 #include "browser/CacheItems.h"
 
+#include <algorithm>
+
 void CacheItems::clear()
 {
     mFolders.clear();
@@ -32,6 +34,48 @@ std::uint32_t CacheItems::addFolder(const QByteArray &timeFolderPath)
     return std::uint32_t(mFolders.size() - 1);
 }
 
+void CacheItems::setKey(Row &r, const char *name, std::size_t length)
+{
+    // The key holds the name's first characters as the case-insensitive order folds them. ASCII
+    // folds to lower case; the Kelvin sign (E2 84 AA) and the long s (C5 BF) fold onto "k" and
+    // "s"; every other character beyond ASCII (and every byte that is not UTF-8) folds to
+    // something above all of ASCII: the key ends there with kKeyAboveAscii.
+    const auto *p = reinterpret_cast<const unsigned char *>(name);
+    std::size_t i = 0;
+    int n = 0;
+    bool complete = true;
+    bool asciiBytes = true;
+    auto put = [&](unsigned char c) {
+        r.key[n / 8] |= std::uint64_t(c) << (56 - 8 * (n % 8));
+        ++n;
+    };
+    while (i < length) {
+        if (n == kKeyBytes) {
+            complete = false;
+            break;
+        }
+        const unsigned char c = p[i];
+        if (c < 0x80) {
+            put((c >= 'A' && c <= 'Z') ? (c | 0x20) : c);
+            ++i;
+        } else if (c == 0xc5 && i + 1 < length && p[i + 1] == 0xbf) {
+            put('s');
+            i += 2;
+            asciiBytes = false;
+        } else if (c == 0xe2 && i + 2 < length && p[i + 1] == 0x84 && p[i + 2] == 0xaa) {
+            put('k');
+            i += 3;
+            asciiBytes = false;
+        } else {
+            put(kKeyAboveAscii);
+            complete = false;
+            asciiBytes = false;
+            break;
+        }
+    }
+    r.keyLength = std::uint8_t(n | (complete ? kKeyComplete : 0) | (asciiBytes ? kKeyAsciiBytes : 0));
+}
+
 void CacheItems::addItem(std::uint32_t folder, const char *name, std::size_t length, Kind kind, std::int64_t size)
 {
     Row r;
@@ -40,28 +84,17 @@ void CacheItems::addItem(std::uint32_t folder, const char *name, std::size_t len
     r.length = std::uint16_t(length);
     r.kind = kind;
     r.size = size;
-    int n = 0;
-    bool complete = true;
-    for (; n < kKeyBytes && std::size_t(n) < length; ++n) {
-        auto c = static_cast<unsigned char>(name[n]);
-        if (c >= 0x80) {
-            // A character beyond ASCII folds to something above every ASCII character, except
-            // the Kelvin sign (E2 84 AA) and the long s (C5 BF), which fold onto "k" and "s":
-            // the key ends in a mark above ASCII, or just ends for those two lead bytes.
-            if (c != 0xc5 && c != 0xe2) {
-                r.key[n / 8] |= std::uint64_t(kKeyAboveAscii) << (56 - 8 * (n % 8));
-                ++n;
-            }
-            complete = false;
-            break;
-        }
-        if (c >= 'A' && c <= 'Z')
-            c |= 0x20;
-        r.key[n / 8] |= std::uint64_t(c) << (56 - 8 * (n % 8));
-    }
-    complete = complete && std::size_t(n) == length;
-    r.keyLength = std::uint8_t(n | (complete ? kKeyComplete : 0));
+    setKey(r, name, length);
     mArena.append(name, length);
+    mRows.push_back(r);
+}
+
+void CacheItems::copyItem(const CacheItems &from, const Row &row, std::uint32_t folder)
+{
+    Row r = row;
+    r.folder = folder;
+    r.offset = std::uint32_t(mArena.size());
+    mArena.append(from.mArena.data() + row.offset, row.length);
     mRows.push_back(r);
 }
 
@@ -77,7 +110,10 @@ void CacheItems::append(CacheItems &&other)
                     std::make_move_iterator(other.mFolders.end()));
     mFolderNameOffsets.insert(mFolderNameOffsets.end(), other.mFolderNameOffsets.begin(), other.mFolderNameOffsets.end());
     mArena.append(other.mArena);
-    mRows.reserve(mRows.size() + other.mRows.size());
+    // Geometric growth: a list that grows by many small batches must not be copied each time.
+    const std::size_t needed = mRows.size() + other.mRows.size();
+    if (needed > mRows.capacity())
+        mRows.reserve(std::max(needed, mRows.capacity() * 2));
     for (Row r : other.mRows) {
         r.folder += folderBase;
         r.offset += offsetBase;

@@ -21,15 +21,19 @@ public:
         std::uint32_t offset = 0; // name's first byte in the arena
         std::uint16_t length = 0; // names are at most 255 bytes on Linux file systems
         Kind kind = Kind::Unknown;
-        // The name's first bytes, ASCII-folded to lower case and packed big-endian, as far as
-        // they are ASCII (at most 16), then possibly kKeyAboveAscii for a character that folds
-        // above ASCII: most comparisons of two names end here, without reading the arena.
-        // keyLength counts the packed bytes; kKeyComplete marks a name packed whole.
+        // The name's first characters as the case-insensitive order folds them, one byte each,
+        // packed big-endian (see setKey): two keys that differ order their names as the full
+        // comparison does, so most comparisons end here without reading the arena. keyLength
+        // counts the packed bytes (kKeyLengthMask); kKeyComplete marks a name packed whole,
+        // kKeyAsciiBytes a key made of the name's own first bytes.
         std::uint8_t keyLength = 0;
         std::int64_t size = -1; // -1 when not read
         std::uint64_t key[2] = {0, 0};
     };
     static constexpr std::uint8_t kKeyComplete = 0x80;
+    // The key's bytes are the name's first bytes (all ASCII), so the names' rest starts there.
+    static constexpr std::uint8_t kKeyAsciiBytes = 0x40;
+    static constexpr std::uint8_t kKeyLengthMask = 0x1f;
     static constexpr std::uint8_t kKeyAboveAscii = 0xff;
     static constexpr int kKeyBytes = 16;
 
@@ -41,6 +45,8 @@ public:
     // Adds a time folder (full path) and returns its index; rows refer to it.
     std::uint32_t addFolder(const QByteArray &timeFolderPath);
     void addItem(std::uint32_t folder, const char *name, std::size_t length, Kind kind, std::int64_t size = -1);
+    // Adds a row of another list, with its name and all it knows, under this list's `folder`.
+    void copyItem(const CacheItems &from, const Row &row, std::uint32_t folder);
     // Moves another list's rows to the end of this one.
     void append(CacheItems &&other);
 
@@ -65,6 +71,8 @@ public:
     void shrinkToFit();
 
 private:
+    static void setKey(Row &r, const char *name, std::size_t length);
+
     std::vector<QByteArray> mFolders;
     std::vector<std::uint32_t> mFolderNameOffsets; // where the last component starts
     std::string mArena;

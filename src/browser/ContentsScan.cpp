@@ -95,7 +95,14 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
                 return;
             CacheItems items;
             readTimeFolder(folders[qsizetype(k)], options, stop, items);
+            if (options.prepare)
+                options.prepare(items);
             std::lock_guard lock(deliverMutex);
+            if (!options.inOrder) {
+                // Whoever finishes hands over at once: a slow folder holds nobody up.
+                sink(std::move(items));
+                continue;
+            }
             done[k] = std::move(items);
             // Hand over every finished folder that is next in order, as one batch.
             if (k != delivered)

@@ -11,29 +11,14 @@ namespace ContentsSort {
 
 int compareKeys(const CacheItems::Row &a, const CacheItems::Row &b)
 {
-    // The first byte where the packed keys differ.
-    int d = CacheItems::kKeyBytes;
-    if (const std::uint64_t x = a.key[0] ^ b.key[0])
-        d = __builtin_clzll(x) / 8;
-    else if (const std::uint64_t y = a.key[1] ^ b.key[1])
-        d = 8 + __builtin_clzll(y) / 8;
-    const int la = a.keyLength & ~CacheItems::kKeyComplete;
-    const int lb = b.keyLength & ~CacheItems::kKeyComplete;
-    // A difference where both names are known decides, as the folded names would.
-    if (d < la && d < lb) {
-        const bool less = d < 8 ? a.key[0] < b.key[0] : a.key[1] < b.key[1];
-        return less ? -1 : 1;
-    }
-    // The known bytes agree. A name known whole that is no longer than the other's known part
-    // is its prefix: shorter first, equal when both are whole and as long.
-    const bool ca = a.keyLength & CacheItems::kKeyComplete;
-    const bool cb = b.keyLength & CacheItems::kKeyComplete;
-    if (ca && cb)
-        return la == lb ? 0 : (la < lb ? -1 : 1);
-    if (ca && la <= lb)
-        return -1;
-    if (cb && lb <= la)
-        return 1;
+    // Keys hold folded characters up to a mark above ASCII, so where they differ they order the
+    // names; equal keys decide only for names that they hold whole.
+    if (a.key[0] != b.key[0])
+        return a.key[0] < b.key[0] ? -1 : 1;
+    if (a.key[1] != b.key[1])
+        return a.key[1] < b.key[1] ? -1 : 1;
+    if ((a.keyLength & b.keyLength & CacheItems::kKeyComplete) != 0)
+        return 0;
     return kKeysUndecided;
 }
 
@@ -42,7 +27,13 @@ namespace {
 inline int compareNames(const CacheItems &x, const CacheItems::Row &a, const CacheItems &y, const CacheItems::Row &b)
 {
     const int c = compareKeys(a, b);
-    return c != kKeysUndecided ? c : NameMatch::compare(x.name(a), y.name(b));
+    if (c != kKeysUndecided)
+        return c;
+    // Equal keys made of the names' own first bytes: only the rest of the names can differ.
+    constexpr std::uint8_t full = CacheItems::kKeyAsciiBytes | CacheItems::kKeyBytes;
+    if ((a.keyLength & ~CacheItems::kKeyComplete) == full && (b.keyLength & ~CacheItems::kKeyComplete) == full)
+        return NameMatch::compare(x.name(a).sliced(CacheItems::kKeyBytes), y.name(b).sliced(CacheItems::kKeyBytes));
+    return NameMatch::compare(x.name(a), y.name(b));
 }
 
 } // namespace
@@ -62,12 +53,125 @@ int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems:
     return (code & 2) ? -c : c;
 }
 
+namespace {
+
+// `a` before `b`: keys that differ decide at once, without a call; anything else asks compare().
+struct RowLess
+{
+    const CacheItems &items;
+    int code;
+    bool operator()(const CacheItems::Row &a, const CacheItems::Row &b) const
+    {
+        if ((code & 1) == 0) {
+            const bool descending = code & 2;
+            if (a.key[0] != b.key[0])
+                return descending ? a.key[0] > b.key[0] : a.key[0] < b.key[0];
+            if (a.key[1] != b.key[1])
+                return descending ? a.key[1] > b.key[1] : a.key[1] < b.key[1];
+        }
+        return compare(items, a, b, code) < 0;
+    }
+};
+
+} // namespace
+
+namespace {
+
+// The order of the rows by name, as row indexes: an integer sort of the keys, then, within each
+// run of equal keys that holds a name the key does not hold whole, the full comparison.
+std::vector<std::uint32_t> nameOrder(const CacheItems &items, bool descending)
+{
+    const auto &rows = items.rows();
+    struct Key
+    {
+        std::uint64_t k0, k1;
+        std::uint32_t row;
+    };
+    std::vector<Key> keys(rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        keys[i] = {rows[i].key[0], rows[i].key[1], std::uint32_t(i)};
+    std::sort(keys.begin(), keys.end(), [descending](const Key &a, const Key &b) {
+        const bool less = a.k0 != b.k0 ? a.k0 < b.k0 : a.k1 < b.k1;
+        const bool equal = a.k0 == b.k0 && a.k1 == b.k1;
+        return descending ? !less && !equal : less;
+    });
+    for (std::size_t start = 0; start < keys.size();) {
+        std::size_t end = start + 1;
+        bool whole = rows[keys[start].row].keyLength & CacheItems::kKeyComplete;
+        while (end < keys.size() && keys[end].k0 == keys[start].k0 && keys[end].k1 == keys[start].k1) {
+            whole = whole && (rows[keys[end].row].keyLength & CacheItems::kKeyComplete);
+            ++end;
+        }
+        if (end - start > 1 && !whole) {
+            // Each name of the run is decoded once, not at every comparison; the decoded texts
+            // compare exactly as NameMatch::compare compares the names.
+            std::vector<std::pair<QString, std::uint32_t>> texts;
+            texts.reserve(end - start);
+            for (std::size_t i = start; i < end; ++i)
+                texts.emplace_back(NameMatch::decodedForOrder(items.name(rows[keys[i].row])), keys[i].row);
+            std::sort(texts.begin(), texts.end(), [descending](const auto &a, const auto &b) {
+                const int c = QString::compare(a.first, b.first, Qt::CaseInsensitive);
+                return descending ? c > 0 : c < 0;
+            });
+            for (std::size_t i = start; i < end; ++i)
+                keys[i].row = texts[i - start].second;
+        }
+        start = end;
+    }
+    std::vector<std::uint32_t> order(keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        order[i] = keys[i].row;
+    return order;
+}
+
+// The order of the rows by caching time: the few time folders are ranked once.
+std::vector<std::uint32_t> timeOrder(const CacheItems &items, bool descending)
+{
+    std::vector<std::uint32_t> folders(items.folderCount());
+    for (std::uint32_t f = 0; f < folders.size(); ++f)
+        folders[f] = f;
+    std::sort(folders.begin(), folders.end(), [&](std::uint32_t a, std::uint32_t b) {
+        const int c = NameMatch::compare(items.timeFolderName(a), items.timeFolderName(b));
+        return descending ? c > 0 : c < 0;
+    });
+    std::vector<std::uint32_t> rank(folders.size());
+    for (std::uint32_t i = 0; i < folders.size(); ++i)
+        rank[folders[i]] = i;
+    // Equal folder names share one rank, as they compare equal.
+    for (std::uint32_t i = 1; i < folders.size(); ++i)
+        if (NameMatch::compare(items.timeFolderName(folders[i - 1]), items.timeFolderName(folders[i])) == 0)
+            rank[folders[i]] = rank[folders[i - 1]];
+    const auto &rows = items.rows();
+    std::vector<std::uint32_t> order(rows.size());
+    for (std::uint32_t i = 0; i < order.size(); ++i)
+        order[i] = i;
+    std::sort(order.begin(), order.end(),
+              [&](std::uint32_t a, std::uint32_t b) { return rank[rows[a].folder] < rank[rows[b].folder]; });
+    return order;
+}
+
+std::vector<std::uint32_t> orderOf(const CacheItems &items, int code)
+{
+    code &= 0xff;
+    return (code & 1) ? timeOrder(items, code & 2) : nameOrder(items, code & 2);
+}
+
+} // namespace
+
 void sort(CacheItems &items, int code)
 {
+    // A short list (one time folder, say) sorts its rows in place; a long one sorts its keys
+    // apart and moves each row once.
     auto &rows = items.rows();
-    std::sort(rows.begin(), rows.end(), [&](const CacheItems::Row &a, const CacheItems::Row &b) {
-        return compare(items, a, b, code) < 0;
-    });
+    if (rows.size() <= 4096) {
+        std::sort(rows.begin(), rows.end(), RowLess{items, code & 0xff});
+        return;
+    }
+    const std::vector<std::uint32_t> order = orderOf(items, code);
+    std::vector<CacheItems::Row> sorted(rows.size());
+    for (std::size_t i = 0; i < order.size(); ++i)
+        sorted[i] = rows[order[i]];
+    rows.swap(sorted);
 }
 
 void sortParallel(CacheItems &items, int code)
@@ -100,8 +204,7 @@ void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, int code)
     const std::size_t before = items.rows().size();
     items.append(std::move(sortedBatch));
     auto &rows = items.rows();
-    std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(),
-                       [&](const CacheItems::Row &a, const CacheItems::Row &b) { return compare(items, a, b, code) < 0; });
+    std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(), RowLess{items, code & 0xff});
 }
 
 namespace {
@@ -135,8 +238,7 @@ struct CrossCompare
 
 void copyRow(CacheItems &out, const CacheItems &from, const CacheItems::Row &r, std::uint32_t folderBase)
 {
-    const QByteArrayView name = from.name(r);
-    out.addItem(r.folder + folderBase, name.data(), std::size_t(name.size()), r.kind, r.size);
+    out.copyItem(from, r, r.folder + folderBase);
 }
 
 } // namespace
@@ -168,33 +270,50 @@ void mergeSorted(const CacheItems &a, const CacheItems &b, int code, CacheItems 
         copyRow(out, b, rb[j], bBase);
 }
 
+void mergeRuns(CacheItems &items, int code)
+{
+    // Bottom-up: neighbouring runs are merged pairwise, level after level, each level one
+    // front-to-back pass over the rows. Only the rows move; the names stay where they are.
+    std::vector<CacheItems::Row> from = items.rows();
+    std::vector<std::size_t> bounds;
+    for (std::size_t i = 0; i < from.size(); ++i)
+        if (i == 0 || from[i].folder != from[i - 1].folder)
+            bounds.push_back(i);
+    bounds.push_back(from.size());
+    if (bounds.size() <= 2)
+        return;
+    std::vector<CacheItems::Row> to(from.size());
+    const RowLess less{items, code & 0xff};
+    while (bounds.size() > 2) {
+        std::vector<std::size_t> merged;
+        std::size_t i = 0;
+        for (; i + 2 < bounds.size(); i += 2) {
+            std::merge(from.begin() + std::ptrdiff_t(bounds[i]), from.begin() + std::ptrdiff_t(bounds[i + 1]),
+                       from.begin() + std::ptrdiff_t(bounds[i + 1]), from.begin() + std::ptrdiff_t(bounds[i + 2]),
+                       to.begin() + std::ptrdiff_t(bounds[i]), less);
+            merged.push_back(bounds[i]);
+        }
+        if (i + 1 < bounds.size()) { // an odd run out: carried over as it is
+            std::copy(from.begin() + std::ptrdiff_t(bounds[i]), from.begin() + std::ptrdiff_t(bounds[i + 1]),
+                      to.begin() + std::ptrdiff_t(bounds[i]));
+            merged.push_back(bounds[i]);
+        }
+        merged.push_back(from.size());
+        bounds.swap(merged);
+        from.swap(to);
+    }
+    items.rows().swap(from);
+}
+
 void sortCompact(CacheItems &items, int code)
 {
-    code &= 0xff;
-    if (code & 1) {
-        // By time: rank the few time folders once, then order the rows by rank.
-        std::vector<std::uint32_t> order(items.folderCount());
-        for (std::uint32_t f = 0; f < order.size(); ++f)
-            order[f] = f;
-        std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
-            const int c = NameMatch::compare(items.timeFolderName(a), items.timeFolderName(b));
-            return (code & 2) ? c > 0 : c < 0;
-        });
-        std::vector<std::uint32_t> rank(order.size());
-        for (std::uint32_t i = 0; i < order.size(); ++i)
-            rank[order[i]] = i;
-        // Equal folder names share one rank, as they compare equal.
-        for (std::uint32_t i = 1; i < order.size(); ++i)
-            if (NameMatch::compare(items.timeFolderName(order[i - 1]), items.timeFolderName(order[i])) == 0)
-                rank[order[i]] = rank[order[i - 1]];
-        auto &rows = items.rows();
-        std::sort(rows.begin(), rows.end(),
-                  [&](const CacheItems::Row &a, const CacheItems::Row &b) { return rank[a.folder] < rank[b.folder]; });
-    } else {
-        sort(items, code);
-    }
+    const std::vector<std::uint32_t> order = orderOf(items, code);
     CacheItems out;
-    mergeSorted(items, CacheItems(), code, out);
+    out.reserve(order.size(), items.nameBytes());
+    for (std::uint32_t f = 0; f < items.folderCount(); ++f)
+        out.addFolder(items.timeFolderPath(f));
+    for (const std::uint32_t i : order)
+        copyRow(out, items, items.rows()[i], 0);
     items = std::move(out);
 }
 

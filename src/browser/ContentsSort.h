@@ -29,6 +29,9 @@ void mergeSorted(const CacheItems &a, const CacheItems &b, int code, CacheItems 
 // Merges an already sorted batch into the sorted `items`: the batch's names are appended, and
 // only the rows move (linear in the list's size, the batch is not sorted again).
 void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, int code);
+// Merges the runs of `items` into one sorted list (the rows move, the names stay). A run is
+// the rows of one time folder, which must lie together and be sorted by `code` already.
+void mergeRuns(CacheItems &items, int code);
 // Sorts and lays the names out in row order (see mergeSorted).
 void sortCompact(CacheItems &items, int code);
 

@@ -241,6 +241,7 @@ private:
     std::shared_ptr<ContentsScanJob> mContentsJob;
     QElapsedTimer mSinceHandOver;
     bool mHandOverScheduled = false;
+    qint64 mHandOverPauseMs = kHandOverIntervalMs;
 
     int mSortSection = 0;
     Qt::SortOrder mSortOrder = Qt::AscendingOrder;

@@ -56,6 +56,7 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
     mContentsJob = job;
     mHandOverScheduled = false;
     mSinceHandOver.invalidate();
+    mHandOverPauseMs = kHandOverIntervalMs;
     std::thread([job, workers = mWorkers, this] {
         job->run([&] { workers->post([this, job] { contentsReady(job); }); },
                  [&] { workers->post([this, job] { endContentsScan(job); }); });
@@ -65,18 +66,19 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
 
 void AppDelegate::contentsReady(const std::shared_ptr<ContentsScanJob> &job)
 {
-    if (job != mContentsJob || mHandOverScheduled) return;
-    // At most one hand-over per interval: a fast scan piles up into fewer, larger merges.
-    const qint64 elapsed =
-        mSinceHandOver.isValid() ? mSinceHandOver.elapsed() : kHandOverIntervalMs;
-    if (elapsed >= kHandOverIntervalMs) {
+    if (job != mContentsJob || mHandOverScheduled)
+        return;
+    // At most one hand-over per pause: a fast scan piles up into fewer, larger merges.
+    const qint64 elapsed = mSinceHandOver.isValid() ? mSinceHandOver.elapsed() : mHandOverPauseMs;
+    if (elapsed >= mHandOverPauseMs) {
         takeContents(job);
         return;
     }
     mHandOverScheduled = true;
-    QTimer::singleShot(int(kHandOverIntervalMs - elapsed), Qt::PreciseTimer, this, [this, job] {
+    QTimer::singleShot(int(mHandOverPauseMs - elapsed), Qt::PreciseTimer, this, [this, job] {
         mHandOverScheduled = false;
-        if (job == mContentsJob) takeContents(job);
+        if (job == mContentsJob)
+            takeContents(job);
     });
 }
 
@@ -85,12 +87,16 @@ void AppDelegate::takeContents(const std::shared_ptr<ContentsScanJob> &job)
     int code = 0;
     CacheItems batch = job->take(&code);
     mSinceHandOver.start();
-    if (batch.isEmpty()) return;
+    if (batch.isEmpty())
+        return;
     const int current = int(mSortByCaching & 0xff);
     if (code != current)
-        ContentsSort::sortCompact(batch, current); // sorted before the user re-sorted
+        ContentsSort::sort(batch, current); // sorted before the user re-sorted
     ContentsSort::mergeSortedInto(mContents, std::move(batch), current);
     mContentsModel->reloadData();
+    // Each merge costs the whole list: as it grows, the pauses grow with it, so that the window
+    // spends at most about a quarter of its time taking rows in.
+    mHandOverPauseMs = std::max<qint64>(kHandOverIntervalMs, 3 * mSinceHandOver.elapsed());
     emit contentsListChanged();
 }
 

@@ -13,8 +13,25 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
 {
     ContentsScan::Options options;
     options.pattern = NameMatch::Pattern(mRequest.search);
-    std::thread scanner([this, options] {
-        ContentsScan::scan(mRequest.roots, options, mStop, [this](CacheItems &&batch) {
+    // The order of the folders does not matter, the list is sorted anyway. Each reading thread
+    // sorts its own folders; this thread only merges them.
+    options.inOrder = false;
+    options.prepare = [this](CacheItems &folder) {
+        const int code = sortCode.load();
+        ContentsSort::sort(folder, code);
+        if (!folder.isEmpty())
+            mFolderCodes.fetch_or(1u << (code & 3));
+    };
+    bool first = true;
+    std::thread scanner([this, options, &first, &wake] {
+        ContentsScan::scan(mRequest.roots, options, mStop, [&](CacheItems &&batch) {
+            // The first rows go straight to the window, whatever this thread is busy with.
+            if (first && !batch.isEmpty()) {
+                first = false;
+                prepareChunk(batch);
+                addToReady(std::move(batch), sortCode.load(), wake);
+                return;
+            }
             std::lock_guard lock(mRawMutex);
             mRaw.append(std::move(batch));
             mRawReady.notify_one();
@@ -35,12 +52,22 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
         }
         if (mStop.load(std::memory_order_relaxed))
             continue; // drain until the scan threads have noticed the stop
-        const int code = sortCode.load();
-        ContentsSort::sortCompact(chunk, code);
+        const int code = prepareChunk(chunk);
         addToReady(std::move(chunk), code, wake);
     }
     scanner.join();
     ended();
+}
+
+int ContentsScanJob::prepareChunk(CacheItems &chunk)
+{
+    const int code = sortCode.load();
+    // The folders come sorted; after a change of order mid-scan they may not all agree.
+    if (mFolderCodes.load() == (1u << (code & 3)))
+        ContentsSort::mergeRuns(chunk, code);
+    else
+        ContentsSort::sort(chunk, code);
+    return code;
 }
 
 void ContentsScanJob::addToReady(CacheItems &&sorted, int code, const std::function<void()> &wake)
@@ -54,20 +81,21 @@ void ContentsScanJob::addToReady(CacheItems &&sorted, int code, const std::funct
     }
     // Merged outside the lock: the main thread may take in the meantime and then finds nothing.
     if (!waiting.isEmpty()) {
-        if (waitingCode != code) ContentsSort::sortCompact(waiting, code);
-        CacheItems merged;
-        ContentsSort::mergeSorted(waiting, sorted, code, merged);
-        sorted = std::move(merged);
+        if (waitingCode != code)
+            ContentsSort::sort(waiting, code);
+        ContentsSort::mergeSortedInto(waiting, std::move(sorted), code);
+        sorted = std::move(waiting);
     }
     bool mustWake = false;
     {
         std::lock_guard lock(mReadyMutex);
-        mReady = std::move(sorted); // only this thread fills mReady, so it is empty here
+        mReady = std::move(sorted); // one producer at a time, so nobody filled it meanwhile
         mReadyCode = code;
         mustWake = !mWakePending;
         mWakePending = true;
     }
-    if (mustWake) wake();
+    if (mustWake)
+        wake();
 }
 
 CacheItems ContentsScanJob::take(int *code)

@@ -38,10 +38,15 @@ public:
     CacheItems take(int *code);
 
 private:
+    // Sorts a chunk (merging the folders' sorted runs when it can); returns the order used.
+    int prepareChunk(CacheItems &chunk);
+    // Called by one thread at a time: the first hand-over's scan thread, then this job's thread.
     void addToReady(CacheItems &&sorted, int code, const std::function<void()> &wake);
 
     Request mRequest;
     const std::atomic<bool> &mStop;
+    // One bit per sort code that the reading threads have sorted folders by.
+    std::atomic<unsigned> mFolderCodes{0};
 
     // Found by the scan threads, not sorted yet.
     std::mutex mRawMutex;

@@ -130,15 +130,24 @@ private slots:
     void keyOfAName()
     {
         const CacheItems items = listOf({"ABCdefGHIJKLMNOPqrs", "Ab\xc3\xa9", "short", "a\xe2\x84\xaa", "\xc5\xbf"});
-        QCOMPARE(items.row(0).keyLength, std::uint8_t(16));
+        QCOMPARE(items.row(0).keyLength, std::uint8_t(16 | CacheItems::kKeyAsciiBytes));
         QCOMPARE(items.row(0).key[0], 0x6162636465666768ull); // "abcdefgh"
         // A character beyond ASCII ends the key with a mark above ASCII...
         QCOMPARE(items.row(1).keyLength, std::uint8_t(3));
         QCOMPARE(items.row(1).key[0], 0x6162ff0000000000ull);
-        QCOMPARE(items.row(2).keyLength, std::uint8_t(5 | CacheItems::kKeyComplete));
-        // ...but not one that might fold onto ASCII (Kelvin sign, long s).
-        QCOMPARE(items.row(3).keyLength, std::uint8_t(1));
-        QCOMPARE(items.row(4).keyLength, std::uint8_t(0));
+        QCOMPARE(items.row(2).keyLength, std::uint8_t(5 | CacheItems::kKeyComplete | CacheItems::kKeyAsciiBytes));
+        // ...but the Kelvin sign and the long s fold onto ASCII letters, and are keyed so.
+        QCOMPARE(items.row(3).keyLength, std::uint8_t(2 | CacheItems::kKeyComplete));
+        QCOMPARE(items.row(3).key[0], 0x616b000000000000ull); // "ak"
+        QCOMPARE(items.row(4).keyLength, std::uint8_t(1 | CacheItems::kKeyComplete));
+        QCOMPARE(items.row(4).key[0], 0x7300000000000000ull); // "s"
+        // A lead byte of those two that starts anything else is above ASCII, as is a bad byte.
+        const CacheItems odd = listOf({"\xc5\x81", "\xe2\x80\x93x", "\xc5", "x\xff"});
+        QCOMPARE(odd.row(0).key[0] >> 56, 0xffull);
+        QCOMPARE(odd.row(1).key[0] >> 56, 0xffull);
+        QCOMPARE(odd.row(2).key[0] >> 56, 0xffull);
+        QCOMPARE(odd.row(3).keyLength, std::uint8_t(2));
+        QCOMPARE(odd.row(3).key[0], 0x78ff000000000000ull);
     }
 
     void mergedEqualsSorted_data()
