@@ -1,6 +1,7 @@
 #include "TestEnv.h"
 
 #include "browser/CacheItems.h"
+#include "browser/ContentsScan.h"
 #include "browser/ContentsSort.h"
 #include "browser/NameMatch.h"
 
@@ -129,13 +130,15 @@ private slots:
 
     void keyOfAName()
     {
-        const CacheItems items = listOf({"ABCdefGHIJKLMNOPqrs", "Ab\xc3\xa9", "short", "a\xe2\x84\xaa", "\xc5\xbf"});
+        const CacheItems items =
+            listOf({"ABCdefGHIJKLMNOPqrs", "Ab\xc3\xa9", "short", "a\xe2\x84\xaa", "\xc5\xbf"});
         QCOMPARE(items.row(0).keyLength, std::uint8_t(16 | CacheItems::kKeyAsciiBytes));
         QCOMPARE(items.row(0).key[0], 0x6162636465666768ull); // "abcdefgh"
         // A character beyond ASCII ends the key with a mark above ASCII...
         QCOMPARE(items.row(1).keyLength, std::uint8_t(3));
         QCOMPARE(items.row(1).key[0], 0x6162ff0000000000ull);
-        QCOMPARE(items.row(2).keyLength, std::uint8_t(5 | CacheItems::kKeyComplete | CacheItems::kKeyAsciiBytes));
+        QCOMPARE(items.row(2).keyLength,
+                 std::uint8_t(5 | CacheItems::kKeyComplete | CacheItems::kKeyAsciiBytes));
         // ...but the Kelvin sign and the long s fold onto ASCII letters, and are keyed so.
         QCOMPARE(items.row(3).keyLength, std::uint8_t(2 | CacheItems::kKeyComplete));
         QCOMPARE(items.row(3).key[0], 0x616b000000000000ull); // "ak"
@@ -192,6 +195,73 @@ private slots:
         QCOMPARE(namesOf(copy), namesOf(abc));
         ContentsSort::mergeSorted(CacheItems(), c, code, copy);
         QCOMPARE(copy.size(), 3);
+    }
+
+    void foldersSortedThenMerged_data() { mergedEqualsSorted_data(); }
+    void foldersSortedThenMerged()
+    {
+        QFETCH(int, code);
+        // As a scan delivers them: one sorted run per time folder, runs one after another.
+        const QList<QByteArray> all = trickyNames();
+        CacheItems runs;
+        for (int f = 0; f < 4; ++f) {
+            CacheItems folder =
+                listOf(all.mid(f * 13, 13),
+                       "/c/2024-05-0" + QByteArray::number(4 - f) + "/t " + QByteArray::number(f));
+            ContentsSort::sort(folder, code);
+            runs.append(std::move(folder));
+        }
+        CacheItems expected = runs;
+        ContentsSort::sortCompact(expected, code);
+        ContentsSort::mergeRuns(runs, code);
+        QCOMPARE(runs.size(), expected.size());
+        for (qsizetype i = 1; i < runs.size(); ++i)
+            QVERIFY(ContentsSort::compare(runs, runs.row(i - 1), runs.row(i), code) <= 0);
+        QList<QByteArray> a = namesOf(runs), b = namesOf(expected);
+        std::sort(a.begin(), a.end());
+        std::sort(b.begin(), b.end());
+        QCOMPARE(a, b);
+        // A copied row keeps what it knows.
+        CacheItems copy;
+        const auto f = copy.addFolder("/x");
+        copy.copyItem(runs, runs.row(0), f);
+        QCOMPARE(copy.name(0), runs.name(0));
+        QCOMPARE(copy.row(0).key[0], runs.row(0).key[0]);
+        QCOMPARE(copy.row(0).keyLength, runs.row(0).keyLength);
+    }
+
+    void unorderedScanWithPreparedFolders()
+    {
+        const QByteArray cache = env.homeBytes() + "/.Salvora3Cache";
+        for (int t = 0; t < 6; ++t)
+            for (int i = 0; i < 20; ++i)
+                QVERIFY(TestEnv::writeFile(cache + "/2024-05-01/2024-05-01 0" +
+                                               QByteArray::number(t) + "_00_00/n" +
+                                               QByteArray::number((i * 7) % 20),
+                                           "x"));
+        ContentsScan::Options o;
+        o.inOrder = false;
+        o.threads = 3;
+        o.prepare = [](CacheItems &folder) {
+            ContentsSort::sort(folder, ContentsSort::ByNameDescending);
+        };
+        std::atomic<bool> stop{false};
+        int calls = 0;
+        CacheItems all;
+        QVERIFY(
+            ContentsScan::scan({{cache + "/2024-05-01", false}}, o, stop, [&](CacheItems &&batch) {
+                ++calls;
+                QCOMPARE(batch.size(), 20); // one folder a call
+                for (qsizetype i = 1; i < batch.size(); ++i)
+                    QVERIFY(ContentsSort::compare(batch, batch.row(i - 1), batch.row(i),
+                                                  ContentsSort::ByNameDescending) <= 0);
+                all.append(std::move(batch));
+            }));
+        QCOMPARE(calls, 6);
+        ContentsSort::mergeRuns(all, ContentsSort::ByNameDescending);
+        QCOMPARE(all.size(), 120);
+        QCOMPARE(all.name(0), QByteArrayView("n9"));
+        QCOMPARE(all.name(119), QByteArrayView("n0"));
     }
 
     void timeSortOrdersFolders()
