@@ -1,5 +1,7 @@
 #include "browser/NameMatch.h"
 
+#include "cache/DayList.h"
+
 #include <QStringDecoder>
 
 #include <algorithm>
@@ -18,18 +20,6 @@ bool isAscii(QByteArrayView s)
         if (static_cast<unsigned char>(c) >= 0x80)
             return false;
     return true;
-}
-
-int compareBytesFolded(QByteArrayView a, QByteArrayView b)
-{
-    const qsizetype n = std::min(a.size(), b.size());
-    for (qsizetype i = 0; i < n; ++i) {
-        const unsigned char x = lower(static_cast<unsigned char>(a[i]));
-        const unsigned char y = lower(static_cast<unsigned char>(b[i]));
-        if (x != y)
-            return x < y ? -1 : 1;
-    }
-    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
 }
 
 // The decoded text, or a null string when the bytes are not valid UTF-8.
@@ -107,7 +97,7 @@ int compare(QByteArrayView a, QByteArrayView b)
 {
     // Only ASCII names take the byte path: it orders them exactly as the folded text would.
     if (isAscii(a) && isAscii(b))
-        return compareBytesFolded(a, b);
+        return CommonUtils::compareCaseInsensitive(a, b);
     const int c = QString::compare(decodedForOrder(a), decodedForOrder(b), Qt::CaseInsensitive);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
