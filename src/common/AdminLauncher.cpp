@@ -47,9 +47,10 @@ void alertNoAuthenticationAgent()
 {
     //% "Administrator rights needed"
     const QString title = qtTrId("PrivilegesNeededTitle");
-    //% "Salvora 3 could not ask for an administrator password: no authentication agent is running. "
-    //% "Install pkexec and the polkit agent of your desktop (for example polkit-kde-agent-1 or "
-    //% "policykit-1-gnome), log in again and start Salvora 3 again."
+    //% "Salvora 3 could not ask for an administrator password: polkit or its authentication agent "
+    //% "is not running. Install the packages pkexec and polkitd and the polkit agent of your desktop "
+    //% "(for example polkit-kde-agent-1 or policykit-1-gnome), log in again and start Salvora 3 "
+    //% "again."
     const QString text = qtTrId("NoAuthenticationAgentText");
     //% "OK"
     Alerts::runUntil({title, text, {qtTrId("OKButton")}});
@@ -201,8 +202,11 @@ qint16 executeWithPrivileges(const QByteArray &tool, const QByteArray &argument)
     const int code = WEXITSTATUS(run.status);
     if (code == kPkexecDismissed || code == kPkexecNotAuthorized) {
         sPrivilegesToExecutableResult = RightNotGranted;
+        // pkexec's own words for "nobody could ask": no agent, no terminal for its text agent,
+        // or no polkit daemon at all.
         if (run.stderrText.contains("No authentication agent") ||
-            run.stderrText.contains("textual authentication agent"))
+            run.stderrText.contains("textual authentication agent") ||
+            run.stderrText.contains("Error getting authority"))
             alertNoAuthenticationAgent();
     } else {
         sPrivilegesToExecutableResult = LauncherStartedAsRoot;

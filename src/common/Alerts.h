@@ -4,8 +4,8 @@
 #include <QStringList>
 
 // Modal alerts asked for by the core. The core never draws: the application installs a
-// presenter (a message box), tests install a recorder, and without one the alert goes to the
-// log output and counts as answered with its default button.
+// presenter (a message box), tests install a recorder, and without one the alert is printed as
+// a warning and counts as answered with its default button.
 namespace Alerts {
 
 struct Alert

@@ -26,6 +26,9 @@
 #include <QThread>
 #include <QUrl>
 
+#include <atomic>
+#include <memory>
+
 Q_LOGGING_CATEGORY(lcMenu, "salvora.menu")
 
 namespace {
@@ -88,8 +91,10 @@ MenuController::~MenuController()
     if (mSizeWorker) {
         disconnect(mSizeWorker, nullptr, this, nullptr);
         // A cache on a stalled volume must not keep the companion from quitting.
-        if (!mSizeWorker->wait(QDeadlineTimer(3000)))
+        if (!mSizeWorker->wait(QDeadlineTimer(3000))) {
             mSizeWorker->setParent(nullptr);
+            connect(mSizeWorker, &QThread::finished, mSizeWorker, &QObject::deleteLater);
+        }
     }
     delete mTray;
     delete mMenu;
@@ -185,17 +190,19 @@ void MenuController::refreshCacheSize()
         mSizeRequestedAgain = true;
         return;
     }
-    mSizeWorker = QThread::create([this] { mWorkerResult.store(CommonUtils::getSizeOfCaches()); });
+    // The worker owns its result, so that it may outlive the controller at quit.
+    auto result = std::make_shared<std::atomic<qint64>>(0);
+    mSizeWorker = QThread::create([result] { result->store(CommonUtils::getSizeOfCaches()); });
     mSizeWorker->setParent(this);
-    connect(mSizeWorker, &QThread::finished, this, &MenuController::sizeCalculated);
+    connect(mSizeWorker, &QThread::finished, this, [this, result] { sizeCalculated(result->load()); });
     mSizeWorker->start(QThread::LowPriority);
 }
 
-void MenuController::sizeCalculated()
+void MenuController::sizeCalculated(qint64 size)
 {
     mSizeWorker->deleteLater();
     mSizeWorker = nullptr;
-    mCacheSize = std::max<qint64>(0, mWorkerResult.load());
+    mCacheSize = std::max<qint64>(0, size);
     updateTexts();
     if (mSizeRequestedAgain) {
         mSizeRequestedAgain = false;

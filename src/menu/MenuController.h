@@ -3,8 +3,6 @@
 #include <QObject>
 #include <QString>
 
-#include <atomic>
-
 class NotificationBus;
 class MountWatcher;
 class QAction;
@@ -59,7 +57,7 @@ signals:
 
 private:
     void onNotification(const QString &name, const QString &object);
-    void sizeCalculated();
+    void sizeCalculated(qint64 size);
     void updateTexts();
     void startDaemonIfNeeded();
 
@@ -78,6 +76,5 @@ private:
     // The size calculation walks the caches' records on a worker thread; at most one runs, and
     // a request while it runs is remembered and served when it ends.
     QThread *mSizeWorker = nullptr;
-    std::atomic<qint64> mWorkerResult{0};
     bool mSizeRequestedAgain = false;
 };

@@ -271,6 +271,9 @@ private slots:
         QTest::newRow("no agent")
             << QByteArray("echo 'Error executing command as another user: No authentication agent found.' >&2; exit 127")
             << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
+        QTest::newRow("no polkit daemon")
+            << QByteArray("echo 'Error getting authority: Error initializing authority: Could not connect' >&2; exit 127")
+            << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
         QTest::newRow("killed") << QByteArray("kill -9 $$") << qint64(ZEL_AdminLauncher::CouldNotStart) << 0;
         QTest::newRow("not installed") << QByteArray() << qint64(ZEL_AdminLauncher::CouldNotStart) << 1;
     }
