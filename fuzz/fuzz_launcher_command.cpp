@@ -20,8 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             pieces.back() += char(data[i]);
     }
     // An empty input stands for argc 0.
-    if (size == 0)
-        pieces.clear();
+    if (size == 0) pieces.clear();
     std::vector<const char *> argv;
     for (const std::string &p : pieces)
         argv.push_back(p.c_str());
@@ -30,23 +29,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     std::string why;
     const auto command = launcher::parseCommand(int(pieces.size()), argv.data(), &why);
     if (!command) {
-        if (why.empty())
-            std::abort();
+        if (why.empty()) std::abort();
         return 0;
     }
-    if (!why.empty() || pieces.size() < 3 || command->target != pieces[1])
-        std::abort();
-    if (command->job != launcher::Job::Launch && pieces.size() != 3)
-        std::abort();
-    if (command->arguments.size() != pieces.size() - 3)
-        std::abort();
+    if (!why.empty() || pieces.size() < 3 || command->target != pieces[1]) std::abort();
+    if (command->job != launcher::Job::Launch && pieces.size() != 3) std::abort();
+    if (command->arguments.size() != pieces.size() - 3) std::abort();
     std::string joined;
     for (const std::string &name : command->names) {
         if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
             std::abort();
         joined += '/' + name;
     }
-    if (joined != command->target || joined.size() > launcher::kMaxPathLength)
-        std::abort();
+    if (joined != command->target || joined.size() > launcher::kMaxPathLength) std::abort();
     return 0;
 }

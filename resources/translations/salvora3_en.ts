@@ -33,7 +33,6 @@
     </message>
     <message id="NoAuthenticationAgentText">
         <source>Salvora 3 could not ask for an administrator password: polkit or its authentication agent is not running. Install the packages pkexec and polkitd and the polkit agent of your desktop (for example polkit-kde-agent-1 or policykit-1-gnome), log in again and start Salvora 3 again.</source>
-        <oldsource>Salvora 3 could not ask for an administrator password: no authentication agent is running. Install pkexec and the polkit agent of your desktop (for example polkit-kde-agent-1 or policykit-1-gnome), log in again and start Salvora 3 again.</oldsource>
         <translation>Salvora 3 could not ask for an administrator password: polkit or its authentication agent is not running. Install the packages pkexec and polkitd and the polkit agent of your desktop (for example polkit-kde-agent-1 or policykit-1-gnome), log in again and start Salvora 3 again.</translation>
     </message>
     <message id="OKButton">

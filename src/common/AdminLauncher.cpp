@@ -47,10 +47,10 @@ void alertNoAuthenticationAgent()
 {
     //% "Administrator rights needed"
     const QString title = qtTrId("PrivilegesNeededTitle");
-    //% "Salvora 3 could not ask for an administrator password: polkit or its authentication agent "
-    //% "is not running. Install the packages pkexec and polkitd and the polkit agent of your desktop "
-    //% "(for example polkit-kde-agent-1 or policykit-1-gnome), log in again and start Salvora 3 "
-    //% "again."
+    //% "Salvora 3 could not ask for an administrator password: polkit or its "
+    //% "authentication agent is not running. Install the packages pkexec and polkitd "
+    //% "and the polkit agent of your desktop (for example polkit-kde-agent-1 or "
+    //% "policykit-1-gnome), log in again and start Salvora 3 again."
     const QString text = qtTrId("NoAuthenticationAgentText");
     //% "OK"
     Alerts::runUntil({title, text, {qtTrId("OKButton")}});
@@ -65,8 +65,7 @@ bool exists(const QString &path)
 QByteArray readBack(int fd)
 {
     QByteArray out;
-    if (::lseek(fd, 0, SEEK_SET) != 0)
-        return out;
+    if (::lseek(fd, 0, SEEK_SET) != 0) return out;
     char buf[4096];
     for (ssize_t n; out.size() < 65536 && (n = ::read(fd, buf, sizeof buf)) > 0;)
         out.append(buf, n);
@@ -91,19 +90,16 @@ Spawned spawnAndWait(const std::vector<QByteArray> &args)
     const int err = ::memfd_create("salvora-elevation-stderr", MFD_CLOEXEC);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    if (err >= 0)
-        posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
+    if (err >= 0) posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
     pid_t pid = -1;
     result.error = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (result.error == 0) {
         while (::waitpid(pid, &result.status, 0) < 0 && errno == EINTR) {
         }
-        if (err >= 0)
-            result.stderrText = readBack(err);
+        if (err >= 0) result.stderrText = readBack(err);
     }
-    if (err >= 0)
-        ::close(err);
+    if (err >= 0) ::close(err);
     return result;
 }
 
@@ -113,10 +109,9 @@ namespace ZEL_AdminLauncher {
 
 QString adminlauncherPath()
 {
-    if (!sAdminlauncherPath.isEmpty())
-        return sAdminlauncherPath;
-    const QString own =
-        sOwnExecutableOverride.isEmpty() ? CommonUtils::ownExecutablePath() : sOwnExecutableOverride;
+    if (!sAdminlauncherPath.isEmpty()) return sAdminlauncherPath;
+    const QString own = sOwnExecutableOverride.isEmpty() ? CommonUtils::ownExecutablePath()
+                                                         : sOwnExecutableOverride;
     const QString found = CommonUtils::launcherAppPathFor(own);
     if (exists(found)) {
         sAdminlauncherPath = found;
@@ -140,8 +135,7 @@ bool setPrivilegesToExecutable_adminlauncher()
         return false;
     }
     const QByteArray bytes = QFile::encodeName(path);
-    if (isRootAndSetUIDBit(bytes))
-        return true;
+    if (isRootAndSetUIDBit(bytes)) return true;
     QThread::msleep(100);
     executeWithPrivileges(bytes, QByteArrayLiteral("9"));
     QThread::msleep(100);
@@ -150,24 +144,19 @@ bool setPrivilegesToExecutable_adminlauncher()
 
 bool setPrivilegesToExecutable(const QString &path)
 {
-    if (!exists(path))
-        return false;
-    if (isRootAndSetUIDBit(QFile::encodeName(path)))
-        return true;
+    if (!exists(path)) return false;
+    if (isRootAndSetUIDBit(QFile::encodeName(path))) return true;
     const QString launcher = adminlauncherPath();
-    if (!exists(launcher))
-        return false;
+    if (!exists(launcher)) return false;
     // Not waited for: the next launch tests the daemon again.
     return QProcess::startDetached(launcher, {path, QStringLiteral("2")});
 }
 
 bool launchWithAdminlauncher(const QString &path, const QStringList &arguments)
 {
-    if (!exists(path))
-        return false;
+    if (!exists(path)) return false;
     const QString launcher = adminlauncherPath();
-    if (!exists(launcher))
-        return false;
+    if (!exists(launcher)) return false;
     return QProcess::startDetached(launcher, QStringList{path, QStringLiteral("LA")} + arguments);
 }
 
@@ -176,20 +165,18 @@ qint16 executeWithPrivileges(const QByteArray &tool, const QByteArray &argument)
     // The tool gets its own path first and the argument second, as the launcher expects.
     const bool root = ::geteuid() == 0 && !sAlwaysElevate;
     std::vector<QByteArray> args;
-    if (!root)
-        args.push_back(sElevationProgram);
+    if (!root) args.push_back(sElevationProgram);
     args.insert(args.end(), {tool, tool, argument});
 
     const Spawned run = spawnAndWait(args);
     if (run.error != 0) {
-        qCWarning(lcLauncher) << "cannot start" << args.front() << ":" << qt_error_string(run.error);
+        qCWarning(lcLauncher) << "cannot start" << args.front() << ":"
+                              << qt_error_string(run.error);
         sPrivilegesToExecutableResult = CouldNotStart;
-        if (!root && run.error == ENOENT)
-            alertNoAuthenticationAgent();
+        if (!root && run.error == ENOENT) alertNoAuthenticationAgent();
         return qint16(run.error);
     }
-    if (!run.stderrText.isEmpty())
-        qCWarning(lcLauncher).noquote() << run.stderrText.trimmed();
+    if (!run.stderrText.isEmpty()) qCWarning(lcLauncher).noquote() << run.stderrText.trimmed();
     if (root) {
         // As with any started job, only the later file test tells whether it worked.
         sPrivilegesToExecutableResult = LauncherStartedAsRoot;
@@ -217,8 +204,7 @@ qint16 executeWithPrivileges(const QByteArray &tool, const QByteArray &argument)
 bool isRootAndSetUIDBit(const QByteArray &path)
 {
     const int fd = ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (fd < 0)
-        return false;
+    if (fd < 0) return false;
     // Linux has no O_EXLOCK: an exclusive lock that cannot be had counts as a failed open.
     struct stat status = {};
     const bool ok = ::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::fstat(fd, &status) == 0;

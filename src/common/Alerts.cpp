@@ -15,8 +15,7 @@ std::atomic<Presenter *> sPresenter{nullptr};
 
 int presentHere(const Alert &alert)
 {
-    if (Presenter *p = sPresenter.load())
-        return p->present(alert);
+    if (Presenter *p = sPresenter.load()) return p->present(alert);
     qCWarning(lcAlerts).noquote() << alert.message << '-' << alert.informativeText;
     return 0;
 }
@@ -35,8 +34,7 @@ Presenter *presenter()
 int run(const Alert &alert)
 {
     QCoreApplication *app = QCoreApplication::instance();
-    if (!app || QThread::currentThread() == app->thread())
-        return presentHere(alert);
+    if (!app || QThread::currentThread() == app->thread()) return presentHere(alert);
     int chosen = -1;
     QMetaObject::invokeMethod(
         app, [&] { chosen = presentHere(alert); }, Qt::BlockingQueuedConnection);

@@ -15,8 +15,8 @@
 #include <QSaveFile>
 
 #include <algorithm>
-#include <optional>
 #include <dirent.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,12 +38,25 @@ QByteArray unescapeValue(const QByteArray &value)
             continue;
         }
         switch (value[++i]) {
-        case 's': out += ' '; break;
-        case 'n': out += '\n'; break;
-        case 't': out += '\t'; break;
-        case 'r': out += '\r'; break;
-        case '\\': out += '\\'; break;
-        default: out += '\\'; out += value[i]; break;
+        case 's':
+            out += ' ';
+            break;
+        case 'n':
+            out += '\n';
+            break;
+        case 't':
+            out += '\t';
+            break;
+        case 'r':
+            out += '\r';
+            break;
+        case '\\':
+            out += '\\';
+            break;
+        default:
+            out += '\\';
+            out += value[i];
+            break;
         }
     }
     return out;
@@ -54,11 +67,21 @@ QByteArray escapeValue(const QByteArray &value)
     QByteArray out;
     for (const char c : value) {
         switch (c) {
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\t': out += "\\t"; break;
-        case '\r': out += "\\r"; break;
-        default: out += c; break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        default:
+            out += c;
+            break;
         }
     }
     return out;
@@ -75,15 +98,13 @@ std::optional<QByteArray> firstWord(const QByteArray &command)
     if (i < command.size() && command[i] == '"') {
         for (++i; i < command.size(); ++i) {
             const char c = command[i];
-            if (c == '"')
-                break;
+            if (c == '"') break;
             if (c == '\\' && i + 1 < command.size())
                 word += command[++i];
             else
                 word += c;
         }
-        if (i >= command.size())
-            return std::nullopt;
+        if (i >= command.size()) return std::nullopt;
     } else {
         while (i < command.size() && command[i] != ' ' && command[i] != '\t')
             word += command[i++];
@@ -105,16 +126,14 @@ AutostartList::AutostartList(QByteArray folder) : mFolder(std::move(folder)) {}
 QByteArray AutostartList::defaultFolder()
 {
     QByteArray base = qgetenv("XDG_CONFIG_HOME");
-    if (!base.startsWith('/'))
-        base = CommonUtils::homeFolder() + "/.config";
+    if (!base.startsWith('/')) base = CommonUtils::homeFolder() + "/.config";
     return base + "/autostart";
 }
 
 bool AutostartList::open(bool create)
 {
     struct stat status = {};
-    if (::stat(mFolder.constData(), &status) == 0)
-        return S_ISDIR(status.st_mode);
+    if (::stat(mFolder.constData(), &status) == 0) return S_ISDIR(status.st_mode);
     return create && QDir().mkpath(QFile::decodeName(mFolder));
 }
 
@@ -150,13 +169,11 @@ bool AutostartList::append(const QByteArray &program)
 {
     QByteArray name = QByteArray(kEntryName) + kSuffix;
     for (int n = 2; QFileInfo::exists(QFile::decodeName(mFolder + '/' + name)); ++n) {
-        if (n > 99)
-            return false;
+        if (n > 99) return false;
         name = kEntryName + ('-' + QByteArray::number(n)) + kSuffix;
     }
     QSaveFile file(QFile::decodeName(mFolder + '/' + name));
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
+    if (!file.open(QIODevice::WriteOnly)) return false;
     file.write("[Desktop Entry]\n"
                "Type=Application\n"
                "Name=Salvora 3 Menu\n"
@@ -181,8 +198,7 @@ QByteArray AutostartList::programOf(const QByteArray &entry)
             continue;
         }
         const qsizetype eq = line.indexOf('=');
-        if (!inMainGroup || line.startsWith('#') || eq < 0)
-            continue;
+        if (!inMainGroup || line.startsWith('#') || eq < 0) continue;
         const QByteArray key = line.left(eq).trimmed();
         // Leading blanks of a value are not part of it; trailing ones are.
         QByteArray value = line.mid(eq + 1);
@@ -193,11 +209,9 @@ QByteArray AutostartList::programOf(const QByteArray &entry)
         else if (key == "Hidden")
             hidden = value.trimmed() == "true";
     }
-    if (hidden || !exec)
-        return {};
+    if (hidden || !exec) return {};
     const std::optional<QByteArray> program = firstWord(*exec);
-    if (!program || !program->startsWith('/'))
-        return {};
+    if (!program || !program->startsWith('/')) return {};
     return *program;
 }
 
@@ -208,8 +222,7 @@ QByteArray AutostartList::execValueFor(const QByteArray &program)
     if (std::any_of(program.begin(), program.end(), [](char c) { return reserved.contains(c); })) {
         command += '"';
         for (const char c : program) {
-            if (c == '"' || c == '`' || c == '$' || c == '\\')
-                command += '\\';
+            if (c == '"' || c == '`' || c == '$' || c == '\\') command += '\\';
             command += c;
         }
         command += '"';
@@ -224,7 +237,8 @@ namespace LoginItems {
 
 Companion defaultCompanion()
 {
-    return {CommonUtils::menuAppPath(), AutostartList::defaultFolder(), CommonUtils::isApplicationLaunchedWithPath,
+    return {CommonUtils::menuAppPath(), AutostartList::defaultFolder(),
+            CommonUtils::isApplicationLaunchedWithPath,
             [](const QString &path) { return QProcess::startDetached(path, {}); },
             [] {
                 NotificationBus::post(QLatin1String(Notifications::Salvora3MenuNotification),
@@ -241,11 +255,11 @@ void installSalvoraMenu(const Companion &companion)
     if (!menu.isEmpty() && list.open(on)) {
         bool found = false;
         for (const AutostartList::Item &item : list.snapshot()) {
-            if (item.program.isEmpty())
-                continue;
+            if (item.program.isEmpty()) continue;
             if (item.program == menu) {
                 if (!on && list.remove(item))
-                    CommonUtils::addToLogFile(QStringLiteral("Salvora 3 Menu removed from login list."));
+                    CommonUtils::addToLogFile(
+                        QStringLiteral("Salvora 3 Menu removed from login list."));
                 found = true;
                 break;
             }

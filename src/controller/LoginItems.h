@@ -44,8 +44,8 @@ namespace LoginItems {
 // Everything installSalvoraMenu works with; tests replace parts of it.
 struct Companion
 {
-    QString menuPath;            // menuAppPath
-    QByteArray autostartFolder;  // AutostartList::defaultFolder()
+    QString menuPath;                                  // menuAppPath
+    QByteArray autostartFolder;                        // AutostartList::defaultFolder()
     std::function<qint64(const QString &)> isLaunched; // isApplicationLaunchedWithPath
     std::function<bool(const QString &)> launch;       // a detached start
     std::function<void()> tellToQuit; // posts "Salvora3MenuNotification" / "Salvora3MenuMustQuit"

@@ -25,7 +25,9 @@ QString quitButton()
 
 } // namespace
 
-PrivilegeChecks::PrivilegeChecks(QString ownExecutable) : mOwnExecutable(std::move(ownExecutable)) {}
+PrivilegeChecks::PrivilegeChecks(QString ownExecutable) : mOwnExecutable(std::move(ownExecutable))
+{
+}
 
 bool PrivilegeChecks::run()
 {
@@ -43,8 +45,7 @@ void PrivilegeChecks::alertUserForAdminPassword()
 
 bool PrivilegeChecks::checkAdminlauncherPrivileges()
 {
-    if (ZEL_AdminLauncher::checkAdminlauncherPrivileges())
-        return true;
+    if (ZEL_AdminLauncher::checkAdminlauncherPrivileges()) return true;
     alertUserForAdminPassword();
     QThread::msleep(100);
     if (ZEL_AdminLauncher::setPrivilegesToExecutable_adminlauncher()) {
@@ -77,7 +78,8 @@ bool PrivilegeChecks::checkAdminlauncherPrivileges()
 
 bool PrivilegeChecks::checkDaemonPrivileges()
 {
-    const QString own = mOwnExecutable.isEmpty() ? CommonUtils::ownExecutablePath() : mOwnExecutable;
+    const QString own =
+        mOwnExecutable.isEmpty() ? CommonUtils::ownExecutablePath() : mOwnExecutable;
     const QString daemon = CommonUtils::daemonAppPathFor(own);
     if (!daemon.isEmpty() && QFileInfo::exists(daemon)) {
         // A started job counts: the launcher's work is not waited for here.

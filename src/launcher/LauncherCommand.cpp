@@ -16,8 +16,8 @@ std::optional<std::vector<std::string>> splitAbsolutePath(std::string_view path,
     std::size_t start = 1;
     while (true) {
         const std::size_t slash = path.find('/', start);
-        const std::string_view name =
-            path.substr(start, slash == std::string_view::npos ? std::string_view::npos : slash - start);
+        const std::string_view name = path.substr(
+            start, slash == std::string_view::npos ? std::string_view::npos : slash - start);
         // Only one spelling of a path is accepted, so that it can be compared with the
         // launcher's own location as text.
         if (name.empty()) {
@@ -29,8 +29,7 @@ std::optional<std::vector<std::string>> splitAbsolutePath(std::string_view path,
             return std::nullopt;
         }
         names.emplace_back(name);
-        if (slash == std::string_view::npos)
-            break;
+        if (slash == std::string_view::npos) break;
         start = slash + 1;
     }
     return names;
@@ -60,8 +59,7 @@ std::optional<Command> parseCommand(int argc, const char *const *argv, std::stri
     }
     command.target = argv[1];
     auto names = splitAbsolutePath(command.target, why);
-    if (!names)
-        return std::nullopt;
+    if (!names) return std::nullopt;
     command.names = std::move(*names);
     for (int i = 3; i < argc; ++i) {
         if (argv[i] == nullptr) {

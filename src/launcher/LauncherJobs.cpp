@@ -33,13 +33,11 @@ Outcome makeRootSetUid(const TrustedFile &file, const std::string &path, std::st
     if ((status.st_mode & S_IXUSR) == 0)
         return refused(why, printable(path) + ": is not executable");
     // Changing the owner clears the set-user-id bit, so the mode comes second.
-    if (::fchown(file.fd(), 0, 0) != 0)
-        return failed(why, path, "cannot change the owner");
+    if (::fchown(file.fd(), 0, 0) != 0) return failed(why, path, "cannot change the owner");
     if (::fchmod(file.fd(), (status.st_mode & 0755) | S_ISUID) != 0)
         return failed(why, path, "cannot change the permissions");
     struct stat after = {};
-    if (::fstat(file.fd(), &after) != 0)
-        return failed(why, path, "cannot read the status");
+    if (::fstat(file.fd(), &after) != 0) return failed(why, path, "cannot read the status");
     if (after.st_uid != 0 || (after.st_mode & S_ISUID) == 0)
         return refused(why, printable(path) + ": the change did not hold");
     return Outcome::Done;
@@ -50,9 +48,11 @@ Outcome makeRootSetUid(const TrustedFile &file, const std::string &path, std::st
 Outcome checkIsOwnDaemon(const Command &command, const TrustedFile &file, const Self &self,
                          std::string *why)
 {
-    const std::string expected = (self.folder == "/" ? std::string() : self.folder) + '/' + kDaemonName;
+    const std::string expected =
+        (self.folder == "/" ? std::string() : self.folder) + '/' + kDaemonName;
     if (command.target != expected)
-        return refused(why, printable(command.target) + ": only " + printable(expected) + " is accepted");
+        return refused(why, printable(command.target) + ": only " + printable(expected) +
+                                " is accepted");
     struct stat own = {};
     if (::fstatat(file.folderFd(), self.name.c_str(), &own, AT_SYMLINK_NOFOLLOW) != 0 ||
         own.st_dev != self.device || own.st_ino != self.inode)
@@ -85,8 +85,7 @@ bool identifySelf(Self *self, std::string *why)
     const int fd = ::open("/proc/self/exe", O_PATH | O_CLOEXEC);
     struct stat status = {};
     const bool ok = fd >= 0 && ::fstat(fd, &status) == 0;
-    if (fd >= 0)
-        ::close(fd);
+    if (fd >= 0) ::close(fd);
     if (!ok) {
         *why = std::string("cannot read its own executable: ") + std::strerror(errno);
         return false;
@@ -96,18 +95,18 @@ bool identifySelf(Self *self, std::string *why)
     return true;
 }
 
-Outcome runJob(const Command &command, const Self &self, const std::vector<std::string> &environment,
-               std::string *why)
+Outcome runJob(const Command &command, const Self &self,
+               const std::vector<std::string> &environment, std::string *why)
 {
     TrustedFile file;
-    if (!openTrusted(command.names, &file, why))
-        return Outcome::Refused;
+    if (!openTrusted(command.names, &file, why)) return Outcome::Refused;
 
     switch (command.job) {
     case Job::OwnPrivileges:
         if (command.target != self.path || file.status().st_dev != self.device ||
             file.status().st_ino != self.inode)
-            return refused(why, printable(command.target) + ": job 9 works on the launcher itself only");
+            return refused(why,
+                           printable(command.target) + ": job 9 works on the launcher itself only");
         return makeRootSetUid(file, command.target, why);
 
     case Job::DaemonPrivileges:

@@ -27,7 +27,7 @@ enum class Outcome { Done, Refused, Failed };
 
 // Runs one job on its only allowed target. "LA" replaces the process and returns only when it
 // is refused or the start fails. `environment` is what the launched daemon gets ("NAME=value").
-Outcome runJob(const Command &command, const Self &self, const std::vector<std::string> &environment,
-               std::string *why);
+Outcome runJob(const Command &command, const Self &self,
+               const std::vector<std::string> &environment, std::string *why);
 
 } // namespace launcher

@@ -18,8 +18,7 @@ public:
     explicit Fd(int fd = -1) : mFd(fd) {}
     ~Fd()
     {
-        if (mFd >= 0)
-            ::close(mFd);
+        if (mFd >= 0) ::close(mFd);
     }
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
@@ -32,8 +31,7 @@ public:
     }
     void reset(int fd)
     {
-        if (mFd >= 0)
-            ::close(mFd);
+        if (mFd >= 0) ::close(mFd);
         mFd = fd;
     }
 
@@ -50,8 +48,7 @@ int openBelow(int dirFd, const std::string &name, int flags)
     how.flags = std::uint64_t(flags | O_NOFOLLOW | O_CLOEXEC);
     how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
     const long fd = ::syscall(SYS_openat2, dirFd, name.c_str(), &how, sizeof how);
-    if (fd >= 0 || errno != ENOSYS)
-        return int(fd);
+    if (fd >= 0 || errno != ENOSYS) return int(fd);
     return ::openat(dirFd, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC);
 }
 
@@ -75,8 +72,8 @@ bool refuseOpen(std::string *why, const std::string &path, int dirFd, const std:
 {
     const int error = errno;
     struct stat status = {};
-    if (error == ELOOP ||
-        (::fstatat(dirFd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode)))
+    if (error == ELOOP || (::fstatat(dirFd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                           S_ISLNK(status.st_mode)))
         return refuse(why, path, "is a symbolic link");
     return refuse(why, path, std::strerror(error));
 }
@@ -90,16 +87,13 @@ bool onlyRootCanChange(const struct stat &status)
 
 TrustedFile::~TrustedFile()
 {
-    if (mFd >= 0)
-        ::close(mFd);
-    if (mFolderFd >= 0)
-        ::close(mFolderFd);
+    if (mFd >= 0) ::close(mFd);
+    if (mFolderFd >= 0) ::close(mFolderFd);
 }
 
 bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::string *why)
 {
-    if (names.empty())
-        return refuse(why, "/", "is not a file");
+    if (names.empty()) return refuse(why, "/", "is not a file");
     Fd dir(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat status = {};
     if (dir.get() < 0 || ::fstat(dir.get(), &status) != 0)
@@ -110,12 +104,9 @@ bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::
     for (std::size_t i = 0; i + 1 < names.size(); ++i) {
         const std::string path = joined(names, i + 1);
         Fd next(openBelow(dir.get(), names[i], O_PATH | O_DIRECTORY));
-        if (next.get() < 0)
-            return refuseOpen(why, path, dir.get(), names[i]);
-        if (::fstat(next.get(), &status) != 0)
-            return refuse(why, path, std::strerror(errno));
-        if (!S_ISDIR(status.st_mode))
-            return refuse(why, path, "is not a folder");
+        if (next.get() < 0) return refuseOpen(why, path, dir.get(), names[i]);
+        if (::fstat(next.get(), &status) != 0) return refuse(why, path, std::strerror(errno));
+        if (!S_ISDIR(status.st_mode)) return refuse(why, path, "is not a folder");
         if (!onlyRootCanChange(status))
             return refuse(why, path, "can be changed by a user other than root");
         dir.reset(next.release());
@@ -125,30 +116,24 @@ bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::
     const std::string path = joined(names, names.size());
     const std::string &name = names.back();
     Fd probe(openBelow(dir.get(), name, O_PATH));
-    if (probe.get() < 0)
-        return refuseOpen(why, path, dir.get(), name);
-    if (::fstat(probe.get(), &status) != 0)
-        return refuse(why, path, std::strerror(errno));
+    if (probe.get() < 0) return refuseOpen(why, path, dir.get(), name);
+    if (::fstat(probe.get(), &status) != 0) return refuse(why, path, std::strerror(errno));
     if (!S_ISREG(status.st_mode))
-        return refuse(why, path, S_ISLNK(status.st_mode) ? "is a symbolic link" : "is not a regular file");
+        return refuse(why, path,
+                      S_ISLNK(status.st_mode) ? "is a symbolic link" : "is not a regular file");
     if (!onlyRootCanChange(status))
         return refuse(why, path, "can be changed by a user other than root");
-    if (status.st_nlink != 1)
-        return refuse(why, path, "has more than one link");
+    if (status.st_nlink != 1) return refuse(why, path, "has more than one link");
 
     Fd fd(openBelow(dir.get(), name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     struct stat opened = {};
-    if (fd.get() < 0)
-        return refuseOpen(why, path, dir.get(), name);
-    if (::fstat(fd.get(), &opened) != 0)
-        return refuse(why, path, std::strerror(errno));
+    if (fd.get() < 0) return refuseOpen(why, path, dir.get(), name);
+    if (::fstat(fd.get(), &opened) != 0) return refuse(why, path, std::strerror(errno));
     // Only root can rename inside this folder, but the check is cheap.
     if (opened.st_dev != status.st_dev || opened.st_ino != status.st_ino)
         return refuse(why, path, "changed while it was opened");
-    if (file->mFd >= 0)
-        ::close(file->mFd);
-    if (file->mFolderFd >= 0)
-        ::close(file->mFolderFd);
+    if (file->mFd >= 0) ::close(file->mFd);
+    if (file->mFolderFd >= 0) ::close(file->mFolderFd);
     file->mFd = fd.release();
     file->mFolderFd = dir.release();
     file->mStatus = opened;

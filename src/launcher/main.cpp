@@ -52,19 +52,16 @@ void say(const char *kind, const std::string &text)
 bool openStandardDescriptors()
 {
     for (int fd = 0; fd <= 2; ++fd) {
-        if (::fcntl(fd, F_GETFD) != -1 || errno != EBADF)
-            continue;
+        if (::fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
         const int null = ::open("/dev/null", O_RDWR | O_NOCTTY);
-        if (null != fd)
-            return false;
+        if (null != fd) return false;
     }
     return true;
 }
 
 void closeInheritedDescriptors()
 {
-    if (::close_range(3, ~0U, 0) == 0)
-        return;
+    if (::close_range(3, ~0U, 0) == 0) return;
     const long max = ::sysconf(_SC_OPEN_MAX);
     for (long fd = 3; fd < (max > 0 ? max : 1024); ++fd)
         ::close(int(fd));
@@ -102,8 +99,7 @@ std::vector<std::string> sanitiseEnvironment()
 int main(int argc, char **argv)
 {
     ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
-    if (!openStandardDescriptors())
-        return kExitBroken;
+    if (!openStandardDescriptors()) return kExitBroken;
     closeInheritedDescriptors();
     ::umask(022);
     resetSignals();

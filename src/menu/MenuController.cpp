@@ -64,9 +64,11 @@ MenuController::MenuController(Options options, QObject *parent)
     mSizeLine->setEnabled(false);
     mMenu->addSeparator();
     //% "Turn Protection On"
-    mProtectionOn = mMenu->addAction(qtTrId("MenuProtectionOn"), this, [this] { setProtection(true); });
+    mProtectionOn =
+        mMenu->addAction(qtTrId("MenuProtectionOn"), this, [this] { setProtection(true); });
     //% "Turn Protection Off"
-    mProtectionOff = mMenu->addAction(qtTrId("MenuProtectionOff"), this, [this] { setProtection(false); });
+    mProtectionOff =
+        mMenu->addAction(qtTrId("MenuProtectionOff"), this, [this] { setProtection(false); });
     mMenu->addSeparator();
     //% "Open Salvora 3"
     mMenu->addAction(qtTrId("MenuOpenApp"), this, &MenuController::openMainApp);
@@ -77,7 +79,9 @@ MenuController::MenuController(Options options, QObject *parent)
     mMenu->addAction(qtTrId("MenuQuit"), this, &MenuController::quitRequested);
 
     connect(mBus, &NotificationBus::received, this,
-            [this](const QString &name, const QString &object, const QVariantMap &) { onNotification(name, object); });
+            [this](const QString &name, const QString &object, const QVariantMap &) {
+                onNotification(name, object);
+            });
     auto volumesChanged = [this] {
         CommonUtils::resetVolumesLists();
         refreshCacheSize();
@@ -113,8 +117,8 @@ void MenuController::start()
         updateTexts();
         mTray->show();
     } else {
-        CommonUtils::addToLogFile(
-            QStringLiteral("Salvora 3 Menu: no system tray is available; running without an icon."));
+        CommonUtils::addToLogFile(QStringLiteral(
+            "Salvora 3 Menu: no system tray is available; running without an icon."));
     }
     startDaemonIfNeeded();
 }
@@ -122,12 +126,9 @@ void MenuController::start()
 void MenuController::startDaemonIfNeeded()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected() || !bus.interface())
-        return;
-    if (bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService)))
-        return;
-    if (mOptions.daemonPath.isEmpty() || !QFileInfo::exists(mOptions.daemonPath))
-        return;
+    if (!bus.isConnected() || !bus.interface()) return;
+    if (bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService))) return;
+    if (mOptions.daemonPath.isEmpty() || !QFileInfo::exists(mOptions.daemonPath)) return;
     if (QProcess::startDetached(mOptions.daemonPath, {}))
         CommonUtils::addToLogFile(QStringLiteral("Salvora 3 Menu started sv3daemon."));
 }
@@ -194,7 +195,8 @@ void MenuController::refreshCacheSize()
     auto result = std::make_shared<std::atomic<qint64>>(0);
     mSizeWorker = QThread::create([result] { result->store(CommonUtils::getSizeOfCaches()); });
     mSizeWorker->setParent(this);
-    connect(mSizeWorker, &QThread::finished, this, [this, result] { sizeCalculated(result->load()); });
+    connect(mSizeWorker, &QThread::finished, this,
+            [this, result] { sizeCalculated(result->load()); });
     mSizeWorker->start(QThread::LowPriority);
 }
 

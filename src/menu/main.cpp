@@ -22,8 +22,7 @@ int main(int argc, char **argv)
 
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (bus.isConnected()) {
-        if (!bus.registerService(QLatin1String(Notifications::kMenuService)))
-            return 0;
+        if (!bus.registerService(QLatin1String(Notifications::kMenuService))) return 0;
     } else {
         CommonUtils::addToLogFile(
             QStringLiteral("Salvora 3 Menu: no session bus; notifications will not reach it."));

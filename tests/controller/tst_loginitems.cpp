@@ -38,8 +38,9 @@ class TstLoginItems : public QObject
 
     void entry(const QByteArray &file, const QByteArray &program, const QByteArray &extra = {})
     {
-        QVERIFY(TestEnv::writeFile(autostart + '/' + file, "[Desktop Entry]\nType=Application\nExec=" +
-                                                               AutostartList::execValueFor(program) + "\n" + extra));
+        QVERIFY(TestEnv::writeFile(autostart + '/' + file,
+                                   "[Desktop Entry]\nType=Application\nExec=" +
+                                       AutostartList::execValueFor(program) + "\n" + extra));
     }
     QByteArrayList entries() const
     {
@@ -51,9 +52,9 @@ class TstLoginItems : public QObject
     QByteArrayList logMessages() const
     {
         QByteArrayList messages;
-        for (const QByteArray &line : TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).split('\n'))
-            if (line.size() > 22)
-                messages.append(line.mid(22));
+        for (const QByteArray &line :
+             TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).split('\n'))
+            if (line.size() > 22) messages.append(line.mid(22));
         return messages;
     }
     void install()
@@ -72,7 +73,8 @@ class TstLoginItems : public QObject
     {
         if (posted) {
             QTRY_COMPARE(quits->size(), 1);
-            QCOMPARE(quits->at(0).at(1).toString(), QLatin1String(Notifications::Salvora3MenuMustQuit));
+            QCOMPARE(quits->at(0).at(1).toString(),
+                     QLatin1String(Notifications::Salvora3MenuMustQuit));
         } else {
             QTest::qWait(50);
             QCOMPARE(quits->size(), 0);
@@ -126,8 +128,9 @@ private slots:
         entry("z-old.desktop", oldCopy);
         entry("other.desktop", "/usr/bin/unrelated");
         install();
-        QCOMPARE(entries(), (QByteArrayList{"m.desktop -> " + M, "other.desktop -> /usr/bin/unrelated",
-                                            "z-old.desktop -> " + oldCopy}));
+        QCOMPARE(entries(),
+                 (QByteArrayList{"m.desktop -> " + M, "other.desktop -> /usr/bin/unrelated",
+                                 "z-old.desktop -> " + oldCopy}));
         QCOMPARE(logMessages(), QByteArrayList{kOther});
     }
 
@@ -150,7 +153,8 @@ private slots:
         QVERIFY(::unlink((autostart + "/salvora3-menu.desktop").constData()) == 0);
         entry("salvora3-menu.desktop", M, "Hidden=true\n");
         install();
-        QCOMPARE(entries(), (QByteArrayList{"salvora3-menu-2.desktop -> " + M, "salvora3-menu.desktop -> "}));
+        QCOMPARE(entries(),
+                 (QByteArrayList{"salvora3-menu-2.desktop -> " + M, "salvora3-menu.desktop -> "}));
     }
 
     // A missing companion file only keeps it from being started.
@@ -172,8 +176,7 @@ private slots:
     void offRemovesOnlyItsOwnEntry()
     {
         QFETCH(bool, absent);
-        if (!absent)
-            Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 0);
+        if (!absent) Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 0);
         entry("a-old.desktop", oldCopy);
         entry("salvora3-menu.desktop", M);
         install();
@@ -209,23 +212,33 @@ private slots:
         const QByteArray exec = AutostartList::execValueFor(program);
         QVERIFY(!exec.contains('\n'));
         QCOMPARE(AutostartList::programOf("[Desktop Entry]\nExec=" + exec + "\n"), program);
-        QCOMPARE(AutostartList::programOf("[Desktop Entry]\nExec=" + exec + " --with %U\n"), program);
+        QCOMPARE(AutostartList::programOf("[Desktop Entry]\nExec=" + exec + " --with %U\n"),
+                 program);
     }
 
     void entriesThatDoNotResolve_data()
     {
         QTest::addColumn<QByteArray>("entry");
         QTest::addColumn<QByteArray>("program");
-        QTest::newRow("arguments") << QByteArray("[Desktop Entry]\nExec=/usr/bin/x --flag\n") << QByteArray("/usr/bin/x");
-        QTest::newRow("spaces and CRLF") << QByteArray("[Desktop Entry]\r\nExec = \"/a b/c\" %u\r\n") << QByteArray("/a b/c");
-        QTest::newRow("escaped blank") << QByteArray("[Desktop Entry]\nExec=/a\\sb\n") << QByteArray("/a");
-        QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=/usr/bin/x\nHidden=true\n") << QByteArray();
-        QTest::newRow("relative program") << QByteArray("[Desktop Entry]\nExec=x --flag\n") << QByteArray();
-        QTest::newRow("other group") << QByteArray("[Desktop Action new]\nExec=/usr/bin/x\n") << QByteArray();
-        QTest::newRow("comment") << QByteArray("[Desktop Entry]\n#Exec=/usr/bin/x\n") << QByteArray();
-        QTest::newRow("open quote") << QByteArray("[Desktop Entry]\nExec=\"/usr/bin/x\n") << QByteArray();
+        QTest::newRow("arguments")
+            << QByteArray("[Desktop Entry]\nExec=/usr/bin/x --flag\n") << QByteArray("/usr/bin/x");
+        QTest::newRow("spaces and CRLF")
+            << QByteArray("[Desktop Entry]\r\nExec = \"/a b/c\" %u\r\n") << QByteArray("/a b/c");
+        QTest::newRow("escaped blank")
+            << QByteArray("[Desktop Entry]\nExec=/a\\sb\n") << QByteArray("/a");
+        QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=/usr/bin/x\nHidden=true\n")
+                                << QByteArray();
+        QTest::newRow("relative program")
+            << QByteArray("[Desktop Entry]\nExec=x --flag\n") << QByteArray();
+        QTest::newRow("other group")
+            << QByteArray("[Desktop Action new]\nExec=/usr/bin/x\n") << QByteArray();
+        QTest::newRow("comment") << QByteArray("[Desktop Entry]\n#Exec=/usr/bin/x\n")
+                                 << QByteArray();
+        QTest::newRow("open quote")
+            << QByteArray("[Desktop Entry]\nExec=\"/usr/bin/x\n") << QByteArray();
         QTest::newRow("empty") << QByteArray() << QByteArray();
-        QTest::newRow("first Exec wins") << QByteArray("[Desktop Entry]\nExec=/a\nExec=/b\n") << QByteArray("/a");
+        QTest::newRow("first Exec wins")
+            << QByteArray("[Desktop Entry]\nExec=/a\nExec=/b\n") << QByteArray("/a");
     }
     void entriesThatDoNotResolve()
     {
@@ -237,7 +250,8 @@ private slots:
     void runningProgramsFromProc()
     {
         // A copy of sleep under a name of its own: counted by path (same file) and by name.
-        const QByteArray name = "sv3-probe-" + QByteArray::number(QCoreApplication::applicationPid());
+        const QByteArray name =
+            "sv3-probe-" + QByteArray::number(QCoreApplication::applicationPid());
         const QByteArray copy = env->homeBytes() + "/run/" + name;
         QVERIFY(TestEnv::writeFile(copy, TestEnv::readFile("/bin/sleep")));
         QVERIFY(::chmod(copy.constData(), 0755) == 0);
@@ -249,8 +263,10 @@ private slots:
         QVERIFY(p.waitForStarted());
         QTRY_COMPARE(CommonUtils::isApplicationLaunchedWithPath(QFile::decodeName(copy)), 1);
         QCOMPARE(CommonUtils::isApplicationLaunchedWithName(QString::fromLatin1(name)), 1);
-        QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QFile::decodeName(twin)), 0); // same bytes, other file
-        QCOMPARE(CommonUtils::isApplicationLaunchedWithName(QString::fromLatin1(name.chopped(1))), 0);
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QFile::decodeName(twin)),
+                 0); // same bytes, other file
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithName(QString::fromLatin1(name.chopped(1))),
+                 0);
         QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QString()), 0);
         QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QStringLiteral("/nonexistent")), 0);
         p.kill();

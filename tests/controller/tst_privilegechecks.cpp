@@ -24,7 +24,8 @@ public:
     QList<int> answers;
     int present(const Alerts::Alert &alert) override
     {
-        shown.append(alert.message + u'|' + alert.informativeText + u'|' + alert.buttons.join(u','));
+        shown.append(alert.message + u'|' + alert.informativeText + u'|' +
+                     alert.buttons.join(u','));
         return answers.isEmpty() ? 0 : answers.takeFirst();
     }
 };
@@ -34,8 +35,9 @@ QString alert(const char *message, const char *text, const char *button)
     return qtTrId(message) + u'|' + qtTrId(text) + u'|' + qtTrId(button);
 }
 
-const QString kMissing = QStringLiteral("The \"adminlauncher\" executable was not found.|Please, verify that the "
-                                        "executable is correctly installed or reinstall the application.|OK");
+const QString kMissing =
+    QStringLiteral("The \"adminlauncher\" executable was not found.|Please, verify that the "
+                   "executable is correctly installed or reinstall the application.|OK");
 const QString kPassword = alert("PrivilegesNeededTitle", "PrivilegesNeededText", "OKButton");
 QString launcherFailure(const char *text)
 {
@@ -68,9 +70,10 @@ class TstPrivilegeChecks : public QObject
     void prepare(Launcher launcher, Daemon daemon)
     {
         if (launcher != Missing) {
-            QVERIFY(TestEnv::writeFile(L, "#!/bin/sh\n"
-                                          "[ -e \"$(dirname \"$0\")/works\" ] || exit 0\n"
-                                          "case \"$2\" in 9|2) chown 0:0 \"$1\" && chmod 4755 \"$1\";; esac\n"));
+            QVERIFY(TestEnv::writeFile(
+                L, "#!/bin/sh\n"
+                   "[ -e \"$(dirname \"$0\")/works\" ] || exit 0\n"
+                   "case \"$2\" in 9|2) chown 0:0 \"$1\" && chmod 4755 \"$1\";; esac\n"));
             QVERIFY(::chmod(L.constData(), launcher == Privileged ? 04755 : 0755) == 0);
         }
         if (launcher == Privileged || launcher == PlainThatWorks)
@@ -91,17 +94,16 @@ class TstPrivilegeChecks : public QObject
     QByteArrayList logMessages() const
     {
         QByteArrayList messages;
-        for (const QByteArray &line : TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).split('\n'))
-            if (line.size() > 22)
-                messages.append(line.mid(22)); // after "yyyy-MM-dd HH:mm:ss - "
+        for (const QByteArray &line :
+             TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).split('\n'))
+            if (line.size() > 22) messages.append(line.mid(22)); // after "yyyy-MM-dd HH:mm:ss - "
         return messages;
     }
 
 private slots:
     void initTestCase()
     {
-        if (::geteuid() != 0)
-            QSKIP("the stand-in launcher makes files root-owned: run as root");
+        if (::geteuid() != 0) QSKIP("the stand-in launcher makes files root-owned: run as root");
     }
 
     void init()
@@ -134,19 +136,22 @@ private slots:
         QTest::addColumn<QByteArrayList>("log");
         QTest::addColumn<bool>("privilegesWereSet");
 
-        QTest::newRow("everything privileged")
-            << int(Privileged) << int(PrivilegedDaemon) << true << QStringList{} << QByteArrayList{} << false;
+        QTest::newRow("everything privileged") << int(Privileged) << int(PrivilegedDaemon) << true
+                                               << QStringList{} << QByteArrayList{} << false;
         QTest::newRow("launcher privileged, daemon not: no alert")
-            << int(Privileged) << int(PlainDaemon) << true << QStringList{} << QByteArrayList{} << false;
+            << int(Privileged) << int(PlainDaemon) << true << QStringList{} << QByteArrayList{}
+            << false;
         QTest::newRow("launcher raised")
             << int(PlainThatWorks) << int(PrivilegedDaemon) << true << QStringList{kPassword}
             << QByteArrayList{kSucceeded} << true;
         QTest::newRow("launcher started but still plain")
             << int(Plain) << int(PrivilegedDaemon) << false
-            << QStringList{kPassword, launcherFailure("BadPermissionsText")} << QByteArrayList{kUnable} << false;
+            << QStringList{kPassword, launcherFailure("BadPermissionsText")}
+            << QByteArrayList{kUnable} << false;
         QTest::newRow("password refused")
             << int(RefusedPassword) << int(PrivilegedDaemon) << false
-            << QStringList{kPassword, launcherFailure("BadPrivilegesText")} << QByteArrayList{kUnable} << false;
+            << QStringList{kPassword, launcherFailure("BadPrivilegesText")}
+            << QByteArrayList{kUnable} << false;
         QTest::newRow("launcher missing")
             << int(Missing) << int(PrivilegedDaemon) << false
             << QStringList{kMissing, kPassword, kMissing, launcherFailure("ExecutableNotFoundText")}
@@ -156,11 +161,11 @@ private slots:
             << int(Missing) << int(NoDaemon) << false
             << QStringList{kMissing, kPassword, kMissing, launcherFailure("ExecutableNotFoundText")}
             << QByteArrayList{kUnable} << false;
-        QTest::newRow("daemon missing")
-            << int(Privileged) << int(NoDaemon) << false << QStringList{kDaemonFailure} << QByteArrayList{} << false;
+        QTest::newRow("daemon missing") << int(Privileged) << int(NoDaemon) << false
+                                        << QStringList{kDaemonFailure} << QByteArrayList{} << false;
         QTest::newRow("launcher raised, daemon missing")
-            << int(PlainThatWorks) << int(NoDaemon) << false << QStringList{kPassword, kDaemonFailure}
-            << QByteArrayList{kSucceeded} << true;
+            << int(PlainThatWorks) << int(NoDaemon) << false
+            << QStringList{kPassword, kDaemonFailure} << QByteArrayList{kSucceeded} << true;
     }
 
     void startUp()
@@ -191,9 +196,10 @@ private slots:
         recorder.answers = {-1, 0, -1, -1, 0};
         PrivilegeChecks checks(QFile::decodeName(bin + "/salvora3"));
         QVERIFY(!checks.run());
-        QCOMPARE(recorder.shown, (QStringList{kPassword, kPassword, launcherFailure("BadPermissionsText"),
-                                              launcherFailure("BadPermissionsText"),
-                                              launcherFailure("BadPermissionsText")}));
+        QCOMPARE(recorder.shown,
+                 (QStringList{kPassword, kPassword, launcherFailure("BadPermissionsText"),
+                              launcherFailure("BadPermissionsText"),
+                              launcherFailure("BadPermissionsText")}));
     }
 
     // The daemon job needs the launcher file: gone after the launcher check, the daemon fails.

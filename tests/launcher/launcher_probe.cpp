@@ -13,11 +13,9 @@ extern char **environ;
 
 int main(int argc, char **argv)
 {
-    if (argc < 2)
-        return 2;
+    if (argc < 2) return 2;
     FILE *out = std::fopen(argv[1], "we");
-    if (!out)
-        return 3;
+    if (!out) return 3;
     struct stat self = {};
     ::stat("/proc/self/exe", &self);
     std::fprintf(out, "exe:%lu:%lu\n", (unsigned long)self.st_dev, (unsigned long)self.st_ino);
@@ -25,8 +23,7 @@ int main(int argc, char **argv)
     ::getresuid(&r, &e, &s);
     std::fprintf(out, "uid:%u:%u\n", r, e);
     char cwd[4096] = {};
-    if (::getcwd(cwd, sizeof cwd))
-        std::fprintf(out, "cwd:%s\n", cwd);
+    if (::getcwd(cwd, sizeof cwd)) std::fprintf(out, "cwd:%s\n", cwd);
     const mode_t mask = ::umask(0);
     std::fprintf(out, "umask:%03o\n", unsigned(mask));
     sigset_t blocked;
@@ -38,11 +35,9 @@ int main(int argc, char **argv)
     if (DIR *fds = ::opendir("/proc/self/fd")) {
         const int skip[] = {::fileno(out), ::dirfd(fds)};
         while (const dirent *d = ::readdir(fds)) {
-            if (d->d_name[0] == '.')
-                continue;
+            if (d->d_name[0] == '.') continue;
             const int fd = std::stoi(d->d_name);
-            if (fd != skip[0] && fd != skip[1])
-                std::fprintf(out, "fd:%d\n", fd);
+            if (fd != skip[0] && fd != skip[1]) std::fprintf(out, "fd:%d\n", fd);
         }
         ::closedir(fds);
     }

@@ -55,7 +55,8 @@ int elevateChild(char **argv)
 {
     ZEL_AdminLauncher::setElevationProgramForTesting(argv[2]);
     ZEL_AdminLauncher::executeWithPrivileges(argv[3], "9");
-    std::printf("%lld\n", static_cast<long long>(ZEL_AdminLauncher::getPrivilegesToExecutableResult()));
+    std::printf("%lld\n",
+                static_cast<long long>(ZEL_AdminLauncher::getPrivilegesToExecutableResult()));
     return 0;
 }
 
@@ -72,9 +73,13 @@ class TstAdminLauncher : public QObject
     // The stand-in launcher: logs "$*", and does the job when the file "works" exists.
     void makeLauncher(uid_t owner, mode_t mode)
     {
-        QVERIFY(writeScript(L, "echo \"$*\" >> '" + calls + "'\n"
-                               "[ -e '" + bin + "/works' ] || exit 0\n"
-                               "case \"$2\" in 9|2) chown 0:0 \"$1\" && chmod 4755 \"$1\";; esac\n"));
+        QVERIFY(writeScript(
+            L, "echo \"$*\" >> '" + calls +
+                   "'\n"
+                   "[ -e '" +
+                   bin +
+                   "/works' ] || exit 0\n"
+                   "case \"$2\" in 9|2) chown 0:0 \"$1\" && chmod 4755 \"$1\";; esac\n"));
         QVERIFY(setOwnerAndMode(L, owner, mode));
     }
     void launcherWorks(bool works)
@@ -129,8 +134,7 @@ private slots:
     }
     void privilegeTest()
     {
-        if (::geteuid() != 0)
-            QSKIP("needs root to own files as root and as others");
+        if (::geteuid() != 0) QSKIP("needs root to own files as root and as others");
         QFETCH(int, owner);
         QFETCH(int, mode);
         QFETCH(bool, passes);
@@ -143,8 +147,7 @@ private slots:
 
     void lockedOrUnreadableFails()
     {
-        if (::geteuid() != 0)
-            QSKIP("needs root");
+        if (::geteuid() != 0) QSKIP("needs root");
         QVERIFY(TestEnv::writeFile(D, "x"));
         QVERIFY(setOwnerAndMode(D, 0, 04755));
         const int holder = ::open(D.constData(), O_RDONLY | O_CLOEXEC);
@@ -161,7 +164,8 @@ private slots:
         auto asNobody = [](const QByteArray &path) {
             const pid_t pid = ::fork();
             if (pid == 0) {
-                if (::setresgid(kNobody, kNobody, kNobody) != 0 || ::setresuid(kNobody, kNobody, kNobody) != 0)
+                if (::setresgid(kNobody, kNobody, kNobody) != 0 ||
+                    ::setresuid(kNobody, kNobody, kNobody) != 0)
                     ::_exit(2);
                 ::_exit(ZEL_AdminLauncher::isRootAndSetUIDBit(path) ? 1 : 0);
             }
@@ -175,10 +179,11 @@ private slots:
 
     void missingLauncherAlertsOnEveryLookup()
     {
-        const Alerts::Alert expected{QStringLiteral("The \"adminlauncher\" executable was not found."),
-                                     QStringLiteral("Please, verify that the executable is correctly installed "
-                                                    "or reinstall the application."),
-                                     {QStringLiteral("OK")}};
+        const Alerts::Alert expected{
+            QStringLiteral("The \"adminlauncher\" executable was not found."),
+            QStringLiteral("Please, verify that the executable is correctly installed "
+                           "or reinstall the application."),
+            {QStringLiteral("OK")}};
         recorder.answers = {-1, -1}; // closed twice without the button: shown again each time
         QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QString());
         QCOMPARE(recorder.shown.size(), 3);
@@ -192,7 +197,8 @@ private slots:
         QVERIFY(!ZEL_AdminLauncher::checkAdminlauncherPrivileges());
         QCOMPARE(recorder.shown.size(), 5);
         QVERIFY(!ZEL_AdminLauncher::setPrivilegesToExecutable_adminlauncher());
-        QCOMPARE(ZEL_AdminLauncher::getPrivilegesToExecutableResult(), qint64(ZEL_AdminLauncher::LauncherNotFound));
+        QCOMPARE(ZEL_AdminLauncher::getPrivilegesToExecutableResult(),
+                 qint64(ZEL_AdminLauncher::LauncherNotFound));
         QCOMPARE(recorder.shown.size(), 6);
     }
 
@@ -220,8 +226,7 @@ private slots:
     }
     void raisingTheLauncher()
     {
-        if (::geteuid() != 0)
-            QSKIP("runs the stand-in launcher directly, as root does");
+        if (::geteuid() != 0) QSKIP("runs the stand-in launcher directly, as root does");
         QFETCH(int, owner);
         QFETCH(int, mode);
         QFETCH(bool, works);
@@ -233,29 +238,33 @@ private slots:
         QCOMPARE(ZEL_AdminLauncher::setPrivilegesToExecutable_adminlauncher(), raised);
         QCOMPARE(callLines(), called ? QByteArrayList{L + " 9"} : QByteArrayList{});
         QCOMPARE(ZEL_AdminLauncher::getPrivilegesToExecutableResult(),
-                 qint64(called ? ZEL_AdminLauncher::LauncherStartedAsRoot : ZEL_AdminLauncher::NoAttemptYet));
+                 qint64(called ? ZEL_AdminLauncher::LauncherStartedAsRoot
+                               : ZEL_AdminLauncher::NoAttemptYet));
         QCOMPARE(ZEL_AdminLauncher::checkAdminlauncherPrivileges(), raised);
         QVERIFY(recorder.shown.isEmpty());
     }
 
     void daemonJobAndLaunch()
     {
-        if (::geteuid() != 0)
-            QSKIP("the stand-in launcher changes owners");
+        if (::geteuid() != 0) QSKIP("the stand-in launcher changes owners");
         makeLauncher(0, 04755);
         launcherWorks(true);
-        QVERIFY(!ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D))); // no daemon yet
+        QVERIFY(
+            !ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D))); // no daemon yet
         QVERIFY(TestEnv::writeFile(D, "x"));
         QVERIFY(setOwnerAndMode(D, 0, 0755));
         // Started, not awaited: the answer comes before the change.
         QVERIFY(ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D)));
         QTRY_COMPARE(modeOf(D), mode_t(04755));
         QCOMPARE(callLines(), QByteArrayList{D + " 2"});
-        QVERIFY(ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D))); // already: no job
-        QVERIFY(ZEL_AdminLauncher::launchWithAdminlauncher(QFile::decodeName(D), {QStringLiteral("-a"), QStringLiteral("b c")}));
+        QVERIFY(
+            ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D))); // already: no job
+        QVERIFY(ZEL_AdminLauncher::launchWithAdminlauncher(
+            QFile::decodeName(D), {QStringLiteral("-a"), QStringLiteral("b c")}));
         QTRY_COMPARE(callLines().size(), 2);
         QCOMPARE(callLines().last(), D + " LA -a b c");
-        QVERIFY(!ZEL_AdminLauncher::launchWithAdminlauncher(QFile::decodeName(bin + "/nothing"), {}));
+        QVERIFY(
+            !ZEL_AdminLauncher::launchWithAdminlauncher(QFile::decodeName(bin + "/nothing"), {}));
         QVERIFY(recorder.shown.isEmpty());
     }
 
@@ -264,18 +273,25 @@ private slots:
         QTest::addColumn<QByteArray>("script"); // empty: the program does not exist
         QTest::addColumn<qint64>("result");
         QTest::addColumn<int>("alerts");
-        QTest::newRow("granted") << QByteArray("exit 0") << qint64(ZEL_AdminLauncher::LauncherStartedAsRoot) << 0;
-        QTest::newRow("job failed after grant") << QByteArray("exit 2") << qint64(ZEL_AdminLauncher::LauncherStartedAsRoot) << 0;
-        QTest::newRow("dismissed") << QByteArray("exit 126") << qint64(ZEL_AdminLauncher::RightNotGranted) << 0;
-        QTest::newRow("refused") << QByteArray("exit 127") << qint64(ZEL_AdminLauncher::RightNotGranted) << 0;
-        QTest::newRow("no agent")
-            << QByteArray("echo 'Error executing command as another user: No authentication agent found.' >&2; exit 127")
-            << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
+        QTest::newRow("granted") << QByteArray("exit 0")
+                                 << qint64(ZEL_AdminLauncher::LauncherStartedAsRoot) << 0;
+        QTest::newRow("job failed after grant")
+            << QByteArray("exit 2") << qint64(ZEL_AdminLauncher::LauncherStartedAsRoot) << 0;
+        QTest::newRow("dismissed")
+            << QByteArray("exit 126") << qint64(ZEL_AdminLauncher::RightNotGranted) << 0;
+        QTest::newRow("refused") << QByteArray("exit 127")
+                                 << qint64(ZEL_AdminLauncher::RightNotGranted) << 0;
+        QTest::newRow("no agent") << QByteArray("echo 'Error executing command as another user: No "
+                                                "authentication agent found.' >&2; exit 127")
+                                  << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
         QTest::newRow("no polkit daemon")
-            << QByteArray("echo 'Error getting authority: Error initializing authority: Could not connect' >&2; exit 127")
+            << QByteArray("echo 'Error getting authority: Error initializing authority: Could not "
+                          "connect' >&2; exit 127")
             << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
-        QTest::newRow("killed") << QByteArray("kill -9 $$") << qint64(ZEL_AdminLauncher::CouldNotStart) << 0;
-        QTest::newRow("not installed") << QByteArray() << qint64(ZEL_AdminLauncher::CouldNotStart) << 1;
+        QTest::newRow("killed") << QByteArray("kill -9 $$")
+                                << qint64(ZEL_AdminLauncher::CouldNotStart) << 0;
+        QTest::newRow("not installed")
+            << QByteArray() << qint64(ZEL_AdminLauncher::CouldNotStart) << 1;
     }
     void askingThroughPkexec()
     {
@@ -293,23 +309,23 @@ private slots:
         QCOMPARE(recorder.shown.size(), alerts);
         if (alerts)
             QCOMPARE(recorder.shown[0].informativeText, qtTrId("NoAuthenticationAgentText"));
-        if (!script.isEmpty())
-            QCOMPARE(callLines(), QByteArrayList{L + ' ' + L + " 9"});
+        if (!script.isEmpty()) QCOMPARE(callLines(), QByteArrayList{L + ' ' + L + " 9"});
     }
 
     // Not forced: a real ordinary user goes through pkexec on its own.
     void ordinaryUserGoesThroughPkexec()
     {
-        if (::geteuid() != 0)
-            QSKIP("needs root to switch to another user");
+        if (::geteuid() != 0) QSKIP("needs root to switch to another user");
         const QByteArray self = root + "/tst_copy";
-        QVERIFY(TestEnv::writeFile(self, TestEnv::readFile(QFile::encodeName(QCoreApplication::applicationFilePath()))));
+        QVERIFY(TestEnv::writeFile(
+            self, TestEnv::readFile(QFile::encodeName(QCoreApplication::applicationFilePath()))));
         QVERIFY(::chmod(self.constData(), 0755) == 0);
         QVERIFY(writeScript(root + "/pkexec", "exit 126\n"));
         QProcess child;
         child.start(QStringLiteral("setpriv"),
-                    {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"), QStringLiteral("--clear-groups"),
-                     QFile::decodeName(self), QStringLiteral("--elevate"), QFile::decodeName(root + "/pkexec"),
+                    {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+                     QStringLiteral("--clear-groups"), QFile::decodeName(self),
+                     QStringLiteral("--elevate"), QFile::decodeName(root + "/pkexec"),
                      QFile::decodeName(L)});
         QVERIFY(child.waitForFinished(20000));
         QCOMPARE(child.readAllStandardOutput().trimmed(), QByteArray("3"));
@@ -318,8 +334,7 @@ private slots:
 
 int main(int argc, char **argv)
 {
-    if (argc == 4 && std::strcmp(argv[1], "--elevate") == 0)
-        return elevateChild(argv);
+    if (argc == 4 && std::strcmp(argv[1], "--elevate") == 0) return elevateChild(argv);
     QCoreApplication app(argc, argv);
     TstAdminLauncher t;
     return QTest::qExec(&t, argc, argv);

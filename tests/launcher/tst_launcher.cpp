@@ -44,16 +44,13 @@ Run run(const QByteArray &program, const QByteArrayList &argv, const QByteArrayL
         ev.push_back(const_cast<char *>(e.constData()));
     ev.push_back(nullptr);
     int pipeFds[2];
-    if (::pipe2(pipeFds, O_CLOEXEC) != 0)
-        return {};
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0) return {};
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::dup2(pipeFds[1], STDERR_FILENO);
-        if (keepFd >= 0)
-            ::fcntl(keepFd, F_SETFD, 0);
+        if (keepFd >= 0) ::fcntl(keepFd, F_SETFD, 0);
         ::umask(0);
-        if (::chdir("/tmp") != 0)
-            ::_exit(125);
+        if (::chdir("/tmp") != 0) ::_exit(125);
         if (uid != 0 && (::setgroups(0, nullptr) != 0 || ::setresgid(uid, uid, uid) != 0 ||
                          ::setresuid(uid, uid, uid) != 0))
             ::_exit(125);
@@ -75,8 +72,7 @@ Run run(const QByteArray &program, const QByteArrayList &argv, const QByteArrayL
 struct stat statOf(const QByteArray &path)
 {
     struct stat st = {};
-    if (::lstat(path.constData(), &st) != 0)
-        st.st_mode = 0;
+    if (::lstat(path.constData(), &st) != 0) st.st_mode = 0;
     return st;
 }
 
@@ -90,7 +86,8 @@ QByteArrayList setUidFilesIn(const QByteArray &folder)
 {
     QByteArrayList found;
     const QDir dir(QFile::decodeName(folder));
-    for (const QString &name : dir.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System | QDir::Hidden)) {
+    for (const QString &name :
+         dir.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System | QDir::Hidden)) {
         const QByteArray path = folder + '/' + QFile::encodeName(name);
         const struct stat st = statOf(path);
         if (S_ISDIR(st.st_mode))
@@ -103,8 +100,8 @@ QByteArrayList setUidFilesIn(const QByteArray &folder)
 
 bool install(const QByteArray &from, const QByteArray &to, mode_t mode, uid_t owner = 0)
 {
-    return TestEnv::writeFile(to, TestEnv::readFile(from)) && ::chown(to.constData(), owner, owner) == 0 &&
-           ::chmod(to.constData(), mode) == 0;
+    return TestEnv::writeFile(to, TestEnv::readFile(from)) &&
+           ::chown(to.constData(), owner, owner) == 0 && ::chmod(to.constData(), mode) == 0;
 }
 
 bool folder(const QByteArray &path, mode_t mode, uid_t owner = 0)
@@ -124,8 +121,7 @@ QByteArrayList linesWith(const QByteArray &text, const QByteArray &prefix)
 {
     QByteArrayList out;
     for (const QByteArray &line : text.split('\n'))
-        if (line.startsWith(prefix))
-            out += line.mid(prefix.size());
+        if (line.startsWith(prefix)) out += line.mid(prefix.size());
     return out;
 }
 
@@ -161,8 +157,7 @@ private slots:
         builtLauncher = bin + "/adminlauncher";
         probe = bin + "/launcher_probe";
         QString why;
-        if (!canMountPrivately(&why))
-            return;
+        if (!canMountPrivately(&why)) return;
         QVERIFY(::mount("none", "/mnt", "tmpfs", MS_NOATIME, "mode=0755") == 0);
         mounted = true;
         QVERIFY(folder("/mnt/s", 0755));
@@ -175,8 +170,7 @@ private slots:
 
     void cleanupTestCase()
     {
-        if (mounted)
-            ::umount2("/mnt", MNT_DETACH);
+        if (mounted) ::umount2("/mnt", MNT_DETACH);
     }
 
     void parsing_data()
@@ -228,7 +222,8 @@ private slots:
         requireSystem();
         const Run r = run(L, {}, {});
         QVERIFY(r.code != 0);
-        QVERIFY2(r.err.startsWith("adminlauncher: refused: usage") && r.err.count('\n') == 1, r.err.constData());
+        QVERIFY2(r.err.startsWith("adminlauncher: refused: usage") && r.err.count('\n') == 1,
+                 r.err.constData());
     }
 
     void refusesEverythingButItsOwnFiles_data()
@@ -236,22 +231,34 @@ private slots:
         QTest::addColumn<QByteArrayList>("argv");
         QTest::addColumn<QByteArray>("reason");
         const QByteArray l = "/mnt/s/adminlauncher";
-        QTest::newRow("relative daemon") << QByteArrayList{l, "sv3daemon", "2"} << QByteArray("absolute");
-        QTest::newRow("dot dot to daemon") << QByteArrayList{l, "/mnt/user/../s/sv3daemon", "2"} << QByteArray("..");
-        QTest::newRow("doubled slash") << QByteArrayList{l, "/mnt/s//sv3daemon", "2"} << QByteArray("empty");
-        QTest::newRow("another root file") << QByteArrayList{l, "/mnt/s/victim", "2"} << QByteArray("only");
-        QTest::newRow("a system file") << QByteArrayList{l, "/usr/bin/env", "2"} << QByteArray("only");
-        QTest::newRow("a file in /tmp") << QByteArrayList{l, "/tmp/sv3daemon", "2"} << QByteArray("/tmp:");
-        QTest::newRow("user's own file") << QByteArrayList{l, "/mnt/user/sv3daemon", "2"} << QByteArray("/mnt/user:");
-        QTest::newRow("9 on the daemon") << QByteArrayList{l, "/mnt/s/sv3daemon", "9"} << QByteArray("job 9");
-        QTest::newRow("9 on another file") << QByteArrayList{l, "/mnt/s/victim", "9"} << QByteArray("job 9");
-        QTest::newRow("2 on the launcher") << QByteArrayList{l, "/mnt/s/adminlauncher", "2"} << QByteArray("only");
-        QTest::newRow("LA of a system program") << QByteArrayList{l, "/usr/bin/id", "LA"} << QByteArray("only");
+        QTest::newRow("relative daemon")
+            << QByteArrayList{l, "sv3daemon", "2"} << QByteArray("absolute");
+        QTest::newRow("dot dot to daemon")
+            << QByteArrayList{l, "/mnt/user/../s/sv3daemon", "2"} << QByteArray("..");
+        QTest::newRow("doubled slash")
+            << QByteArrayList{l, "/mnt/s//sv3daemon", "2"} << QByteArray("empty");
+        QTest::newRow("another root file")
+            << QByteArrayList{l, "/mnt/s/victim", "2"} << QByteArray("only");
+        QTest::newRow("a system file")
+            << QByteArrayList{l, "/usr/bin/env", "2"} << QByteArray("only");
+        QTest::newRow("a file in /tmp")
+            << QByteArrayList{l, "/tmp/sv3daemon", "2"} << QByteArray("/tmp:");
+        QTest::newRow("user's own file")
+            << QByteArrayList{l, "/mnt/user/sv3daemon", "2"} << QByteArray("/mnt/user:");
+        QTest::newRow("9 on the daemon")
+            << QByteArrayList{l, "/mnt/s/sv3daemon", "9"} << QByteArray("job 9");
+        QTest::newRow("9 on another file")
+            << QByteArrayList{l, "/mnt/s/victim", "9"} << QByteArray("job 9");
+        QTest::newRow("2 on the launcher")
+            << QByteArrayList{l, "/mnt/s/adminlauncher", "2"} << QByteArray("only");
+        QTest::newRow("LA of a system program")
+            << QByteArrayList{l, "/usr/bin/id", "LA"} << QByteArray("only");
         QTest::newRow("LA of another root file")
             << QByteArrayList{l, "/mnt/s/victim", "LA", "/mnt/out/r"} << QByteArray("only");
-        QTest::newRow("unknown job") << QByteArrayList{l, "/mnt/s/sv3daemon", "1"} << QByteArray("unknown");
-        QTest::newRow("missing daemon") << QByteArrayList{l, "/mnt/nothing/sv3daemon", "2"}
-                                        << QByteArray("No such file");
+        QTest::newRow("unknown job")
+            << QByteArrayList{l, "/mnt/s/sv3daemon", "1"} << QByteArray("unknown");
+        QTest::newRow("missing daemon")
+            << QByteArrayList{l, "/mnt/nothing/sv3daemon", "2"} << QByteArray("No such file");
     }
 
     void refusesEverythingButItsOwnFiles()
@@ -262,7 +269,8 @@ private slots:
         QVERIFY(install(probe, "/mnt/user/sv3daemon", 0755, kNobody));
         const Run r = run(L, argv, {"PATH=/mnt/user"});
         QCOMPARE(r.code, 2);
-        QVERIFY2(r.err.startsWith("adminlauncher: refused: ") && r.err.count('\n') == 1 && r.err.contains(reason),
+        QVERIFY2(r.err.startsWith("adminlauncher: refused: ") && r.err.count('\n') == 1 &&
+                     r.err.contains(reason),
                  r.err.constData());
         QVERIFY(!isSetUid(D));
         QVERIFY(!QFile::exists(QStringLiteral("/mnt/out/r")));
@@ -304,13 +312,15 @@ private slots:
         const int inherited = ::open("/mnt/s/victim", O_RDONLY | O_CLOEXEC);
         QVERIFY(inherited >= 0);
         const QByteArray odd = "caf\xe9\nline";
-        const Run r = run(L, {L, D, "LA", "/mnt/out/r", odd, ""},
-                          {"PATH=/mnt/user", "LD_PRELOAD=/mnt/user/evil.so", "LD_LIBRARY_PATH=/mnt/user",
-                           "LD_AUDIT=/mnt/user/a.so", "GCONV_PATH=/mnt/user", "GLIBC_TUNABLES=glibc.malloc.check=3",
-                           "QT_PLUGIN_PATH=/mnt/user", "QT_QPA_PLATFORM_PLUGIN_PATH=/mnt/user", "IFS=/",
-                           "BASH_ENV=/mnt/user/x", "TMPDIR=/mnt/user", "HOME=/home/someone",
-                           "DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/65534/bus", "XDG_DATA_HOME=/d"},
-                          kNobody, inherited);
+        const Run r =
+            run(L, {L, D, "LA", "/mnt/out/r", odd, ""},
+                {"PATH=/mnt/user", "LD_PRELOAD=/mnt/user/evil.so", "LD_LIBRARY_PATH=/mnt/user",
+                 "LD_AUDIT=/mnt/user/a.so", "GCONV_PATH=/mnt/user",
+                 "GLIBC_TUNABLES=glibc.malloc.check=3", "QT_PLUGIN_PATH=/mnt/user",
+                 "QT_QPA_PLATFORM_PLUGIN_PATH=/mnt/user", "IFS=/", "BASH_ENV=/mnt/user/x",
+                 "TMPDIR=/mnt/user", "HOME=/home/someone",
+                 "DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/65534/bus", "XDG_DATA_HOME=/d"},
+                kNobody, inherited);
         ::close(inherited);
         QVERIFY2(r.code == 0, r.err.constData());
         const QByteArray text = report("/mnt/out/r");
@@ -322,32 +332,34 @@ private slots:
         QCOMPARE(linesWith(text, "fd:"), (QByteArrayList{"0", "1", "2"}));
         QByteArrayList env = linesWith(text, "env:");
         std::sort(env.begin(), env.end());
-        QCOMPARE(env, (QByteArrayList{"DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/65534/bus", "HOME=/home/someone",
-                                      "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "XDG_DATA_HOME=/d"}));
+        QCOMPARE(env, (QByteArrayList{"DBUS_SESSION_BUS_ADDRESS=unix:path=/run/user/65534/bus",
+                                      "HOME=/home/someone", "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+                                      "XDG_DATA_HOME=/d"}));
         // The newline splits the report line; what matters is that the bytes arrived as given.
         QVERIFY(text.contains("arg:" + odd + "\narg:\n"));
     }
 
     void unsafeInstallationsAreRefused_data()
     {
-        QTest::addColumn<QByteArray>("dir");      // holds a set-user-id launcher and a daemon
+        QTest::addColumn<QByteArray>("dir"); // holds a set-user-id launcher and a daemon
         QTest::addColumn<QByteArray>("reason");
         QTest::addColumn<int>("daemonOwner");
         QTest::addColumn<int>("daemonMode");
-        QTest::newRow("folder owned by a user") << QByteArray("/mnt/copies/user") << QByteArray("/mnt/copies/user:")
-                                                << 0 << 0755;
-        QTest::newRow("world-writable parent") << QByteArray("/mnt/copies/open/inner")
-                                               << QByteArray("/mnt/copies/open:") << 0 << 0755;
-        QTest::newRow("group-writable folder") << QByteArray("/mnt/copies/group") << QByteArray("/mnt/copies/group:")
-                                               << 0 << 0755;
-        QTest::newRow("sticky like /tmp") << QByteArray("/mnt/copies/tmp") << QByteArray("/mnt/copies/tmp:") << 0
-                                          << 0755;
-        QTest::newRow("daemon owned by a user") << QByteArray("/mnt/copies/a") << QByteArray("sv3daemon: can be")
-                                                << int(kNobody) << 0755;
-        QTest::newRow("daemon group-writable") << QByteArray("/mnt/copies/b") << QByteArray("sv3daemon: can be") << 0
-                                               << 0775;
-        QTest::newRow("daemon hard-linked") << QByteArray("/mnt/copies/c") << QByteArray("more than one link") << 0
-                                            << 0755;
+        QTest::newRow("folder owned by a user")
+            << QByteArray("/mnt/copies/user") << QByteArray("/mnt/copies/user:") << 0 << 0755;
+        QTest::newRow("world-writable parent")
+            << QByteArray("/mnt/copies/open/inner") << QByteArray("/mnt/copies/open:") << 0 << 0755;
+        QTest::newRow("group-writable folder")
+            << QByteArray("/mnt/copies/group") << QByteArray("/mnt/copies/group:") << 0 << 0755;
+        QTest::newRow("sticky like /tmp")
+            << QByteArray("/mnt/copies/tmp") << QByteArray("/mnt/copies/tmp:") << 0 << 0755;
+        QTest::newRow("daemon owned by a user")
+            << QByteArray("/mnt/copies/a") << QByteArray("sv3daemon: can be") << int(kNobody)
+            << 0755;
+        QTest::newRow("daemon group-writable")
+            << QByteArray("/mnt/copies/b") << QByteArray("sv3daemon: can be") << 0 << 0775;
+        QTest::newRow("daemon hard-linked")
+            << QByteArray("/mnt/copies/c") << QByteArray("more than one link") << 0 << 0755;
     }
 
     void unsafeInstallationsAreRefused()
@@ -360,14 +372,19 @@ private slots:
         ::mkdir("/mnt/copies", 0755);
         ::mkdir("/mnt/copies/open", 0777);
         ::chmod("/mnt/copies/open", 0777);
-        const mode_t mode = dir.endsWith("/user") ? 0755 : dir.endsWith("/group") ? 0775 : dir.endsWith("/tmp") ? 01777 : 0755;
+        const mode_t mode = dir.endsWith("/user")    ? 0755
+                            : dir.endsWith("/group") ? 0775
+                            : dir.endsWith("/tmp")   ? 01777
+                                                     : 0755;
         QVERIFY(folder(dir, mode, dir.endsWith("/user") ? kNobody : 0));
         QVERIFY(install(builtLauncher, dir + "/adminlauncher", 04755));
         QVERIFY(install(probe, dir + "/sv3daemon", mode_t(daemonMode), uid_t(daemonOwner)));
         if (reason.contains("link"))
             QVERIFY(::link((dir + "/sv3daemon").constData(), (dir + "/other").constData()) == 0);
-        for (const QByteArrayList &jobArgs : {QByteArrayList{"2"}, QByteArrayList{"LA", "/mnt/out/r"}}) {
-            const Run r = run(dir + "/adminlauncher", QByteArrayList{"x", dir + "/sv3daemon"} + jobArgs);
+        for (const QByteArrayList &jobArgs :
+             {QByteArrayList{"2"}, QByteArrayList{"LA", "/mnt/out/r"}}) {
+            const Run r =
+                run(dir + "/adminlauncher", QByteArrayList{"x", dir + "/sv3daemon"} + jobArgs);
             QCOMPARE(r.code, 2);
             QVERIFY2(r.err.contains(reason), r.err.constData());
         }
@@ -405,7 +422,8 @@ private slots:
         std::atomic<int> swaps{0};
         std::thread swapper([&] {
             while (!stop.load()) {
-                if (::renameat2(AT_FDCWD, "/mnt/s/sv3daemon", AT_FDCWD, "/mnt/s/swap", RENAME_EXCHANGE) == 0)
+                if (::renameat2(AT_FDCWD, "/mnt/s/sv3daemon", AT_FDCWD, "/mnt/s/swap",
+                                RENAME_EXCHANGE) == 0)
                     ++swaps;
             }
         });
@@ -426,7 +444,8 @@ private slots:
         stop = true;
         swapper.join();
         if (S_ISLNK(statOf(D).st_mode))
-            QVERIFY(::renameat2(AT_FDCWD, D.constData(), AT_FDCWD, "/mnt/s/swap", RENAME_EXCHANGE) == 0);
+            QVERIFY(::renameat2(AT_FDCWD, D.constData(), AT_FDCWD, "/mnt/s/swap",
+                                RENAME_EXCHANGE) == 0);
         ::unlink("/mnt/s/swap");
         QVERIFY(swaps > 0);
         qInfo("%d swaps, %d jobs done, %d refused", swaps.load(), done, refused);

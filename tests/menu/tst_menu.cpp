@@ -29,8 +29,7 @@ QStringList actionTexts(const QMenu *menu)
 {
     QStringList texts;
     for (const QAction *a : menu->actions())
-        if (!a->isSeparator())
-            texts.append(a->text());
+        if (!a->isSeparator()) texts.append(a->text());
     return texts;
 }
 
@@ -80,7 +79,8 @@ private slots:
     }
     void cleanup()
     {
-        QDBusConnection::sessionBus().unregisterService(QLatin1String(Notifications::kDaemonService));
+        QDBusConnection::sessionBus().unregisterService(
+            QLatin1String(Notifications::kDaemonService));
         delete env;
     }
 
@@ -99,7 +99,8 @@ private slots:
         QVERIFY(menu.protectionOffAction()->isEnabled());
         QTRY_COMPARE(menu.cacheSize(), qint64(12345));
         QCOMPARE(actionTexts(menu.menu()).mid(0, 2),
-                 (QStringList{qtTrId("MenuStateOn"), qtTrId("MenuSize").arg(CommonUtils::getSizeStr(12345))}));
+                 (QStringList{qtTrId("MenuStateOn"),
+                              qtTrId("MenuSize").arg(CommonUtils::getSizeStr(12345))}));
 
         // Another process switches protection off and says so.
         QElapsedTimer clock;
@@ -127,7 +128,8 @@ private slots:
         QTRY_COMPARE(menu.cacheSize(), qint64(13345));
 
         post(Notifications::Salvora3MenuNotification, Notifications::Salvora3GetStatus);
-        QTRY_VERIFY(logText().contains("Salvora 3 Menu status: protection on, caches 13345 bytes, no system tray."));
+        QTRY_VERIFY(logText().contains(
+            "Salvora 3 Menu status: protection on, caches 13345 bytes, no system tray."));
         QCOMPARE(quit.size(), 0);
         post(Notifications::Salvora3MenuNotification, Notifications::Salvora3MenuMustQuit);
         QTRY_COMPARE(quit.size(), 1);
@@ -143,7 +145,8 @@ private slots:
             QTRY_VERIFY(menu.cacheSize() >= 0);
         }
         QFile::remove(marker);
-        QVERIFY(QDBusConnection::sessionBus().registerService(QLatin1String(Notifications::kDaemonService)));
+        QVERIFY(QDBusConnection::sessionBus().registerService(
+            QLatin1String(Notifications::kDaemonService)));
         MenuController menu(fakePrograms());
         menu.start();
         QTRY_VERIFY(menu.cacheSize() >= 0);
@@ -155,14 +158,17 @@ private slots:
     void theProgram()
     {
         // Pretend the daemon runs, so that the program does not start the real one.
-        QVERIFY(QDBusConnection::sessionBus().registerService(QLatin1String(Notifications::kDaemonService)));
+        QVERIFY(QDBusConnection::sessionBus().registerService(
+            QLatin1String(Notifications::kDaemonService)));
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
-        const QString program = QCoreApplication::applicationDirPath() + QStringLiteral("/salvora3-menu");
+        const QString program =
+            QCoreApplication::applicationDirPath() + QStringLiteral("/salvora3-menu");
         QProcess first;
         first.start(program, {});
         QVERIFY(first.waitForStarted());
         QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
-        QTRY_VERIFY_WITH_TIMEOUT(bus->isServiceRegistered(QLatin1String(Notifications::kMenuService)), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            bus->isServiceRegistered(QLatin1String(Notifications::kMenuService)), 10000);
 
         QProcess second;
         second.start(program, {});
