@@ -38,8 +38,10 @@ int main(int argc, char **argv)
 
     QToolBar *tools = window.addToolBar(QStringLiteral("tools"));
     tools->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
-    tools->addAction(QIcon::fromTheme(QStringLiteral("preferences-system")), QStringLiteral("Settings"));
-    tools->addAction(QIcon::fromTheme(QStringLiteral("media-playback-start")), QStringLiteral("Start"));
+    tools->addAction(QIcon::fromTheme(QStringLiteral("preferences-system")),
+                     QStringLiteral("Settings"));
+    tools->addAction(QIcon::fromTheme(QStringLiteral("media-playback-start")),
+                     QStringLiteral("Start"));
     tools->addAction(QIcon::fromTheme(QStringLiteral("edit-copy")), QStringLiteral("Copy"));
     tools->addAction(QIcon::fromTheme(QStringLiteral("edit-delete")), QStringLiteral("Remove"));
     tools->addAction(QIcon::fromTheme(QStringLiteral("help-browser")), QStringLiteral("Help"));
@@ -47,7 +49,8 @@ int main(int argc, char **argv)
     auto *central = new QWidget;
     auto *layout = new QVBoxLayout(central);
     auto *volumes = new QComboBox;
-    volumes->addItems({QStringLiteral("Debian GNU/Linux 12 (current user)"), QStringLiteral("USB stick")});
+    volumes->addItems(
+        {QStringLiteral("Debian GNU/Linux 12 (current user)"), QStringLiteral("USB stick")});
     layout->addWidget(volumes);
     auto *split = new QSplitter;
     split->addWidget(table({QStringLiteral("Day"), QStringLiteral("Size")},
@@ -58,9 +61,10 @@ int main(int argc, char **argv)
     auto *search = new QLineEdit;
     search->setPlaceholderText(QStringLiteral("Search"));
     rightLayout->addWidget(search);
-    rightLayout->addWidget(table({QStringLiteral("Name"), QStringLiteral("Size"), QStringLiteral("Deleted")},
-                                 {{QStringLiteral("Annual report.odt"), QStringLiteral("48 KB"), QStringLiteral("16:42")},
-                                  {QStringLiteral("Holiday.jpg"), QStringLiteral("2.1 MB"), QStringLiteral("09:05")}}));
+    rightLayout->addWidget(table(
+        {QStringLiteral("Name"), QStringLiteral("Size"), QStringLiteral("Deleted")},
+        {{QStringLiteral("Annual report.odt"), QStringLiteral("48 KB"), QStringLiteral("16:42")},
+         {QStringLiteral("Holiday.jpg"), QStringLiteral("2.1 MB"), QStringLiteral("09:05")}}));
     split->addWidget(right);
     layout->addWidget(split);
     layout->addWidget(new QLabel(QStringLiteral("Protection is on - 1 protected volume")));
