@@ -8,6 +8,7 @@ out=${1:-build-package}
 scripts/deps.sh
 # A release build of the programs only, configured for /usr like every Debian package.
 cmake -S . -B build-package -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+    -DCMAKE_INSTALL_SYSCONFDIR=/etc \
     -DSALVORA_BUILD_TESTS=OFF -DSALVORA_BUILD_BENCH=OFF >/dev/null
 cmake --build build-package -j "$(nproc)"
 rm -f build-package/salvora3_*.deb
