@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 size=${1:-large}
 dir=${SALVORA_BENCH_DIR:-/tmp/salvora-bench}
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_window >/dev/null
+cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_cli salvora bench_window >/dev/null
 case $size in
     small) entries=100000 ;;
     large) entries=1000000 ;;
@@ -26,5 +26,6 @@ flat=$dir/$size-flat/.Salvora3Cache
 generate "$cache"
 generate "$flat" --flat
 build/bin/bench_cache "$cache" 3
+build/bin/bench_cli build/bin/salvora "$dir/$size" 3
 # The window, offscreen: scans against find, first rows, event-loop gaps, start-up, memory.
 build/bin/bench_window --cache "$cache" --flat "$flat" --runs 3

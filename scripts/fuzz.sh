@@ -18,3 +18,9 @@ printf '%s' \
     | xxd -r -p > "$work/typedstream/reference"
 test "$(wc -c < "$work/typedstream/reference")" -eq 137
 build-fuzz/bin/fuzz_typedstream -max_len=4096 -max_total_time="$seconds" -print_final_stats=1 "$work/typedstream" 2>&1 | tail -4
+# Seeds: each job with a plausible target, NUL-separated like argv.
+mkdir -p "$work/launcher"
+printf 'adminlauncher\0/usr/libexec/salvora3/adminlauncher\0009' > "$work/launcher/own"
+printf 'adminlauncher\0/usr/libexec/salvora3/sv3daemon\0002' > "$work/launcher/daemon"
+printf 'adminlauncher\0/usr/libexec/salvora3/sv3daemon\0LA\0--flag\0' > "$work/launcher/launch"
+build-fuzz/bin/fuzz_launcher_command -max_len=512 -max_total_time="$seconds" -print_final_stats=1 "$work/launcher" 2>&1 | tail -4

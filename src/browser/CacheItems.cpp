@@ -110,9 +110,9 @@ void CacheItems::append(CacheItems &&other)
                     std::make_move_iterator(other.mFolders.end()));
     mFolderNameOffsets.insert(mFolderNameOffsets.end(), other.mFolderNameOffsets.begin(), other.mFolderNameOffsets.end());
     mArena.append(other.mArena);
-    // Geometric growth: a list that grows by many small batches must not be copied each time.
+    // Grow geometrically: many small batches must not copy the whole list each time.
     const std::size_t needed = mRows.size() + other.mRows.size();
-    if (needed > mRows.capacity())
+    if (mRows.capacity() < needed)
         mRows.reserve(std::max(needed, mRows.capacity() * 2));
     for (Row r : other.mRows) {
         r.folder += folderBase;

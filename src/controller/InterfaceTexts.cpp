@@ -34,7 +34,7 @@ void AppDelegate::translateInterface()
     //% "&Help"
     mainUi.menuHelp->setTitle(qtTrId("MenuHelp"));
     //% "&Quit"
-    mainUi.actionQuit->setText(qtTrId("MenuQuit"));
+    mainUi.actionQuit->setText(qtTrId("MenuQuitWindow"));
     //% "Salvora 3 &Help"
     mainUi.actionShowHelp->setText(qtTrId("MenuShowHelp"));
     //% "&About Salvora 3"

@@ -11,7 +11,7 @@
 class TstContents : public QObject
 {
     Q_OBJECT
-    QTemporaryDir dir;
+    TestEnv env;
     QByteArray cache;
 
     void file(const QByteArray &rel, qint64 size = 1)
@@ -42,7 +42,7 @@ class TstContents : public QObject
 private slots:
     void initTestCase()
     {
-        cache = QFile::encodeName(dir.path()) + "/.Salvora3Cache";
+        cache = env.homeBytes() + "/.Salvora3Cache";
         file("2024-05-01/2024-05-01 09_00_00/Annual report.pdf", 10);
         file("2024-05-01/2024-05-01 09_00_00/rep_ort.txt");
         file("2024-05-01/2024-05-01 09_00_00/.DS_Store");

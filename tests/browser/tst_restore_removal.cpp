@@ -18,11 +18,6 @@
 
 namespace {
 
-bool exists(const QByteArray &p)
-{
-    struct stat st{};
-    return lstat(p.constData(), &st) == 0;
-}
 
 QByteArrayList entries(const QByteArray &folder)
 {
@@ -87,7 +82,7 @@ private slots:
         QCOMPARE(results[3].outcome, Restore::Outcome::SkippedExisting); // same name as an earlier item
         // Nothing half-done is left behind, and the cache keeps its items.
         QCOMPARE(entries(out), QByteArrayList({"a.txt", "b\xff\xfe.bin", "tree"}));
-        QVERIFY(exists(time + "/a.txt"));
+        QVERIFY(TestEnv::exists(time + "/a.txt"));
 
         // Times are kept.
         const auto again = Restore::copyItem(time + "/a.txt", out + "/a copy.txt");
@@ -116,11 +111,11 @@ private slots:
         CommonUtils::saveSizeOfCache(day, &n);
         QCOMPARE(n, 5);
         Removal::removeItems({time + "/a.txt"});
-        QVERIFY(!exists(day + "/.Salvora3_CacheInformation")); // the day is recounted next time
-        QVERIFY(exists(time));
+        QVERIFY(!TestEnv::exists(day + "/.Salvora3_CacheInformation")); // the day is recounted next time
+        QVERIFY(TestEnv::exists(time));
         Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
-        QVERIFY(!exists(time));
-        QVERIFY(exists(day));
+        QVERIFY(!TestEnv::exists(time));
+        QVERIFY(TestEnv::exists(day));
         n = 0;
         QCOMPARE(CommonUtils::getSizeOfCache(day, &n), 0);
         QCOMPARE(n, 0);
@@ -132,7 +127,7 @@ private slots:
         QVERIFY(TestEnv::writeFile(outside + "/keep.txt", "keep"));
         QVERIFY(symlink(outside, time + "/tree/sub/to-precious") == 0);
         QVERIFY(Removal::removeTree(time + "/tree"));
-        QVERIFY(!exists(time + "/tree"));
+        QVERIFY(!TestEnv::exists(time + "/tree"));
         QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
         QVERIFY(Removal::removeTree(time + "/missing"));
     }
@@ -142,7 +137,7 @@ private slots:
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         Removal::removeAllCaches();
         QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
-        QVERIFY(!exists(env->homeBytes() + "/.Salvora3Cache"));
+        QVERIFY(!TestEnv::exists(env->homeBytes() + "/.Salvora3Cache"));
     }
 
     void deleteRequestReachesTheBus()

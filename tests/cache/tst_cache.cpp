@@ -25,11 +25,6 @@ mode_t modeOf(const QByteArray &path)
     return lstat(path.constData(), &st) == 0 ? (st.st_mode & 07777) : 0;
 }
 
-bool exists(const QByteArray &path)
-{
-    struct stat st{};
-    return lstat(path.constData(), &st) == 0;
-}
 
 } // namespace
 
@@ -59,7 +54,7 @@ private slots:
         // A home that has vanished yields no cache and creates nothing.
         qputenv("HOME", env->homeBytes() + "/gone");
         QVERIFY(CommonUtils::pathForCacheFolderInVolume(0).isEmpty());
-        QVERIFY(!exists(env->homeBytes() + "/gone"));
+        QVERIFY(!TestEnv::exists(env->homeBytes() + "/gone"));
     }
 
     void names()
@@ -104,14 +99,14 @@ private slots:
         QCOMPARE(days[0].count, 1);
         QCOMPARE(days[1].name, QByteArray("2024-05-03"));
         QCOMPARE(days[1].size, 0);
-        QVERIFY(!exists(cache + "/junk.txt"));
-        QVERIFY(!exists(cache + "/2099-link")); // a link is stray too, and its target untouched
-        QVERIFY(exists("/etc/passwd"));
-        QVERIFY(exists(cache + "/notes"));
-        QVERIFY(exists(cache + "/.DS_Store"));
+        QVERIFY(!TestEnv::exists(cache + "/junk.txt"));
+        QVERIFY(!TestEnv::exists(cache + "/2099-link")); // a link is stray too, and its target untouched
+        QVERIFY(TestEnv::exists("/etc/passwd"));
+        QVERIFY(TestEnv::exists(cache + "/notes"));
+        QVERIFY(TestEnv::exists(cache + "/.DS_Store"));
 
         QVERIFY(CommonUtils::getListOfDaysInCache(cache + "/missing").isEmpty());
-        QVERIFY(!exists(cache + "/missing"));
+        QVERIFY(!TestEnv::exists(cache + "/missing"));
         QVERIFY(CommonUtils::getListOfDaysInCache(QByteArray()).isEmpty());
     }
 
@@ -182,11 +177,11 @@ private slots:
         qint64 n = 0;
         CommonUtils::saveSizeOfCache(day, &n);
         CommonUtils::resetSizeOfCacheIn(time);
-        QVERIFY(!exists(day + "/.Salvora3_CacheInformation"));
+        QVERIFY(!TestEnv::exists(day + "/.Salvora3_CacheInformation"));
         CommonUtils::saveSizeOfCache(day, &n);
         CommonUtils::resetSizeOfCacheIn(day + '/');
-        QVERIFY(!exists(day + "/.Salvora3_CacheInformation"));
-        QVERIFY(exists(time + "/a"));
+        QVERIFY(!TestEnv::exists(day + "/.Salvora3_CacheInformation"));
+        QVERIFY(TestEnv::exists(time + "/a"));
     }
 
     void oddNamesAndEmptyFolders()
@@ -228,8 +223,8 @@ private slots:
         makeFile(b + "/.DS_Store", 1);
         CommonUtils::removeEmptyCache(a);
         CommonUtils::removeEmptyCache(b);
-        QVERIFY(!exists(a));
-        QVERIFY(exists(b));
+        QVERIFY(!TestEnv::exists(a));
+        QVERIFY(TestEnv::exists(b));
     }
 };
 

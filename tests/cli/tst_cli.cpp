@@ -27,11 +27,6 @@ struct Run
     QByteArray out, err;
 };
 
-bool exists(const QByteArray &p)
-{
-    struct stat st{};
-    return lstat(p.constData(), &st) == 0;
-}
 
 } // namespace
 
@@ -153,7 +148,7 @@ private slots:
         QCOMPARE(TestEnv::readFile(out + "/caf\xe9 report\n2.txt"), QByteArray("latin-1 name with a line feed"));
         QCOMPARE(TestEnv::readFile(out + "/zeta.txt"), QByteArray("mine"));
         QVERIFY(r.out.contains("skipped, name exists"));
-        QVERIFY(exists(odd)); // restoring copies
+        QVERIFY(TestEnv::exists(odd)); // restoring copies
 
         const Run bad = salvora({"restore", cache + "/2024-05-03/2024-05-03 11_30_00/none", "--to", out});
         QCOMPARE(bad.status, 1);
@@ -168,17 +163,17 @@ private slots:
         Run r = salvora({"remove", item});
         QCOMPARE(r.status, 1);
         QVERIFY(r.err.contains("not confirmed"));
-        QVERIFY(exists(item));
+        QVERIFY(TestEnv::exists(item));
         r = salvora({"remove", item}, "n\n");
-        QVERIFY(exists(item));
+        QVERIFY(TestEnv::exists(item));
 
         NotificationBus bus;
         const bool haveBus = bus.observe(QLatin1String(Notifications::Salvora3DaemonNotification));
         QSignalSpy spy(&bus, &NotificationBus::received);
         r = salvora({"remove", item}, "y\n");
         QCOMPARE(r.status, 0);
-        QVERIFY(!exists(item));
-        QVERIFY(!exists(cache + "/2024-05-03/2024-05-03 11_30_00")); // emptied time folder goes
+        QVERIFY(!TestEnv::exists(item));
+        QVERIFY(!TestEnv::exists(cache + "/2024-05-03/2024-05-03 11_30_00")); // emptied time folder goes
         if (haveBus) {
             QTRY_COMPARE(spy.size(), 1);
             QCOMPARE(NotificationBus::deleteListFrom(spy[0][2].toMap()), QByteArrayList{item});
@@ -187,11 +182,11 @@ private slots:
         // Not a cache item: refused, whatever the answer.
         r = salvora({"remove", "--yes", env->homeBytes() + "/.run"});
         QCOMPARE(r.status, 1);
-        QVERIFY(exists(env->homeBytes() + "/.run"));
+        QVERIFY(TestEnv::exists(env->homeBytes() + "/.run"));
 
         r = salvora({"remove", "--yes", "--day", "2024-05-01"});
         QCOMPARE(r.status, 0);
-        QVERIFY(!exists(cache + "/2024-05-01"));
+        QVERIFY(!TestEnv::exists(cache + "/2024-05-01"));
         r = salvora({"remove", "--yes", "--day", "2024-05-01"});
         QCOMPARE(r.status, 1);
     }

@@ -1,5 +1,6 @@
 #include "TestEnv.h"
 
+#include "browser/Removal.h"
 #include "common/Settings.h"
 #include "volumes/Volumes.h"
 
@@ -31,6 +32,14 @@ TestEnv::TestEnv() : mOldHome(qgetenv("HOME"))
 TestEnv::~TestEnv()
 {
     qputenv("HOME", mOldHome);
+    // By bytes: QTemporaryDir cannot remove names that are not UTF-8.
+    Removal::removeTree(homeBytes());
+}
+
+bool TestEnv::exists(const QByteArray &path)
+{
+    struct stat st{};
+    return lstat(path.constData(), &st) == 0;
 }
 
 QByteArray TestEnv::homeBytes() const

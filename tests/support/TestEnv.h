@@ -24,6 +24,7 @@ public:
     // Writes bytes to a file, creating its folders.
     static bool writeFile(const QByteArray &path, QByteArrayView content);
     static QByteArray readFile(const QByteArray &path);
+    static bool exists(const QByteArray &path);
 
 private:
     QTemporaryDir mDir;

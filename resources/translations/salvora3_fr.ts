@@ -1,0 +1,331 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="fr">
+<context>
+    <name></name>
+    <message id="KB">
+        <source>KB</source>
+        <translation>Ko</translation>
+    </message>
+    <message id="MB">
+        <source>MB</source>
+        <translation>Mo</translation>
+    </message>
+    <message id="GB">
+        <source>GB</source>
+        <translation>Go</translation>
+    </message>
+    <message id="AppName">
+        <source>Salvora 3</source>
+        <translation>Salvora 3</translation>
+    </message>
+    <message id="Today">
+        <source>Today</source>
+        <translation>Aujourd’hui</translation>
+    </message>
+    <message id="Yesterday">
+        <source>Yesterday</source>
+        <translation>Hier</translation>
+    </message>
+    <message id="PrivilegesNeededTitle">
+        <source>Administrator rights needed</source>
+        <translation>Droits d’administrateur nécessaires</translation>
+    </message>
+    <message id="NoAuthenticationAgentText">
+        <source>Salvora 3 could not ask for an administrator password: polkit or its authentication agent is not running. Install the packages pkexec and polkitd and the polkit agent of your desktop (for example polkit-kde-agent-1 or policykit-1-gnome), log in again and start Salvora 3 again.</source>
+        <translation>Salvora 3 n’a pas pu demander de mot de passe d’administrateur&#xa0;: polkit ou son agent d’authentification ne fonctionne pas. Installez les paquets pkexec et polkitd ainsi que l’agent polkit de votre bureau (par exemple polkit-kde-agent-1 ou policykit-1-gnome), reconnectez-vous, puis relancez Salvora 3.</translation>
+    </message>
+    <message id="OKButton">
+        <source>OK</source>
+        <translation>OK</translation>
+    </message>
+    <message id="QuitButton">
+        <source>Quit</source>
+        <translation>Quitter</translation>
+    </message>
+    <message id="PrivilegesNeededText">
+        <source>Salvora 3 must install its privileged helper before it can protect your files. You will now be asked for an administrator password.</source>
+        <translation>Salvora 3 doit installer son assistant privilégié avant de pouvoir protéger vos fichiers. Un mot de passe d’administrateur va maintenant vous être demandé.</translation>
+    </message>
+    <message id="BadPrivilegesText">
+        <source>Without an administrator password Salvora 3 cannot install its privileged helper, and it will quit now.</source>
+        <translation>Sans mot de passe d’administrateur, Salvora 3 ne peut pas installer son assistant privilégié et va maintenant quitter.</translation>
+    </message>
+    <message id="ExecutableNotFoundText">
+        <source>The privileged helper &quot;adminlauncher&quot; of Salvora 3 was not found. Please install Salvora 3 again.</source>
+        <translation>L’assistant privilégié «&#xa0;adminlauncher&#xa0;» de Salvora 3 est introuvable. Veuillez réinstaller Salvora 3.</translation>
+    </message>
+    <message id="BadPermissionsText">
+        <source>Salvora 3 could not give its privileged helper the rights it needs. Please install Salvora 3 again.</source>
+        <translation>Salvora 3 n’a pas pu donner à son assistant privilégié les droits dont il a besoin. Veuillez réinstaller Salvora 3.</translation>
+    </message>
+    <message id="BadPermissionsText2">
+        <source>Salvora 3 could not give its daemon &quot;sv3daemon&quot; the rights it needs, or the daemon is missing. Please install Salvora 3 again.</source>
+        <translation>Salvora 3 n’a pas pu donner à son démon «&#xa0;sv3daemon&#xa0;» les droits dont il a besoin, ou le démon est absent. Veuillez réinstaller Salvora 3.</translation>
+    </message>
+    <message id="MenuProtectionOn">
+        <source>Turn Protection On</source>
+        <translation>Activer la protection</translation>
+    </message>
+    <message id="MenuProtectionOff">
+        <source>Turn Protection Off</source>
+        <translation>Désactiver la protection</translation>
+    </message>
+    <message id="MenuOpenApp">
+        <source>Open Salvora 3</source>
+        <translation>Ouvrir Salvora 3</translation>
+    </message>
+    <message id="MenuShowLog">
+        <source>Show Log</source>
+        <translation>Afficher le journal</translation>
+    </message>
+    <message id="MenuQuit">
+        <source>Quit Salvora 3 Menu</source>
+        <translation>Quitter Salvora 3 Menu</translation>
+    </message>
+    <message id="MenuStateOn">
+        <source>Protection is on</source>
+        <translation>La protection est activée</translation>
+    </message>
+    <message id="MenuStateOff">
+        <source>Protection is off</source>
+        <translation>La protection est désactivée</translation>
+    </message>
+    <message id="MenuSizeUnknown">
+        <source>Caches: calculating…</source>
+        <translation>Caches&#xa0;: calcul en cours…</translation>
+    </message>
+    <message id="MenuSize">
+        <source>Caches: %1</source>
+        <translation>Caches&#xa0;: %1</translation>
+    </message>
+    <message id="DayOfActivity">
+        <source>%1 day of activity (kept %2 days)</source>
+        <translation>%1 jour d’activité (conservation&#xa0;: %2 jours)</translation>
+    </message>
+    <message id="DaysOfActivity">
+        <source>%1 days of activity (kept %2 days)</source>
+        <translation>%1 jours d’activité (conservation&#xa0;: %2 jours)</translation>
+    </message>
+    <message id="file">
+        <source>file</source>
+        <translation>fichier</translation>
+    </message>
+    <message id="files">
+        <source>files</source>
+        <translation>fichiers</translation>
+    </message>
+    <message id="ContentsOfCache">
+        <source>Cache: %1</source>
+        <translation>Cache&#xa0;: %1</translation>
+    </message>
+    <message id="CurrentUser">
+        <source>%1 (current user)</source>
+        <translation>%1 (utilisateur actuel)</translation>
+    </message>
+    <message id="Unmounted">
+        <source>%1 (unmounted)</source>
+        <translation>%1 (démonté)</translation>
+    </message>
+    <message id="ContentsMessageNoVolume">
+        <source>This volume is not mounted: its items cannot be listed.</source>
+        <translation>Ce volume n’est pas monté&#xa0;: ses éléments ne peuvent pas être listés.</translation>
+    </message>
+    <message id="ContentsMessage">
+        <source>1 item</source>
+        <translation>1 élément</translation>
+    </message>
+    <message id="ContentsMessages">
+        <source>%1 items</source>
+        <translation>%1 éléments</translation>
+    </message>
+    <message id="ContentsMessageSearchEmpty">
+        <source>No item matches the search.</source>
+        <translation>Aucun élément ne correspond à la recherche.</translation>
+    </message>
+    <message id="ContentsMessageEmpty">
+        <source>No item in the cache for these days.</source>
+        <translation>Aucun élément dans le cache pour ces jours.</translation>
+    </message>
+    <message id="WindowTitle">
+        <source>Salvora 3</source>
+        <translation>Salvora 3</translation>
+    </message>
+    <message id="VolumeLabel">
+        <source>Volume:</source>
+        <translation>Volume&#xa0;:</translation>
+    </message>
+    <message id="NewVersionAvailable">
+        <source>A new version is available.</source>
+        <translation>Une nouvelle version est disponible.</translation>
+    </message>
+    <message id="NewVersionButton">
+        <source>Download…</source>
+        <translation>Télécharger…</translation>
+    </message>
+    <message id="SearchPlaceholder">
+        <source>Search the names of the items</source>
+        <translation>Rechercher dans les noms des éléments</translation>
+    </message>
+    <message id="StartProtection">
+        <source>Start Protection</source>
+        <translation>Activer la protection</translation>
+    </message>
+    <message id="StopProtection">
+        <source>Stop Protection</source>
+        <translation>Arrêter la protection</translation>
+    </message>
+    <message id="CopyItem">
+        <source>Copy</source>
+        <translation>Copier</translation>
+    </message>
+    <message id="RemoveItem">
+        <source>Delete</source>
+        <translation>Supprimer</translation>
+    </message>
+    <message id="Settings">
+        <source>Settings</source>
+        <translation>Réglages</translation>
+    </message>
+    <message id="ShowHelp">
+        <source>Help</source>
+        <translation>Aide</translation>
+    </message>
+    <message id="MenuFile">
+        <source>&amp;File</source>
+        <translation>&amp;Fichier</translation>
+    </message>
+    <message id="MenuHelp">
+        <source>&amp;Help</source>
+        <translation>&amp;Aide</translation>
+    </message>
+    <message id="MenuQuitWindow">
+        <source>&amp;Quit</source>
+        <translation>&amp;Quitter</translation>
+    </message>
+    <message id="MenuShowHelp">
+        <source>Salvora 3 &amp;Help</source>
+        <translation>&amp;Aide de Salvora 3</translation>
+    </message>
+    <message id="MenuAbout">
+        <source>&amp;About Salvora 3</source>
+        <translation>À &amp;propos de Salvora 3</translation>
+    </message>
+    <message id="AboutTitle">
+        <source>About Salvora 3</source>
+        <translation>À propos de Salvora 3</translation>
+    </message>
+    <message id="AboutText">
+        <source>Keeps what you delete, so that you can get it back.</source>
+        <translation>Garde ce que vous supprimez, pour que vous puissiez le récupérer.</translation>
+    </message>
+    <message id="PreferencesTitle">
+        <source>Settings</source>
+        <translation>Réglages</translation>
+    </message>
+    <message id="PreferencesRetention">
+        <source>Keep deleted items</source>
+        <translation>Conserver les éléments supprimés</translation>
+    </message>
+    <message id="PreferencesProtectionEnabled">
+        <source>Keep the items that are deleted</source>
+        <translation>Conserver les éléments qui sont supprimés</translation>
+    </message>
+    <message id="PreferencesLaunchMenu">
+        <source>Show Salvora 3 Menu in the panel</source>
+        <translation>Afficher Salvora 3 Menu dans le tableau de bord</translation>
+    </message>
+    <message id="PreferencesExcludeName">
+        <source>Exclude names:</source>
+        <translation>Exclure les noms&#xa0;:</translation>
+    </message>
+    <message id="PreferencesExcludeExtensions">
+        <source>Exclude extensions:</source>
+        <translation>Exclure les extensions&#xa0;:</translation>
+    </message>
+    <message id="ProtectVolume">
+        <source>Protect</source>
+        <translation>Protéger</translation>
+    </message>
+    <message id="UnprotectVolume">
+        <source>Do Not Protect</source>
+        <translation>Ne pas protéger</translation>
+    </message>
+    <message id="CancelButton">
+        <source>Cancel</source>
+        <translation>Annuler</translation>
+    </message>
+    <message id="ColumnDate">
+        <source>Date</source>
+        <translation>Date</translation>
+    </message>
+    <message id="ColumnSize">
+        <source>Size</source>
+        <translation>Taille</translation>
+    </message>
+    <message id="ColumnCount">
+        <source>Items</source>
+        <translation>Éléments</translation>
+    </message>
+    <message id="ColumnName">
+        <source>Name</source>
+        <translation>Nom</translation>
+    </message>
+    <message id="ColumnCachingTime">
+        <source>Moved to the cache</source>
+        <translation>Placé dans le cache</translation>
+    </message>
+    <message id="ColumnVolume">
+        <source>Volume</source>
+        <translation>Volume</translation>
+    </message>
+    <message id="ProtectionDisabled">
+        <source>Protection is off.</source>
+        <translation>La protection est désactivée.</translation>
+    </message>
+    <message id="ProtectionDisabledMore">
+        <source>Deleted items are not kept. Start the protection to keep them.</source>
+        <translation>Les éléments supprimés ne sont pas conservés. Activez la protection pour les conserver.</translation>
+    </message>
+    <message id="ProtectionEnabled">
+        <source>Protection is on for %1 volume</source>
+        <translation>La protection est active pour %1 volume</translation>
+    </message>
+    <message id="ProtectionEnabledX">
+        <source>Protection is on for %1 of %2 volumes</source>
+        <translation>La protection est active pour %1 volumes sur %2</translation>
+    </message>
+    <message id="EmptyCache">
+        <source>the cache is empty</source>
+        <translation>le cache est vide</translation>
+    </message>
+    <message id="SizeOfCache">
+        <source>the cache holds %1</source>
+        <translation>le cache contient %1</translation>
+    </message>
+    <message id="SizeOfCaches">
+        <source>the caches hold %1</source>
+        <translation>les caches contiennent %1</translation>
+    </message>
+    <message id="ProtectionEnabledMoreX">
+        <source>Items deleted on the %1 protected volumes are kept in their caches.</source>
+        <translation>Les éléments supprimés sur les %1 volumes protégés sont conservés dans leurs caches.</translation>
+    </message>
+    <message id="ProtectionEnabledMore">
+        <source>Items deleted on the protected volume are kept in its cache.</source>
+        <translation>Les éléments supprimés sur le volume protégé sont conservés dans son cache.</translation>
+    </message>
+    <message id="ProtectedUnmounted">
+        <source>protected, not mounted</source>
+        <translation>protégé, non monté</translation>
+    </message>
+    <message id="Protected">
+        <source>protected</source>
+        <translation>protégé</translation>
+    </message>
+    <message id="NotProtected">
+        <source>not protected</source>
+        <translation>non protégé</translation>
+    </message>
+</context>
+</TS>

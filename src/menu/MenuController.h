@@ -1,0 +1,80 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class NotificationBus;
+class MountWatcher;
+class QAction;
+class QMenu;
+class QSystemTrayIcon;
+class QThread;
+
+// "Salvora 3 Menu": a tray icon whose menu tells whether protection is on and how much the
+// caches hold, switches protection, opens the window and the log. It follows the settings that
+// the window and the daemon share, and obeys "Salvora3MenuNotification".
+class MenuController : public QObject
+{
+    Q_OBJECT
+public:
+    struct Options
+    {
+        QString daemonPath;  // started when no process owns the daemon's bus name
+        QString mainAppPath; // "Open Salvora 3"
+    };
+    static Options defaultOptions();
+
+    explicit MenuController(Options options = defaultOptions(), QObject *parent = nullptr);
+    ~MenuController() override;
+
+    // Observes the notifications, reads the settings, starts the size calculation, shows the
+    // icon (or logs that there is no tray) and starts the daemon when it is not running.
+    void start();
+
+    bool protectionEnabled() const { return mProtectionEnabled; }
+    // Total bytes of all caches; -1 until the first calculation has ended.
+    qint64 cacheSize() const { return mCacheSize; }
+    QString stateText() const;
+    QString sizeText() const;
+    // One line for the log, in English like every log line.
+    QString statusLine() const;
+    bool trayAvailable() const;
+
+    QMenu *menu() const { return mMenu; }
+    QAction *protectionOnAction() const { return mProtectionOn; }
+    QAction *protectionOffAction() const { return mProtectionOff; }
+
+public slots:
+    void readSettings();
+    void setProtection(bool on);
+    void refreshCacheSize();
+    void openMainApp();
+    void showLog();
+
+signals:
+    void stateChanged();
+    void quitRequested();
+
+private:
+    void onNotification(const QString &name, const QString &object);
+    void sizeCalculated(qint64 size);
+    void updateTexts();
+    void startDaemonIfNeeded();
+
+    Options mOptions;
+    NotificationBus *mBus = nullptr;
+    MountWatcher *mMounts = nullptr;
+    QSystemTrayIcon *mTray = nullptr;
+    QMenu *mMenu = nullptr;
+    QAction *mStateLine = nullptr;
+    QAction *mSizeLine = nullptr;
+    QAction *mProtectionOn = nullptr;
+    QAction *mProtectionOff = nullptr;
+    bool mProtectionEnabled = false;
+    qint64 mCacheSize = -1;
+
+    // The size calculation walks the caches' records on a worker thread; at most one runs, and
+    // a request while it runs is remembered and served when it ends.
+    QThread *mSizeWorker = nullptr;
+    bool mSizeRequestedAgain = false;
+};

@@ -1,0 +1,279 @@
+// The companion's login item over XDG autostart entries, the quit notice when it is switched
+// off, and the running-program lookups over /proc.
+
+#include "TestEnv.h"
+
+#include "common/Applications.h"
+#include "common/Locations.h"
+#include "common/Log.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "controller/LoginItems.h"
+
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <sys/stat.h>
+
+namespace {
+
+const QByteArray kRemoved = "Salvora 3 Menu removed from login list.";
+const QByteArray kOther = "Other occurence of Salvora 3 Menu removed from login list.";
+const QByteArray kAdded = "Salvora 3 Menu added in login list.";
+
+} // namespace
+
+class TstLoginItems : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    QByteArray autostart, M, oldCopy;
+    QStringList launched;
+    qint64 running = 0;
+    NotificationBus *bus = nullptr;
+    QSignalSpy *quits = nullptr;
+
+    void entry(const QByteArray &file, const QByteArray &program, const QByteArray &extra = {})
+    {
+        QVERIFY(TestEnv::writeFile(autostart + '/' + file,
+                                   "[Desktop Entry]\nType=Application\nExec=" +
+                                       AutostartList::execValueFor(program) + "\n" + extra));
+    }
+    QByteArrayList entries() const
+    {
+        QByteArrayList out;
+        for (const AutostartList::Item &item : AutostartList(autostart).snapshot())
+            out.append(item.file + " -> " + item.program);
+        return out;
+    }
+    QByteArrayList logMessages() const
+    {
+        QByteArrayList messages;
+        for (const QByteArray &line :
+             TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).split('\n'))
+            if (line.size() > 22) messages.append(line.mid(22));
+        return messages;
+    }
+    void install()
+    {
+        LoginItems::Companion c = LoginItems::defaultCompanion();
+        c.menuPath = QFile::decodeName(M);
+        QCOMPARE(c.autostartFolder, autostart);
+        c.isLaunched = [this](const QString &) { return running; };
+        c.launch = [this](const QString &path) {
+            launched.append(path);
+            return true;
+        };
+        LoginItems::installSalvoraMenu(c);
+    }
+    void verifyQuitPosted(bool posted)
+    {
+        if (posted) {
+            QTRY_COMPARE(quits->size(), 1);
+            QCOMPARE(quits->at(0).at(1).toString(),
+                     QLatin1String(Notifications::Salvora3MenuMustQuit));
+        } else {
+            QTest::qWait(50);
+            QCOMPARE(quits->size(), 0);
+        }
+    }
+
+private slots:
+    void init()
+    {
+        env = new TestEnv;
+        autostart = env->homeBytes() + "/.config/autostart";
+        M = env->homeBytes() + "/opt/Salvora 3/bin/salvora3-menu";
+        oldCopy = env->homeBytes() + "/old/bin/salvora3-menu";
+        QVERIFY(TestEnv::writeFile(M, "companion"));
+        launched.clear();
+        running = 0;
+        bus = new NotificationBus;
+        bus->observe(QLatin1String(Notifications::Salvora3MenuNotification));
+        quits = new QSignalSpy(bus, &NotificationBus::received);
+    }
+    void cleanup()
+    {
+        delete quits;
+        delete bus;
+        delete env;
+    }
+
+    void onAndAlreadyListed()
+    {
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
+        entry("salvora3-menu.desktop", M);
+        const QByteArrayList before = entries();
+        running = 1;
+        install();
+        QCOMPARE(entries(), before);
+        QVERIFY(logMessages().isEmpty());
+        QVERIFY(launched.isEmpty()); // it runs already
+        running = 0;
+        install();
+        QCOMPARE(launched, QStringList{QFile::decodeName(M)});
+        QVERIFY(logMessages().isEmpty());
+        verifyQuitPosted(false);
+    }
+
+    // Stale copies before the companion's entry go; the walk stops at it, so later ones stay.
+    void onWithAnOlderCopyBeforeIt()
+    {
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
+        entry("a-old.desktop", oldCopy);
+        entry("m.desktop", M);
+        entry("z-old.desktop", oldCopy);
+        entry("other.desktop", "/usr/bin/unrelated");
+        install();
+        QCOMPARE(entries(),
+                 (QByteArrayList{"m.desktop -> " + M, "other.desktop -> /usr/bin/unrelated",
+                                 "z-old.desktop -> " + oldCopy}));
+        QCOMPARE(logMessages(), QByteArrayList{kOther});
+    }
+
+    void onWithOnlyAnOlderCopy()
+    {
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
+        entry("a-old.desktop", oldCopy);
+        install();
+        QCOMPARE(entries(), QByteArrayList{"salvora3-menu.desktop -> " + M});
+        QCOMPARE(logMessages(), (QByteArrayList{kAdded, kOther})); // newest first
+        QCOMPARE(launched, QStringList{QFile::decodeName(M)});
+    }
+
+    // A hidden entry does not resolve: the companion gets an entry of its own beside it.
+    void onWithoutFolderOrWithAHiddenEntry()
+    {
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
+        install();
+        QCOMPARE(entries(), QByteArrayList{"salvora3-menu.desktop -> " + M});
+        QVERIFY(::unlink((autostart + "/salvora3-menu.desktop").constData()) == 0);
+        entry("salvora3-menu.desktop", M, "Hidden=true\n");
+        install();
+        QCOMPARE(entries(),
+                 (QByteArrayList{"salvora3-menu-2.desktop -> " + M, "salvora3-menu.desktop -> "}));
+    }
+
+    // A missing companion file only keeps it from being started.
+    void onWithoutTheCompanionFile()
+    {
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
+        QVERIFY(::unlink(M.constData()) == 0);
+        install();
+        QCOMPARE(entries(), QByteArrayList{"salvora3-menu.desktop -> " + M});
+        QVERIFY(launched.isEmpty());
+    }
+
+    void offRemovesOnlyItsOwnEntry_data()
+    {
+        QTest::addColumn<bool>("absent");
+        QTest::newRow("PrefsLaunchMenu 0") << false;
+        QTest::newRow("PrefsLaunchMenu absent") << true;
+    }
+    void offRemovesOnlyItsOwnEntry()
+    {
+        QFETCH(bool, absent);
+        if (!absent) Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 0);
+        entry("a-old.desktop", oldCopy);
+        entry("salvora3-menu.desktop", M);
+        install();
+        QCOMPARE(entries(), QByteArrayList{"a-old.desktop -> " + oldCopy});
+        QCOMPARE(logMessages(), QByteArrayList{kRemoved});
+        QVERIFY(launched.isEmpty());
+        verifyQuitPosted(true);
+    }
+
+    void offWithNothingListed()
+    {
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 0);
+        install();
+        QVERIFY(logMessages().isEmpty());
+        QVERIFY(!QFileInfo::exists(QFile::decodeName(autostart))); // nothing created either
+        verifyQuitPosted(true);
+    }
+
+    void execRoundTrip_data()
+    {
+        QTest::addColumn<QByteArray>("program");
+        QTest::newRow("plain") << QByteArray("/usr/bin/salvora3-menu");
+        QTest::newRow("blanks") << QByteArray("/opt/Salvora 3/bin/salvora3-menu");
+        QTest::newRow("quotes") << QByteArray("/a/\"q\"/'s'/b");
+        QTest::newRow("shell characters") << QByteArray("/a/$HOME/`x`/b\\c;d|e&f");
+        QTest::newRow("percent") << QByteArray("/a/100%/b%%u");
+        QTest::newRow("control characters") << QByteArray("/a/new\nline\tand\rcr/b");
+        QTest::newRow("not UTF-8") << QByteArray("/a/caf\xe9/b");
+    }
+    void execRoundTrip()
+    {
+        QFETCH(QByteArray, program);
+        const QByteArray exec = AutostartList::execValueFor(program);
+        QVERIFY(!exec.contains('\n'));
+        QCOMPARE(AutostartList::programOf("[Desktop Entry]\nExec=" + exec + "\n"), program);
+        QCOMPARE(AutostartList::programOf("[Desktop Entry]\nExec=" + exec + " --with %U\n"),
+                 program);
+    }
+
+    void entriesThatDoNotResolve_data()
+    {
+        QTest::addColumn<QByteArray>("entry");
+        QTest::addColumn<QByteArray>("program");
+        QTest::newRow("arguments")
+            << QByteArray("[Desktop Entry]\nExec=/usr/bin/x --flag\n") << QByteArray("/usr/bin/x");
+        QTest::newRow("spaces and CRLF")
+            << QByteArray("[Desktop Entry]\r\nExec = \"/a b/c\" %u\r\n") << QByteArray("/a b/c");
+        QTest::newRow("escaped blank")
+            << QByteArray("[Desktop Entry]\nExec=/a\\sb\n") << QByteArray("/a");
+        QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=/usr/bin/x\nHidden=true\n")
+                                << QByteArray();
+        QTest::newRow("relative program")
+            << QByteArray("[Desktop Entry]\nExec=x --flag\n") << QByteArray();
+        QTest::newRow("other group")
+            << QByteArray("[Desktop Action new]\nExec=/usr/bin/x\n") << QByteArray();
+        QTest::newRow("comment") << QByteArray("[Desktop Entry]\n#Exec=/usr/bin/x\n")
+                                 << QByteArray();
+        QTest::newRow("open quote")
+            << QByteArray("[Desktop Entry]\nExec=\"/usr/bin/x\n") << QByteArray();
+        QTest::newRow("empty") << QByteArray() << QByteArray();
+        QTest::newRow("first Exec wins")
+            << QByteArray("[Desktop Entry]\nExec=/a\nExec=/b\n") << QByteArray("/a");
+    }
+    void entriesThatDoNotResolve()
+    {
+        QFETCH(QByteArray, entry);
+        QFETCH(QByteArray, program);
+        QCOMPARE(AutostartList::programOf(entry), program);
+    }
+
+    void runningProgramsFromProc()
+    {
+        // A copy of sleep under a name of its own: counted by path (same file) and by name.
+        const QByteArray name =
+            "sv3-probe-" + QByteArray::number(QCoreApplication::applicationPid());
+        const QByteArray copy = env->homeBytes() + "/run/" + name;
+        QVERIFY(TestEnv::writeFile(copy, TestEnv::readFile("/bin/sleep")));
+        QVERIFY(::chmod(copy.constData(), 0755) == 0);
+        const QByteArray twin = env->homeBytes() + "/twin/" + name;
+        QVERIFY(TestEnv::writeFile(twin, TestEnv::readFile("/bin/sleep")));
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QFile::decodeName(copy)), 0);
+        QProcess p;
+        p.start(QFile::decodeName(copy), {QStringLiteral("30")});
+        QVERIFY(p.waitForStarted());
+        QTRY_COMPARE(CommonUtils::isApplicationLaunchedWithPath(QFile::decodeName(copy)), 1);
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithName(QString::fromLatin1(name)), 1);
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QFile::decodeName(twin)),
+                 0); // same bytes, other file
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithName(QString::fromLatin1(name.chopped(1))),
+                 0);
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QString()), 0);
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QStringLiteral("/nonexistent")), 0);
+        p.kill();
+        QVERIFY(p.waitForFinished());
+        QCOMPARE(CommonUtils::isApplicationLaunchedWithPath(QFile::decodeName(copy)), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstLoginItems)
+#include "tst_loginitems.moc"

@@ -1,0 +1,342 @@
+// The application's wrapper around the launcher, with stand-ins: a shell script plays the
+// launcher (it logs its arguments and, when told to, really changes the file it is given) and
+// another plays pkexec.
+
+#include "TestEnv.h"
+
+#include "common/AdminLauncher.h"
+#include "common/Alerts.h"
+
+#include <QCoreApplication>
+#include <QProcess>
+#include <QTest>
+
+#include <cstring>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr uid_t kNobody = 65534;
+
+class Recorder : public Alerts::Presenter
+{
+public:
+    QList<Alerts::Alert> shown;
+    QList<int> answers; // consumed one per alert; 0 once empty
+    int present(const Alerts::Alert &alert) override
+    {
+        shown.append(alert);
+        return answers.isEmpty() ? 0 : answers.takeFirst();
+    }
+};
+
+bool writeScript(const QByteArray &path, const QByteArray &body, mode_t mode = 0755)
+{
+    return TestEnv::writeFile(path, "#!/bin/sh\n" + body) && ::chmod(path.constData(), mode) == 0;
+}
+
+bool setOwnerAndMode(const QByteArray &path, uid_t owner, mode_t mode)
+{
+    return ::chown(path.constData(), owner, owner) == 0 && ::chmod(path.constData(), mode) == 0;
+}
+
+mode_t modeOf(const QByteArray &path)
+{
+    struct stat st = {};
+    return ::stat(path.constData(), &st) == 0 ? st.st_mode & 07777 : 0;
+}
+
+// `tst_adminlauncher --elevate PROGRAM TOOL`: asks PROGRAM to run TOOL with job 9, prints the
+// outcome code. Run as an ordinary user, so that the real (not forced) pkexec path is taken.
+int elevateChild(char **argv)
+{
+    ZEL_AdminLauncher::setElevationProgramForTesting(argv[2]);
+    ZEL_AdminLauncher::executeWithPrivileges(argv[3], "9");
+    std::printf("%lld\n",
+                static_cast<long long>(ZEL_AdminLauncher::getPrivilegesToExecutableResult()));
+    return 0;
+}
+
+} // namespace
+
+class TstAdminLauncher : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    QTemporaryDir *work = nullptr;
+    Recorder recorder;
+    QByteArray root, bin, L, D, calls;
+
+    // The stand-in launcher: logs "$*", and does the job when the file "works" exists.
+    void makeLauncher(uid_t owner, mode_t mode)
+    {
+        QVERIFY(writeScript(
+            L, "echo \"$*\" >> '" + calls +
+                   "'\n"
+                   "[ -e '" +
+                   bin +
+                   "/works' ] || exit 0\n"
+                   "case \"$2\" in 9|2) chown 0:0 \"$1\" && chmod 4755 \"$1\";; esac\n"));
+        QVERIFY(setOwnerAndMode(L, owner, mode));
+    }
+    void launcherWorks(bool works)
+    {
+        if (works)
+            QVERIFY(TestEnv::writeFile(bin + "/works", ""));
+        else
+            ::unlink((bin + "/works").constData());
+    }
+    QByteArrayList callLines() const
+    {
+        QByteArrayList lines = TestEnv::readFile(calls).split('\n');
+        lines.removeAll(QByteArray());
+        return lines;
+    }
+
+private slots:
+    void init()
+    {
+        env = new TestEnv;
+        work = new QTemporaryDir;
+        root = QFile::encodeName(work->path());
+        ::chmod(root.constData(), 0755);
+        bin = root + "/bin";
+        QVERIFY(TestEnv::makeFolders(bin));
+        L = bin + "/adminlauncher";
+        D = bin + "/sv3daemon";
+        calls = root + "/calls";
+        recorder.shown.clear();
+        recorder.answers.clear();
+        Alerts::setPresenter(&recorder);
+        ZEL_AdminLauncher::resetForTesting(QFile::decodeName(bin + "/salvora3"));
+        ZEL_AdminLauncher::setElevationProgramForTesting("/usr/bin/pkexec");
+        ZEL_AdminLauncher::setAlwaysElevateForTesting(false);
+    }
+    void cleanup()
+    {
+        Alerts::setPresenter(nullptr);
+        delete work;
+        delete env;
+    }
+
+    void privilegeTest_data()
+    {
+        QTest::addColumn<int>("owner");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("passes");
+        QTest::newRow("root, set-user-id") << 0 << 04755 << true;
+        QTest::newRow("root, no bit") << 0 << 0755 << false;
+        QTest::newRow("bit, other owner") << int(kNobody) << 04755 << false;
+        QTest::newRow("only the owner may read") << 0 << 04700 << true; // we are root
+    }
+    void privilegeTest()
+    {
+        if (::geteuid() != 0) QSKIP("needs root to own files as root and as others");
+        QFETCH(int, owner);
+        QFETCH(int, mode);
+        QFETCH(bool, passes);
+        QVERIFY(TestEnv::writeFile(D, "x"));
+        QVERIFY(setOwnerAndMode(D, uid_t(owner), mode_t(mode)));
+        QCOMPARE(ZEL_AdminLauncher::isRootAndSetUIDBit(D), passes);
+        QVERIFY(!ZEL_AdminLauncher::isRootAndSetUIDBit(bin + "/missing"));
+        QVERIFY(!ZEL_AdminLauncher::isRootAndSetUIDBit(QByteArray()));
+    }
+
+    void lockedOrUnreadableFails()
+    {
+        if (::geteuid() != 0) QSKIP("needs root");
+        QVERIFY(TestEnv::writeFile(D, "x"));
+        QVERIFY(setOwnerAndMode(D, 0, 04755));
+        const int holder = ::open(D.constData(), O_RDONLY | O_CLOEXEC);
+        QVERIFY(::flock(holder, LOCK_EX) == 0);
+        QVERIFY(!ZEL_AdminLauncher::isRootAndSetUIDBit(D));
+        ::close(holder);
+        QVERIFY(ZEL_AdminLauncher::isRootAndSetUIDBit(D));
+
+        // As a user who may not read it, even a root set-user-id file fails the test.
+        const QByteArray readable = bin + "/readable";
+        QVERIFY(TestEnv::writeFile(readable, "x"));
+        QVERIFY(setOwnerAndMode(readable, 0, 04755));
+        QVERIFY(setOwnerAndMode(D, 0, 04711));
+        auto asNobody = [](const QByteArray &path) {
+            const pid_t pid = ::fork();
+            if (pid == 0) {
+                if (::setresgid(kNobody, kNobody, kNobody) != 0 ||
+                    ::setresuid(kNobody, kNobody, kNobody) != 0)
+                    ::_exit(2);
+                ::_exit(ZEL_AdminLauncher::isRootAndSetUIDBit(path) ? 1 : 0);
+            }
+            int status = 0;
+            ::waitpid(pid, &status, 0);
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        };
+        QCOMPARE(asNobody(D), 0);
+        QCOMPARE(asNobody(readable), 1);
+    }
+
+    void missingLauncherAlertsOnEveryLookup()
+    {
+        const Alerts::Alert expected{
+            QStringLiteral("The \"adminlauncher\" executable was not found."),
+            QStringLiteral("Please, verify that the executable is correctly installed "
+                           "or reinstall the application."),
+            {QStringLiteral("OK")}};
+        recorder.answers = {-1, -1}; // closed twice without the button: shown again each time
+        QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QString());
+        QCOMPARE(recorder.shown.size(), 3);
+        QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QString());
+        QCOMPARE(recorder.shown.size(), 4);
+        for (const Alerts::Alert &a : recorder.shown) {
+            QCOMPARE(a.message, expected.message);
+            QCOMPARE(a.informativeText, expected.informativeText);
+            QCOMPARE(a.buttons, expected.buttons);
+        }
+        QVERIFY(!ZEL_AdminLauncher::checkAdminlauncherPrivileges());
+        QCOMPARE(recorder.shown.size(), 5);
+        QVERIFY(!ZEL_AdminLauncher::setPrivilegesToExecutable_adminlauncher());
+        QCOMPARE(ZEL_AdminLauncher::getPrivilegesToExecutableResult(),
+                 qint64(ZEL_AdminLauncher::LauncherNotFound));
+        QCOMPARE(recorder.shown.size(), 6);
+    }
+
+    void foundPathIsKeptEvenAfterAMove()
+    {
+        makeLauncher(0, 0755);
+        QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QFile::decodeName(L));
+        QVERIFY(::rename(bin.constData(), (root + "/moved").constData()) == 0);
+        QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QFile::decodeName(L));
+        QVERIFY(recorder.shown.isEmpty());
+        QVERIFY(!ZEL_AdminLauncher::checkAdminlauncherPrivileges()); // nothing there any more
+    }
+
+    void raisingTheLauncher_data()
+    {
+        QTest::addColumn<int>("owner");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("works");
+        QTest::addColumn<bool>("raised");
+        QTest::addColumn<bool>("called");
+        QTest::newRow("already privileged") << 0 << 04755 << true << true << false;
+        QTest::newRow("root without the bit") << 0 << 0755 << true << true << true;
+        QTest::newRow("bit but another owner") << int(kNobody) << 04755 << true << true << true;
+        QTest::newRow("job did nothing") << 0 << 0755 << false << false << true;
+    }
+    void raisingTheLauncher()
+    {
+        if (::geteuid() != 0) QSKIP("runs the stand-in launcher directly, as root does");
+        QFETCH(int, owner);
+        QFETCH(int, mode);
+        QFETCH(bool, works);
+        QFETCH(bool, raised);
+        QFETCH(bool, called);
+        makeLauncher(uid_t(owner), mode_t(mode));
+        launcherWorks(works);
+        QCOMPARE(ZEL_AdminLauncher::checkAdminlauncherPrivileges(), !called);
+        QCOMPARE(ZEL_AdminLauncher::setPrivilegesToExecutable_adminlauncher(), raised);
+        QCOMPARE(callLines(), called ? QByteArrayList{L + " 9"} : QByteArrayList{});
+        QCOMPARE(ZEL_AdminLauncher::getPrivilegesToExecutableResult(),
+                 qint64(called ? ZEL_AdminLauncher::LauncherStartedAsRoot
+                               : ZEL_AdminLauncher::NoAttemptYet));
+        QCOMPARE(ZEL_AdminLauncher::checkAdminlauncherPrivileges(), raised);
+        QVERIFY(recorder.shown.isEmpty());
+    }
+
+    void daemonJobAndLaunch()
+    {
+        if (::geteuid() != 0) QSKIP("the stand-in launcher changes owners");
+        makeLauncher(0, 04755);
+        launcherWorks(true);
+        QVERIFY(
+            !ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D))); // no daemon yet
+        QVERIFY(TestEnv::writeFile(D, "x"));
+        QVERIFY(setOwnerAndMode(D, 0, 0755));
+        // Started, not awaited: the answer comes before the change.
+        QVERIFY(ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D)));
+        QTRY_COMPARE(modeOf(D), mode_t(04755));
+        QCOMPARE(callLines(), QByteArrayList{D + " 2"});
+        QVERIFY(
+            ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D))); // already: no job
+        QVERIFY(ZEL_AdminLauncher::launchWithAdminlauncher(
+            QFile::decodeName(D), {QStringLiteral("-a"), QStringLiteral("b c")}));
+        QTRY_COMPARE(callLines().size(), 2);
+        QCOMPARE(callLines().last(), D + " LA -a b c");
+        QVERIFY(
+            !ZEL_AdminLauncher::launchWithAdminlauncher(QFile::decodeName(bin + "/nothing"), {}));
+        QVERIFY(recorder.shown.isEmpty());
+    }
+
+    void askingThroughPkexec_data()
+    {
+        QTest::addColumn<QByteArray>("script"); // empty: the program does not exist
+        QTest::addColumn<qint64>("result");
+        QTest::addColumn<int>("alerts");
+        QTest::newRow("granted") << QByteArray("exit 0")
+                                 << qint64(ZEL_AdminLauncher::LauncherStartedAsRoot) << 0;
+        QTest::newRow("job failed after grant")
+            << QByteArray("exit 2") << qint64(ZEL_AdminLauncher::LauncherStartedAsRoot) << 0;
+        QTest::newRow("dismissed")
+            << QByteArray("exit 126") << qint64(ZEL_AdminLauncher::RightNotGranted) << 0;
+        QTest::newRow("refused") << QByteArray("exit 127")
+                                 << qint64(ZEL_AdminLauncher::RightNotGranted) << 0;
+        QTest::newRow("no agent") << QByteArray("echo 'Error executing command as another user: No "
+                                                "authentication agent found.' >&2; exit 127")
+                                  << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
+        QTest::newRow("no polkit daemon")
+            << QByteArray("echo 'Error getting authority: Error initializing authority: Could not "
+                          "connect' >&2; exit 127")
+            << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
+        QTest::newRow("killed") << QByteArray("kill -9 $$")
+                                << qint64(ZEL_AdminLauncher::CouldNotStart) << 0;
+        QTest::newRow("not installed")
+            << QByteArray() << qint64(ZEL_AdminLauncher::CouldNotStart) << 1;
+    }
+    void askingThroughPkexec()
+    {
+        QFETCH(QByteArray, script);
+        QFETCH(qint64, result);
+        QFETCH(int, alerts);
+        const QByteArray pkexec = root + "/pkexec";
+        if (!script.isEmpty())
+            QVERIFY(writeScript(pkexec, "echo \"$*\" > '" + calls + "'\n" + script + "\n"));
+        ZEL_AdminLauncher::setElevationProgramForTesting(pkexec);
+        ZEL_AdminLauncher::setAlwaysElevateForTesting(true);
+        const qint16 status = ZEL_AdminLauncher::executeWithPrivileges(L, "9");
+        QCOMPARE(status, qint16(script.isEmpty() ? ENOENT : 0));
+        QCOMPARE(ZEL_AdminLauncher::getPrivilegesToExecutableResult(), result);
+        QCOMPARE(recorder.shown.size(), alerts);
+        if (alerts)
+            QCOMPARE(recorder.shown[0].informativeText, qtTrId("NoAuthenticationAgentText"));
+        if (!script.isEmpty()) QCOMPARE(callLines(), QByteArrayList{L + ' ' + L + " 9"});
+    }
+
+    // Not forced: a real ordinary user goes through pkexec on its own.
+    void ordinaryUserGoesThroughPkexec()
+    {
+        if (::geteuid() != 0) QSKIP("needs root to switch to another user");
+        const QByteArray self = root + "/tst_copy";
+        QVERIFY(TestEnv::writeFile(
+            self, TestEnv::readFile(QFile::encodeName(QCoreApplication::applicationFilePath()))));
+        QVERIFY(::chmod(self.constData(), 0755) == 0);
+        QVERIFY(writeScript(root + "/pkexec", "exit 126\n"));
+        QProcess child;
+        child.start(QStringLiteral("setpriv"),
+                    {QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+                     QStringLiteral("--clear-groups"), QFile::decodeName(self),
+                     QStringLiteral("--elevate"), QFile::decodeName(root + "/pkexec"),
+                     QFile::decodeName(L)});
+        QVERIFY(child.waitForFinished(20000));
+        QCOMPARE(child.readAllStandardOutput().trimmed(), QByteArray("3"));
+    }
+};
+
+int main(int argc, char **argv)
+{
+    if (argc == 4 && std::strcmp(argv[1], "--elevate") == 0) return elevateChild(argv);
+    QCoreApplication app(argc, argv);
+    TstAdminLauncher t;
+    return QTest::qExec(&t, argc, argv);
+}
+#include "tst_adminlauncher.moc"
