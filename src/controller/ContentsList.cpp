@@ -102,7 +102,8 @@ void AppDelegate::takeContents(const std::shared_ptr<ContentsScanJob> &job)
 
 void AppDelegate::endContentsScan(const std::shared_ptr<ContentsScanJob> &job)
 {
-    // The last rows first, then the message.
+    // The last rows first, then the message. The last hand-over does not wait for the pause:
+    // the scan is over and nothing follows it.
     takeContents(job);
     mContentsJob.reset();
     mContents.shrinkToFit();
