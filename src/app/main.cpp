@@ -2,6 +2,7 @@
 #include "controller/AppDelegate.h"
 
 #include <QApplication>
+#include <QIcon>
 
 int main(int argc, char **argv)
 {
@@ -10,6 +11,7 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(QStringLiteral("Salvora 3"));
     QCoreApplication::setApplicationVersion(QStringLiteral(SALVORA_VERSION));
     QGuiApplication::setDesktopFileName(QStringLiteral("salvora3"));
+    QGuiApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("salvora3")));
     Texts::install(app);
 
     AppDelegate controller;
