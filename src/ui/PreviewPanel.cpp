@@ -17,7 +17,7 @@
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QStackedWidget>
-#include <QThreadPool>
+#include <QThread>
 #include <QVBoxLayout>
 
 #ifdef SALVORA_HAVE_QTPDF
@@ -25,7 +25,9 @@
 #endif
 
 #include <fcntl.h>
+#include <mutex>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 // An image drawn as large as the panel allows, never enlarged, aspect kept.
@@ -57,6 +59,35 @@ protected:
 
 private:
     QImage mImage;
+};
+
+// Carries finished loads back to the GUI thread. Shared by the panel and its loading threads,
+// so that a thread that ends after the panel still has somewhere to put its result.
+class PreviewDelivery : public QObject
+{
+    Q_OBJECT
+public:
+    std::mutex mutex;
+    std::optional<std::pair<quint64, PreviewPanel::Preview>> ready; // the newest result
+    QPointer<PreviewPanel> panel;                                   // GUI thread only
+
+    ~PreviewDelivery() override
+    {
+        // The last result may have been left by a thread that ended after the panel.
+        const std::lock_guard lock(mutex);
+        ready.reset();
+    }
+
+public slots:
+    void deliver()
+    {
+        std::optional<std::pair<quint64, PreviewPanel::Preview>> taken;
+        {
+            const std::lock_guard lock(mutex);
+            taken.swap(ready);
+        }
+        if (taken && panel) panel->display(taken->first, taken->second);
+    }
 };
 
 namespace {
@@ -112,7 +143,9 @@ PreviewPanel::Preview PreviewPanel::load(const QByteArray &path)
     if (path.isEmpty() || ::stat(path.constData(), &st) != 0) return p;
     p.exists = true;
     p.isFolder = S_ISDIR(st.st_mode);
-    p.modified = QDateTime::fromSecsSinceEpoch(st.st_mtim.tv_sec);
+    // In UTC: the local time zone is looked up on the GUI thread only (glibc's tzset is not
+    // meant to be raced).
+    p.modified = QDateTime::fromSecsSinceEpoch(st.st_mtim.tv_sec, Qt::UTC);
     const QMimeDatabase db;
     if (!S_ISREG(st.st_mode)) {
         const QMimeType mime = db.mimeTypeForName(p.isFolder ? QStringLiteral("inode/directory")
@@ -163,8 +196,16 @@ PreviewPanel::Preview PreviewPanel::load(const QByteArray &path)
     return p;
 }
 
-PreviewPanel::PreviewPanel(QWidget *parent) : QWidget(parent, Qt::Tool)
+PreviewPanel::PreviewPanel(QWidget *parent)
+    : QWidget(parent, Qt::Tool), mDelivery(new PreviewDelivery, [](PreviewDelivery *d) {
+          // The last owner may be a loading thread; the object belongs to the GUI thread.
+          if (QThread::currentThread() == d->thread())
+              delete d;
+          else
+              d->deleteLater();
+      })
 {
+    mDelivery->panel = this;
     //% "Preview"
     setWindowTitle(qtTrId("PreviewTitle"));
     resize(560, 480);
@@ -214,17 +255,18 @@ void PreviewPanel::reloadData()
         display(generation, Preview());
         return;
     }
-    // A result that arrives after the panel moved on to another item, or went away, is dropped.
-    QPointer<PreviewPanel> self(this);
-    QThreadPool::globalInstance()->start([self, generation, path] {
+    // The thread owns its request and shares only the delivery, which outlives the panel if it
+    // must; a result for an item the panel has moved on from is dropped there.
+    std::thread([delivery = mDelivery, generation, path] {
         Preview p = load(path);
-        QMetaObject::invokeMethod(
-            qApp,
-            [self, generation, p = std::move(p)] {
-                if (self) self->display(generation, p);
-            },
-            Qt::QueuedConnection);
-    });
+        {
+            const std::lock_guard lock(delivery->mutex);
+            if (!delivery->ready || delivery->ready->first < generation)
+                delivery->ready.emplace(generation, std::move(p));
+        }
+        // By name, so that nothing but the call itself crosses to the GUI thread.
+        QMetaObject::invokeMethod(delivery.get(), "deliver", Qt::QueuedConnection);
+    }).detach();
 }
 
 void PreviewPanel::makeKeyAndOrderFront()
@@ -241,7 +283,8 @@ QString PreviewPanel::infoLine() const
     QStringList parts{p.name};
     if (!p.kindText.isEmpty()) parts.append(p.kindText);
     if (p.size >= 0) parts.append(CommonUtils::getSizeStr(p.size));
-    if (p.modified.isValid()) parts.append(QLocale().toString(p.modified, QLocale::ShortFormat));
+    if (p.modified.isValid())
+        parts.append(QLocale().toString(p.modified.toLocalTime(), QLocale::ShortFormat));
     return parts.join(QStringLiteral(" - "));
 }
 
@@ -291,3 +334,5 @@ void PreviewPanel::closeEvent(QCloseEvent *event)
     QWidget::closeEvent(event);
     emit panelClosed();
 }
+
+#include "PreviewPanel.moc"

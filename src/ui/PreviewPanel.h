@@ -7,6 +7,9 @@
 #include <QImage>
 #include <QWidget>
 
+#include <memory>
+
+class PreviewDelivery;
 class PreviewImageView;
 class QLabel;
 class QPlainTextEdit;
@@ -14,7 +17,8 @@ class QStackedWidget;
 
 // A look at a cached item without restoring it: images through QImageReader, the first page of
 // a PDF where Qt PDF is built in, the start of a text file; anything else by its icon, name,
-// kind, size and date. Files are read on a pool thread, so a large one never blocks the window.
+// kind, size and date. Files are read on a thread of their own, so a large one never blocks the
+// window.
 // A tool window over the main window; space or Escape closes it.
 class PreviewPanel : public QWidget, public PreviewPanelControl
 {
@@ -38,7 +42,7 @@ public:
         bool exists = false;
         bool isFolder = false;
         qint64 size = -1;
-        QDateTime modified;
+        QDateTime modified; // UTC
         QImage image;
         QString text;
         bool textTruncated = false;
@@ -71,8 +75,10 @@ protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
+    friend class PreviewDelivery;
     void display(quint64 generation, const Preview &preview);
 
+    std::shared_ptr<PreviewDelivery> mDelivery;
     PreviewDataSource *mDataSource = nullptr;
     quint64 mGeneration = 0;
     Preview mShown;
