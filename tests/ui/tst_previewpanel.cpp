@@ -148,6 +148,17 @@ private slots:
         QVERIFY(!panel.isVisible());
         QVERIFY(ql.items().isEmpty());
 
+        // Other keys do nothing; an item that vanished is not shown.
+        QVERIFY(!ql.doKeyDown(QStringLiteral("a"), image));
+        ql.showSelectionPreview(dir + "gone");
+        QVERIFY(!panel.isVisible());
+        // The menu's toggle shows whatever the controller holds, here nothing, and hides again.
+        ql.toggleQL();
+        QVERIFY(panel.isVisible());
+        QTRY_COMPARE(panel.shownKind(), PreviewPanel::Kind::Nothing);
+        ql.toggleQL();
+        QVERIFY(!panel.isVisible());
+
         // Opened again, then closed by the user from the panel itself.
         ql.showSelectionPreview(image);
         QVERIFY(panel.isVisible());
