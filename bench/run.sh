@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 size=${1:-large}
 dir=${SALVORA_BENCH_DIR:-/tmp/salvora-bench}
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache >/dev/null
+cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_cli salvora >/dev/null
 case $size in
     small) entries=100000 ;;
     large) entries=1000000 ;;
@@ -19,3 +19,4 @@ if [ ! -d "$cache" ]; then
     build/bin/gen_cache --out "$cache" --entries "$entries" --seed 1
 fi
 build/bin/bench_cache "$cache" 3
+build/bin/bench_cli build/bin/salvora "$dir/$size" 3

@@ -1,5 +1,7 @@
 #!/bin/sh
-# Installs every Debian 12 package that building, running and testing Salvora 3 needs.
+# Installs every Debian 12 package that building, running, testing and packaging Salvora 3 needs.
+# The second-last line checks installed files (tests/packaging); the last one is for screenshots
+# on a virtual display (scripts/screenshots.sh and its test).
 set -eu
 SUDO=
 [ "$(id -u)" = 0 ] || SUDO=sudo
@@ -11,6 +13,8 @@ PACKAGES="
   clang libclang-rt-14-dev
   dbus dbus-bin e2fsprogs util-linux mount xxd
   pkexec
+  desktop-file-utils appstream man-db
+  xvfb x11-utils imagemagick adwaita-qt6 adwaita-icon-theme fonts-dejavu-core
 "
 if [ -z "${SALVORA_SKIP_APT:-}" ]; then
     $SUDO env DEBIAN_FRONTEND=noninteractive apt-get update -qq

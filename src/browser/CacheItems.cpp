@@ -1,5 +1,7 @@
 #include "browser/CacheItems.h"
 
+#include <algorithm>
+
 void CacheItems::clear()
 {
     mFolders.clear();
@@ -48,7 +50,10 @@ void CacheItems::append(CacheItems &&other)
                     std::make_move_iterator(other.mFolders.end()));
     mFolderNameOffsets.insert(mFolderNameOffsets.end(), other.mFolderNameOffsets.begin(), other.mFolderNameOffsets.end());
     mArena.append(other.mArena);
-    mRows.reserve(mRows.size() + other.mRows.size());
+    // Grow geometrically: many small batches must not copy the whole list each time.
+    const std::size_t needed = mRows.size() + other.mRows.size();
+    if (mRows.capacity() < needed)
+        mRows.reserve(std::max(needed, mRows.capacity() * 2));
     for (Row r : other.mRows) {
         r.folder += folderBase;
         r.offset += offsetBase;

@@ -42,6 +42,7 @@ public:
     QByteArrayView name(const Row &r) const { return QByteArrayView(mArena.data() + r.offset, r.length); }
     QByteArrayView name(qsizetype i) const { return name(row(i)); }
     const QByteArray &timeFolderPath(std::uint32_t folder) const { return mFolders[folder]; }
+    std::uint32_t folderCount() const { return std::uint32_t(mFolders.size()); }
     // The time folder's own name ("yyyy-MM-dd HH_mm_ss"), the caching time of its items.
     QByteArrayView timeFolderName(std::uint32_t folder) const;
     QByteArray fullPath(qsizetype i) const;

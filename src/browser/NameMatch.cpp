@@ -1,6 +1,5 @@
 #include "browser/NameMatch.h"
 
-#include "cache/DayList.h"
 
 #include <QStringDecoder>
 
@@ -95,9 +94,21 @@ QString decodedForOrder(QByteArrayView s)
 
 int compare(QByteArrayView a, QByteArrayView b)
 {
-    // Only ASCII names take the byte path: it orders them exactly as the folded text would.
-    if (isAscii(a) && isAscii(b))
-        return CommonUtils::compareCaseInsensitive(a, b);
+    // While both names are ASCII, folded bytes order exactly as the folded text would: the first
+    // difference inside a common ASCII prefix decides, and so does one name ending there.
+    const qsizetype n = std::min(a.size(), b.size());
+    qsizetype i = 0;
+    for (; i < n; ++i) {
+        const auto x = static_cast<unsigned char>(a[i]);
+        const auto y = static_cast<unsigned char>(b[i]);
+        if ((x | y) >= 0x80)
+            break;
+        const unsigned char fx = lower(x), fy = lower(y);
+        if (fx != fy)
+            return fx < fy ? -1 : 1;
+    }
+    if (i == n)
+        return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
     const int c = QString::compare(decodedForOrder(a), decodedForOrder(b), Qt::CaseInsensitive);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }

@@ -120,10 +120,15 @@ bool copyEntry(int srcDir, const char *name, int dstDir, const char *dstName, co
         const int out = FolderWalk::openFolder(dstDir, dstName);
         bool ok = out >= 0;
         if (ok) {
-            FolderWalk::forEachEntry(in, [&](const char *child, FolderWalk::Type) {
-                if (ok)
-                    ok = copyEntry(in, child, out, child, stop, error);
-            });
+            // Names first, then the copies: no listing buffer stays on the stack while a deep
+            // tree is copied.
+            QByteArrayList children;
+            FolderWalk::forEachEntry(in, [&](const char *child, FolderWalk::Type) { children.append(child); });
+            for (const QByteArray &child : children) {
+                if (!ok)
+                    break;
+                ok = copyEntry(in, child.constData(), out, child.constData(), stop, error);
+            }
             fchmod(out, st.st_mode & 07777);
             close(out);
         } else {

@@ -1,26 +1,15 @@
 #include "cache/FolderWalk.h"
 
-#include <QList>
-
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
+#include <string>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
-
-// The kernel's struct linux_dirent64; the name follows the fixed part, at byte 19.
-struct LinuxDirent64
-{
-    std::uint64_t d_ino;
-    std::int64_t d_off;
-    unsigned short d_reclen;
-    unsigned char d_type;
-};
-constexpr std::size_t kDirentNameOffset = 19;
 
 FolderWalk::Type typeFromMode(mode_t mode)
 {
@@ -33,7 +22,11 @@ FolderWalk::Type typeFromMode(mode_t mode)
     return FolderWalk::Type::Other;
 }
 
-FolderWalk::Type typeFromDirent(int dirFd, const char *name, unsigned char t)
+} // namespace
+
+namespace FolderWalk {
+
+Type entryType(int dirFd, const char *name, unsigned char t)
 {
     switch (t) {
     case DT_DIR:
@@ -53,6 +46,20 @@ FolderWalk::Type typeFromDirent(int dirFd, const char *name, unsigned char t)
     }
 }
 
+long readEntries(int dirFd, char *buffer, std::size_t size)
+{
+    for (;;) {
+        const long n = syscall(SYS_getdents64, dirFd, buffer, size);
+        if (n < 0 && errno == EINTR)
+            continue;
+        return n;
+    }
+}
+
+} // namespace FolderWalk
+
+namespace {
+
 bool skippedByCount(const char *name)
 {
     return name[0] == '.' && (std::strcmp(name, ".DS_Store") == 0 || std::strcmp(name, ".Salvora3_CacheInformation") == 0);
@@ -62,12 +69,12 @@ void countInto(int dirFd, FolderWalk::Totals &totals)
 {
     // Names of the sub-folders, collected first so that at most one descriptor per level is open
     // while reading.
-    QList<QByteArray> subfolders;
+    std::string subfolders; // NUL-separated names
     FolderWalk::forEachEntry(dirFd, [&](const char *name, FolderWalk::Type type) {
         if (skippedByCount(name))
             return;
         if (type == FolderWalk::Type::Directory) {
-            subfolders.append(QByteArray(name));
+            subfolders.append(name).push_back('\0');
             return;
         }
         if (type == FolderWalk::Type::Unknown)
@@ -78,8 +85,8 @@ void countInto(int dirFd, FolderWalk::Totals &totals)
         totals.bytes += size;
         totals.files += 1;
     });
-    for (const QByteArray &sub : subfolders) {
-        const int fd = FolderWalk::openFolder(dirFd, sub.constData());
+    for (std::size_t at = 0; at < subfolders.size(); at = subfolders.find('\0', at) + 1) {
+        const int fd = FolderWalk::openFolder(dirFd, subfolders.c_str() + at);
         if (fd < 0)
             continue;
         countInto(fd, totals);
@@ -101,32 +108,6 @@ int openFolder(const QByteArray &path)
     if (path.isEmpty())
         return -1;
     return openFolder(AT_FDCWD, path.constData());
-}
-
-bool forEachEntry(int dirFd, const std::function<void(const char *name, Type type)> &fn)
-{
-    if (lseek(dirFd, 0, SEEK_SET) < 0)
-        return false;
-    alignas(LinuxDirent64) char buf[32768];
-    bool readAny = false;
-    for (;;) {
-        const long n = syscall(SYS_getdents64, dirFd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return readAny;
-        if (n == 0)
-            return true;
-        readAny = true;
-        for (long off = 0; off < n;) {
-            const auto *d = reinterpret_cast<const LinuxDirent64 *>(buf + off);
-            off += d->d_reclen;
-            const char *name = buf + off - d->d_reclen + kDirentNameOffset;
-            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
-                continue;
-            fn(name, typeFromDirent(dirFd, name, d->d_type));
-        }
-    }
 }
 
 std::int64_t entrySize(int dirFd, const char *name)

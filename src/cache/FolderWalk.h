@@ -2,8 +2,9 @@
 
 #include <QByteArray>
 
+#include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <cstring>
 
 // Low-level directory reading relative to descriptors, never following symbolic links. The
 // building block of every walk of a cache: one getdents64 pass per folder and, where the caller
@@ -16,10 +17,41 @@ enum class Type : std::uint8_t { Unknown, Directory, Regular, Symlink, Other };
 int openFolder(int dirFd, const char *name);
 int openFolder(const QByteArray &path);
 
-// Calls fn(name, type) for each entry but "." and "..". Types come from the directory entry
+// One batch of raw directory entries (getdents64): bytes read, 0 at the end, -1 on error.
+long readEntries(int dirFd, char *buffer, std::size_t size);
+// The entry type from the directory record, or from fstatat when the file system gives none.
+Type entryType(int dirFd, const char *name, unsigned char direntType);
+inline constexpr std::size_t kEntryBufferSize = 32768;
+
+// Calls fn(name, type) for each entry but "." and "..", reading from the descriptor's current
+// position (a freshly opened descriptor lists everything). Types come from the directory entry
 // when the file system gives them, from fstatat otherwise (Unknown when that fails too).
 // Returns false when the folder could not be read at all.
-bool forEachEntry(int dirFd, const std::function<void(const char *name, Type type)> &fn);
+template <typename Fn>
+bool forEachEntry(int dirFd, Fn &&fn)
+{
+    // The kernel's struct linux_dirent64: inode (8), offset (8), record length (2), type (1), name.
+    alignas(8) char buf[kEntryBufferSize];
+    bool readAny = false;
+    for (;;) {
+        const long n = readEntries(dirFd, buf, sizeof buf);
+        if (n < 0)
+            return readAny;
+        if (n == 0)
+            return true;
+        readAny = true;
+        for (long off = 0; off < n;) {
+            unsigned short reclen = 0;
+            std::memcpy(&reclen, buf + off + 16, sizeof reclen);
+            const auto type = static_cast<unsigned char>(buf[off + 18]);
+            const char *name = buf + off + 19;
+            off += reclen;
+            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+                continue;
+            fn(name, entryType(dirFd, name, type));
+        }
+    }
+}
 
 // Size of a non-folder entry, without following a link. -1 when it cannot be read.
 std::int64_t entrySize(int dirFd, const char *name);

@@ -72,6 +72,12 @@ void Out::flush()
 void appendJsonString(std::string &out, QByteArrayView bytes)
 {
     out += '"';
+    appendJsonChars(out, bytes);
+    out += '"';
+}
+
+void appendJsonChars(std::string &out, QByteArrayView bytes)
+{
     const auto *p = reinterpret_cast<const unsigned char *>(bytes.data());
     const std::size_t n = std::size_t(bytes.size());
     for (std::size_t i = 0; i < n;) {
@@ -107,7 +113,6 @@ void appendJsonString(std::string &out, QByteArrayView bytes)
             ++i;
         }
     }
-    out += '"';
 }
 
 QByteArray jsonString(QByteArrayView bytes)
@@ -142,7 +147,13 @@ QByteArray decodeSurrogateEscapes(const QString &text)
 
 QByteArray terminalText(QByteArrayView bytes)
 {
-    QByteArray out;
+    std::string out;
+    appendTerminalText(out, bytes);
+    return QByteArray(out.data(), qsizetype(out.size()));
+}
+
+void appendTerminalText(std::string &out, QByteArrayView bytes)
+{
     const auto *p = reinterpret_cast<const unsigned char *>(bytes.data());
     const std::size_t n = std::size_t(bytes.size());
     for (std::size_t i = 0; i < n;) {
@@ -165,7 +176,7 @@ QByteArray terminalText(QByteArrayView bytes)
             out += char(c);
             ++i;
         } else if (const int len = validSequence(p + i, n - i); len > 0) {
-            out.append(reinterpret_cast<const char *>(p + i), len);
+            out.append(reinterpret_cast<const char *>(p + i), std::size_t(len));
             i += std::size_t(len);
         } else {
             out += "\\x";
@@ -174,7 +185,6 @@ QByteArray terminalText(QByteArrayView bytes)
             ++i;
         }
     }
-    return out;
 }
 
 int fail(const QString &message, int status)

@@ -37,6 +37,8 @@ private:
 // escape \udcXX (XX the byte), as Python's surrogateescape does, so that a script gets the exact
 // bytes back (os.fsencode) and nothing is lost.
 void appendJsonString(std::string &out, QByteArrayView bytes);
+// The same without the quotes, to build one string from several pieces.
+void appendJsonChars(std::string &out, QByteArrayView bytes);
 QByteArray jsonString(QByteArrayView bytes);
 QByteArray jsonText(const QString &text);
 // Inverse of the above for \udcXX escapes (used by tests and for arguments copied from JSON).
@@ -44,6 +46,7 @@ QByteArray decodeSurrogateEscapes(const QString &text);
 
 // A name for a terminal: control characters and invalid bytes as C escapes (\n, \t, \xFF).
 QByteArray terminalText(QByteArrayView bytes);
+void appendTerminalText(std::string &out, QByteArrayView bytes);
 
 // One line on stderr: "salvora: message".
 int fail(const QString &message, int status = 1);

@@ -21,6 +21,7 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/stat.h>
+#include <thread>
 #include <vector>
 
 using CliIo::jsonString;
@@ -162,45 +163,89 @@ int ls(int argc, char **argv)
     ContentsScan::scan(roots, options, stop, [&](CacheItems &&batch) { items.append(std::move(batch)); });
     ContentsSort::sortParallel(items, code);
 
-    // The caching time is the same for every item of a time folder: make it once per folder.
-    std::vector<QByteArray> times;
-    auto timeText = [&](std::uint32_t folder) -> const QByteArray & {
-        if (times.size() <= folder)
-            times.resize(folder + 1);
-        if (times[folder].isEmpty())
-            times[folder] = DayTexts::cachingTime(items.timeFolderName(folder)).toUtf8();
-        return times[folder];
-    };
     const bool json = a.flag("--json");
+    // Everything that depends only on the time folder is made once per folder.
+    struct FolderText
+    {
+        std::string path;   // escaped folder path and "/"
+        std::string time;   // escaped time-folder name (JSON only)
+        std::string caching; // the caching time as the window shows it
+    };
+    std::vector<FolderText> folders(items.folderCount());
+    for (std::uint32_t f = 0; f < items.folderCount(); ++f) {
+        FolderText &t = folders[f];
+        const QByteArray caching = DayTexts::cachingTime(items.timeFolderName(f)).toUtf8();
+        if (json) {
+            CliIo::appendJsonChars(t.path, items.timeFolderPath(f));
+            CliIo::appendJsonChars(t.time, items.timeFolderName(f));
+            CliIo::appendJsonChars(t.caching, caching);
+        } else {
+            CliIo::appendTerminalText(t.path, items.timeFolderPath(f));
+            t.caching.assign(caching.constData(), std::size_t(caching.size()));
+        }
+        t.path += '/';
+    }
+    const CommonUtils::SizeUnits units = CommonUtils::SizeUnits::current();
+    auto format = [&](qsizetype from, qsizetype to, std::string &out) {
+        std::string name, size;
+        for (qsizetype i = from; i < to; ++i) {
+            const CacheItems::Row &r = items.row(i);
+            const FolderText &f = folders[r.folder];
+            const bool folder = r.kind == CacheItems::Kind::Folder;
+            name.clear();
+            size.clear();
+            if (!folder && r.size >= 0)
+                CommonUtils::appendSizeStr(size, r.size, units);
+            if (json) {
+                CliIo::appendJsonChars(name, items.name(r));
+                out += i ? ",\n {\"name\": \"" : "\n {\"name\": \"";
+                out += name;
+                out += "\", \"path\": \"";
+                out += f.path;
+                out += name;
+                out += folder ? "\", \"folder\": true, \"size\": " : "\", \"folder\": false, \"size\": ";
+                out += folder || r.size < 0 ? std::string("null") : std::to_string(r.size);
+                out += ", \"sizeText\": \"";
+                out += size;
+                out += "\", \"timeFolder\": \"";
+                out += f.time;
+                out += "\", \"cachingTime\": \"";
+                out += f.caching;
+                out += "\"}";
+            } else {
+                CliIo::appendTerminalText(name, items.name(r));
+                out += name;
+                out += '\t';
+                out += size;
+                out += '\t';
+                out += f.caching;
+                out += '\t';
+                out += f.path;
+                out += name;
+                out += '\n';
+            }
+        }
+    };
+    // Formatted on every core, a few thousand rows at a time, and written in order: a long
+    // listing never waits for one core, nor holds its whole text in memory.
     CliIo::Out out;
-    std::string line;
     if (json)
         out << "{\"volume\": " << (long long)v->index << ", \"items\": [";
-    for (qsizetype i = 0; i < items.size(); ++i) {
-        const CacheItems::Row &r = items.row(i);
-        const bool folder = r.kind == CacheItems::Kind::Folder;
-        const QString sizeText = folder || r.size < 0 ? QString() : CommonUtils::getSizeStr(r.size);
-        line.clear();
-        if (json) {
-            line += i ? ",\n {\"name\": " : "\n {\"name\": ";
-            CliIo::appendJsonString(line, items.name(r));
-            line += ", \"path\": ";
-            CliIo::appendJsonString(line, items.fullPath(i));
-            line += ", \"folder\": ";
-            line += folder ? "true" : "false";
-            line += ", \"size\": ";
-            line += folder || r.size < 0 ? std::string("null") : std::to_string(r.size);
-            line += ", \"sizeText\": ";
-            CliIo::appendJsonString(line, sizeText.toUtf8());
-            line += ", \"timeFolder\": ";
-            CliIo::appendJsonString(line, items.timeFolderName(r.folder));
-            line += ", \"cachingTime\": ";
-            CliIo::appendJsonString(line, timeText(r.folder));
-            line += '}';
-            out.raw(line.data(), line.size());
-        } else {
-            out << CliIo::terminalText(items.name(r)) << '\t' << sizeText << '\t' << timeText(r.folder) << '\t'
-                << CliIo::terminalText(items.fullPath(i)) << '\n';
+    const qsizetype n = items.size();
+    const qsizetype cores = std::max<qsizetype>(1, std::thread::hardware_concurrency());
+    constexpr qsizetype kChunk = 4096;
+    std::vector<std::string> texts(static_cast<std::size_t>(cores));
+    for (qsizetype from = 0; from < n; from += kChunk * cores) {
+        std::vector<std::thread> threads;
+        for (qsizetype p = 1; p < cores && from + p * kChunk < n; ++p)
+            threads.emplace_back(format, from + p * kChunk, std::min(n, from + (p + 1) * kChunk),
+                                 std::ref(texts[std::size_t(p)]));
+        format(from, std::min(n, from + kChunk), texts[0]);
+        for (std::thread &t : threads)
+            t.join();
+        for (qsizetype p = 0; p < cores && from + p * kChunk < n; ++p) {
+            out.raw(texts[std::size_t(p)].data(), texts[std::size_t(p)].size());
+            texts[std::size_t(p)].clear();
         }
     }
     if (json)

@@ -2,32 +2,59 @@
 
 #include <QCoreApplication>
 
+#include <charconv>
+#include <cstdio>
 
 namespace CommonUtils {
 
-QString getSizeStr(qint64 size)
+SizeUnits SizeUnits::current()
 {
-    if (size <= 99)
-        return QString::number(size);
+    //% "KB"
+    const QString kb = qtTrId("KB");
+    //% "MB"
+    const QString mb = qtTrId("MB");
+    //% "GB"
+    const QString gb = qtTrId("GB");
+    return {kb.toUtf8(), mb.toUtf8(), gb.toUtf8()};
+}
+
+void appendSizeStr(std::string &out, qint64 size, const SizeUnits &units)
+{
+    char buf[40];
+    if (size <= 99) {
+        const int n = std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(size));
+        out.append(buf, std::size_t(n));
+        return;
+    }
     double divisor = 1000.0;
-    QString unit;
-    if (size <= 999999) {
-        //% "KB"
-        unit = qtTrId("KB");
-    } else if (size <= 999999999) {
-        divisor = 1000000.0;
-        //% "MB"
-        unit = qtTrId("MB");
-    } else {
+    const QByteArray *unit = &units.kb;
+    if (size > 999999999) {
         divisor = 1000000000.0;
-        //% "GB"
-        unit = qtTrId("GB");
+        unit = &units.gb;
+    } else if (size > 999999) {
+        divisor = 1000000.0;
+        unit = &units.mb;
     }
     const double q = double(size) / divisor;
-    if (q < 10.0)
-        return QString::asprintf("%1.1f ", q) + unit;
-    // Round half up; 64-bit so that no size can overflow the conversion.
-    return QString::number(qint64(q + 0.5)) + QLatin1Char(' ') + unit;
+    // Below 10 one decimal (printf rounding); above, round half up. 64-bit, so that no size can
+    // overflow the conversion.
+    if (q < 10.0) {
+        // Like printf's "%1.1f", but with a point whatever the user's locale.
+        const auto r = std::to_chars(buf, buf + sizeof buf, q, std::chars_format::fixed, 1);
+        out.append(buf, std::size_t(r.ptr - buf));
+    } else {
+        const int n = std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(q + 0.5));
+        out.append(buf, std::size_t(n));
+    }
+    out.push_back(' ');
+    out.append(unit->constData(), std::size_t(unit->size()));
+}
+
+QString getSizeStr(qint64 size)
+{
+    std::string text;
+    appendSizeStr(text, size, SizeUnits::current());
+    return QString::fromUtf8(text.data(), qsizetype(text.size()));
 }
 
 QString getQtyStr(qint64 count)

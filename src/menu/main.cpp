@@ -16,6 +16,8 @@ int main(int argc, char **argv)
 {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Salvora 3 Menu"));
+    // Wayland compositors match windows and notifications to salvora3-menu.desktop by this name.
+    QApplication::setDesktopFileName(QStringLiteral("salvora3-menu"));
     // Closing the menu or an alert must not end a program that has no window.
     QApplication::setQuitOnLastWindowClosed(false);
     Texts::install(app);

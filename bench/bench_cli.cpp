@@ -1,0 +1,122 @@
+// Times `salvora ls --json` over a generated cache against find over the same tree, in one run,
+// and reports the tool's memory per listed item.
+//   bench_cli SALVORA_BINARY HOME_WITH_CACHE [RUNS]
+#include "BenchUtil.h"
+
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+struct Measure
+{
+    double seconds = 0;
+    long maxRssKiB = 0;
+    std::size_t outputBytes = 0;
+};
+
+// Runs the command with its output to a file; wall time and peak memory from wait4.
+Measure runMeasured(const std::vector<std::string> &argv, const char *outFile)
+{
+    std::vector<char *> args;
+    for (const std::string &a : argv)
+        args.push_back(const_cast<char *>(a.c_str()));
+    args.push_back(nullptr);
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 1, outFile, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    Measure m;
+    pid_t pid = 0;
+    m.seconds = bench::seconds([&] {
+        if (posix_spawnp(&pid, args[0], &fa, nullptr, args.data(), environ) != 0)
+            return;
+        int status = 0;
+        struct rusage ru{};
+        wait4(pid, &status, 0, &ru);
+        m.maxRssKiB = ru.ru_maxrss;
+    });
+    posix_spawn_file_actions_destroy(&fa);
+    if (FILE *f = std::fopen(outFile, "rb")) {
+        std::fseek(f, 0, SEEK_END);
+        m.outputBytes = std::size_t(std::ftell(f));
+        std::fclose(f);
+    }
+    return m;
+}
+
+Measure medianOf(int runs, const std::vector<std::string> &argv, const char *outFile)
+{
+    std::vector<double> times;
+    Measure last;
+    for (int i = 0; i < runs; ++i) {
+        last = runMeasured(argv, outFile);
+        times.push_back(last.seconds);
+    }
+    last.seconds = bench::median(times);
+    return last;
+}
+
+long countLines(const char *file)
+{
+    long n = 0;
+    if (FILE *f = std::fopen(file, "rb")) {
+        for (int c; (c = std::fgetc(f)) != EOF;)
+            n += c == '\n';
+        std::fclose(f);
+    }
+    return n;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: bench_cli SALVORA_BINARY HOME_WITH_CACHE [RUNS]\n");
+        return 2;
+    }
+    const std::string salvora = argv[1];
+    const std::string home = argv[2];
+    const int runs = argc > 3 ? std::atoi(argv[3]) : 3;
+    const std::string cache = home + "/.Salvora3Cache";
+    setenv("HOME", home.c_str(), 1);
+    setenv("XDG_CONFIG_HOME", (home + "/.config").c_str(), 1);
+    setenv("XDG_DATA_HOME", (home + "/.local/share").c_str(), 1);
+    const char *out = "/tmp/salvora-bench-out.json";
+
+    // Warm the page cache and the day records.
+    runMeasured({"find", cache, "-mindepth", "3", "-maxdepth", "3"}, "/dev/null");
+    runMeasured({salvora, "days"}, "/dev/null");
+
+    const Measure find = medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3"}, "/dev/null");
+    const Measure ls = medianOf(runs, {salvora, "ls", "--json"}, out);
+    const long items = countLines(out) - 1;
+    const Measure findReport = medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3", "-iname", "*report*"}, "/dev/null");
+    const Measure lsReport = medianOf(runs, {salvora, "ls", "--json", "-s", "report"}, out);
+    const long reportItems = countLines(out) - 1;
+    const Measure empty = runMeasured({salvora, "ls", "--json", "-s", "no such name anywhere"}, "/dev/null");
+
+    // Peak memory beyond a run that lists nothing, per listed item, less the names themselves.
+    runMeasured({"find", cache, "-mindepth", "3", "-maxdepth", "3", "-printf", "%f\n"}, out);
+    FILE *names = std::fopen(out, "rb");
+    std::fseek(names, 0, SEEK_END);
+    const double nameBytes = double(std::ftell(names) - countLines(out)) / double(std::max(1L, items));
+    std::fclose(names);
+    const Measure findSizes =
+        medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3", "-printf", "%s %p\n"}, "/dev/null");
+    const double perItem = items > 0 ? double(ls.maxRssKiB - empty.maxRssKiB) * 1024.0 / double(items) - nameBytes : 0;
+    std::printf("items listed: %ld (report: %ld)\n", items, reportItems);
+    std::printf("find -mindepth 3 -maxdepth 3            : %7.3f s\n", find.seconds);
+    std::printf("salvora ls --json                       : %7.3f s  ratio %.2f (target <= 0.90)\n", ls.seconds,
+                ls.seconds / find.seconds);
+    std::printf("find ... -iname '*report*'              : %7.3f s\n", findReport.seconds);
+    std::printf("salvora ls --json -s report             : %7.3f s  ratio %.2f (target <= 0.60)\n", lsReport.seconds,
+                lsReport.seconds / findReport.seconds);
+    std::printf("find ... -printf '%%s %%p' (stats too)    : %7.3f s  (ls/this = %.2f)\n", findSizes.seconds,
+                ls.seconds / findSizes.seconds);
+    std::printf("peak memory per item beyond its name    : %.1f bytes (names average %.1f bytes; target <= 64)\n",
+                perItem, nameBytes);
+    return 0;
+}
