@@ -18,3 +18,9 @@ printf '%s' \
     | xxd -r -p > "$work/typedstream/reference"
 test "$(wc -c < "$work/typedstream/reference")" -eq 137
 build-fuzz/bin/fuzz_typedstream -max_len=4096 -max_total_time="$seconds" -print_final_stats=1 "$work/typedstream" 2>&1 | tail -4
+# Seeds for the privileged helper's parsers: a settings document, a request, a mount table line.
+mkdir -p "$work/privileged"
+printf '{\n    "PrefsProtectedDisks": {\n        "5A1F0A3E-0C1D-4E2F-8A9B-0123456789AB": "/mnt/v\\u00e9"\n    },\n    "PrefsRemoveFromCache": 14,\n    "x": [true, false, null, -1.5e3]\n}\n' > "$work/privileged/settings"
+printf 'S\001\002\025\000/mnt/v/.Salvora3Cache\016\0002024-05-03/a/b' > "$work/privileged/request"
+printf '36 25 8:1 / /mnt/sv3\\040vol rw,relatime shared:1 - ext4 /dev/loop0 rw\n' > "$work/privileged/mountinfo"
+build-fuzz/bin/fuzz_privileged -max_len=4096 -max_total_time="$seconds" -print_final_stats=1 "$work/privileged" 2>&1 | tail -4
