@@ -9,6 +9,7 @@ PACKAGES="
   libudev-dev libblkid-dev
   clang libclang-rt-14-dev
   dbus dbus-bin e2fsprogs util-linux mount xxd
+  libglib2.0-bin gvfs trash-cli
 "
 if [ -z "${SALVORA_SKIP_APT:-}" ]; then
     $SUDO env DEBIAN_FRONTEND=noninteractive apt-get update -qq
