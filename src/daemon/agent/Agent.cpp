@@ -251,6 +251,7 @@ void Agent::rebuildVolumes()
             continue;
         }
         Volume *gone = it->get();
+        qCInfo(lcAgent).noquote() << "no longer watching" << logText(gone->mountPath);
         mFailedCommits.removeIf([gone](const auto &f) { return f.first == gone; });
         qDeleteAll(gone->trashes);
         it = mVolumes.erase(it);
@@ -277,6 +278,7 @@ void Agent::rebuildVolumes()
         }
         Volume &volume = *v;
         mVolumes.push_back(std::move(v));
+        qCInfo(lcAgent).noquote() << "watching" << logText(volume.mountPath);
         // Shadows left by an earlier run go back to their trash; those of a trash that is no
         // longer watched are settled now if their item is gone.
         for (const ShadowRecord &r : volume.pending.load()) {
@@ -290,7 +292,7 @@ void Agent::rebuildVolumes()
             }
             struct stat st{};
             const QByteArray item = r.trashDir + "/files/" + r.trashName;
-            if (::lstat(item.constData(), &st) != 0 || quint64(st.st_ino) != r.ino || quint64(st.st_dev) != r.dev)
+            if (::lstat(item.constData(), &st) != 0 || quint64(st.st_ino) != r.ino)
                 settle(volume, r);
         }
         for (TrashWatch *t : volume.trashes)
@@ -369,10 +371,13 @@ bool Agent::takeShadow(Volume &v, int filesFd, ShadowRecord &r)
 void Agent::settle(Volume &v, const ShadowRecord &r)
 {
     bool keep = mPrefs.protection && !mPrefs.exclusions.matches(keptName(r));
-    struct stat st{};
+    // Restored: the same inode is back where it came from, on the trash's file system (whose
+    // device number is the one it has now, not necessarily the one recorded).
+    struct stat st{}, trash{};
+    const quint64 dev = ::stat(r.trashDir.constData(), &trash) == 0 ? quint64(trash.st_dev) : r.dev;
     if (keep && !r.origin.isEmpty() && ::lstat(r.origin.constData(), &st) == 0 && quint64(st.st_ino) == r.ino &&
-        quint64(st.st_dev) == r.dev)
-        keep = false; // restored: back where it came from
+        quint64(st.st_dev) == dev)
+        keep = false;
     if (!keep) {
         v.pending.drop(r.id);
         return;

@@ -6,6 +6,7 @@
 #include "TrashInfo.h"
 #include "cache/FolderWalk.h"
 
+#include <QLoggingCategory>
 #include <QSet>
 #include <QTimer>
 
@@ -13,6 +14,9 @@
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+// Every trash event, for diagnosis: QT_LOGGING_RULES="salvora.daemon.events.debug=true".
+Q_LOGGING_CATEGORY(lcEvents, "salvora.daemon.events", QtInfoMsg)
 
 namespace {
 
@@ -79,6 +83,7 @@ void TrashWatch::adopt(const ShadowRecord &record)
 
 void TrashWatch::onFilesEvent(const Inotify::Event &e)
 {
+    qCDebug(lcEvents).noquote() << mTrashDir << "files/" << e.name << Qt::hex << e.mask << "cookie" << e.cookie;
     if (e.name.isEmpty())
         return;
     if (e.mask & (IN_CREATE | IN_MOVED_TO)) {
@@ -138,7 +143,7 @@ void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
     if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
         return;
     if (const auto it = mShadows.constFind(name); it != mShadows.cend()) {
-        if (it->dev == quint64(st.st_dev) && it->ino == quint64(st.st_ino)) {
+        if (it->ino == quint64(st.st_ino)) {
             if (S_ISDIR(st.st_mode))
                 complete(name);
             return;
@@ -174,7 +179,7 @@ void TrashWatch::complete(const QByteArray &name)
     Fd files(openSub("files"));
     struct stat st{};
     if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
-        it->ino != quint64(st.st_ino) || it->dev != quint64(st.st_dev))
+        it->ino != quint64(st.st_ino))
         return;
     Fd pending(mVolume->pending.open(false));
     Fd shadow(pending.fd >= 0 ? openat(pending.fd, it->id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
@@ -191,7 +196,7 @@ void TrashWatch::left(const QByteArray &name)
     Fd files(openSub("files"));
     struct stat st{};
     if (files.fd >= 0 && fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
-        it->ino == quint64(st.st_ino) && it->dev == quint64(st.st_dev))
+        it->ino == quint64(st.st_ino))
         return; // moved out and straight back
     settle(name);
 }
@@ -204,6 +209,8 @@ void TrashWatch::settle(const QByteArray &name)
 
 void TrashWatch::reconcile()
 {
+    qCDebug(lcEvents).noquote() << "reconcile" << mTrashDir << "present" << mFiles->isPresent() << "shadows"
+                                << mShadows.size();
     if (!mAgent->isMounted(*mVolume)) {
         // Unmounted: nothing was deleted. The shadows wait on the volume for its return.
         mShadows.clear();

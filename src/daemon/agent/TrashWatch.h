@@ -14,7 +14,8 @@ struct Volume;
 
 // One freedesktop trash of the user (files/ and info/), watched with inotify. An item that
 // arrives gets a shadow at once; an item that leaves (deleted, or moved out and back to where it
-// came from) is handed to the agent to be committed to the cache or dropped.
+// came from) is handed to the agent to be committed to the cache or dropped. Items are known by
+// inode number within their trash: a volume's device number may change when it is plugged again.
 class TrashWatch : public QObject
 {
     Q_OBJECT
