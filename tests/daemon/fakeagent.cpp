@@ -43,7 +43,8 @@ std::string statusField(const std::string &pid, const std::string &key)
             for (char &c : v)
                 if (c == '\t')
                     c = ' ';
-            return v.substr(v.find_first_not_of(' '));
+            const std::size_t start = v.find_first_not_of(' ');
+            return start == std::string::npos ? std::string() : v.substr(start);
         }
     return "?";
 }
