@@ -17,12 +17,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     const auto doc = settingsjson::parse(input);
     const auto keys = settingsjson::protectedDiskKeys(input);
-    if (keys.has_value() != (doc && doc->type == settingsjson::Value::Type::Object))
-        std::abort();
+    if (keys.has_value() != (doc && doc->type == settingsjson::Value::Type::Object)) std::abort();
 
     if (const auto request = privileged::decodeRequest(input)) {
         const auto again = privileged::decodeRequest(privileged::encode(*request));
-        if (!again || again->op != request->op || again->first != request->first || again->second != request->second)
+        if (!again || again->op != request->op || again->first != request->first ||
+            again->second != request->second)
             std::abort();
         saferemove::isCleanRelativePath(request->second);
     }

@@ -31,8 +31,7 @@ struct Fd
     explicit Fd(int f = -1) : fd(f) {}
     ~Fd()
     {
-        if (fd >= 0)
-            ::close(fd);
+        if (fd >= 0) ::close(fd);
     }
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
@@ -40,15 +39,14 @@ struct Fd
 
 bool isItemName(QByteArrayView name)
 {
-    return !name.isEmpty() && name != "." && name != ".." && !name.contains('/') && !name.contains('\0');
+    return !name.isEmpty() && name != "." && name != ".." && !name.contains('/') &&
+           !name.contains('\0');
 }
 
 Error folderError(int err)
 {
-    if (err == ELOOP || err == ENOTDIR)
-        return Error::UnsafeCache;
-    if (err == ENOENT)
-        return Error::NoCacheFolder;
+    if (err == ELOOP || err == ENOTDIR) return Error::UnsafeCache;
+    if (err == ENOENT) return Error::NoCacheFolder;
     return Error::System;
 }
 
@@ -57,11 +55,9 @@ Error folderError(int err)
 int openOrMakeFolder(int parentFd, const char *name)
 {
     const bool made = mkdirat(parentFd, name, 0777) == 0;
-    if (!made && errno != EEXIST)
-        return -1;
+    if (!made && errno != EEXIST) return -1;
     const int fd = openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd >= 0 && made)
-        fchmod(fd, 0777);
+    if (fd >= 0 && made) fchmod(fd, 0777);
     return fd;
 }
 
@@ -82,24 +78,22 @@ void putBytes(QJsonObject &o, const char *key, const QByteArray &bytes)
 QByteArray getBytes(const QJsonObject &o, const char *key)
 {
     const QString k = QLatin1String(key);
-    if (o.contains(k))
-        return o.value(k).toString().toUtf8();
+    if (o.contains(k)) return o.value(k).toString().toUtf8();
     return QByteArray::fromBase64(o.value(k + QLatin1String("64")).toString().toLatin1());
 }
 
 void appendOrigin(int cacheFd, const QByteArray &day, const Origin &origin)
 {
     Fd folder(openOrMakeFolder(cacheFd, kOriginsFolderName));
-    if (folder.fd < 0)
-        return;
+    if (folder.fd < 0) return;
     const QByteArray file = day + ".jsonl";
-    int fd = openat(folder.fd, file.constData(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    int fd = openat(folder.fd, file.constData(),
+                    O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd >= 0)
         fchmod(fd, 0666);
     else if (errno == EEXIST)
         fd = openat(folder.fd, file.constData(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0)
-        return;
+    if (fd < 0) return;
     Fd f(fd);
     QJsonObject o;
     o.insert(QLatin1String("time"), QString::fromLatin1(origin.time));
@@ -121,8 +115,7 @@ QByteArray absolutePath(const QByteArray &path)
     QByteArray abs = path;
     if (!abs.startsWith('/')) {
         char cwd[PATH_MAX];
-        if (!getcwd(cwd, sizeof cwd))
-            return {};
+        if (!getcwd(cwd, sizeof cwd)) return {};
         abs = joined(QByteArray(cwd), abs);
     }
     while (abs.size() > 1 && abs.endsWith('/'))
@@ -138,7 +131,8 @@ QByteArray realPath(const QByteArray &path)
 
 bool isWithin(const QByteArray &path, const QByteArray &folder)
 {
-    return !folder.isEmpty() && (path == folder || path.startsWith(folder == "/" ? folder : folder + '/'));
+    return !folder.isEmpty() &&
+           (path == folder || path.startsWith(folder == "/" ? folder : folder + '/'));
 }
 
 } // namespace
@@ -191,16 +185,13 @@ Exclusions Exclusions::fromSettings()
 bool Exclusions::matches(QByteArrayView name) const
 {
     for (const QByteArray &n : mNames)
-        if (NameMatch::compare(name, n) == 0)
-            return true;
+        if (NameMatch::compare(name, n) == 0) return true;
     const qsizetype dot = name.lastIndexOf('.');
     // ".profile" has no extension; "archive." has an empty one, which matches nothing.
-    if (dot <= 0 || dot == name.size() - 1)
-        return false;
+    if (dot <= 0 || dot == name.size() - 1) return false;
     const QByteArrayView extension = name.sliced(dot + 1);
     for (const QByteArray &e : mExtensions)
-        if (NameMatch::compare(extension, e) == 0)
-            return true;
+        if (NameMatch::compare(extension, e) == 0) return true;
     return false;
 }
 
@@ -208,8 +199,7 @@ QByteArray numberedName(const QByteArray &name, int n)
 {
     const qsizetype dot = name.lastIndexOf('.');
     const QByteArray number = ' ' + QByteArray::number(n);
-    if (dot <= 0 || dot == name.size() - 1)
-        return name + number;
+    if (dot <= 0 || dot == name.size() - 1) return name + number;
     return name.left(dot) + number + name.mid(dot);
 }
 
@@ -219,9 +209,10 @@ Destination destinationFor(dev_t dev, Error *error)
     for (qsizetype i = 0; i < volumes.size(); ++i) {
         const QByteArray volume = volumes.at(i).toUtf8();
         const QByteArray base = volume == "/" ? CommonUtils::homeFolder() : volume;
-        struct stat st{};
-        if (base.isEmpty() || ::stat(base.constData(), &st) != 0 || st.st_dev != dev)
-            continue;
+        struct stat st
+        {
+        };
+        if (base.isEmpty() || ::stat(base.constData(), &st) != 0 || st.st_dev != dev) continue;
         Destination d;
         d.volumeIndex = i;
         d.volumePath = volume;
@@ -235,15 +226,17 @@ Destination destinationFor(dev_t dev, Error *error)
     }
     *error = Error::NotOnProtectedVolume;
     for (const QString &v : volumes) {
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (::stat(v.toUtf8().constData(), &st) == 0 && st.st_dev == dev)
             *error = Error::CrossDevice;
     }
     return {};
 }
 
-Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &cacheFolder, const QByteArray &name,
-                     const QByteArray &originalPath, const QDateTime &when)
+Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &cacheFolder,
+                     const QByteArray &name, const QByteArray &originalPath, const QDateTime &when)
 {
     Result r;
     r.path = originalPath;
@@ -263,7 +256,8 @@ Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &
     }
     QByteArray finalName = name;
     for (int n = 2;; ++n) {
-        if (renameat2(srcDirFd, srcName.constData(), timeFd.fd, finalName.constData(), RENAME_NOREPLACE) == 0)
+        if (renameat2(srcDirFd, srcName.constData(), timeFd.fd, finalName.constData(),
+                      RENAME_NOREPLACE) == 0)
             break;
         const int err = errno;
         if (err == EEXIST && n <= 10000) {
@@ -273,7 +267,8 @@ Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &
         // An emptied time folder is not left behind; one that holds anything stays.
         unlinkat(dayFd.fd, time.constData(), AT_REMOVEDIR);
         r.sysErrno = err;
-        r.error = err == EXDEV ? Error::CrossDevice : (err == ENOENT ? Error::NotFound : Error::System);
+        r.error =
+            err == EXDEV ? Error::CrossDevice : (err == ENOENT ? Error::NotFound : Error::System);
         return r;
     }
     const QByteArray dayPath = joined(cacheFolder, day);
@@ -285,7 +280,8 @@ Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &
 
 QList<Result> deleteIntoCache(const QByteArrayList &paths, bool notify)
 {
-    const std::optional<qint64> protection = Settings::integer(SettingsKeys::PrefsProtectionEnabled);
+    const std::optional<qint64> protection =
+        Settings::integer(SettingsKeys::PrefsProtectionEnabled);
     const bool protectionOn = !protection || *protection != 0;
     const Exclusions exclusions = Exclusions::fromSettings();
     const QDateTime when = QDateTime::currentDateTime();
@@ -295,11 +291,14 @@ QList<Result> deleteIntoCache(const QByteArrayList &paths, bool notify)
         Result r;
         r.path = path;
         // An empty path would otherwise name the working folder.
-        const QByteArray abs = path.isEmpty() || path.contains('\0') ? QByteArray() : absolutePath(path);
+        const QByteArray abs =
+            path.isEmpty() || path.contains('\0') ? QByteArray() : absolutePath(path);
         const qsizetype slash = abs.lastIndexOf('/');
         const QByteArray name = slash >= 0 ? abs.mid(slash + 1) : QByteArray();
         const QByteArray parent = slash > 0 ? abs.left(slash) : QByteArray("/");
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (abs.isEmpty() || !isItemName(name)) {
             r.error = Error::InvalidPath;
         } else if (!protectionOn) {
@@ -354,27 +353,23 @@ QList<Origin> readOrigins(const QByteArray &cacheFolder, const QByteArray &day)
 {
     QList<Origin> out;
     Fd fd(::open(originsFileFor(cacheFolder, day).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (fd.fd < 0)
-        return out;
+    if (fd.fd < 0) return out;
     QByteArray data;
     char buf[65536];
     for (ssize_t n; (n = ::read(fd.fd, buf, sizeof buf)) > 0;) {
         data.append(buf, n);
-        if (data.size() > (64 << 20))
-            break;
+        if (data.size() > (64 << 20)) break;
     }
     for (const QByteArray &line : data.split('\n')) {
         const QJsonDocument doc = QJsonDocument::fromJson(line);
-        if (!doc.isObject())
-            continue;
+        if (!doc.isObject()) continue;
         const QJsonObject o = doc.object();
         Origin origin;
         origin.time = o.value(QLatin1String("time")).toString().toLatin1();
         origin.name = getBytes(o, "name");
         origin.path = getBytes(o, "path");
         origin.uid = o.value(QLatin1String("uid")).toInteger(-1);
-        if (!origin.time.isEmpty() && !origin.name.isEmpty())
-            out.append(origin);
+        if (!origin.time.isEmpty() && !origin.name.isEmpty()) out.append(origin);
     }
     return out;
 }

@@ -20,17 +20,17 @@ namespace CacheCommit {
 
 enum class Error {
     None,
-    InvalidPath,          // empty, ".", ".." or otherwise not an item
+    InvalidPath, // empty, ".", ".." or otherwise not an item
     NotFound,
-    ProtectionOff,        // PrefsProtectionEnabled is 0
-    Excluded,             // PrefsExcludeName or PrefsExcludeExtension matches
+    ProtectionOff, // PrefsProtectionEnabled is 0
+    Excluded,      // PrefsExcludeName or PrefsExcludeExtension matches
     NotOnProtectedVolume,
-    CrossDevice,          // on a protected volume whose cache lies on another file system
-    InsideCache,          // already in a cache
-    HoldsCache,           // a folder that holds the cache itself
-    NoCacheFolder,        // the cache folder is missing and could not be created
-    UnsafeCache,          // a link or a non-folder stands where a cache folder must be
-    System,               // anything else; see sysErrno
+    CrossDevice,   // on a protected volume whose cache lies on another file system
+    InsideCache,   // already in a cache
+    HoldsCache,    // a folder that holds the cache itself
+    NoCacheFolder, // the cache folder is missing and could not be created
+    UnsafeCache,   // a link or a non-folder stands where a cache folder must be
+    System,        // anything else; see sysErrno
 };
 
 QString describe(Error error, int sysErrno = 0);
@@ -76,8 +76,9 @@ Destination destinationFor(dev_t dev, Error *error);
 // Renames srcDirFd/srcName to <cacheFolder>/<day>/<time>/<name or numbered variant>, the day and
 // time folders named after `when` (so deletions within one second share a time folder). Resets
 // the day's record and records `originalPath`. Folders made here get 0777.
-Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &cacheFolder, const QByteArray &name,
-                     const QByteArray &originalPath, const QDateTime &when = QDateTime::currentDateTime());
+Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &cacheFolder,
+                     const QByteArray &name, const QByteArray &originalPath,
+                     const QDateTime &when = QDateTime::currentDateTime());
 
 // `salvora rm`: checks protection, exclusions, the volume and the device of each path, then moves
 // it into its cache. All items of one call share one time folder. Posts one

@@ -20,7 +20,8 @@ namespace Harness {
 
 QString binary(const char *name)
 {
-    return QString::fromLocal8Bit(qgetenv("SALVORA_BIN_DIR")) + QLatin1Char('/') + QLatin1String(name);
+    return QString::fromLocal8Bit(qgetenv("SALVORA_BIN_DIR")) + QLatin1Char('/') +
+           QLatin1String(name);
 }
 
 Daemon::Daemon(QString program) : mProgram(std::move(program))
@@ -37,15 +38,13 @@ bool Daemon::start(int timeoutMs)
 {
     mOutput.clear();
     mProcess.start(mProgram, {});
-    if (!mProcess.waitForStarted(5000))
-        return false;
+    if (!mProcess.waitForStarted(5000)) return false;
     return waitForOutput("sv3daemon ready", timeoutMs);
 }
 
 bool Daemon::stop(int timeoutMs)
 {
-    if (mProcess.state() == QProcess::NotRunning)
-        return true;
+    if (mProcess.state() == QProcess::NotRunning) return true;
     ::kill(pid_t(mProcess.processId()), SIGTERM);
     if (mProcess.waitForFinished(timeoutMs)) {
         output();
@@ -65,12 +64,12 @@ QByteArray Daemon::output()
 bool Daemon::waitForOutput(const QByteArray &needle, int timeoutMs)
 {
     return QTest::qWaitFor(
-        [&] {
-            if (mProcess.state() == QProcess::NotRunning && !output().contains(needle))
-                return true;
-            return output().contains(needle);
-        },
-        timeoutMs) &&
+               [&] {
+                   if (mProcess.state() == QProcess::NotRunning && !output().contains(needle))
+                       return true;
+                   return output().contains(needle);
+               },
+               timeoutMs) &&
            output().contains(needle);
 }
 
@@ -79,12 +78,11 @@ bool run(const QString &program, const QStringList &args, QByteArray *output, in
     QProcess p;
     p.setProcessChannelMode(QProcess::MergedChannels);
     p.start(program, args);
-    const bool ok = p.waitForFinished(timeoutMs) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    const bool ok =
+        p.waitForFinished(timeoutMs) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
     const QByteArray out = p.readAll();
-    if (output)
-        *output = out;
-    if (!ok)
-        qWarning().noquote() << program << args.join(QLatin1Char(' ')) << "failed:" << out;
+    if (output) *output = out;
+    if (!ok) qWarning().noquote() << program << args.join(QLatin1Char(' ')) << "failed:" << out;
     return ok;
 }
 
@@ -98,12 +96,12 @@ bool pointBusActivationAtTestHome()
     using Environment = QMap<QString, QString>;
     qDBusRegisterMetaType<Environment>();
     Environment env;
-    for (const char *name : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"})
+    for (const char *name :
+         {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"})
         env.insert(QLatin1String(name), QString::fromLocal8Bit(qgetenv(name)));
-    QDBusMessage m = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
-                                                    QStringLiteral("/org/freedesktop/DBus"),
-                                                    QStringLiteral("org.freedesktop.DBus"),
-                                                    QStringLiteral("UpdateActivationEnvironment"));
+    QDBusMessage m = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("UpdateActivationEnvironment"));
     m << QVariant::fromValue(env);
     return QDBusConnection::sessionBus().call(m).type() == QDBusMessage::ReplyMessage;
 }
@@ -113,8 +111,7 @@ namespace {
 void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray, QByteArray> &out)
 {
     DIR *d = opendir((rel.isEmpty() ? base : base + '/' + rel).constData());
-    if (!d)
-        return;
+    if (!d) return;
     QByteArrayList names;
     while (dirent *e = readdir(d))
         if (qstrcmp(e->d_name, ".") != 0 && qstrcmp(e->d_name, "..") != 0)
@@ -123,9 +120,10 @@ void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray
     for (const QByteArray &name : names) {
         const QByteArray r = rel.isEmpty() ? name : rel + '/' + name;
         const QByteArray full = base + '/' + r;
-        struct stat st{};
-        if (lstat(full.constData(), &st) != 0)
-            continue;
+        struct stat st
+        {
+        };
+        if (lstat(full.constData(), &st) != 0) continue;
         if (S_ISDIR(st.st_mode)) {
             out.insert(r, "d");
             snapshotInto(base, r, out);
@@ -139,8 +137,7 @@ void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray
             char buf[65536];
             for (ssize_t n; fd >= 0 && (n = ::read(fd, buf, sizeof buf)) > 0;)
                 content.append(buf, n);
-            if (fd >= 0)
-                ::close(fd);
+            if (fd >= 0) ::close(fd);
             out.insert(r, "f:" + content);
         }
     }
@@ -151,8 +148,7 @@ QByteArrayList entries(const QByteArray &folder)
     QByteArrayList names;
     if (DIR *d = opendir(folder.constData())) {
         while (dirent *e = readdir(d))
-            if (e->d_name[0] != '.')
-                names.append(QByteArray(e->d_name));
+            if (e->d_name[0] != '.') names.append(QByteArray(e->d_name));
         closedir(d);
     }
     std::sort(names.begin(), names.end());
@@ -175,8 +171,7 @@ QByteArrayList cachedItems(const QByteArray &cacheFolder)
         for (const QByteArray &time : entries(cacheFolder + '/' + day)) {
             // Hidden names too: a kept item may be one.
             DIR *d = opendir((cacheFolder + '/' + day + '/' + time).constData());
-            if (!d)
-                continue;
+            if (!d) continue;
             while (dirent *e = readdir(d))
                 if (qstrcmp(e->d_name, ".") != 0 && qstrcmp(e->d_name, "..") != 0)
                     items.append(day + '/' + time + '/' + e->d_name);
@@ -193,9 +188,10 @@ int pendingCount(const QByteArray &cacheFolder)
 
 bool removeTree(const QByteArray &path)
 {
-    struct stat st{};
-    if (lstat(path.constData(), &st) != 0)
-        return errno == ENOENT;
+    struct stat st
+    {
+    };
+    if (lstat(path.constData(), &st) != 0) return errno == ENOENT;
     if (S_ISDIR(st.st_mode)) {
         QByteArrayList names;
         if (DIR *d = opendir(path.constData())) {
@@ -220,8 +216,7 @@ QByteArray logContent()
 qint64 cpuTicks(qint64 pid)
 {
     QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
+    if (!f.open(QIODevice::ReadOnly)) return -1;
     const QByteArray stat = f.readAll();
     // Fields after the command name, which may hold blanks, start after the last ')'.
     const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');

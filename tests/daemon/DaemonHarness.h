@@ -38,7 +38,8 @@ private:
 };
 
 // Runs a program to its end; true when it exited with 0.
-bool run(const QString &program, const QStringList &args, QByteArray *output = nullptr, int timeoutMs = 30000);
+bool run(const QString &program, const QStringList &args, QByteArray *output = nullptr,
+         int timeoutMs = 30000);
 bool haveProgram(const char *name);
 
 // Makes the bus start services (gvfsd, which empties the trash for `gio trash --empty`) with the

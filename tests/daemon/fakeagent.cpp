@@ -25,8 +25,7 @@ namespace {
 
 std::string unhex(const std::string &hex)
 {
-    if (hex == "-")
-        return {};
+    if (hex == "-") return {};
     std::string out;
     for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
         out.push_back(char(std::stoi(hex.substr(i, 2), nullptr, 16)));
@@ -41,8 +40,7 @@ std::string statusField(const std::string &pid, const std::string &key)
         if (line.rfind(key + ":", 0) == 0) {
             std::string v = line.substr(key.size() + 1);
             for (char &c : v)
-                if (c == '\t')
-                    c = ' ';
+                if (c == '\t') c = ' ';
             const std::size_t start = v.find_first_not_of(' ');
             return start == std::string::npos ? std::string() : v.substr(start);
         }
@@ -55,15 +53,14 @@ std::string exchange(int fd, const std::string &datagram)
         return std::string("nosend ") + std::strerror(errno);
     char buf[privileged::kMaxDatagram];
     const ssize_t n = recv(fd, buf, sizeof buf, 0);
-    if (n <= 0)
-        return "noanswer";
+    if (n <= 0) return "noanswer";
     const auto r = privileged::decodeResponse({buf, std::size_t(n)});
-    if (!r)
-        return "badanswer";
+    if (!r) return "badanswer";
     const char *status = r->status == privileged::Status::Done      ? "done"
                          : r->status == privileged::Status::Refused ? "refused"
                                                                     : "failed";
-    return std::string(status) + " " + std::to_string(r->error) + " " + privileged::printable(r->message);
+    return std::string(status) + " " + std::to_string(r->error) + " " +
+           privileged::printable(r->message);
 }
 
 } // namespace
@@ -73,10 +70,8 @@ int main(int argc, char **argv)
     int fd = -1;
     std::string helper;
     for (int i = 1; i < argc; ++i) {
-        if (std::strncmp(argv[i], "--privileged-fd=", 16) == 0)
-            fd = std::atoi(argv[i] + 16);
-        if (std::strncmp(argv[i], "--privileged-pid=", 17) == 0)
-            helper = argv[i] + 17;
+        if (std::strncmp(argv[i], "--privileged-fd=", 16) == 0) fd = std::atoi(argv[i] + 16);
+        if (std::strncmp(argv[i], "--privileged-pid=", 17) == 0) helper = argv[i] + 17;
     }
     std::cout << "fakeagent ready" << std::endl;
     std::string line;
@@ -84,15 +79,18 @@ int main(int argc, char **argv)
         std::istringstream in(line);
         std::string cmd, a, b;
         in >> cmd >> a >> b;
-        if (cmd == "quit")
-            break;
+        if (cmd == "quit") break;
         if (cmd == "status") {
-            std::cout << "uid=" << statusField("self", "Uid") << ";gid=" << statusField("self", "Gid")
-                      << ";groups=" << statusField("self", "Groups") << ";capeff=" << statusField("self", "CapEff")
-                      << ";capprm=" << statusField("self", "CapPrm") << ";helper-uid=" << statusField(helper, "Uid")
+            std::cout << "uid=" << statusField("self", "Uid")
+                      << ";gid=" << statusField("self", "Gid")
+                      << ";groups=" << statusField("self", "Groups")
+                      << ";capeff=" << statusField("self", "CapEff")
+                      << ";capprm=" << statusField("self", "CapPrm")
+                      << ";helper-uid=" << statusField(helper, "Uid")
                       << ";helper-capeff=" << statusField(helper, "CapEff")
                       << ";helper-capbnd=" << statusField(helper, "CapBnd")
-                      << ";helper-nnp=" << statusField(helper, "NoNewPrivs") << ";helper=" << helper << std::endl;
+                      << ";helper-nnp=" << statusField(helper, "NoNewPrivs") << ";helper=" << helper
+                      << std::endl;
             continue;
         }
         privileged::Request r;

@@ -29,10 +29,15 @@ class TstCacheCommit : public QObject
 
     static bool exists(const QByteArray &p)
     {
-        struct stat st{};
+        struct stat st
+        {
+        };
         return ::lstat(p.constData(), &st) == 0;
     }
-    static CacheCommit::Result del(const QByteArray &path) { return CacheCommit::deleteIntoCache({path}, false).first(); }
+    static CacheCommit::Result del(const QByteArray &path)
+    {
+        return CacheCommit::deleteIntoCache({path}, false).first();
+    }
 
 private slots:
     void initTestCase()
@@ -44,8 +49,7 @@ private slots:
     }
     void cleanupTestCase()
     {
-        if (env)
-            removeTree(home);
+        if (env) removeTree(home);
         delete env;
     }
 
@@ -57,7 +61,8 @@ private slots:
         QCOMPARE(CacheCommit::numberedName("photos", 2), QByteArray("photos 2"));
         QCOMPARE(CacheCommit::numberedName("odd.", 2), QByteArray("odd. 2"));
 
-        const CacheCommit::Exclusions ex(QStringLiteral("foo; bar;;Ünïcode"), QStringLiteral("jpg;gz;"));
+        const CacheCommit::Exclusions ex(QStringLiteral("foo; bar;;Ünïcode"),
+                                         QStringLiteral("jpg;gz;"));
         QVERIFY(ex.matches("FOO"));
         QVERIFY(ex.matches(" bar")); // blanks are part of a filter piece
         QVERIFY(!ex.matches("bar"));
@@ -82,13 +87,15 @@ private slots:
         QVERIFY(TestEnv::writeFile(home + "/rm/dir/sub/f", "in a folder"));
         QVERIFY(TestEnv::writeFile(home + "/rm/" + odd, "not UTF-8"));
         const auto dir = snapshot(home + "/rm/dir");
-        const QList<CacheCommit::Result> results = CacheCommit::deleteIntoCache(
-            {home + "/rm/one/n.txt", home + "/rm/two/n.txt/", home + "/rm/dir", home + "/rm/" + odd});
+        const QList<CacheCommit::Result> results =
+            CacheCommit::deleteIntoCache({home + "/rm/one/n.txt", home + "/rm/two/n.txt/",
+                                          home + "/rm/dir", home + "/rm/" + odd});
         for (const auto &r : results)
             QVERIFY2(r.ok(), qPrintable(r.message()));
         // One call, one time folder; the clash gets a number, nothing is replaced.
         const QByteArray time = results[0].cachedPath.left(results[0].cachedPath.lastIndexOf('/'));
-        QVERIFY(time.startsWith(cache + '/' + CommonUtils::nameForCacheFolderForToday().toLatin1() + '/'));
+        QVERIFY(time.startsWith(cache + '/' + CommonUtils::nameForCacheFolderForToday().toLatin1() +
+                                '/'));
         QCOMPARE(results[1].cachedPath, time + "/n 2.txt");
         QCOMPARE(results[2].cachedPath, time + "/dir");
         QCOMPARE(TestEnv::readFile(time + "/n.txt"), QByteArray("first"));
@@ -115,9 +122,11 @@ private slots:
         const int dirFd = ::open((home + "/rm/three").constData(), O_PATH | O_DIRECTORY);
         const auto when = CommonUtils::dateForCacheFolder(time.mid(time.lastIndexOf('/') + 1));
         QVERIFY(when);
-        const QDateTime sameSecond = QDateTime::fromString(QString::fromLatin1(time.mid(time.lastIndexOf('/') + 1)),
-                                                           QStringLiteral("yyyy-MM-dd HH_mm_ss"));
-        const auto r = CacheCommit::moveIntoCache(dirFd, "n.txt", cache, "n.txt", home + "/rm/three/n.txt", sameSecond);
+        const QDateTime sameSecond =
+            QDateTime::fromString(QString::fromLatin1(time.mid(time.lastIndexOf('/') + 1)),
+                                  QStringLiteral("yyyy-MM-dd HH_mm_ss"));
+        const auto r = CacheCommit::moveIntoCache(dirFd, "n.txt", cache, "n.txt",
+                                                  home + "/rm/three/n.txt", sameSecond);
         ::close(dirFd);
         QVERIFY(r.ok());
         QCOMPARE(r.cachedPath, time + "/n 3.txt");
@@ -168,8 +177,7 @@ private slots:
     void otherFileSystems()
     {
         QString why;
-        if (!canMountPrivately(&why))
-            QSKIP(qPrintable(why));
+        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
         const QByteArray root = QFile::encodeName(mounts.path());
         // An eligible mount without a volume identity can never be protected.
         QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
@@ -182,7 +190,8 @@ private slots:
         // The home's file system seen through another mount: the rename cannot cross it.
         QVERIFY(TestEnv::writeFile(home + "/bindsrc/b.txt", "x"));
         QVERIFY(TestEnv::makeFolders("/mnt/bound"));
-        QVERIFY(run(QStringLiteral("mount"), {"--bind", QFile::decodeName(home + "/bindsrc"), "/mnt/bound"}));
+        QVERIFY(run(QStringLiteral("mount"),
+                    {"--bind", QFile::decodeName(home + "/bindsrc"), "/mnt/bound"}));
         CommonUtils::resetVolumesLists();
         const CacheCommit::Result bound = del("/mnt/bound/b.txt");
         QCOMPARE(bound.error, Error::CrossDevice);

@@ -33,10 +33,10 @@ class TstDaemonPerf : public QObject
     {
         for (int d = 0; d < kFolders; ++d) {
             const QByteArray folder = root + "/d" + QByteArray::number(d);
-            if (!TestEnv::makeFolders(folder))
-                return false;
+            if (!TestEnv::makeFolders(folder)) return false;
             for (int f = 0; f < kFilesPerFolder; ++f)
-                if (!TestEnv::writeFile(folder + "/f" + QByteArray::number(f), QByteArray::number(d * 1000 + f)))
+                if (!TestEnv::writeFile(folder + "/f" + QByteArray::number(f),
+                                        QByteArray::number(d * 1000 + f)))
                     return false;
         }
         return true;
@@ -46,16 +46,20 @@ class TstDaemonPerf : public QObject
     {
         return TestEnv::makeFolders(trash + "/files") && TestEnv::makeFolders(trash + "/info") &&
                TestEnv::writeFile(trash + "/info/" + name + ".trashinfo",
-                                  "[Trash Info]\nPath=" + path + "\nDeletionDate=2024-05-03T14:07:55\n") &&
+                                  "[Trash Info]\nPath=" + path +
+                                      "\nDeletionDate=2024-05-03T14:07:55\n") &&
                ::rename(path.constData(), (trash + "/files/" + name).constData()) == 0;
     }
 
     // The agent's own figure for the last shadow it took of `name`.
     qint64 shadowMs(const QByteArray &name)
     {
-        const QRegularExpression re(QStringLiteral("shadow of %1 : (\\d+) linked.* in (\\d+) ms").arg(QLatin1String(name)));
+        const QRegularExpression re(
+            QStringLiteral("shadow of %1 : (\\d+) linked.* in (\\d+) ms").arg(QLatin1String(name)));
         const auto m = re.match(QString::fromUtf8(daemon->output()));
-        return m.hasMatch() && m.captured(1).toInt() == kFolders * kFilesPerFolder ? m.captured(2).toLongLong() : -1;
+        return m.hasMatch() && m.captured(1).toInt() == kFolders * kFilesPerFolder
+                   ? m.captured(2).toLongLong()
+                   : -1;
     }
 
     // Deletes an item out of the trash and reports how long until the daemon announced it kept.
@@ -67,15 +71,13 @@ class TstDaemonPerf : public QObject
         deletion();
         QElapsedTimer t;
         t.start();
-        if (!QTest::qWaitFor([&] { return spy.size() > 0; }, 10000))
-            return -1;
+        if (!QTest::qWaitFor([&] { return spy.size() > 0; }, 10000)) return -1;
         const qint64 ms = t.elapsed();
         const QByteArrayList items = cachedItems(cache);
         for (const QByteArray &item : items)
             if (item.endsWith('/' + name)) {
                 const FolderWalk::Totals totals = FolderWalk::countTree(cache + '/' + item);
-                if (totals.files != kFolders * kFilesPerFolder)
-                    return -1;
+                if (totals.files != kFolders * kFilesPerFolder) return -1;
                 return ms;
             }
         return -1;
@@ -97,10 +99,12 @@ private slots:
 
     void cleanupTestCase()
     {
+        const bool clean = !daemon || daemon->stop();
         delete daemon;
-        if (env)
-            removeTree(home);
+        daemon = nullptr;
+        if (env) removeTree(home);
         delete env;
+        QVERIFY(clean);
     }
 
     void idleUsesNoCpu()
@@ -110,7 +114,8 @@ private slots:
         QVERIFY(before >= 0);
         QTest::qWait(10000);
         const qint64 used = cpuTicks(daemon->pid()) - before;
-        qInfo("CPU used by the idle daemon over 10 s: %lld tick(s) of 1/%ld s", used, sysconf(_SC_CLK_TCK));
+        qInfo("CPU used by the idle daemon over 10 s: %lld tick(s) of 1/%ld s", used,
+              sysconf(_SC_CLK_TCK));
         QVERIFY(used <= 1);
     }
 
@@ -121,15 +126,18 @@ private slots:
         QVERIFY(makeBigTree(big));
         QVERIFY(trashByHand(big, "big"));
         QTRY_VERIFY_WITH_TIMEOUT(shadowMs("big") >= 0, 20000);
-        qInfo("shadow of a trashed folder of %d files taken in %lld ms", kFolders * kFilesPerFolder, shadowMs("big"));
+        qInfo("shadow of a trashed folder of %d files taken in %lld ms", kFolders * kFilesPerFolder,
+              shadowMs("big"));
         QVERIFY(TestEnv::makeFolders(trash + "/expunged"));
         const qint64 gnome = commitAfter(
             [&] {
-                ::rename((trash + "/files/big").constData(), (trash + "/expunged/1234").constData());
+                ::rename((trash + "/files/big").constData(),
+                         (trash + "/expunged/1234").constData());
                 ::unlink((trash + "/info/big.trashinfo").constData());
             },
             "big");
-        qInfo("folder of %d files kept %lld ms after it was moved to expunged/", kFolders * kFilesPerFolder, gnome);
+        qInfo("folder of %d files kept %lld ms after it was moved to expunged/",
+              kFolders * kFilesPerFolder, gnome);
         QVERIFY(gnome >= 0);
         QVERIFY(gnome < 1000);
         QVERIFY(removeTree(trash + "/expunged/1234"));
@@ -148,7 +156,8 @@ private slots:
                 ::unlink((trash + "/info/big2.trashinfo").constData());
             },
             "big2");
-        qInfo("folder of %d files kept %lld ms after its last unlink", kFolders * kFilesPerFolder, kde);
+        qInfo("folder of %d files kept %lld ms after its last unlink", kFolders * kFilesPerFolder,
+              kde);
         QVERIFY(kde >= 0);
         QVERIFY(kde < 1000);
     }

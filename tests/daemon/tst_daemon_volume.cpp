@@ -38,15 +38,17 @@ class TstDaemonVolume : public QObject
     QByteArray kept(const QByteArray &name) const
     {
         for (const QByteArray &item : cachedItems(cache))
-            if (item.endsWith('/' + name))
-                return cache + '/' + item;
+            if (item.endsWith('/' + name)) return cache + '/' + item;
         return {};
     }
 
     // The snapshot entry of our volume, as the window reads it.
     QVariantMap snapshotEntry() const
     {
-        return Settings::dictionary(SettingsKeys::ProtectedVolumesData).value_or(QVariantMap()).value(uuid).toMap();
+        return Settings::dictionary(SettingsKeys::ProtectedVolumesData)
+            .value_or(QVariantMap())
+            .value(uuid)
+            .toMap();
     }
 
     qint64 todaysCountInSnapshot() const
@@ -54,8 +56,7 @@ class TstDaemonVolume : public QObject
         const QString today = CommonUtils::nameForCacheFolderForToday();
         for (const QVariant &d : snapshotEntry().value(QStringLiteral("days")).toList()) {
             const auto day = DayEntry::fromVariantMap(d.toMap());
-            if (day && day->name == today.toLatin1())
-                return day->count;
+            if (day && day->name == today.toLatin1()) return day->count;
         }
         return -1;
     }
@@ -64,8 +65,7 @@ private slots:
     void initTestCase()
     {
         QString why;
-        if (!canMountPrivately(&why))
-            QSKIP(qPrintable(why));
+        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
         if (!QDBusConnection::sessionBus().isConnected())
             QSKIP("no session bus (run through ctest, which starts a private one)");
         if (!haveProgram("trash-put") || !haveProgram("trash-empty"))
@@ -88,19 +88,18 @@ private slots:
 
     void cleanupTestCase()
     {
+        const bool clean = !daemon || daemon->stop();
         // SV3_DUMP=file keeps what the daemon printed, for diagnosis.
         if (daemon && !qEnvironmentVariableIsEmpty("SV3_DUMP")) {
-            daemon->stop();
             QFile f(qEnvironmentVariable("SV3_DUMP"));
-            f.open(QIODevice::WriteOnly);
-            f.write(daemon->output());
+            if (f.open(QIODevice::WriteOnly)) f.write(daemon->output());
         }
         delete daemon;
         delete spy;
         delete bus;
-        if (env)
-            removeTree(env->homeBytes());
+        if (env) removeTree(env->homeBytes());
         delete env;
+        QVERIFY(clean);
     }
 
     void volumeTrashGoesToTheVolumesCache()
@@ -108,21 +107,28 @@ private slots:
         QVERIFY(TestEnv::writeFile(mount + "/docs/a.txt", "on the volume"));
         QVERIFY(TestEnv::writeFile(mount + "/docs/folder/x.bin", QByteArray(5000, 'x')));
         const auto folder = snapshot(mount + "/docs/folder");
-        QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/a.txt"), str(mount + "/docs/folder")}));
+        QVERIFY(run(QStringLiteral("trash-put"),
+                    {str(mount + "/docs/a.txt"), str(mount + "/docs/folder")}));
         // trash-cli writes paths relative to the volume's top folder there.
-        QVERIFY(TestEnv::readFile(mount + "/.Trash-0/info/a.txt.trashinfo").contains("Path=docs/a.txt"));
+        QVERIFY(TestEnv::readFile(mount + "/.Trash-0/info/a.txt.trashinfo")
+                    .contains("Path=docs/a.txt"));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 2, 10000);
-        struct stat st{};
+        struct stat st
+        {
+        };
         QVERIFY(::lstat(cache.constData(), &st) == 0);
         QCOMPARE(st.st_mode & 07777, mode_t(0777));
 
-        QVERIFY(run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(mount + "/.Trash-0")}));
+        QVERIFY(run(QStringLiteral("trash-empty"),
+                    {QStringLiteral("--trash-dir=") + str(mount + "/.Trash-0")}));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("a.txt").isEmpty() && !kept("folder").isEmpty(), 10000);
         QCOMPARE(TestEnv::readFile(kept("a.txt")), QByteArray("on the volume"));
         QCOMPARE(snapshot(kept("folder")), folder);
-        const auto origins = CacheCommit::readOrigins(cache, CommonUtils::nameForCacheFolderForToday().toLatin1());
-        QVERIFY(std::any_of(origins.begin(), origins.end(),
-                            [&](const CacheCommit::Origin &o) { return o.path == mount + "/docs/a.txt"; }));
+        const auto origins =
+            CacheCommit::readOrigins(cache, CommonUtils::nameForCacheFolderForToday().toLatin1());
+        QVERIFY(std::any_of(origins.begin(), origins.end(), [&](const CacheCommit::Origin &o) {
+            return o.path == mount + "/docs/a.txt";
+        }));
         QTRY_VERIFY(!spy->isEmpty());
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(2), 10000);
         QCOMPARE(snapshotEntry().value(QStringLiteral("path")).toString(), str(mount));
@@ -136,7 +142,9 @@ private slots:
         QVERIFY(TestEnv::writeFile(mount + "/docs/b.txt", "shared trash"));
         QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/b.txt")}));
         const QByteArray trash = mount + "/.Trash/0";
-        struct stat st{};
+        struct stat st
+        {
+        };
         QVERIFY(::lstat((trash + "/files/b.txt").constData(), &st) == 0);
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
         QVERIFY(removeTree(trash + "/files/b.txt"));
@@ -151,7 +159,9 @@ private slots:
         QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/c.txt")}));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
         const QByteArrayList before = cachedItems(cache);
-        struct stat first{}, now{};
+        struct stat first
+        {
+        }, now{};
         QVERIFY(::stat(mount.constData(), &first) == 0);
 
         QVERIFY(run(QStringLiteral("umount"), {str(mount)}));
@@ -167,13 +177,15 @@ private slots:
         QByteArray loop;
         QVERIFY(run(QStringLiteral("losetup"), {"--find", "--show", other}, &loop));
         QVERIFY(run(QStringLiteral("mount"), {"-o", "loop", image(), str(mount)}));
-        QVERIFY(run(QStringLiteral("losetup"), {"--detach", QString::fromLocal8Bit(loop.trimmed())}));
+        QVERIFY(
+            run(QStringLiteral("losetup"), {"--detach", QString::fromLocal8Bit(loop.trimmed())}));
         QVERIFY(::stat(mount.constData(), &now) == 0);
         QVERIFY(now.st_dev != first.st_dev);
         QTest::qWait(800);
         QCOMPARE(cachedItems(cache), before);
         QCOMPARE(pendingCount(cache), 1);
-        QVERIFY(run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(mount + "/.Trash/0")}));
+        QVERIFY(run(QStringLiteral("trash-empty"),
+                    {QStringLiteral("--trash-dir=") + str(mount + "/.Trash/0")}));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("c.txt").isEmpty(), 10000);
         QCOMPARE(TestEnv::readFile(kept("c.txt")), QByteArray("trashed before unplugging"));
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(4), 10000);

@@ -28,8 +28,8 @@ class TrashWatch;
 // is announced.
 struct Prefs
 {
-    bool protection = true;             // absent counts as on: nothing is lost before a first launch
-    std::optional<qint64> retention;    // days; absent or 0: never purged
+    bool protection = true;          // absent counts as on: nothing is lost before a first launch
+    std::optional<qint64> retention; // days; absent or 0: never purged
     CacheCommit::Exclusions exclusions;
     QVariantMap protectedDisks;
 
@@ -44,10 +44,10 @@ struct Volume
     QByteArray mountPath; // "/" for the start-up volume, whose cache is in the home folder
     QByteArray topdir;    // what relative .trashinfo paths start from; empty for the home trash
     QByteArray cacheFolder;
-    QString uuid;         // empty for "/"
+    QString uuid; // empty for "/"
     PendingArea pending;
     QList<TrashWatch *> trashes;
-    dev_t baseDev = 0;    // device of the mount path (home folder for "/") when it was set up
+    dev_t baseDev = 0; // device of the mount path (home folder for "/") when it was set up
     bool cacheWarned = false;
 };
 

@@ -16,7 +16,8 @@ class DirWatch : public QObject
     Q_OBJECT
 public:
     // `mask`: the events wanted for entries inside the folder.
-    DirWatch(Inotify *inotify, const QByteArray &path, std::uint32_t mask, QObject *parent = nullptr);
+    DirWatch(Inotify *inotify, const QByteArray &path, std::uint32_t mask,
+             QObject *parent = nullptr);
     ~DirWatch() override;
 
     const QByteArray &path() const { return mPath; }

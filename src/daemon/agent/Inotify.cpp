@@ -10,16 +10,14 @@
 Inotify::Inotify(QObject *parent) : QObject(parent)
 {
     mFd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (mFd < 0)
-        return;
+    if (mFd < 0) return;
     mNotifier = new QSocketNotifier(mFd, QSocketNotifier::Read, this);
     connect(mNotifier, &QSocketNotifier::activated, this, &Inotify::readEvents);
 }
 
 Inotify::~Inotify()
 {
-    if (mFd >= 0)
-        ::close(mFd);
+    if (mFd >= 0) ::close(mFd);
 }
 
 int Inotify::addWatch(const QByteArray &path, std::uint32_t mask, Handler handler)
@@ -30,8 +28,7 @@ int Inotify::addWatch(const QByteArray &path, std::uint32_t mask, Handler handle
     }
     // IN_MASK_ADD: another owner of the same folder keeps its events.
     const int wd = inotify_add_watch(mFd, path.constData(), mask | IN_MASK_ADD);
-    if (wd < 0)
-        return -1;
+    if (wd < 0) return -1;
     const int handle = mNextHandle++;
     mWatches.insert(handle, {wd, std::move(handler)});
     mByWd.insert(wd, handle);
@@ -41,13 +38,11 @@ int Inotify::addWatch(const QByteArray &path, std::uint32_t mask, Handler handle
 void Inotify::removeWatch(int handle)
 {
     const auto it = mWatches.constFind(handle);
-    if (it == mWatches.cend())
-        return;
+    if (it == mWatches.cend()) return;
     const int wd = it->wd;
     mWatches.erase(it);
     mByWd.remove(wd, handle);
-    if (!mByWd.contains(wd))
-        inotify_rm_watch(mFd, wd);
+    if (!mByWd.contains(wd)) inotify_rm_watch(mFd, wd);
 }
 
 void Inotify::drain()
@@ -60,10 +55,8 @@ void Inotify::readEvents()
     alignas(inotify_event) char buf[65536];
     for (;;) {
         const ssize_t n = ::read(mFd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return;
         QList<Event> events;
         for (ssize_t off = 0; off + ssize_t(sizeof(inotify_event)) <= n;) {
             const auto *e = reinterpret_cast<const inotify_event *>(buf + off);
@@ -71,8 +64,7 @@ void Inotify::readEvents()
             ev.wd = e->wd;
             ev.mask = e->mask;
             ev.cookie = e->cookie;
-            if (e->len > 0)
-                ev.name = QByteArray(e->name); // NUL-padded
+            if (e->len > 0) ev.name = QByteArray(e->name); // NUL-padded
             events.append(ev);
             off += ssize_t(sizeof(inotify_event)) + e->len;
         }
@@ -85,8 +77,7 @@ void Inotify::readEvents()
             const QList<int> handles = mByWd.values(ev.wd);
             for (int h : handles) {
                 const auto it = mWatches.constFind(h);
-                if (it == mWatches.cend())
-                    continue;
+                if (it == mWatches.cend()) continue;
                 const Handler handler = it->handler;
                 handler(ev);
             }

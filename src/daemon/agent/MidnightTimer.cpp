@@ -11,8 +11,7 @@
 MidnightTimer::MidnightTimer(QObject *parent) : QObject(parent)
 {
     mFd = timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
-    if (mFd < 0)
-        return;
+    if (mFd < 0) return;
     mNotifier = new QSocketNotifier(mFd, QSocketNotifier::Read, this);
     connect(mNotifier, &QSocketNotifier::activated, this, &MidnightTimer::onReady);
     arm();
@@ -20,8 +19,7 @@ MidnightTimer::MidnightTimer(QObject *parent) : QObject(parent)
 
 MidnightTimer::~MidnightTimer()
 {
-    if (mFd >= 0)
-        ::close(mFd);
+    if (mFd >= 0) ::close(mFd);
 }
 
 void MidnightTimer::arm()
@@ -43,6 +41,5 @@ void MidnightTimer::onReady()
     // A clock set across midnight counts as midnight.
     const bool newDay = QDate::currentDate() != mDay;
     arm();
-    if ((!cancelled && n == ssize_t(sizeof expirations)) || (cancelled && newDay))
-        emit midnight();
+    if ((!cancelled && n == ssize_t(sizeof expirations)) || (cancelled && newDay)) emit midnight();
 }

@@ -20,13 +20,13 @@ PrivilegedClient::PrivilegedClient(int fd, pid_t helper) : mFd(fd), mHelper(help
 {
     int type = 0;
     socklen_t len = sizeof type;
-    if (mFd >= 0 && (getsockopt(mFd, SOL_SOCKET, SO_TYPE, &type, &len) != 0 || type != SOCK_SEQPACKET)) {
+    if (mFd >= 0 &&
+        (getsockopt(mFd, SOL_SOCKET, SO_TYPE, &type, &len) != 0 || type != SOCK_SEQPACKET)) {
         mFd = -1;
         return;
     }
     // Programs the agent starts must not inherit the way to root.
-    if (mFd >= 0)
-        fcntl(mFd, F_SETFD, FD_CLOEXEC);
+    if (mFd >= 0) fcntl(mFd, F_SETFD, FD_CLOEXEC);
 }
 
 PrivilegedClient::~PrivilegedClient()
@@ -36,12 +36,10 @@ PrivilegedClient::~PrivilegedClient()
 
 void PrivilegedClient::lose()
 {
-    if (mFd >= 0)
-        ::close(mFd);
+    if (mFd >= 0) ::close(mFd);
     mFd = -1;
     // The helper exits when the socket closes; it is our child since sv3daemon became us.
-    if (mHelper > 0)
-        waitpid(mHelper, nullptr, WNOHANG);
+    if (mHelper > 0) waitpid(mHelper, nullptr, WNOHANG);
     mHelper = -1;
 }
 
@@ -50,12 +48,14 @@ PrivilegedClient::Outcome PrivilegedClient::createCacheFolder(const QByteArray &
     return ask(int(privileged::Op::CreateCacheFolder), mountPoint, {});
 }
 
-PrivilegedClient::Outcome PrivilegedClient::removeInCache(const QByteArray &cacheFolder, const QByteArray &relativePath)
+PrivilegedClient::Outcome PrivilegedClient::removeInCache(const QByteArray &cacheFolder,
+                                                          const QByteArray &relativePath)
 {
     return ask(int(privileged::Op::RemoveInCache), cacheFolder, relativePath);
 }
 
-PrivilegedClient::Outcome PrivilegedClient::ask(int op, const QByteArray &first, const QByteArray &second)
+PrivilegedClient::Outcome PrivilegedClient::ask(int op, const QByteArray &first,
+                                                const QByteArray &second)
 {
     Outcome o;
     if (mFd < 0) {
@@ -68,11 +68,11 @@ PrivilegedClient::Outcome PrivilegedClient::ask(int op, const QByteArray &first,
     request.first = first.toStdString();
     request.second = second.toStdString();
     const std::string out = privileged::encode(request);
-    if (out.size() > privileged::kMaxDatagram || send(mFd, out.data(), out.size(), MSG_NOSIGNAL) < 0) {
+    if (out.size() > privileged::kMaxDatagram ||
+        send(mFd, out.data(), out.size(), MSG_NOSIGNAL) < 0) {
         o.error = errno ? errno : ENAMETOOLONG;
         o.message = QStringLiteral("cannot reach the privileged helper");
-        if (o.error != ENAMETOOLONG)
-            lose();
+        if (o.error != ENAMETOOLONG) lose();
         return o;
     }
     pollfd p{mFd, POLLIN, 0};

@@ -22,8 +22,7 @@ struct Fd
     explicit Fd(int f = -1) : fd(f) {}
     ~Fd()
     {
-        if (fd >= 0)
-            ::close(fd);
+        if (fd >= 0) ::close(fd);
     }
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
@@ -32,27 +31,25 @@ struct Fd
 void fail(Stats &s, int err)
 {
     ++s.failed;
-    if (s.firstError == 0)
-        s.firstError = err;
+    if (s.firstError == 0) s.firstError = err;
 }
 
 bool copyFile(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName)
 {
     Fd src(openat(srcDirFd, srcName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    struct stat st{};
-    if (src.fd < 0 || fstat(src.fd, &st) != 0 || !S_ISREG(st.st_mode))
-        return false;
-    Fd dst(openat(dstDirFd, dstName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, st.st_mode & 07777));
-    if (dst.fd < 0)
-        return errno == EEXIST;
+    struct stat st
+    {
+    };
+    if (src.fd < 0 || fstat(src.fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    Fd dst(openat(dstDirFd, dstName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                  st.st_mode & 07777));
+    if (dst.fd < 0) return errno == EEXIST;
     for (off_t left = st.st_size; left > 0;) {
         ssize_t n = copy_file_range(src.fd, nullptr, dst.fd, nullptr, std::size_t(left), 0);
         if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP))
             n = sendfile(dst.fd, src.fd, nullptr, std::size_t(left));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
         left -= n;
     }
     const timespec times[2] = {st.st_atim, st.st_mtim};
@@ -60,10 +57,11 @@ bool copyFile(int srcDirFd, const char *srcName, int dstDirFd, const char *dstNa
     return true;
 }
 
-void mirrorEntry(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName, FolderWalk::Type type,
-                 Stats &s, int depth);
+void mirrorEntry(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName,
+                 FolderWalk::Type type, Stats &s, int depth);
 
-void mirrorFolder(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName, Stats &s, int depth)
+void mirrorFolder(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName, Stats &s,
+                  int depth)
 {
     if (depth > kMaxDepth) {
         fail(s, ELOOP);
@@ -92,7 +90,9 @@ void mirrorFolder(int srcDirFd, const char *srcName, int dstDirFd, const char *d
     });
     for (const auto &[name, type] : entries)
         mirrorEntry(src.fd, name.constData(), dst.fd, name.constData(), type, s, depth + 1);
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstat(src.fd, &st) == 0) {
         // The owner keeps write access, or the item could not be moved or removed later.
         fchmod(dst.fd, (st.st_mode & 07777) | 0700);
@@ -101,8 +101,8 @@ void mirrorFolder(int srcDirFd, const char *srcName, int dstDirFd, const char *d
     }
 }
 
-void mirrorEntry(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName, FolderWalk::Type type,
-                 Stats &s, int depth)
+void mirrorEntry(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName,
+                 FolderWalk::Type type, Stats &s, int depth)
 {
     if (type == FolderWalk::Type::Directory) {
         mirrorFolder(srcDirFd, srcName, dstDirFd, dstName, s, depth);
@@ -113,9 +113,9 @@ void mirrorEntry(int srcDirFd, const char *srcName, int dstDirFd, const char *ds
         return;
     }
     const int err = errno;
-    if (err == EEXIST)
-        return;
-    if ((err == EXDEV || err == EPERM || err == EMLINK) && copyFile(srcDirFd, srcName, dstDirFd, dstName)) {
+    if (err == EEXIST) return;
+    if ((err == EXDEV || err == EPERM || err == EMLINK) &&
+        copyFile(srcDirFd, srcName, dstDirFd, dstName)) {
         ++s.copied;
         return;
     }
@@ -127,13 +127,16 @@ void mirrorEntry(int srcDirFd, const char *srcName, int dstDirFd, const char *ds
 Stats mirror(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName)
 {
     Stats s;
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstatat(srcDirFd, srcName, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         fail(s, errno);
         return s;
     }
     mirrorEntry(srcDirFd, srcName, dstDirFd, dstName,
-                S_ISDIR(st.st_mode) ? FolderWalk::Type::Directory : FolderWalk::Type::Regular, s, 0);
+                S_ISDIR(st.st_mode) ? FolderWalk::Type::Directory : FolderWalk::Type::Regular, s,
+                0);
     return s;
 }
 

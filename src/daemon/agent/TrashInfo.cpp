@@ -15,21 +15,16 @@ QByteArray parseOriginalPath(QByteArrayView content, const QByteArray &topdir)
 {
     bool inGroup = false;
     for (QByteArrayView line : content.toByteArray().split('\n')) {
-        if (line.endsWith('\r'))
-            line.chop(1);
+        if (line.endsWith('\r')) line.chop(1);
         if (line.startsWith('[')) {
             inGroup = line == "[Trash Info]";
             continue;
         }
-        if (!inGroup || !line.startsWith("Path="))
-            continue;
+        if (!inGroup || !line.startsWith("Path=")) continue;
         const QByteArray path = QByteArray::fromPercentEncoding(line.sliced(5).toByteArray());
-        if (path.isEmpty() || path.contains('\0'))
-            return {};
-        if (path.startsWith('/'))
-            return path;
-        if (topdir.isEmpty())
-            return {};
+        if (path.isEmpty() || path.contains('\0')) return {};
+        if (path.startsWith('/')) return path;
+        if (topdir.isEmpty()) return {};
         return topdir.endsWith('/') ? topdir + path : topdir + '/' + path;
     }
     return {};
@@ -38,19 +33,17 @@ QByteArray parseOriginalPath(QByteArrayView content, const QByteArray &topdir)
 QByteArray originalPath(int infoDirFd, const QByteArray &trashName, const QByteArray &topdir)
 {
     const QByteArray name = trashName + ".trashinfo";
-    const int fd = openat(infoDirFd, name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (fd < 0)
-        return {};
+    const int fd = openat(infoDirFd, name.constData(),
+                          O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) return {};
     QByteArray content;
     char buf[8192];
     for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) {
         content.append(buf, n);
-        if (content.size() > kMaxInfoSize)
-            break;
+        if (content.size() > kMaxInfoSize) break;
     }
     ::close(fd);
-    if (content.size() > kMaxInfoSize)
-        return {};
+    if (content.size() > kMaxInfoSize) return {};
     return parseOriginalPath(content, topdir);
 }
 

@@ -26,8 +26,7 @@ struct Fd
     explicit Fd(int f = -1) : fd(f) {}
     ~Fd()
     {
-        if (fd >= 0)
-            ::close(fd);
+        if (fd >= 0) ::close(fd);
     }
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
@@ -39,8 +38,10 @@ constexpr char kInfoSuffix[] = ".trashinfo";
 
 } // namespace
 
-TrashWatch::TrashWatch(Agent *agent, Volume *volume, QByteArray trashDir, bool sharedTop, QObject *parent)
-    : QObject(parent), mAgent(agent), mVolume(volume), mTrashDir(std::move(trashDir)), mSharedTop(sharedTop)
+TrashWatch::TrashWatch(Agent *agent, Volume *volume, QByteArray trashDir, bool sharedTop,
+                       QObject *parent)
+    : QObject(parent), mAgent(agent), mVolume(volume), mTrashDir(std::move(trashDir)),
+      mSharedTop(sharedTop)
 {
     mFiles = new DirWatch(agent->inotify(), mTrashDir + "/files",
                           IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM, this);
@@ -59,11 +60,12 @@ bool TrashWatch::isWatching() const
 bool TrashWatch::usable() const
 {
     // Never a link, always the user's own; <top>/.Trash only while it is sticky.
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (::lstat(mTrashDir.constData(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != getuid())
         return false;
-    if (!mSharedTop)
-        return true;
+    if (!mSharedTop) return true;
     const QByteArray top = mTrashDir.left(mTrashDir.lastIndexOf('/'));
     return ::lstat(top.constData(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX);
 }
@@ -71,8 +73,7 @@ bool TrashWatch::usable() const
 int TrashWatch::openSub(const char *sub) const
 {
     Fd trash(::open(mTrashDir.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (trash.fd < 0)
-        return -1;
+    if (trash.fd < 0) return -1;
     return openat(trash.fd, sub, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
@@ -83,15 +84,14 @@ void TrashWatch::adopt(const ShadowRecord &record)
 
 void TrashWatch::onFilesEvent(const Inotify::Event &e)
 {
-    qCDebug(lcEvents).noquote() << mTrashDir << "files/" << e.name << Qt::hex << e.mask << "cookie" << e.cookie;
-    if (e.name.isEmpty())
-        return;
+    qCDebug(lcEvents).noquote() << mTrashDir << "files/" << e.name << Qt::hex << e.mask << "cookie"
+                                << e.cookie;
+    if (e.name.isEmpty()) return;
     if (e.mask & (IN_CREATE | IN_MOVED_TO)) {
         if ((e.mask & IN_MOVED_TO) && e.cookie != 0) {
             // Renamed within files/: the shadow follows the new name.
             for (qsizetype i = 0; i < mLeaving.size(); ++i) {
-                if (mLeaving[i].second != e.cookie)
-                    continue;
+                if (mLeaving[i].second != e.cookie) continue;
                 ShadowRecord r = mShadows.take(mLeaving[i].first);
                 mLeaving.removeAt(i);
                 r.trashName = e.name;
@@ -102,12 +102,10 @@ void TrashWatch::onFilesEvent(const Inotify::Event &e)
         }
         arrived(e.name, e.mask & IN_CREATE);
     } else if (e.mask & IN_MOVED_FROM) {
-        if (!mShadows.contains(e.name))
-            return;
+        if (!mShadows.contains(e.name)) return;
         // Whether it went to expunged/, back home or elsewhere in files/ is known at the end of
         // this batch of events, where its MOVED_TO would be.
-        if (mLeaving.isEmpty())
-            QTimer::singleShot(0, this, &TrashWatch::processLeaving);
+        if (mLeaving.isEmpty()) QTimer::singleShot(0, this, &TrashWatch::processLeaving);
         mLeaving.append({e.name, e.cookie});
     } else if (e.mask & IN_DELETE) {
         left(e.name);
@@ -123,66 +121,78 @@ void TrashWatch::processLeaving()
 
 void TrashWatch::onInfoEvent(const Inotify::Event &e)
 {
-    if (!e.name.endsWith(kInfoSuffix))
-        return;
+    if (!e.name.endsWith(kInfoSuffix)) return;
     const QByteArray name = e.name.chopped(qsizetype(sizeof kInfoSuffix) - 1);
     auto it = mShadows.find(name);
-    if (it == mShadows.end() || !it->origin.isEmpty())
-        return;
+    if (it == mShadows.end() || !it->origin.isEmpty()) return;
     // The item came before its .trashinfo: learn where it came from now.
     Fd info(openSub("info"));
     it->origin = TrashInfo::originalPath(info.fd, name, mVolume->topdir);
-    if (!it->origin.isEmpty())
-        mVolume->pending.rewriteRecord(*it);
+    if (!it->origin.isEmpty()) mVolume->pending.rewriteRecord(*it);
 }
 
 void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
 {
     Fd files(openSub("files"));
-    struct stat st{};
-    if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0)
-        return;
+    struct stat st
+    {
+    };
+    if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) return;
     if (const auto it = mShadows.constFind(name); it != mShadows.cend()) {
-        if (it->ino == quint64(st.st_ino)) {
-            if (S_ISDIR(st.st_mode))
-                complete(name);
+        if (it->ino != quint64(st.st_ino)) {
+            // The item we shadowed left unseen and another took its name.
+            settle(name);
+        } else if (shadowExists(*it)) {
+            if (S_ISDIR(st.st_mode)) complete(name);
             return;
+        } else {
+            // Its shadow went with the cache (every cache removed at once): take a new one.
+            mShadows.remove(name);
         }
-        // The item we shadowed left unseen and another took its name.
-        settle(name);
     }
-    if (!mAgent->prefs().protection || !usable())
-        return;
+    if (!mAgent->prefs().protection || !usable()) return;
     Fd info(openSub("info"));
-    const QByteArray origin = info.fd >= 0 ? TrashInfo::originalPath(info.fd, name, mVolume->topdir) : QByteArray();
+    const QByteArray origin =
+        info.fd >= 0 ? TrashInfo::originalPath(info.fd, name, mVolume->topdir) : QByteArray();
     const QByteArray shownName = origin.isEmpty() ? name : origin.mid(origin.lastIndexOf('/') + 1);
-    if (mAgent->prefs().exclusions.matches(shownName))
-        return;
+    if (mAgent->prefs().exclusions.matches(shownName)) return;
     ShadowRecord r;
     r.trashDir = mTrashDir;
     r.trashName = name;
     r.origin = origin;
     r.dev = quint64(st.st_dev);
     r.ino = quint64(st.st_ino);
-    if (!mAgent->takeShadow(*mVolume, files.fd, r))
-        return;
+    if (!mAgent->takeShadow(*mVolume, files.fd, r)) return;
     mShadows.insert(name, r);
     if (mayStillFill && S_ISDIR(st.st_mode))
         QTimer::singleShot(kCompleteAfterMs, this, [this, name] { complete(name); });
 }
 
+bool TrashWatch::shadowExists(const ShadowRecord &r) const
+{
+    Fd pending(mVolume->pending.open(false));
+    struct stat st
+    {
+    };
+    return pending.fd >= 0 &&
+           fstatat(pending.fd, r.id.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(st.st_mode);
+}
+
 void TrashWatch::complete(const QByteArray &name)
 {
     const auto it = mShadows.constFind(name);
-    if (it == mShadows.cend())
-        return;
+    if (it == mShadows.cend()) return;
     Fd files(openSub("files"));
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
         it->ino != quint64(st.st_ino))
         return;
     Fd pending(mVolume->pending.open(false));
-    Fd shadow(pending.fd >= 0 ? openat(pending.fd, it->id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+    Fd shadow(pending.fd >= 0 ? openat(pending.fd, it->id.constData(),
+                                       O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
                               : -1);
     if (shadow.fd >= 0)
         Shadow::mirror(files.fd, name.constData(), shadow.fd, PendingArea::kItemName);
@@ -191,10 +201,11 @@ void TrashWatch::complete(const QByteArray &name)
 void TrashWatch::left(const QByteArray &name)
 {
     const auto it = mShadows.constFind(name);
-    if (it == mShadows.cend())
-        return;
+    if (it == mShadows.cend()) return;
     Fd files(openSub("files"));
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (files.fd >= 0 && fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
         it->ino == quint64(st.st_ino))
         return; // moved out and straight back
@@ -209,8 +220,8 @@ void TrashWatch::settle(const QByteArray &name)
 
 void TrashWatch::reconcile()
 {
-    qCDebug(lcEvents).noquote() << "reconcile" << mTrashDir << "present" << mFiles->isPresent() << "shadows"
-                                << mShadows.size();
+    qCDebug(lcEvents).noquote() << "reconcile" << mTrashDir << "present" << mFiles->isPresent()
+                                << "shadows" << mShadows.size();
     if (!mAgent->isMounted(*mVolume)) {
         // Unmounted: nothing was deleted. The shadows wait on the volume for its return.
         mShadows.clear();
@@ -224,14 +235,13 @@ void TrashWatch::reconcile()
         return;
     }
     Fd files(openSub("files"));
-    if (files.fd < 0)
-        return;
+    if (files.fd < 0) return;
     QSet<QByteArray> present;
-    FolderWalk::forEachEntry(files.fd, [&](const char *name, FolderWalk::Type) { present.insert(QByteArray(name)); });
+    FolderWalk::forEachEntry(
+        files.fd, [&](const char *name, FolderWalk::Type) { present.insert(QByteArray(name)); });
     const QList<QByteArray> shadowed = mShadows.keys();
     for (const QByteArray &name : shadowed)
-        if (!present.contains(name))
-            settle(name);
+        if (!present.contains(name)) settle(name);
     for (const QByteArray &name : std::as_const(present))
         arrived(name, false);
 }

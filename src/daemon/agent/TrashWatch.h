@@ -21,7 +21,8 @@ class TrashWatch : public QObject
     Q_OBJECT
 public:
     // `sharedTop`: the trash is <top>/.Trash/<uid>, valid only while .Trash is a sticky folder.
-    TrashWatch(Agent *agent, Volume *volume, QByteArray trashDir, bool sharedTop, QObject *parent = nullptr);
+    TrashWatch(Agent *agent, Volume *volume, QByteArray trashDir, bool sharedTop,
+               QObject *parent = nullptr);
 
     const QByteArray &trashDir() const { return mTrashDir; }
     int shadowCount() const { return int(mShadows.size()); }
@@ -41,6 +42,7 @@ private:
     void processLeaving();
     void complete(const QByteArray &name);
     void settle(const QByteArray &name);
+    bool shadowExists(const ShadowRecord &record) const;
     bool usable() const;
     int openSub(const char *sub) const;
 
@@ -50,6 +52,6 @@ private:
     bool mSharedTop;
     DirWatch *mFiles;
     DirWatch *mInfo;
-    QHash<QByteArray, ShadowRecord> mShadows; // by name in files/
+    QHash<QByteArray, ShadowRecord> mShadows;             // by name in files/
     QList<std::pair<QByteArray, std::uint32_t>> mLeaving; // moved out, waiting for the batch's end
 };

@@ -24,12 +24,10 @@ long numberArgument(int argc, char **argv, const char *prefix)
 {
     const std::size_t n = std::strlen(prefix);
     for (int i = 1; i < argc; ++i) {
-        if (std::strncmp(argv[i], prefix, n) != 0)
-            continue;
+        if (std::strncmp(argv[i], prefix, n) != 0) continue;
         char *end = nullptr;
         const long v = std::strtol(argv[i] + n, &end, 10);
-        if (end && *end == '\0' && v >= 0)
-            return v;
+        if (end && *end == '\0' && v >= 0) return v;
     }
     return -1;
 }
@@ -59,16 +57,15 @@ int main(int argc, char **argv)
         return 1;
     }
     // One daemon per session: whoever holds the name is it.
-    if (!bus.registerService(QLatin1String(Notifications::kDaemonService)))
-        return 0;
+    if (!bus.registerService(QLatin1String(Notifications::kDaemonService))) return 0;
 
     Agent agent(&privileged);
-    if (!agent.start())
-        return 1;
+    if (!agent.start()) return 1;
 
     const int sfd = signalfd(-1, &quitSignals, SFD_NONBLOCK | SFD_CLOEXEC);
     QSocketNotifier quitNotifier(sfd, QSocketNotifier::Read);
-    QObject::connect(&quitNotifier, &QSocketNotifier::activated, &app, [] { QCoreApplication::quit(); });
+    QObject::connect(&quitNotifier, &QSocketNotifier::activated, &app,
+                     [] { QCoreApplication::quit(); });
 
     const int rc = QCoreApplication::exec();
     CommonUtils::addToLogFile(QStringLiteral("sv3daemon quits."));

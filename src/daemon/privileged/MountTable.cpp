@@ -37,8 +37,7 @@ std::vector<std::string_view> split(std::string_view line)
         const std::size_t start = i;
         while (i < line.size() && line[i] != ' ')
             ++i;
-        if (i > start)
-            fields.push_back(line.substr(start, i - start));
+        if (i > start) fields.push_back(line.substr(start, i - start));
     }
     return fields;
 }
@@ -71,15 +70,14 @@ bool validUtf8(std::string_view s)
         } else {
             return false;
         }
-        if (i + n >= s.size())
-            return false;
+        if (i + n >= s.size()) return false;
         for (std::size_t k = 1; k <= n; ++k) {
             const auto cc = static_cast<unsigned char>(s[i + k]);
-            if ((cc & 0xc0) != 0x80)
-                return false;
+            if ((cc & 0xc0) != 0x80) return false;
             cp = (cp << 6) | (cc & 0x3f);
         }
-        if ((n == 2 && (cp < 0x800 || (cp >= 0xd800 && cp <= 0xdfff))) || (n == 3 && (cp < 0x10000 || cp > 0x10ffff)))
+        if ((n == 2 && (cp < 0x800 || (cp >= 0xd800 && cp <= 0xdfff))) ||
+            (n == 3 && (cp < 0x10000 || cp > 0x10ffff)))
             return false;
         i += n + 1;
     }
@@ -99,8 +97,7 @@ std::vector<Entry> parse(std::string_view text)
     std::size_t pos = 0;
     while (pos < text.size()) {
         std::size_t end = text.find('\n', pos);
-        if (end == std::string_view::npos)
-            end = text.size();
+        if (end == std::string_view::npos) end = text.size();
         const std::string_view line = text.substr(pos, end - pos);
         pos = end + 1;
         const auto fields = split(line);
@@ -111,8 +108,7 @@ std::vector<Entry> parse(std::string_view text)
                 sep = i;
                 break;
             }
-        if (sep == 0 || sep + 2 >= fields.size())
-            continue;
+        if (sep == 0 || sep + 2 >= fields.size()) continue;
         Entry e;
         const std::string_view dev = fields[2];
         const std::size_t colon = dev.find(':');
@@ -130,20 +126,16 @@ std::vector<Entry> parse(std::string_view text)
 std::vector<Entry> read(const char *path)
 {
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return {};
+    if (fd < 0) return {};
     // procfs gives a consistent table only to one read sequence from offset 0.
     std::string text;
     char buf[65536];
     for (;;) {
         const ssize_t n = ::read(fd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
         text.append(buf, std::size_t(n));
-        if (text.size() > (64u << 20))
-            break;
+        if (text.size() > (64u << 20)) break;
     }
     close(fd);
     return parse(text);
@@ -151,10 +143,8 @@ std::vector<Entry> read(const char *path)
 
 bool isEligible(std::string_view p)
 {
-    if (!validUtf8(p))
-        return false;
-    if (p == "/")
-        return true;
+    if (!validUtf8(p)) return false;
+    if (p == "/") return true;
     if (startsWith(p, "/Volumes/"))
         return !startsWith(p, "/Volumes/com.apple") && !startsWith(p, "/Volumes/Preboot");
     return startsWith(p, "/media/") || startsWith(p, "/run/media/") || startsWith(p, "/mnt/");

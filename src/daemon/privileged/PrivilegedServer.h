@@ -12,7 +12,7 @@ namespace privileged {
 
 struct Context
 {
-    uid_t uid = 0;            // the requesting user (the real uid of sv3daemon)
+    uid_t uid = 0; // the requesting user (the real uid of sv3daemon)
     gid_t gid = 0;
     std::string home;         // that user's home folder, without trailing slash
     std::string settingsFile; // that user's settings document, read with the user's rights

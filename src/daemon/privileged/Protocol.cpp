@@ -19,19 +19,16 @@ public:
     explicit Reader(std::string_view data) : mData(data) {}
     bool byte(std::uint8_t &v)
     {
-        if (mPos >= mData.size())
-            return false;
+        if (mPos >= mData.size()) return false;
         v = std::uint8_t(mData[mPos++]);
         return true;
     }
     bool bytes(std::string &out, std::size_t max)
     {
         std::uint8_t lo = 0, hi = 0;
-        if (!byte(lo) || !byte(hi))
-            return false;
+        if (!byte(lo) || !byte(hi)) return false;
         const std::size_t len = std::size_t(lo) | (std::size_t(hi) << 8);
-        if (len > max || len > mData.size() - mPos)
-            return false;
+        if (len > max || len > mData.size() - mPos) return false;
         out.assign(mData.substr(mPos, len));
         mPos += len;
         return true;
@@ -78,12 +75,13 @@ std::optional<Request> decodeRequest(std::string_view datagram)
     Reader r(datagram);
     std::uint8_t op = 0;
     Request request;
-    if (!header(r) || !r.byte(op) || !r.bytes(request.first, kMaxPath) || !r.bytes(request.second, kMaxPath) ||
-        !r.atEnd())
+    if (!header(r) || !r.byte(op) || !r.bytes(request.first, kMaxPath) ||
+        !r.bytes(request.second, kMaxPath) || !r.atEnd())
         return std::nullopt;
     if (op != std::uint8_t(Op::CreateCacheFolder) && op != std::uint8_t(Op::RemoveInCache))
         return std::nullopt;
-    if (request.first.find('\0') != std::string::npos || request.second.find('\0') != std::string::npos)
+    if (request.first.find('\0') != std::string::npos ||
+        request.second.find('\0') != std::string::npos)
         return std::nullopt;
     request.op = Op(op);
     return request;
@@ -95,16 +93,13 @@ std::optional<Response> decodeResponse(std::string_view datagram)
     std::uint8_t status = 0;
     std::uint32_t error = 0;
     Response response;
-    if (!header(r) || !r.byte(status) || status > std::uint8_t(Status::Failed))
-        return std::nullopt;
+    if (!header(r) || !r.byte(status) || status > std::uint8_t(Status::Failed)) return std::nullopt;
     for (int i = 0; i < 4; ++i) {
         std::uint8_t b = 0;
-        if (!r.byte(b))
-            return std::nullopt;
+        if (!r.byte(b)) return std::nullopt;
         error |= std::uint32_t(b) << (8 * i);
     }
-    if (!r.bytes(response.message, kMaxMessage) || !r.atEnd())
-        return std::nullopt;
+    if (!r.bytes(response.message, kMaxMessage) || !r.atEnd()) return std::nullopt;
     response.status = Status(status);
     response.error = std::int32_t(error);
     return response;

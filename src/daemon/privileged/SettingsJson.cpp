@@ -12,8 +12,7 @@ public:
     bool document(Value &out)
     {
         skipSpace();
-        if (!value(out, 0))
-            return false;
+        if (!value(out, 0)) return false;
         skipSpace();
         return pos == s.size();
     }
@@ -24,22 +23,21 @@ private:
 
     void skipSpace()
     {
-        while (pos < s.size() && (s[pos] == ' ' || s[pos] == '\t' || s[pos] == '\n' || s[pos] == '\r'))
+        while (pos < s.size() &&
+               (s[pos] == ' ' || s[pos] == '\t' || s[pos] == '\n' || s[pos] == '\r'))
             ++pos;
     }
 
     bool literal(std::string_view word)
     {
-        if (s.substr(pos, word.size()) != word)
-            return false;
+        if (s.substr(pos, word.size()) != word) return false;
         pos += word.size();
         return true;
     }
 
     bool value(Value &out, std::size_t depth)
     {
-        if (pos >= s.size())
-            return false;
+        if (pos >= s.size()) return false;
         switch (s[pos]) {
         case '{':
             return object(out, depth + 1);
@@ -66,8 +64,7 @@ private:
 
     bool object(Value &out, std::size_t depth)
     {
-        if (depth > kMaxDepth)
-            return false;
+        if (depth > kMaxDepth) return false;
         out.type = Value::Type::Object;
         ++pos; // '{'
         skipSpace();
@@ -78,35 +75,29 @@ private:
         for (;;) {
             skipSpace();
             std::string key;
-            if (pos >= s.size() || s[pos] != '"' || !string(key))
-                return false;
+            if (pos >= s.size() || s[pos] != '"' || !string(key)) return false;
             skipSpace();
-            if (pos >= s.size() || s[pos] != ':')
-                return false;
+            if (pos >= s.size() || s[pos] != ':') return false;
             ++pos;
             skipSpace();
             Value v;
-            if (!value(v, depth))
-                return false;
+            if (!value(v, depth)) return false;
             out.names.push_back(std::move(key));
             out.items.push_back(std::move(v));
             skipSpace();
-            if (pos >= s.size())
-                return false;
+            if (pos >= s.size()) return false;
             if (s[pos] == '}') {
                 ++pos;
                 return true;
             }
-            if (s[pos] != ',')
-                return false;
+            if (s[pos] != ',') return false;
             ++pos;
         }
     }
 
     bool array(Value &out, std::size_t depth)
     {
-        if (depth > kMaxDepth)
-            return false;
+        if (depth > kMaxDepth) return false;
         out.type = Value::Type::Array;
         ++pos; // '['
         skipSpace();
@@ -117,18 +108,15 @@ private:
         for (;;) {
             skipSpace();
             Value v;
-            if (!value(v, depth))
-                return false;
+            if (!value(v, depth)) return false;
             out.items.push_back(std::move(v));
             skipSpace();
-            if (pos >= s.size())
-                return false;
+            if (pos >= s.size()) return false;
             if (s[pos] == ']') {
                 ++pos;
                 return true;
             }
-            if (s[pos] != ',')
-                return false;
+            if (s[pos] != ',') return false;
             ++pos;
         }
     }
@@ -138,10 +126,8 @@ private:
     bool number(std::string &out)
     {
         const std::size_t start = pos;
-        if (pos < s.size() && s[pos] == '-')
-            ++pos;
-        if (pos >= s.size() || !isDigit(s[pos]))
-            return false;
+        if (pos < s.size() && s[pos] == '-') ++pos;
+        if (pos >= s.size() || !isDigit(s[pos])) return false;
         if (s[pos] == '0') {
             ++pos;
         } else {
@@ -150,17 +136,14 @@ private:
         }
         if (pos < s.size() && s[pos] == '.') {
             ++pos;
-            if (pos >= s.size() || !isDigit(s[pos]))
-                return false;
+            if (pos >= s.size() || !isDigit(s[pos])) return false;
             while (pos < s.size() && isDigit(s[pos]))
                 ++pos;
         }
         if (pos < s.size() && (s[pos] == 'e' || s[pos] == 'E')) {
             ++pos;
-            if (pos < s.size() && (s[pos] == '+' || s[pos] == '-'))
-                ++pos;
-            if (pos >= s.size() || !isDigit(s[pos]))
-                return false;
+            if (pos < s.size() && (s[pos] == '+' || s[pos] == '-')) ++pos;
+            if (pos >= s.size() || !isDigit(s[pos])) return false;
             while (pos < s.size() && isDigit(s[pos]))
                 ++pos;
         }
@@ -170,8 +153,7 @@ private:
 
     bool hex4(unsigned &v)
     {
-        if (s.size() - pos < 4)
-            return false;
+        if (s.size() - pos < 4) return false;
         v = 0;
         for (int i = 0; i < 4; ++i) {
             const char c = s[pos++];
@@ -209,8 +191,7 @@ private:
 
     bool escape(std::string &out)
     {
-        if (pos >= s.size())
-            return false;
+        if (pos >= s.size()) return false;
         const char c = s[pos++];
         switch (c) {
         case '"':
@@ -235,8 +216,7 @@ private:
             return true;
         case 'u': {
             unsigned cp = 0;
-            if (!hex4(cp))
-                return false;
+            if (!hex4(cp)) return false;
             if (cp >= 0xd800 && cp <= 0xdbff && s.substr(pos, 2) == "\\u") {
                 const std::size_t save = pos;
                 pos += 2;
@@ -265,12 +245,10 @@ private:
                 ++pos;
                 return true;
             }
-            if (static_cast<unsigned char>(c) < 0x20)
-                return false;
+            if (static_cast<unsigned char>(c) < 0x20) return false;
             ++pos;
             if (c == '\\') {
-                if (!escape(out))
-                    return false;
+                if (!escape(out)) return false;
             } else {
                 out.push_back(c);
             }
@@ -283,33 +261,27 @@ private:
 
 const Value *Value::member(std::string_view key) const
 {
-    if (type != Type::Object)
-        return nullptr;
+    if (type != Type::Object) return nullptr;
     for (std::size_t i = names.size(); i-- > 0;)
-        if (names[i] == key)
-            return &items[i];
+        if (names[i] == key) return &items[i];
     return nullptr;
 }
 
 std::optional<Value> parse(std::string_view text)
 {
-    if (text.size() > kMaxInput)
-        return std::nullopt;
+    if (text.size() > kMaxInput) return std::nullopt;
     Value v;
-    if (!Parser(text).document(v))
-        return std::nullopt;
+    if (!Parser(text).document(v)) return std::nullopt;
     return v;
 }
 
 std::optional<std::vector<std::string>> protectedDiskKeys(std::string_view text)
 {
     const std::optional<Value> doc = parse(text);
-    if (!doc || doc->type != Value::Type::Object)
-        return std::nullopt;
+    if (!doc || doc->type != Value::Type::Object) return std::nullopt;
     std::vector<std::string> keys;
     const Value *disks = doc->member("PrefsProtectedDisks");
-    if (!disks || disks->type != Value::Type::Object)
-        return keys;
+    if (!disks || disks->type != Value::Type::Object) return keys;
     keys = disks->names;
     return keys;
 }

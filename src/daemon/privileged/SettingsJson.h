@@ -17,7 +17,7 @@ struct Value
     enum class Type { Null, Bool, Number, String, Array, Object };
     Type type = Type::Null;
     bool boolean = false;
-    std::string text; // the number as written, or the string's UTF-8 bytes
+    std::string text;               // the number as written, or the string's UTF-8 bytes
     std::vector<Value> items;       // array elements, or object member values
     std::vector<std::string> names; // object member names, index for index with items
 

@@ -37,14 +37,12 @@ void ensureStandardDescriptors()
 {
     for (int fd = 0; fd < 3; ++fd)
         if (fcntl(fd, F_GETFD) < 0 && errno == EBADF)
-            if (open("/dev/null", O_RDWR) != fd)
-                std::_Exit(1);
+            if (open("/dev/null", O_RDWR) != fd) std::_Exit(1);
 }
 
 void closeInheritedDescriptors()
 {
-    if (syscall(SYS_close_range, 3U, ~0U, 0U) == 0)
-        return;
+    if (syscall(SYS_close_range, 3U, ~0U, 0U) == 0) return;
     for (int fd = 3; fd < 1024; ++fd)
         close(fd);
 }
@@ -64,8 +62,7 @@ privileged::Context userContext()
     c.uid = getuid();
     c.gid = getgid();
     std::string home;
-    if (const char *h = secure_getenv("HOME"); h && h[0] == '/')
-        home = h;
+    if (const char *h = secure_getenv("HOME"); h && h[0] == '/') home = h;
     if (home.empty())
         if (const passwd *pw = getpwuid(c.uid); pw && pw->pw_dir && pw->pw_dir[0] == '/')
             home = pw->pw_dir;
@@ -75,8 +72,7 @@ privileged::Context userContext()
         config = withoutTrailingSlashes(x);
     else if (!c.home.empty())
         config = c.home + "/.config";
-    if (!config.empty())
-        c.settingsFile = config + "/Salvora/Salvora 3.json";
+    if (!config.empty()) c.settingsFile = config + "/Salvora/Salvora 3.json";
     return c;
 }
 
@@ -84,8 +80,7 @@ std::string agentPath()
 {
     char buf[PATH_MAX + 1];
     const ssize_t n = readlink("/proc/self/exe", buf, PATH_MAX);
-    if (n <= 0)
-        die("cannot find its own executable");
+    if (n <= 0) die("cannot find its own executable");
     std::string self(buf, std::size_t(n));
     const std::size_t slash = self.rfind('/');
     return self.substr(0, slash + 1) + "sv3daemon-agent";
@@ -94,8 +89,7 @@ std::string agentPath()
 // Keeps only what removing and creating in other users' folders needs.
 void limitCapabilities()
 {
-    if (geteuid() != 0)
-        return;
+    if (geteuid() != 0) return;
     const unsigned keep[] = {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER};
     for (unsigned cap = 0; cap <= CAP_LAST_CAP; ++cap) {
         bool kept = false;
@@ -111,24 +105,22 @@ void limitCapabilities()
         data[k / 32].effective |= 1U << (k % 32);
         data[k / 32].permitted |= 1U << (k % 32);
     }
-    if (syscall(SYS_capset, &header, data) != 0)
-        die("cannot limit capabilities");
+    if (syscall(SYS_capset, &header, data) != 0) die("cannot limit capabilities");
 }
 
 [[noreturn]] void runHelper(int fd, const privileged::Context &context)
 {
-    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
-        die("cannot set no_new_privs");
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) die("cannot set no_new_privs");
     clearenv();
     umask(022);
-    if (chdir("/") != 0)
-        die("cannot change to /");
+    if (chdir("/") != 0) die("cannot change to /");
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     if (null < 0 || dup2(null, STDIN_FILENO) < 0 || dup2(null, STDOUT_FILENO) < 0)
         die("cannot open /dev/null");
     close(null);
     limitCapabilities();
-    privileged::log("serving uid " + std::to_string(context.uid) + (geteuid() == 0 ? " with root's rights" : ""));
+    privileged::log("serving uid " + std::to_string(context.uid) +
+                    (geteuid() == 0 ? " with root's rights" : ""));
     privileged::serve(fd, context);
     std::_Exit(0);
 }
@@ -141,17 +133,16 @@ void dropPrivileges(uid_t uid, gid_t gid)
         // them, and the agent must have the user's groups, no more.
         const int n = getgroups(0, nullptr);
         std::vector<gid_t> groups(std::size_t(n > 0 ? n : 0));
-        if (n < 0 || getgroups(n, groups.data()) != n || setgroups(groups.size(), groups.data()) != 0)
+        if (n < 0 || getgroups(n, groups.data()) != n ||
+            setgroups(groups.size(), groups.data()) != 0)
             die("cannot set the supplementary groups");
     }
-    if (setresgid(gid, gid, gid) != 0)
-        die("cannot drop the group id");
-    if (setresuid(uid, uid, uid) != 0)
-        die("cannot drop the user id");
+    if (setresgid(gid, gid, gid) != 0) die("cannot drop the group id");
+    if (setresuid(uid, uid, uid) != 0) die("cannot drop the user id");
     uid_t r = 0, e = 0, s = 0;
     gid_t rg = 0, eg = 0, sg = 0;
-    if (getresuid(&r, &e, &s) != 0 || r != uid || e != uid || s != uid || getresgid(&rg, &eg, &sg) != 0 ||
-        rg != gid || eg != gid || sg != gid)
+    if (getresuid(&r, &e, &s) != 0 || r != uid || e != uid || s != uid ||
+        getresgid(&rg, &eg, &sg) != 0 || rg != gid || eg != gid || sg != gid)
         die("the ids did not drop");
     if (uid != 0 && (setuid(0) == 0 || seteuid(0) == 0)) {
         errno = EPERM;
@@ -178,16 +169,14 @@ int main()
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0)
         die("cannot create the socket pair");
     const pid_t helper = fork();
-    if (helper < 0)
-        die("cannot fork");
+    if (helper < 0) die("cannot fork");
     if (helper == 0) {
         close(sv[0]);
         runHelper(sv[1], context);
     }
     close(sv[1]);
     dropPrivileges(context.uid, context.gid);
-    if (fcntl(sv[0], F_SETFD, 0) != 0)
-        die("cannot hand the socket over");
+    if (fcntl(sv[0], F_SETFD, 0) != 0) die("cannot hand the socket over");
     const std::string fdArg = "--privileged-fd=" + std::to_string(sv[0]);
     const std::string pidArg = "--privileged-pid=" + std::to_string(helper);
     char *const argv[] = {const_cast<char *>(agent.c_str()), const_cast<char *>(fdArg.c_str()),
