@@ -397,9 +397,11 @@ private slots:
         // With the agent stopped, the kernel's event queue overflows; the item trashed after that
         // is never announced, and must be found by looking again.
         bool ok = false;
-        const int limit = TestEnv::readFile("/proc/sys/fs/inotify/max_queued_events").trimmed().toInt(&ok);
+        const int limit =
+            TestEnv::readFile("/proc/sys/fs/inotify/max_queued_events").trimmed().toInt(&ok);
         if (!ok || limit > 100000) QSKIP("inotify queue too long to overflow quickly");
-        const QByteArray noise = QFile::encodeName(QFileInfo(Settings::fileName()).absolutePath()) + "/noise-";
+        const QByteArray noise =
+            QFile::encodeName(QFileInfo(Settings::fileName()).absolutePath()) + "/noise-";
         const QByteArray work = home + "/overflow";
         QVERIFY(TestEnv::writeFile(work + "/unannounced.txt", "x"));
         QVERIFY(::kill(pid_t(daemon->pid()), SIGSTOP) == 0);

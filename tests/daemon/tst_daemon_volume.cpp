@@ -153,6 +153,19 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(3), 10000);
     }
 
+    void directDeletionOnTheVolume()
+    {
+        // `salvora rm`: straight into the volume's cache; the daemon hears of it and refreshes
+        // the volume's snapshot.
+        QVERIFY(TestEnv::writeFile(mount + "/docs/direct.txt", "deleted from a terminal"));
+        const auto results = CacheCommit::deleteIntoCache({mount + "/docs/direct.txt"});
+        QVERIFY2(results.first().ok(), qPrintable(results.first().message()));
+        QVERIFY(results.first().cachedPath.startsWith(cache + '/'));
+        QCOMPARE(TestEnv::readFile(results.first().cachedPath),
+                 QByteArray("deleted from a terminal"));
+        QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(4), 10000);
+    }
+
     void unpluggedVolumeKeepsItsDays()
     {
         QVERIFY(TestEnv::writeFile(mount + "/docs/c.txt", "trashed before unplugging"));
@@ -168,7 +181,7 @@ private slots:
         QTest::qWait(800);
         // Still offered with its days; unplugging deleted nothing, so nothing was committed.
         QCOMPARE(snapshotEntry().value(QStringLiteral("path")).toString(), str(mount));
-        QCOMPARE(todaysCountInSnapshot(), qint64(3));
+        QCOMPARE(todaysCountInSnapshot(), qint64(4));
         QVERIFY(daemon->isRunning());
 
         // Plugged again on another loop device, so under another device number.
@@ -188,7 +201,7 @@ private slots:
                     {QStringLiteral("--trash-dir=") + str(mount + "/.Trash/0")}));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("c.txt").isEmpty(), 10000);
         QCOMPARE(TestEnv::readFile(kept("c.txt")), QByteArray("trashed before unplugging"));
-        QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(4), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(5), 10000);
         QVERIFY(run(QStringLiteral("umount"), {str(mount)}));
     }
 };
