@@ -209,9 +209,7 @@ Destination destinationFor(dev_t dev, Error *error)
     for (qsizetype i = 0; i < volumes.size(); ++i) {
         const QByteArray volume = volumes.at(i).toUtf8();
         const QByteArray base = volume == "/" ? CommonUtils::homeFolder() : volume;
-        struct stat st
-        {
-        };
+        struct stat st{};
         if (base.isEmpty() || ::stat(base.constData(), &st) != 0 || st.st_dev != dev) continue;
         Destination d;
         d.volumeIndex = i;
@@ -226,9 +224,7 @@ Destination destinationFor(dev_t dev, Error *error)
     }
     *error = Error::NotOnProtectedVolume;
     for (const QString &v : volumes) {
-        struct stat st
-        {
-        };
+        struct stat st{};
         if (::stat(v.toUtf8().constData(), &st) == 0 && st.st_dev == dev)
             *error = Error::CrossDevice;
     }
@@ -296,9 +292,7 @@ QList<Result> deleteIntoCache(const QByteArrayList &paths, bool notify)
         const qsizetype slash = abs.lastIndexOf('/');
         const QByteArray name = slash >= 0 ? abs.mid(slash + 1) : QByteArray();
         const QByteArray parent = slash > 0 ? abs.left(slash) : QByteArray("/");
-        struct stat st
-        {
-        };
+        struct stat st{};
         if (abs.isEmpty() || !isItemName(name)) {
             r.error = Error::InvalidPath;
         } else if (!protectionOn) {

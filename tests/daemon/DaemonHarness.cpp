@@ -120,9 +120,7 @@ void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray
     for (const QByteArray &name : names) {
         const QByteArray r = rel.isEmpty() ? name : rel + '/' + name;
         const QByteArray full = base + '/' + r;
-        struct stat st
-        {
-        };
+        struct stat st{};
         if (lstat(full.constData(), &st) != 0) continue;
         if (S_ISDIR(st.st_mode)) {
             out.insert(r, "d");
@@ -188,9 +186,7 @@ int pendingCount(const QByteArray &cacheFolder)
 
 bool removeTree(const QByteArray &path)
 {
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (lstat(path.constData(), &st) != 0) return errno == ENOENT;
     if (S_ISDIR(st.st_mode)) {
         QByteArrayList names;

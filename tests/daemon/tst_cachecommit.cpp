@@ -29,9 +29,7 @@ class TstCacheCommit : public QObject
 
     static bool exists(const QByteArray &p)
     {
-        struct stat st
-        {
-        };
+        struct stat st{};
         return ::lstat(p.constData(), &st) == 0;
     }
     static CacheCommit::Result del(const QByteArray &path)

@@ -82,9 +82,7 @@ public:
 
 bool exists(const QByteArray &path)
 {
-    struct stat st
-    {
-    };
+    struct stat st{};
     return ::lstat(path.constData(), &st) == 0;
 }
 
@@ -174,9 +172,7 @@ class TstDaemonPrivileged : public QObject
     {
         setpwent();
         while (const passwd *pw = getpwent()) {
-            struct stat st
-            {
-            };
+            struct stat st{};
             const QByteArray dir = pw->pw_dir;
             if (pw->pw_uid != 0 && (dir.startsWith("/var/") || dir.startsWith("/home/")) &&
                 ::lstat(pw->pw_dir, &st) == 0 && S_ISDIR(st.st_mode)) {
@@ -246,9 +242,7 @@ private slots:
         Session s;
         QVERIFY(s.start(exe("bin", "sv3daemon")));
         QCOMPARE(s.create(vol), QByteArray("done"));
-        struct stat st
-        {
-        };
+        struct stat st{};
         QVERIFY(::lstat(cache.constData(), &st) == 0);
         QVERIFY(S_ISDIR(st.st_mode));
         QCOMPARE(st.st_mode & 07777, mode_t(0777));
@@ -356,9 +350,7 @@ private slots:
             const int fd = ::open(race.constData(), O_RDONLY | O_DIRECTORY);
             while (!stop) {
                 if (renameat2(fd, "d", fd, "swap", RENAME_EXCHANGE) == 0) ++swaps;
-                struct stat st
-                {
-                };
+                struct stat st{};
                 // Keep a real folder with an "x" under one of the two names.
                 for (const char *n : {"d", "swap"}) {
                     if (fstatat(fd, n, &st, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -439,9 +431,7 @@ private slots:
 
         // The volume root is root's: only the helper can create the cache there.
         QCOMPARE(s.create(vol), QByteArray("done"));
-        struct stat cst
-        {
-        };
+        struct stat cst{};
         QVERIFY(::lstat(cache.constData(), &cst) == 0 && cst.st_uid == 0 &&
                 (cst.st_mode & 07777) == 0777);
         QCOMPARE(s.create("/mnt/plain"), QByteArray("refused"));

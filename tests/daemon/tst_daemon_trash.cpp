@@ -73,9 +73,7 @@ class TstDaemonTrash : public QObject
     {
         const QByteArray uid = QByteArray::number(getuid());
         for (const MountEntry &e : MountInfo::parse(MountInfo::readFile())) {
-            struct stat st
-            {
-            };
+            struct stat st{};
             const QByteArray top = e.mountPoint == "/" ? QByteArray() : e.mountPoint;
             if (::lstat((top + "/.Trash-" + uid).constData(), &st) == 0 ||
                 ::lstat((top + "/.Trash/" + uid).constData(), &st) == 0)
@@ -298,9 +296,7 @@ private slots:
             return cache + '/' + day;
         };
         const auto exists = [](const QByteArray &p) {
-            struct stat st
-            {
-            };
+            struct stat st{};
             return ::lstat(p.constData(), &st) == 0;
         };
         const QByteArray d20 = makeDay(20), d3 = makeDay(3), d0 = cache + '/' + today();
@@ -354,9 +350,7 @@ private slots:
                                       NotificationBus::deleteListUserInfo(request)));
         QTRY_VERIFY_WITH_TIMEOUT(
             logContent().contains("sv3daemon deleted 3 of 7 item(s) on request."), 10000);
-        struct stat st
-        {
-        };
+        struct stat st{};
         QVERIFY(::lstat((cache + "/2021-01-02").constData(), &st) != 0);
         // The emptied time folder goes; its day stays, to be recounted.
         QVERIFY(::lstat(time.constData(), &st) != 0);

@@ -113,9 +113,7 @@ private slots:
         QVERIFY(TestEnv::readFile(mount + "/.Trash-0/info/a.txt.trashinfo")
                     .contains("Path=docs/a.txt"));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 2, 10000);
-        struct stat st
-        {
-        };
+        struct stat st{};
         QVERIFY(::lstat(cache.constData(), &st) == 0);
         QCOMPARE(st.st_mode & 07777, mode_t(0777));
 
@@ -142,9 +140,7 @@ private slots:
         QVERIFY(TestEnv::writeFile(mount + "/docs/b.txt", "shared trash"));
         QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/b.txt")}));
         const QByteArray trash = mount + "/.Trash/0";
-        struct stat st
-        {
-        };
+        struct stat st{};
         QVERIFY(::lstat((trash + "/files/b.txt").constData(), &st) == 0);
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
         QVERIFY(removeTree(trash + "/files/b.txt"));
@@ -172,9 +168,7 @@ private slots:
         QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/c.txt")}));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
         const QByteArrayList before = cachedItems(cache);
-        struct stat first
-        {
-        }, now{};
+        struct stat first{}, now{};
         QVERIFY(::stat(mount.constData(), &first) == 0);
 
         QVERIFY(run(QStringLiteral("umount"), {str(mount)}));

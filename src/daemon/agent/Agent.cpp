@@ -6,6 +6,7 @@
 #include "PrivilegedClient.h"
 #include "Shadow.h"
 #include "TrashWatch.h"
+#include "UniqueFd.h"
 #include "cache/CacheLayout.h"
 #include "cache/Folders.h"
 #include "common/Locations.h"
@@ -33,17 +34,7 @@ Q_LOGGING_CATEGORY(lcAgent, "salvora.daemon")
 
 namespace {
 
-struct Fd
-{
-    int fd = -1;
-    explicit Fd(int f = -1) : fd(f) {}
-    ~Fd()
-    {
-        if (fd >= 0) ::close(fd);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-};
+using Fd = UniqueFd;
 
 QByteArray baseName(const QByteArray &path)
 {
@@ -277,9 +268,7 @@ void Agent::rebuildVolumes()
                                                : w.mount + '/' + CommonUtils::kCacheFolderName);
         v->mountPath = w.mount;
         v->uuid = w.uuid;
-        struct stat base
-        {
-        };
+        struct stat base{};
         if (::stat(home ? CommonUtils::homeFolder().constData() : w.mount.constData(), &base) == 0)
             v->baseDev = base.st_dev;
         const QByteArray uid = QByteArray::number(getuid());
@@ -304,9 +293,7 @@ void Agent::rebuildVolumes()
                 owner->adopt(r);
                 continue;
             }
-            struct stat st
-            {
-            };
+            struct stat st{};
             const QByteArray item = r.trashDir + "/files/" + r.trashName;
             if (::lstat(item.constData(), &st) != 0 || quint64(st.st_ino) != r.ino)
                 settle(volume, r);
@@ -327,18 +314,14 @@ void Agent::reconcileAll()
 
 bool Agent::isMounted(const Volume &v) const
 {
-    struct stat st
-    {
-    };
+    struct stat st{};
     const QByteArray base = v.mountPath == "/" ? CommonUtils::homeFolder() : v.mountPath;
     return ::stat(base.constData(), &st) == 0 && st.st_dev == v.baseDev;
 }
 
 bool Agent::ensureCacheFolder(Volume &v)
 {
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (::lstat(v.cacheFolder.constData(), &st) == 0) return S_ISDIR(st.st_mode);
     if (v.mountPath == "/") return CommonUtils::createFolder(v.cacheFolder);
     if (::mkdir(v.cacheFolder.constData(), 0777) == 0) {
@@ -392,9 +375,7 @@ void Agent::settle(Volume &v, const ShadowRecord &r)
     bool keep = mPrefs.protection && !mPrefs.exclusions.matches(keptName(r));
     // Restored: the same inode is back where it came from, on the trash's file system (whose
     // device number is the one it has now, not necessarily the one recorded).
-    struct stat st
-    {
-    }, trash{};
+    struct stat st{}, trash{};
     const quint64 dev = ::stat(r.trashDir.constData(), &trash) == 0 ? quint64(trash.st_dev) : r.dev;
     if (keep && !r.origin.isEmpty() && ::lstat(r.origin.constData(), &st) == 0 &&
         quint64(st.st_ino) == r.ino && quint64(st.st_dev) == dev)

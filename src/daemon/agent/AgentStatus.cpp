@@ -73,9 +73,7 @@ void Agent::updateProtectedVolumesData()
     for (const auto &v : mVolumes) {
         if (v->uuid.isEmpty() || !isMounted(*v)) continue;
         QVariantList days;
-        struct stat st
-        {
-        };
+        struct stat st{};
         if (::lstat(v->cacheFolder.constData(), &st) == 0 && S_ISDIR(st.st_mode))
             for (const DayEntry &d : CommonUtils::getListOfDaysInCache(v->cacheFolder))
                 days.append(d.toVariantMap());

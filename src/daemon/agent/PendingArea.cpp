@@ -1,6 +1,7 @@
 #include "PendingArea.h"
 
 #include "SafeRemove.h"
+#include "UniqueFd.h"
 #include "cache/FolderWalk.h"
 
 #include <QDateTime>
@@ -12,17 +13,7 @@
 
 namespace {
 
-struct Fd
-{
-    int fd = -1;
-    explicit Fd(int f = -1) : fd(f) {}
-    ~Fd()
-    {
-        if (fd >= 0) ::close(fd);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-};
+using Fd = UniqueFd;
 
 int openOrMake(int parentFd, const char *name, mode_t mode, bool create, bool mustOwn)
 {
@@ -30,9 +21,7 @@ int openOrMake(int parentFd, const char *name, mode_t mode, bool create, bool mu
     if (create && !made && errno != EEXIST) return -1;
     const int fd = openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) return -1;
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (made) {
         fchmod(fd, mode);
     } else if (mustOwn && (fstat(fd, &st) != 0 || st.st_uid != getuid())) {
@@ -141,9 +130,7 @@ QList<ShadowRecord> PendingArea::load() const
         Fd dir(openat(pending.fd, id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (dir.fd < 0) continue;
         std::optional<ShadowRecord> r = ShadowRecord::parse(readSmallFile(dir.fd, kRecordName));
-        struct stat st
-        {
-        };
+        struct stat st{};
         if (!r || fstatat(dir.fd, kItemName, &st, AT_SYMLINK_NOFOLLOW) != 0) {
             // A shadow that never got its record or its item (the agent stopped while taking it)
             // holds nothing that is not still in the trash.

@@ -1,5 +1,7 @@
 #include "Shadow.h"
 
+#include "UniqueFd.h"
+
 #include "cache/FolderWalk.h"
 
 #include <QList>
@@ -16,17 +18,7 @@ namespace {
 
 constexpr int kMaxDepth = 512;
 
-struct Fd
-{
-    int fd = -1;
-    explicit Fd(int f = -1) : fd(f) {}
-    ~Fd()
-    {
-        if (fd >= 0) ::close(fd);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-};
+using Fd = UniqueFd;
 
 void fail(Stats &s, int err)
 {
@@ -37,9 +29,7 @@ void fail(Stats &s, int err)
 bool copyFile(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName)
 {
     Fd src(openat(srcDirFd, srcName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (src.fd < 0 || fstat(src.fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;
     Fd dst(openat(dstDirFd, dstName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                   st.st_mode & 07777));
@@ -90,9 +80,7 @@ void mirrorFolder(int srcDirFd, const char *srcName, int dstDirFd, const char *d
     });
     for (const auto &[name, type] : entries)
         mirrorEntry(src.fd, name.constData(), dst.fd, name.constData(), type, s, depth + 1);
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (fstat(src.fd, &st) == 0) {
         // The owner keeps write access, or the item could not be moved or removed later.
         fchmod(dst.fd, (st.st_mode & 07777) | 0700);
@@ -127,9 +115,7 @@ void mirrorEntry(int srcDirFd, const char *srcName, int dstDirFd, const char *ds
 Stats mirror(int srcDirFd, const char *srcName, int dstDirFd, const char *dstName)
 {
     Stats s;
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (fstatat(srcDirFd, srcName, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         fail(s, errno);
         return s;

@@ -4,6 +4,7 @@
 #include "DirWatch.h"
 #include "Shadow.h"
 #include "TrashInfo.h"
+#include "UniqueFd.h"
 #include "cache/FolderWalk.h"
 
 #include <QLoggingCategory>
@@ -20,17 +21,7 @@ Q_LOGGING_CATEGORY(lcEvents, "salvora.daemon.events", QtInfoMsg)
 
 namespace {
 
-struct Fd
-{
-    int fd = -1;
-    explicit Fd(int f = -1) : fd(f) {}
-    ~Fd()
-    {
-        if (fd >= 0) ::close(fd);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-};
+using Fd = UniqueFd;
 
 // An item created in place (copied into the trash rather than renamed) may still be filling.
 constexpr int kCompleteAfterMs = 1000;
@@ -60,9 +51,7 @@ bool TrashWatch::isWatching() const
 bool TrashWatch::usable() const
 {
     // Never a link, always the user's own; <top>/.Trash only while it is sticky.
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (::lstat(mTrashDir.constData(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != getuid())
         return false;
     if (!mSharedTop) return true;
@@ -134,9 +123,7 @@ void TrashWatch::onInfoEvent(const Inotify::Event &e)
 void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
 {
     Fd files(openSub("files"));
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) return;
     if (const auto it = mShadows.constFind(name); it != mShadows.cend()) {
         if (it->ino != quint64(st.st_ino)) {
@@ -171,9 +158,7 @@ void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
 bool TrashWatch::shadowExists(const ShadowRecord &r) const
 {
     Fd pending(mVolume->pending.open(false));
-    struct stat st
-    {
-    };
+    struct stat st{};
     return pending.fd >= 0 &&
            fstatat(pending.fd, r.id.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
            S_ISDIR(st.st_mode);
@@ -184,9 +169,7 @@ void TrashWatch::complete(const QByteArray &name)
     const auto it = mShadows.constFind(name);
     if (it == mShadows.cend()) return;
     Fd files(openSub("files"));
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
         it->ino != quint64(st.st_ino))
         return;
@@ -203,9 +186,7 @@ void TrashWatch::left(const QByteArray &name)
     const auto it = mShadows.constFind(name);
     if (it == mShadows.cend()) return;
     Fd files(openSub("files"));
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (files.fd >= 0 && fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
         it->ino == quint64(st.st_ino))
         return; // moved out and straight back

@@ -3,6 +3,7 @@
 #include "MountTable.h"
 #include "SafeRemove.h"
 #include "SettingsJson.h"
+#include "UniqueFd.h"
 #include "VolumeId.h"
 
 #include <algorithm>
@@ -25,19 +26,7 @@ namespace {
 
 constexpr char kCacheName[] = ".Salvora3Cache";
 
-struct Fd
-{
-    int fd = -1;
-    Fd() = default;
-    explicit Fd(int f) : fd(f) {}
-    ~Fd()
-    {
-        if (fd >= 0) close(fd);
-    }
-    Fd(Fd &&o) noexcept : fd(o.fd) { o.fd = -1; }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-};
+using Fd = UniqueFd;
 
 struct Outcome
 {
@@ -83,9 +72,7 @@ std::optional<std::string> readAsUser(const Context &c, const std::string &path)
         return std::nullopt;
     }
     Fd f(fd);
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
         std::size_t(st.st_size) > settingsjson::kMaxInput)
         return std::nullopt;
@@ -122,9 +109,7 @@ std::optional<mounttable::Entry> openMountRoot(const Context &c, const std::stri
         *why = std::string("cannot open the mount point: ") + std::strerror(errno);
         return std::nullopt;
     }
-    struct statx stx
-    {
-    };
+    struct statx stx{};
     if (statx(out.fd, "", AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW, STATX_MNT_ID, &stx) != 0 ||
         !(stx.stx_mask & STATX_MNT_ID)) {
         *why = "cannot identify the mount";
@@ -156,9 +141,7 @@ Outcome createCacheFolder(const Context &c, const std::string &mountPoint)
 
     if (mkdirat(root.fd, kCacheName, 0777) != 0) {
         const int err = errno;
-        struct stat st
-        {
-        };
+        struct stat st{};
         if (err == EEXIST && fstatat(root.fd, kCacheName, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
             S_ISDIR(st.st_mode))
             return done("the cache folder exists");
@@ -184,9 +167,7 @@ Outcome removeInCache(const Context &c, const std::string &cacheFolder, const st
     Fd baseFd;
     if (!c.home.empty() && base == c.home) {
         baseFd.fd = open(base.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-        struct stat st
-        {
-        };
+        struct stat st{};
         if (baseFd.fd < 0 || fstat(baseFd.fd, &st) != 0)
             return refused("the home folder cannot be opened");
         if (st.st_uid != c.uid) return refused("the home folder does not belong to the user");

@@ -1,5 +1,7 @@
 #include "SafeRemove.h"
 
+#include "UniqueFd.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -21,17 +23,7 @@ constexpr int kMaxDepth = 256;
 
 constexpr std::uint64_t kResolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
 
-struct Fd
-{
-    int fd = -1;
-    explicit Fd(int f) : fd(f) {}
-    ~Fd()
-    {
-        if (fd >= 0) close(fd);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-};
+using Fd = UniqueFd;
 
 struct LinuxDirent64
 {
@@ -64,9 +56,7 @@ bool listNames(int dirFd, std::vector<std::string> &names)
 
 int removeEntry(int parentFd, const char *name, int depth)
 {
-    struct stat st
-    {
-    };
+    struct stat st{};
     if (fstatat(parentFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT ? 0 : errno;
     if (!S_ISDIR(st.st_mode)) {
         if (unlinkat(parentFd, name, 0) == 0 || errno == ENOENT) return 0;
