@@ -73,6 +73,16 @@ bool Daemon::waitForOutput(const QByteArray &needle, int timeoutMs)
            output().contains(needle);
 }
 
+int Daemon::shadowsTaken()
+{
+    return int(output().count("shadow of "));
+}
+
+bool Daemon::waitForShadows(int count, int timeoutMs)
+{
+    return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
+}
+
 bool run(const QString &program, const QStringList &args, QByteArray *output, int timeoutMs)
 {
     QProcess p;

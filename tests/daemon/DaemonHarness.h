@@ -30,6 +30,10 @@ public:
     // Everything it printed so far (stdout and stderr).
     QByteArray output();
     bool waitForOutput(const QByteArray &needle, int timeoutMs = 10000);
+    // Shadows the agent has finished taking since it started: a shadow's folder appears before
+    // its content, so a test must wait for this before deleting from the trash.
+    int shadowsTaken();
+    bool waitForShadows(int count, int timeoutMs = 10000);
 
 private:
     QString mProgram;

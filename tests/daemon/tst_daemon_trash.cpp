@@ -132,9 +132,11 @@ private slots:
         const auto photos = snapshot(work + "/photos");
         const int before = heard(Notifications::Salvora3DataMovedToCache);
 
+        const int shadows = daemon->shadowsTaken();
         QVERIFY(run(QStringLiteral("gio"),
                     {QStringLiteral("trash"), str(work + "/report.txt"), str(work + "/photos")}));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 2, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 2));
         QVERIFY(cachedItems(cache).isEmpty()); // shadows only, until the trash is emptied
         QVERIFY(run(QStringLiteral("gio"), {QStringLiteral("trash"), QStringLiteral("--empty")}));
         QTRY_VERIFY_WITH_TIMEOUT(keptAll({"report.txt", "photos"}), 10000);
@@ -160,8 +162,10 @@ private slots:
         const auto tree = snapshot(work + "/tree");
         const int before = heard(Notifications::Salvora3DataMovedToCache);
 
+        const int shadows = daemon->shadowsTaken();
         QVERIFY(run(QStringLiteral("trash-put"), {str(work + "/notes.md"), str(work + "/tree")}));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 2, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 2));
         QVERIFY(run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(trash)}));
         QTRY_VERIFY_WITH_TIMEOUT(keptAll({"notes.md", "tree"}), 10000);
         QCOMPARE(TestEnv::readFile(kept("notes.md")), QByteArray("# notes\n"));
@@ -180,10 +184,12 @@ private slots:
         QVERIFY(TestEnv::writeFile(work + "/other/" + odd, "same name, other file"));
         QVERIFY(TestEnv::writeFile(work + "/kdedir/x/y.txt", "y"));
         const auto dir = snapshot(work + "/kdedir");
+        const int shadows = daemon->shadowsTaken();
         QVERIFY(trashByHand(work + '/' + odd, odd));
         QVERIFY(trashByHand(work + "/other/" + odd, odd + ".2"));
         QVERIFY(trashByHand(work + "/kdedir", "kdedir"));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 3, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 3));
 
         for (const QByteArray &name : {odd, odd + ".2", QByteArray("kdedir")}) {
             QVERIFY(removeTree(trash + "/files/" + name));
@@ -235,9 +241,11 @@ private slots:
         QStringList args;
         for (const QByteArray &n : names)
             args << str(work + '/' + n);
+        int shadows = daemon->shadowsTaken();
         QVERIFY(run(QStringLiteral("trash-put"), args));
         // The whole name, or the last extension, ignoring case: ".tmp" has no extension.
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 3, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 3));
         QTest::qWait(300);
         QCOMPARE(pendingCount(cache), 3);
         QVERIFY(run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(trash)}));
@@ -259,10 +267,12 @@ private slots:
         QVERIFY(run(QStringLiteral("trash-put"), {str(work + "/late.txt")}));
         QTest::qWait(200);
         QCOMPARE(pendingCount(cache), 0);
+        shadows = daemon->shadowsTaken();
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         Settings::remove(SettingsKeys::PrefsExcludeName);
         Settings::remove(SettingsKeys::PrefsExcludeExtension);
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 1));
         QVERIFY(run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(trash)}));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("late.txt").isEmpty(), 10000);
     }
@@ -273,14 +283,18 @@ private slots:
         // them); when protection comes back, items still in the trash are shadowed again.
         const QByteArray work = home + "/removeall";
         QVERIFY(TestEnv::writeFile(work + "/waiting.txt", "still in the trash"));
+        int shadows = daemon->shadowsTaken();
         QVERIFY(run(QStringLiteral("trash-put"), {str(work + "/waiting.txt")}));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 1));
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
         QVERIFY(NotificationBus::post(QLatin1String(Notifications::Salvora3MenuNotification),
                                       QLatin1String(Notifications::Salvora3SettingsDidChange)));
         QVERIFY(removeTree(cache));
+        shadows = daemon->shadowsTaken();
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 1));
         QVERIFY(run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(trash)}));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("waiting.txt").isEmpty(), 10000);
     }
@@ -398,6 +412,7 @@ private slots:
             QFile::encodeName(QFileInfo(Settings::fileName()).absolutePath()) + "/noise-";
         const QByteArray work = home + "/overflow";
         QVERIFY(TestEnv::writeFile(work + "/unannounced.txt", "x"));
+        const int shadows = daemon->shadowsTaken();
         QVERIFY(::kill(pid_t(daemon->pid()), SIGSTOP) == 0);
         // Each write closes a file in the watched settings folder: one event each.
         for (int i = 0; i <= limit; ++i)
@@ -405,6 +420,7 @@ private slots:
         QVERIFY(run(QStringLiteral("trash-put"), {str(work + "/unannounced.txt")}));
         QVERIFY(::kill(pid_t(daemon->pid()), SIGCONT) == 0);
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 20000);
+        QVERIFY(daemon->waitForShadows(shadows + 1));
         QTRY_VERIFY(logContent().contains("sv3daemon missed file system events"));
         QVERIFY(run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(trash)}));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("unannounced.txt").isEmpty(), 10000);

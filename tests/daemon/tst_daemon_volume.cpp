@@ -107,12 +107,14 @@ private slots:
         QVERIFY(TestEnv::writeFile(mount + "/docs/a.txt", "on the volume"));
         QVERIFY(TestEnv::writeFile(mount + "/docs/folder/x.bin", QByteArray(5000, 'x')));
         const auto folder = snapshot(mount + "/docs/folder");
+        const int shadows = daemon->shadowsTaken();
         QVERIFY(run(QStringLiteral("trash-put"),
                     {str(mount + "/docs/a.txt"), str(mount + "/docs/folder")}));
         // trash-cli writes paths relative to the volume's top folder there.
         QVERIFY(TestEnv::readFile(mount + "/.Trash-0/info/a.txt.trashinfo")
                     .contains("Path=docs/a.txt"));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 2, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 2));
         struct stat st{};
         QVERIFY(::lstat(cache.constData(), &st) == 0);
         QCOMPARE(st.st_mode & 07777, mode_t(0777));
@@ -138,11 +140,13 @@ private slots:
         QVERIFY(::mkdir((mount + "/.Trash").constData(), 0777) == 0);
         QVERIFY(::chmod((mount + "/.Trash").constData(), 01777) == 0);
         QVERIFY(TestEnv::writeFile(mount + "/docs/b.txt", "shared trash"));
+        const int shadows = daemon->shadowsTaken();
         QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/b.txt")}));
         const QByteArray trash = mount + "/.Trash/0";
         struct stat st{};
         QVERIFY(::lstat((trash + "/files/b.txt").constData(), &st) == 0);
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 1));
         QVERIFY(removeTree(trash + "/files/b.txt"));
         QVERIFY(::unlink((trash + "/info/b.txt.trashinfo").constData()) == 0);
         QTRY_VERIFY_WITH_TIMEOUT(!kept("b.txt").isEmpty(), 10000);
@@ -165,8 +169,10 @@ private slots:
     void unpluggedVolumeKeepsItsDays()
     {
         QVERIFY(TestEnv::writeFile(mount + "/docs/c.txt", "trashed before unplugging"));
+        const int shadows = daemon->shadowsTaken();
         QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/c.txt")}));
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
+        QVERIFY(daemon->waitForShadows(shadows + 1));
         const QByteArrayList before = cachedItems(cache);
         struct stat first{}, now{};
         QVERIFY(::stat(mount.constData(), &first) == 0);
