@@ -15,6 +15,7 @@ PACKAGES="
   pkexec
   desktop-file-utils appstream man-db
   xvfb x11-utils imagemagick adwaita-qt6 adwaita-icon-theme fonts-dejavu-core
+  libglib2.0-bin gvfs trash-cli
 "
 if [ -z "${SALVORA_SKIP_APT:-}" ]; then
     $SUDO env DEBIAN_FRONTEND=noninteractive apt-get update -qq
