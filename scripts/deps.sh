@@ -8,12 +8,14 @@ SUDO=
 PACKAGES="
   build-essential cmake ninja-build pkg-config git
   qt6-base-dev qt6-base-dev-tools qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qt6-qpa-plugins
+  qt6-pdf-dev
   libudev-dev libblkid-dev
   clang libclang-rt-14-dev
   dbus dbus-bin e2fsprogs util-linux mount xxd
   pkexec
   desktop-file-utils appstream man-db
   xvfb x11-utils imagemagick adwaita-qt6 adwaita-icon-theme fonts-dejavu-core
+  libglib2.0-bin gvfs trash-cli
 "
 if [ -z "${SALVORA_SKIP_APT:-}" ]; then
     $SUDO env DEBIAN_FRONTEND=noninteractive apt-get update -qq

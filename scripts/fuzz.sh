@@ -24,3 +24,9 @@ printf 'adminlauncher\0/usr/libexec/salvora3/adminlauncher\0009' > "$work/launch
 printf 'adminlauncher\0/usr/libexec/salvora3/sv3daemon\0002' > "$work/launcher/daemon"
 printf 'adminlauncher\0/usr/libexec/salvora3/sv3daemon\0LA\0--flag\0' > "$work/launcher/launch"
 build-fuzz/bin/fuzz_launcher_command -max_len=512 -max_total_time="$seconds" -print_final_stats=1 "$work/launcher" 2>&1 | tail -4
+# Seeds for the privileged helper's parsers: a settings document, a request, a mount table line.
+mkdir -p "$work/privileged"
+printf '{\n    "PrefsProtectedDisks": {\n        "5A1F0A3E-0C1D-4E2F-8A9B-0123456789AB": "/mnt/v\\u00e9"\n    },\n    "PrefsRemoveFromCache": 14,\n    "x": [true, false, null, -1.5e3]\n}\n' > "$work/privileged/settings"
+printf 'S\001\002\025\000/mnt/v/.Salvora3Cache\016\0002024-05-03/a/b' > "$work/privileged/request"
+printf '36 25 8:1 / /mnt/sv3\\040vol rw,relatime shared:1 - ext4 /dev/loop0 rw\n' > "$work/privileged/mountinfo"
+build-fuzz/bin/fuzz_privileged -max_len=4096 -max_total_time="$seconds" -print_final_stats=1 "$work/privileged" 2>&1 | tail -4

@@ -127,6 +127,210 @@
         <source>%1 (unmounted)</source>
         <translation>%1 (unmounted)</translation>
     </message>
+    <message id="MovedIntoCacheAt">
+        <source>Moved into the cache at %1</source>
+        <translation>Moved into the cache at %1</translation>
+    </message>
+    <message id="ContextualMenuRevealInFinder">
+        <source>Show “%1” in the File Manager</source>
+        <translation>Show “%1” in the File Manager</translation>
+    </message>
+    <message id="ContextualMenuDelete">
+        <source>Delete “%1” from the Cache…</source>
+        <translation>Delete “%1” from the Cache…</translation>
+    </message>
+    <message id="NewVersion">
+        <source>Salvora 3 version %1 is available (you have version %2).</source>
+        <translation>Salvora 3 version %1 is available (you have version %2).</translation>
+    </message>
+    <message id="WebDownload">
+        <source>https://salvora.org/download/</source>
+        <translation>https://salvora.org/download/</translation>
+    </message>
+    <message id="Never">
+        <source>Never</source>
+        <translation>Never</translation>
+    </message>
+    <message id="DaysOfActivityUnlimited">
+        <source>Deleted items stay in the cache until you delete them yourself.</source>
+        <translation>Deleted items stay in the cache until you delete them yourself.</translation>
+    </message>
+    <message id="OneDay">
+        <source>%1 day</source>
+        <translation>%1 day</translation>
+    </message>
+    <message id="ManyDays">
+        <source>%1 days</source>
+        <translation>%1 days</translation>
+    </message>
+    <message id="DaysOfActivityNormal">
+        <source>Deleted items leave the cache after this many days of activity.</source>
+        <translation>Deleted items leave the cache after this many days of activity.</translation>
+    </message>
+    <message id="DaysOfActivityLower">
+        <source>The days of activity beyond this limit will be removed from the cache.</source>
+        <translation>The days of activity beyond this limit will be removed from the cache.</translation>
+    </message>
+    <message id="DeleteContentsTitle">
+        <source>Delete the selected items from the cache?</source>
+        <translation>Delete the selected items from the cache?</translation>
+    </message>
+    <message id="DeleteContentsText">
+        <source>The items will be deleted for good. This cannot be undone.</source>
+        <translation>The items will be deleted for good. This cannot be undone.</translation>
+    </message>
+    <message id="DeleteDaysTitle">
+        <source>Delete the selected days from the cache?</source>
+        <translation>Delete the selected days from the cache?</translation>
+    </message>
+    <message id="DeleteDaysText">
+        <source>Every item cached on these days will be deleted for good. This cannot be undone.</source>
+        <translation>Every item cached on these days will be deleted for good. This cannot be undone.</translation>
+    </message>
+    <message id="DeleteAllCachesTitle">
+        <source>Delete every cache?</source>
+        <translation>Delete every cache?</translation>
+    </message>
+    <message id="DeleteAllCachesText">
+        <source>Every item kept on every protected volume will be deleted for good, and the protection will be switched off. This cannot be undone.</source>
+        <translation>Every item kept on every protected volume will be deleted for good, and the protection will be switched off. This cannot be undone.</translation>
+    </message>
+    <message id="CancelButton">
+        <source>Cancel</source>
+        <translation>Cancel</translation>
+    </message>
+    <message id="DeleteButton">
+        <source>Delete</source>
+        <translation>Delete</translation>
+    </message>
+    <message id="StartProtection">
+        <source>Start Protection</source>
+        <translation>Start Protection</translation>
+    </message>
+    <message id="StopProtection">
+        <source>Stop Protection</source>
+        <translation>Stop Protection</translation>
+    </message>
+    <message id="CopyItem">
+        <source>Copy</source>
+        <translation>Copy</translation>
+    </message>
+    <message id="RemoveItem">
+        <source>Delete</source>
+        <translation>Delete</translation>
+    </message>
+    <message id="Settings">
+        <source>Settings</source>
+        <translation>Settings</translation>
+    </message>
+    <message id="ShowHelp">
+        <source>Help</source>
+        <translation>Help</translation>
+    </message>
+    <message id="MenuAbout">
+        <source>&amp;About Salvora 3</source>
+        <translation>&amp;About Salvora 3</translation>
+    </message>
+    <message id="CommandRemoveSelectedDays">
+        <source>Delete the Selected &amp;Days…</source>
+        <translation>Delete the Selected &amp;Days…</translation>
+    </message>
+    <message id="CommandRemoveAllCaches">
+        <source>Delete &amp;All Caches…</source>
+        <translation>Delete &amp;All Caches…</translation>
+    </message>
+    <message id="CommandGetStatus">
+        <source>Get &amp;Status</source>
+        <translation>Get &amp;Status</translation>
+    </message>
+    <message id="CommandOpenLogs">
+        <source>Open the &amp;Log</source>
+        <translation>Open the &amp;Log</translation>
+    </message>
+    <message id="CommandToggleProtection">
+        <source>Switch &amp;Protection On or Off</source>
+        <translation>Switch &amp;Protection On or Off</translation>
+    </message>
+    <message id="CommandTogglePreview">
+        <source>&amp;Preview</source>
+        <translation>&amp;Preview</translation>
+    </message>
+    <message id="CommandQuit">
+        <source>&amp;Quit</source>
+        <translation>&amp;Quit</translation>
+    </message>
+    <message id="MenuFile">
+        <source>&amp;File</source>
+        <translation>&amp;File</translation>
+    </message>
+    <message id="MenuEdit">
+        <source>&amp;Edit</source>
+        <translation>&amp;Edit</translation>
+    </message>
+    <message id="MenuView">
+        <source>&amp;View</source>
+        <translation>&amp;View</translation>
+    </message>
+    <message id="MenuHelp">
+        <source>&amp;Help</source>
+        <translation>&amp;Help</translation>
+    </message>
+    <message id="VolumeColumn">
+        <source>Volume</source>
+        <translation>Volume</translation>
+    </message>
+    <message id="ProtectedUnmounted">
+        <source>protected, not mounted</source>
+        <translation>protected, not mounted</translation>
+    </message>
+    <message id="Protected">
+        <source>protected</source>
+        <translation>protected</translation>
+    </message>
+    <message id="NotProtected">
+        <source>not protected</source>
+        <translation>not protected</translation>
+    </message>
+    <message id="PreferencesTitle">
+        <source>Settings</source>
+        <translation>Settings</translation>
+    </message>
+    <message id="PreferencesRetention">
+        <source>Keep deleted items</source>
+        <translation>Keep deleted items</translation>
+    </message>
+    <message id="PreferencesProtectionEnabled">
+        <source>Keep the items that are deleted</source>
+        <translation>Keep the items that are deleted</translation>
+    </message>
+    <message id="PreferencesLaunchMenu">
+        <source>Show Salvora 3 Menu in the panel</source>
+        <translation>Show Salvora 3 Menu in the panel</translation>
+    </message>
+    <message id="PreferencesExcludeName">
+        <source>Exclude names:</source>
+        <translation>Exclude names:</translation>
+    </message>
+    <message id="PreferencesExcludeExtensions">
+        <source>Exclude extensions:</source>
+        <translation>Exclude extensions:</translation>
+    </message>
+    <message id="ProtectVolume">
+        <source>Protect</source>
+        <translation>Protect</translation>
+    </message>
+    <message id="UnprotectVolume">
+        <source>Do Not Protect</source>
+        <translation>Do Not Protect</translation>
+    </message>
+    <message id="VolumeWithoutIdentifier">
+        <source>%1 has no volume identifier, so Salvora 3 could not recognise it later: it will not be protected.</source>
+        <translation>%1 has no volume identifier, so Salvora 3 could not recognise it later: it will not be protected.</translation>
+    </message>
+    <message id="PreviewTitle">
+        <source>Preview</source>
+        <translation>Preview</translation>
+    </message>
     <message id="ContentsMessageNoVolume">
         <source>This volume is not mounted: its items cannot be listed.</source>
         <translation>This volume is not mounted: its items cannot be listed.</translation>
@@ -167,45 +371,13 @@
         <source>Search the names of the items</source>
         <translation>Search the names of the items</translation>
     </message>
-    <message id="StartProtection">
-        <source>Start Protection</source>
-        <translation>Start Protection</translation>
-    </message>
-    <message id="StopProtection">
-        <source>Stop Protection</source>
-        <translation>Stop Protection</translation>
-    </message>
-    <message id="CopyItem">
-        <source>Copy</source>
-        <translation>Copy</translation>
-    </message>
-    <message id="RemoveItem">
-        <source>Delete</source>
-        <translation>Delete</translation>
-    </message>
-    <message id="Settings">
-        <source>Settings</source>
-        <translation>Settings</translation>
-    </message>
-    <message id="ShowHelp">
-        <source>Help</source>
-        <translation>Help</translation>
-    </message>
-    <message id="MenuFile">
-        <source>&amp;File</source>
-        <translation>&amp;File</translation>
-    </message>
-    <message id="MenuHelp">
-        <source>&amp;Help</source>
-        <translation>&amp;Help</translation>
+    <message id="MenuQuitWindow">
+        <source>&amp;Quit</source>
+        <translation>&amp;Quit</translation>
     </message>
     <message id="MenuShowHelp">
         <source>Salvora 3 &amp;Help</source>
         <translation>Salvora 3 &amp;Help</translation>
-    </message>
-    <message id="MenuAbout">
-        <source>&amp;About Salvora 3</source>
-        <translation>&amp;About Salvora 3</translation>
     </message>
     <message id="AboutTitle">
         <source>About Salvora 3</source>
@@ -214,42 +386,6 @@
     <message id="AboutText">
         <source>Keeps what you delete, so that you can get it back.</source>
         <translation>Keeps what you delete, so that you can get it back.</translation>
-    </message>
-    <message id="PreferencesTitle">
-        <source>Settings</source>
-        <translation>Settings</translation>
-    </message>
-    <message id="PreferencesRetention">
-        <source>Keep deleted items</source>
-        <translation>Keep deleted items</translation>
-    </message>
-    <message id="PreferencesProtectionEnabled">
-        <source>Keep the items that are deleted</source>
-        <translation>Keep the items that are deleted</translation>
-    </message>
-    <message id="PreferencesLaunchMenu">
-        <source>Show Salvora 3 Menu in the panel</source>
-        <translation>Show Salvora 3 Menu in the panel</translation>
-    </message>
-    <message id="PreferencesExcludeName">
-        <source>Exclude names:</source>
-        <translation>Exclude names:</translation>
-    </message>
-    <message id="PreferencesExcludeExtensions">
-        <source>Exclude extensions:</source>
-        <translation>Exclude extensions:</translation>
-    </message>
-    <message id="ProtectVolume">
-        <source>Protect</source>
-        <translation>Protect</translation>
-    </message>
-    <message id="UnprotectVolume">
-        <source>Do Not Protect</source>
-        <translation>Do Not Protect</translation>
-    </message>
-    <message id="CancelButton">
-        <source>Cancel</source>
-        <translation>Cancel</translation>
     </message>
     <message id="ColumnDate">
         <source>Date</source>
@@ -270,10 +406,6 @@
     <message id="ColumnCachingTime">
         <source>Moved to the cache</source>
         <translation>Moved to the cache</translation>
-    </message>
-    <message id="ColumnVolume">
-        <source>Volume</source>
-        <translation>Volume</translation>
     </message>
     <message id="ProtectionDisabled">
         <source>Protection is off.</source>
@@ -310,22 +442,6 @@
     <message id="ProtectionEnabledMore">
         <source>Items deleted on the protected volume are kept in its cache.</source>
         <translation>Items deleted on the protected volume are kept in its cache.</translation>
-    </message>
-    <message id="ProtectedUnmounted">
-        <source>protected, not mounted</source>
-        <translation>protected, not mounted</translation>
-    </message>
-    <message id="Protected">
-        <source>protected</source>
-        <translation>protected</translation>
-    </message>
-    <message id="NotProtected">
-        <source>not protected</source>
-        <translation>not protected</translation>
-    </message>
-    <message id="MenuQuitWindow">
-        <source>&amp;Quit</source>
-        <translation>&amp;Quit</translation>
     </message>
 </context>
 </TS>

@@ -127,6 +127,210 @@
         <source>%1 (unmounted)</source>
         <translation>%1 (démonté)</translation>
     </message>
+    <message id="MovedIntoCacheAt">
+        <source>Moved into the cache at %1</source>
+        <translation>Placé dans le cache à %1</translation>
+    </message>
+    <message id="ContextualMenuRevealInFinder">
+        <source>Show “%1” in the File Manager</source>
+        <translation>Afficher «&#xa0;%1&#xa0;» dans le gestionnaire de fichiers</translation>
+    </message>
+    <message id="ContextualMenuDelete">
+        <source>Delete “%1” from the Cache…</source>
+        <translation>Supprimer «&#xa0;%1&#xa0;» du cache…</translation>
+    </message>
+    <message id="NewVersion">
+        <source>Salvora 3 version %1 is available (you have version %2).</source>
+        <translation>La version %1 de Salvora 3 est disponible (vous avez la version %2).</translation>
+    </message>
+    <message id="WebDownload">
+        <source>https://salvora.org/download/</source>
+        <translation>https://salvora.org/download/</translation>
+    </message>
+    <message id="Never">
+        <source>Never</source>
+        <translation>Jamais</translation>
+    </message>
+    <message id="DaysOfActivityUnlimited">
+        <source>Deleted items stay in the cache until you delete them yourself.</source>
+        <translation>Les éléments supprimés restent dans le cache jusqu’à ce que vous les supprimiez vous-même.</translation>
+    </message>
+    <message id="OneDay">
+        <source>%1 day</source>
+        <translation>%1 jour</translation>
+    </message>
+    <message id="ManyDays">
+        <source>%1 days</source>
+        <translation>%1 jours</translation>
+    </message>
+    <message id="DaysOfActivityNormal">
+        <source>Deleted items leave the cache after this many days of activity.</source>
+        <translation>Les éléments supprimés quittent le cache après ce nombre de jours d’activité.</translation>
+    </message>
+    <message id="DaysOfActivityLower">
+        <source>The days of activity beyond this limit will be removed from the cache.</source>
+        <translation>Les jours d’activité au-delà de cette limite seront retirés du cache.</translation>
+    </message>
+    <message id="DeleteContentsTitle">
+        <source>Delete the selected items from the cache?</source>
+        <translation>Supprimer du cache les éléments sélectionnés&#xa0;?</translation>
+    </message>
+    <message id="DeleteContentsText">
+        <source>The items will be deleted for good. This cannot be undone.</source>
+        <translation>Les éléments seront supprimés définitivement. Cette opération est irréversible.</translation>
+    </message>
+    <message id="DeleteDaysTitle">
+        <source>Delete the selected days from the cache?</source>
+        <translation>Supprimer du cache les jours sélectionnés&#xa0;?</translation>
+    </message>
+    <message id="DeleteDaysText">
+        <source>Every item cached on these days will be deleted for good. This cannot be undone.</source>
+        <translation>Tous les éléments placés dans le cache ces jours-là seront supprimés définitivement. Cette opération est irréversible.</translation>
+    </message>
+    <message id="DeleteAllCachesTitle">
+        <source>Delete every cache?</source>
+        <translation>Supprimer tous les caches&#xa0;?</translation>
+    </message>
+    <message id="DeleteAllCachesText">
+        <source>Every item kept on every protected volume will be deleted for good, and the protection will be switched off. This cannot be undone.</source>
+        <translation>Tous les éléments conservés sur tous les volumes protégés seront supprimés définitivement et la protection sera désactivée. Cette opération est irréversible.</translation>
+    </message>
+    <message id="CancelButton">
+        <source>Cancel</source>
+        <translation>Annuler</translation>
+    </message>
+    <message id="DeleteButton">
+        <source>Delete</source>
+        <translation>Supprimer</translation>
+    </message>
+    <message id="StartProtection">
+        <source>Start Protection</source>
+        <translation>Activer la protection</translation>
+    </message>
+    <message id="StopProtection">
+        <source>Stop Protection</source>
+        <translation>Désactiver la protection</translation>
+    </message>
+    <message id="CopyItem">
+        <source>Copy</source>
+        <translation>Copier</translation>
+    </message>
+    <message id="RemoveItem">
+        <source>Delete</source>
+        <translation>Supprimer</translation>
+    </message>
+    <message id="Settings">
+        <source>Settings</source>
+        <translation>Réglages</translation>
+    </message>
+    <message id="ShowHelp">
+        <source>Help</source>
+        <translation>Aide</translation>
+    </message>
+    <message id="MenuAbout">
+        <source>&amp;About Salvora 3</source>
+        <translation>À &amp;propos de Salvora 3</translation>
+    </message>
+    <message id="CommandRemoveSelectedDays">
+        <source>Delete the Selected &amp;Days…</source>
+        <translation>Supprimer les &amp;jours sélectionnés…</translation>
+    </message>
+    <message id="CommandRemoveAllCaches">
+        <source>Delete &amp;All Caches…</source>
+        <translation>Supprimer &amp;tous les caches…</translation>
+    </message>
+    <message id="CommandGetStatus">
+        <source>Get &amp;Status</source>
+        <translation>Obtenir l’é&amp;tat</translation>
+    </message>
+    <message id="CommandOpenLogs">
+        <source>Open the &amp;Log</source>
+        <translation>Ouvrir le &amp;journal</translation>
+    </message>
+    <message id="CommandToggleProtection">
+        <source>Switch &amp;Protection On or Off</source>
+        <translation>Activer ou désactiver la &amp;protection</translation>
+    </message>
+    <message id="CommandTogglePreview">
+        <source>&amp;Preview</source>
+        <translation>&amp;Aperçu</translation>
+    </message>
+    <message id="CommandQuit">
+        <source>&amp;Quit</source>
+        <translation>&amp;Quitter</translation>
+    </message>
+    <message id="MenuFile">
+        <source>&amp;File</source>
+        <translation>&amp;Fichier</translation>
+    </message>
+    <message id="MenuEdit">
+        <source>&amp;Edit</source>
+        <translation>&amp;Édition</translation>
+    </message>
+    <message id="MenuView">
+        <source>&amp;View</source>
+        <translation>&amp;Affichage</translation>
+    </message>
+    <message id="MenuHelp">
+        <source>&amp;Help</source>
+        <translation>Ai&amp;de</translation>
+    </message>
+    <message id="VolumeColumn">
+        <source>Volume</source>
+        <translation>Volume</translation>
+    </message>
+    <message id="ProtectedUnmounted">
+        <source>protected, not mounted</source>
+        <translation>protégé, non monté</translation>
+    </message>
+    <message id="Protected">
+        <source>protected</source>
+        <translation>protégé</translation>
+    </message>
+    <message id="NotProtected">
+        <source>not protected</source>
+        <translation>non protégé</translation>
+    </message>
+    <message id="PreferencesTitle">
+        <source>Settings</source>
+        <translation>Réglages</translation>
+    </message>
+    <message id="PreferencesRetention">
+        <source>Keep deleted items</source>
+        <translation>Conserver les éléments supprimés</translation>
+    </message>
+    <message id="PreferencesProtectionEnabled">
+        <source>Keep the items that are deleted</source>
+        <translation>Conserver les éléments qui sont supprimés</translation>
+    </message>
+    <message id="PreferencesLaunchMenu">
+        <source>Show Salvora 3 Menu in the panel</source>
+        <translation>Afficher Salvora 3 Menu dans le tableau de bord</translation>
+    </message>
+    <message id="PreferencesExcludeName">
+        <source>Exclude names:</source>
+        <translation>Noms exclus&#xa0;:</translation>
+    </message>
+    <message id="PreferencesExcludeExtensions">
+        <source>Exclude extensions:</source>
+        <translation>Extensions exclues&#xa0;:</translation>
+    </message>
+    <message id="ProtectVolume">
+        <source>Protect</source>
+        <translation>Protéger</translation>
+    </message>
+    <message id="UnprotectVolume">
+        <source>Do Not Protect</source>
+        <translation>Ne pas protéger</translation>
+    </message>
+    <message id="VolumeWithoutIdentifier">
+        <source>%1 has no volume identifier, so Salvora 3 could not recognise it later: it will not be protected.</source>
+        <translation>%1 n’a pas d’identifiant de volume&#xa0;: Salvora 3 ne pourrait pas le reconnaître plus tard, il ne sera donc pas protégé.</translation>
+    </message>
+    <message id="PreviewTitle">
+        <source>Preview</source>
+        <translation>Aperçu</translation>
+    </message>
     <message id="ContentsMessageNoVolume">
         <source>This volume is not mounted: its items cannot be listed.</source>
         <translation>Ce volume n’est pas monté&#xa0;: ses éléments ne peuvent pas être listés.</translation>
@@ -167,38 +371,6 @@
         <source>Search the names of the items</source>
         <translation>Rechercher dans les noms des éléments</translation>
     </message>
-    <message id="StartProtection">
-        <source>Start Protection</source>
-        <translation>Activer la protection</translation>
-    </message>
-    <message id="StopProtection">
-        <source>Stop Protection</source>
-        <translation>Arrêter la protection</translation>
-    </message>
-    <message id="CopyItem">
-        <source>Copy</source>
-        <translation>Copier</translation>
-    </message>
-    <message id="RemoveItem">
-        <source>Delete</source>
-        <translation>Supprimer</translation>
-    </message>
-    <message id="Settings">
-        <source>Settings</source>
-        <translation>Réglages</translation>
-    </message>
-    <message id="ShowHelp">
-        <source>Help</source>
-        <translation>Aide</translation>
-    </message>
-    <message id="MenuFile">
-        <source>&amp;File</source>
-        <translation>&amp;Fichier</translation>
-    </message>
-    <message id="MenuHelp">
-        <source>&amp;Help</source>
-        <translation>&amp;Aide</translation>
-    </message>
     <message id="MenuQuitWindow">
         <source>&amp;Quit</source>
         <translation>&amp;Quitter</translation>
@@ -207,10 +379,6 @@
         <source>Salvora 3 &amp;Help</source>
         <translation>&amp;Aide de Salvora 3</translation>
     </message>
-    <message id="MenuAbout">
-        <source>&amp;About Salvora 3</source>
-        <translation>À &amp;propos de Salvora 3</translation>
-    </message>
     <message id="AboutTitle">
         <source>About Salvora 3</source>
         <translation>À propos de Salvora 3</translation>
@@ -218,42 +386,6 @@
     <message id="AboutText">
         <source>Keeps what you delete, so that you can get it back.</source>
         <translation>Garde ce que vous supprimez, pour que vous puissiez le récupérer.</translation>
-    </message>
-    <message id="PreferencesTitle">
-        <source>Settings</source>
-        <translation>Réglages</translation>
-    </message>
-    <message id="PreferencesRetention">
-        <source>Keep deleted items</source>
-        <translation>Conserver les éléments supprimés</translation>
-    </message>
-    <message id="PreferencesProtectionEnabled">
-        <source>Keep the items that are deleted</source>
-        <translation>Conserver les éléments qui sont supprimés</translation>
-    </message>
-    <message id="PreferencesLaunchMenu">
-        <source>Show Salvora 3 Menu in the panel</source>
-        <translation>Afficher Salvora 3 Menu dans le tableau de bord</translation>
-    </message>
-    <message id="PreferencesExcludeName">
-        <source>Exclude names:</source>
-        <translation>Exclure les noms&#xa0;:</translation>
-    </message>
-    <message id="PreferencesExcludeExtensions">
-        <source>Exclude extensions:</source>
-        <translation>Exclure les extensions&#xa0;:</translation>
-    </message>
-    <message id="ProtectVolume">
-        <source>Protect</source>
-        <translation>Protéger</translation>
-    </message>
-    <message id="UnprotectVolume">
-        <source>Do Not Protect</source>
-        <translation>Ne pas protéger</translation>
-    </message>
-    <message id="CancelButton">
-        <source>Cancel</source>
-        <translation>Annuler</translation>
     </message>
     <message id="ColumnDate">
         <source>Date</source>
@@ -274,10 +406,6 @@
     <message id="ColumnCachingTime">
         <source>Moved to the cache</source>
         <translation>Placé dans le cache</translation>
-    </message>
-    <message id="ColumnVolume">
-        <source>Volume</source>
-        <translation>Volume</translation>
     </message>
     <message id="ProtectionDisabled">
         <source>Protection is off.</source>
@@ -314,18 +442,6 @@
     <message id="ProtectionEnabledMore">
         <source>Items deleted on the protected volume are kept in its cache.</source>
         <translation>Les éléments supprimés sur le volume protégé sont conservés dans son cache.</translation>
-    </message>
-    <message id="ProtectedUnmounted">
-        <source>protected, not mounted</source>
-        <translation>protégé, non monté</translation>
-    </message>
-    <message id="Protected">
-        <source>protected</source>
-        <translation>protégé</translation>
-    </message>
-    <message id="NotProtected">
-        <source>not protected</source>
-        <translation>non protégé</translation>
     </message>
 </context>
 </TS>

@@ -5,6 +5,7 @@
 
 #include "browser/Removal.h"
 #include "browser/Restore.h"
+#include "cache/CacheCommit.h"
 #include "cache/CacheLayout.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -40,6 +41,28 @@ bool confirm(const QString &question)
     return a == "y" || a == "yes";
 }
 
+// Makes the missing folders above a path with the user's umask (not the cache's 0777).
+void makeParents(const QByteArray &path)
+{
+    for (qsizetype i = 1; i < path.size(); ++i)
+        if (path[i] == '/')
+            mkdir(path.left(i).constData(), 0777);
+}
+
+// The original path the daemon recorded for CACHE/DAY/TIME/NAME, or empty.
+QByteArray originalPathOf(const QByteArray &item)
+{
+    if (!isCacheItem(item))
+        return {};
+    const QByteArrayList parts = item.split('/');
+    const qsizetype n = parts.size();
+    const QByteArray cache = parts.mid(0, n - 3).join('/');
+    for (const CacheCommit::Origin &o : CacheCommit::readOrigins(cache, parts[n - 3]))
+        if (o.time == parts[n - 2] && o.name == parts[n - 1])
+            return o.path;
+    return {};
+}
+
 void announceChange(const QByteArrayList &deleted)
 {
     // The daemon removes what our rights could not; a running window refreshes.
@@ -56,22 +79,40 @@ namespace Commands {
 
 int restore(int argc, char **argv)
 {
-    const Args a(argc, argv, 2, {"--to"}, {"--json"});
+    const Args a(argc, argv, 2, {"--to"}, {"--json", "--to-original"});
     if (!a.ok())
         return CliIo::fail(a.error(), 2);
-    if (a.positional().isEmpty() || !a.value("--to"))
-        return CliIo::fail(QStringLiteral("restore takes ITEM... --to DIR"), 2);
-    const QByteArray to = *a.value("--to");
-    struct stat st{};
-    if (stat(to.constData(), &st) != 0 || !S_ISDIR(st.st_mode))
-        return CliIo::fail(QStringLiteral("%1 is not a folder").arg(QString::fromLocal8Bit(to)));
+    const bool toOriginal = a.flag("--to-original");
+    if (a.positional().isEmpty() || toOriginal == bool(a.value("--to")))
+        return CliIo::fail(QStringLiteral("restore takes ITEM... --to DIR, or ITEM... --to-original"), 2);
     int failures = 0;
+    const QByteArray to = a.value("--to").value_or(QByteArray());
+    QList<QPair<QByteArray, QByteArray>> jobs; // source, target
+    for (const QByteArray &item : a.positional()) {
+        if (!toOriginal) {
+            jobs.append({item, (to.endsWith('/') ? to : to + '/') + Restore::lastComponent(item)});
+            continue;
+        }
+        const QByteArray original = originalPathOf(item);
+        if (original.isEmpty()) {
+            CliIo::fail(QStringLiteral("%1: no original location was recorded")
+                            .arg(QString::fromUtf8(CliIo::terminalText(item))));
+            ++failures;
+            continue;
+        }
+        jobs.append({item, original});
+    }
+    if (!toOriginal) {
+        struct stat st{};
+        if (stat(to.constData(), &st) != 0 || !S_ISDIR(st.st_mode))
+            return CliIo::fail(QStringLiteral("%1 is not a folder").arg(QString::fromLocal8Bit(to)));
+    }
     CliIo::Out out;
     const bool json = a.flag("--json");
     if (json)
         out << "[";
     bool first = true;
-    Restore::copyItems(to, a.positional(), nullptr, [&](const Restore::ItemResult &r) {
+    auto report = [&](const Restore::ItemResult &r) {
         const char *what = r.outcome == Restore::Outcome::Copied            ? "copied"
                            : r.outcome == Restore::Outcome::SkippedExisting ? "skipped"
                                                                             : "failed";
@@ -90,7 +131,46 @@ int restore(int argc, char **argv)
             CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromUtf8(CliIo::terminalText(r.source)), r.error));
         }
         first = false;
-    });
+    };
+    for (const auto &[source, target] : jobs) {
+        // The original folder may be gone too: it is made again, as the user would.
+        if (toOriginal)
+            makeParents(target);
+        report(Restore::copyItem(source, target));
+    }
+    if (json)
+        out << "\n]\n";
+    return failures ? 1 : 0;
+}
+
+int rm(int argc, char **argv)
+{
+    const Args a(argc, argv, 2, {}, {"--json"});
+    if (!a.ok())
+        return CliIo::fail(a.error(), 2);
+    if (a.positional().isEmpty())
+        return CliIo::fail(QStringLiteral("rm takes PATH..."), 2);
+    const QList<CacheCommit::Result> results = CacheCommit::deleteIntoCache(a.positional());
+    NotificationBus::flush();
+    int failures = 0;
+    CliIo::Out out;
+    const bool json = a.flag("--json");
+    if (json)
+        out << "[";
+    for (qsizetype i = 0; i < results.size(); ++i) {
+        const CacheCommit::Result &r = results[i];
+        if (!r.ok()) {
+            ++failures;
+            CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromUtf8(CliIo::terminalText(r.path)), r.message()));
+        }
+        if (json) {
+            out << (i ? ",\n " : "\n ") << "{\"path\": " << CliIo::jsonString(r.path)
+                << ", \"cachedPath\": " << (r.ok() ? CliIo::jsonString(r.cachedPath) : QByteArray("null"))
+                << ", \"error\": " << (r.ok() ? QByteArray("null") : CliIo::jsonText(r.message())) << "}";
+        } else if (r.ok()) {
+            out << "kept in the cache: " << CliIo::terminalText(r.cachedPath) << '\n';
+        }
+    }
     if (json)
         out << "\n]\n";
     return failures ? 1 : 0;

@@ -9,5 +9,6 @@ int size(int argc, char **argv);
 int status(int argc, char **argv);
 int restore(int argc, char **argv);
 int remove(int argc, char **argv);
+int rm(int argc, char **argv);
 int usage(const char *command, bool toStderr);
 } // namespace Commands

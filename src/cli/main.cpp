@@ -28,12 +28,16 @@ const Command kCommands[] = {
      "contain TEXT (ignoring case), sorted as the window sorts them. Each row: name, size (empty\n"
      "for folders), caching time, full path."},
     {"size", Commands::size, "size PATH [--json]", "The recursive size of a cached folder."},
-    {"restore", Commands::restore, "restore ITEM... --to DIR [--json]",
-     "Copies items out of the cache into DIR. Nothing is ever overwritten: an item whose name\n"
-     "exists in DIR is skipped and reported."},
+    {"restore", Commands::restore, "restore ITEM... --to DIR | --to-original [--json]",
+     "Copies items out of the cache into DIR, or back where they were deleted from when the\n"
+     "daemon recorded it (--to-original; missing folders are made again). Nothing is ever\n"
+     "overwritten: an item whose name exists there is skipped and reported."},
     {"remove", Commands::remove, "remove ITEM... | --day DAY... [-v N] | --all [--yes]",
      "Deletes items, whole days, or every cache, for good. Asks first unless --yes; refuses when\n"
      "it cannot ask. Removing everything also turns protection off."},
+    {"rm", Commands::rm, "rm PATH... [--json]",
+     "Deletes files and folders into the cache of their volume instead of losing them, as the\n"
+     "daemon does for the trash: today's day folder, one time folder for the whole call."},
     {"status", Commands::status, "status [--json]",
      "Whether protection is on, the protected volumes, the total cache size, and whether the\n"
      "daemon runs."},

@@ -13,6 +13,9 @@ struct Alert
     QString message;         // the bold first line
     QString informativeText; // the explanation under it
     QStringList buttons;     // first = default
+    // Critical alerts confirm what cannot be undone; the presenter marks them as such.
+    enum class Style { Warning, Critical };
+    Style style = Style::Warning;
 };
 
 class Presenter

@@ -3,13 +3,13 @@
 #include "browser/CacheItems.h"
 #include "browser/VolumeMenu.h"
 #include "cache/DayEntry.h"
+#include "controller/PreferencesLogic.h"
 #include "controller/WorkerState.h"
 #include "ui/TableModel.h"
 #include "volumes/DiskDescription.h"
 
 #include "ui_AboutBox.h"
 #include "ui_MainWindow.h"
-#include "ui_PreferencesSheet.h"
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -30,25 +30,15 @@ class QLineEdit;
 class QMainWindow;
 class QTimer;
 class QToolBar;
+class PreferencesSheet;
 class QToolButton;
 class TableView;
-
-// A row of the preferences' volume table: a mounted volume with its description, or a protected
-// volume that is not mounted (known only by its UUID and the path stored for it).
-struct VolumeRecord
-{
-    QString path;
-    QString uuid;
-    bool isProtected = false; // "protected": present when the volume is (to be) protected
-    bool unmounted = false;   // "unmounted": a protected volume that is not mounted
-    std::optional<DiskDescription> description;
-};
 
 // The window's controller. It owns every piece of the window's state, answers the tables as
 // their data source and drives the workers. Its operations are split by concern over the files
 // of this folder: StartUp, VolumeList, DayList, ContentsList, SizeDisplay, Status, Tables,
 // Preferences, Notifications.
-class AppDelegate : public QObject, public TableDataSource
+class AppDelegate : public QObject, public TableDataSource, public PreferencesTarget
 {
     Q_OBJECT
 public:
@@ -63,17 +53,16 @@ public:
     static qint64 OSXVersion();
     static void resetOSXVersionCacheForTesting();
 
-    // Volume list (VolumeList.cpp).
-    void updateProtectedVolumesList();
+    // Volume list (VolumeList.cpp). The Preferences sheet's volume table and its protect and
+    // unprotect buttons are the sheet's own (ui/PreferencesSheet).
+    void updateProtectedVolumesList() override;
     void updateSelectedVolume();
-    void clickVolumesList();
-    void protectSelectedVolume();
-    void unprotectSelectedVolume();
     void deviceDidMount(const QString &path);
     void deviceDidUnmount(const QString &path);
 
     // Day list (DayList.cpp).
-    void updateListOfDaysInCache();
+    void updateListOfDaysInCache() override;
+    void reloadDayTable() override;
     void clickDateList();
     void updateCacheContents();
     void updateCacheContentsAtTime(qsizetype tag);
@@ -88,7 +77,7 @@ public:
     void updateSizeContents(qint64 size);
 
     // Status line, title, about box and help (Status.cpp).
-    void updateStatusInfos();
+    void updateStatusInfos() override;
     void setWinTitle();
     void aboutWindow();
     void showHelp();
@@ -106,7 +95,7 @@ public:
     void receiveNotification(const QString &name, const QString &object,
                              const QVariantMap &userInfo);
 
-    // Preferences sheet (Preferences.cpp).
+    // Preferences sheet: opens it; what it saves and refreshes is the sheet's.
     void editPreferences();
 
     // ---- Hooks for the parts that other components connect. Each default lets start-up go on.
@@ -116,9 +105,6 @@ public:
     virtual void installSalvoraMenu() {}
     // Looks for a newer version and shows the notice.
     virtual void newVersion() {}
-    // Loads the sheet's other controls from the settings, and saves them after OK.
-    virtual void loadPreferenceControls() {}
-    virtual void savePreferences() {}
     // Toolbar and contents actions.
     virtual void protectionON() {}
     virtual void protectionOFF() {}
@@ -136,7 +122,6 @@ public:
     QMainWindow *window = nullptr;
     Ui::MainWindow mainUi;
     Ui::AboutBox aboutUi;
-    Ui::PreferencesSheet preferencesUi;
     QDialog *mAboutWindow = nullptr;
     QLabel *mAboutVersion = nullptr;
     QLabel *mNewVersion = nullptr;
@@ -155,18 +140,16 @@ public:
     TableView *mTableViewDate = nullptr;
     TableView *mTableViewContents = nullptr;
     QLabel *mContentsInfos = nullptr;
-    QDialog *mPreferencesWindow = nullptr;
+    PreferencesSheet *mPreferencesWindow = nullptr;
     TableView *mProtectedVolumesTableView = nullptr;
     QPushButton *mProtectedVolumesProtectButton = nullptr;
     QPushButton *mProtectedVolumesUnprotectButton = nullptr;
     TableModel *mDateModel = nullptr;
     TableModel *mContentsModel = nullptr;
-    TableModel *mVolumesModel = nullptr;
 
     // ---- State.
     QList<DayEntry> mDates;
     CacheItems mContents;
-    QList<VolumeRecord> mVolumes;
     QList<VolumeMenuEntry> mProtectedVolumes;
     QByteArrayList mCacheTimesInDay;
     qint64 mSelectedDate = -2;
@@ -224,10 +207,8 @@ private:
     // Table cells.
     QVariant dayCell(int row, const QString &column, int role) const;
     QVariant contentsCell(int row, const QString &column, int role);
-    QVariant volumeCell(int row, const QString &column, int role) const;
     void readItemAttributes(qsizetype row);
     QIcon iconForItem(qsizetype row);
-    QIcon iconForPath(const QString &path) const;
 
     // Texts with a colour that follows the theme: remembered, so a theme change re-colours them.
     void setText(QLabel *label, const QString &text, QColor (*color)() = nullptr);

@@ -66,8 +66,7 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
 
 void AppDelegate::contentsReady(const std::shared_ptr<ContentsScanJob> &job)
 {
-    if (job != mContentsJob || mHandOverScheduled)
-        return;
+    if (job != mContentsJob || mHandOverScheduled) return;
     // At most one hand-over per pause: a fast scan piles up into fewer, larger merges.
     const qint64 elapsed = mSinceHandOver.isValid() ? mSinceHandOver.elapsed() : mHandOverPauseMs;
     if (elapsed >= mHandOverPauseMs) {
@@ -77,8 +76,7 @@ void AppDelegate::contentsReady(const std::shared_ptr<ContentsScanJob> &job)
     mHandOverScheduled = true;
     QTimer::singleShot(int(mHandOverPauseMs - elapsed), Qt::PreciseTimer, this, [this, job] {
         mHandOverScheduled = false;
-        if (job == mContentsJob)
-            takeContents(job);
+        if (job == mContentsJob) takeContents(job);
     });
 }
 
@@ -87,11 +85,9 @@ void AppDelegate::takeContents(const std::shared_ptr<ContentsScanJob> &job)
     int code = 0;
     CacheItems batch = job->take(&code);
     mSinceHandOver.start();
-    if (batch.isEmpty())
-        return;
+    if (batch.isEmpty()) return;
     const int current = int(mSortByCaching & 0xff);
-    if (code != current)
-        ContentsSort::sort(batch, current); // sorted before the user re-sorted
+    if (code != current) ContentsSort::sort(batch, current); // sorted before the user re-sorted
     ContentsSort::mergeSortedInto(mContents, std::move(batch), current);
     mContentsModel->reloadData();
     // Each merge costs the whole list: as it grows, the pauses grow with it, so that the window

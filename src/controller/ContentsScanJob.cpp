@@ -19,8 +19,7 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
     options.prepare = [this](CacheItems &folder) {
         const int code = sortCode.load();
         ContentsSort::sort(folder, code);
-        if (!folder.isEmpty())
-            mFolderCodes.fetch_or(1u << (code & 3));
+        if (!folder.isEmpty()) mFolderCodes.fetch_or(1u << (code & 3));
     };
     bool first = true;
     std::thread scanner([this, options, &first, &wake] {
@@ -81,8 +80,7 @@ void ContentsScanJob::addToReady(CacheItems &&sorted, int code, const std::funct
     }
     // Merged outside the lock: the main thread may take in the meantime and then finds nothing.
     if (!waiting.isEmpty()) {
-        if (waitingCode != code)
-            ContentsSort::sort(waiting, code);
+        if (waitingCode != code) ContentsSort::sort(waiting, code);
         ContentsSort::mergeSortedInto(waiting, std::move(sorted), code);
         sorted = std::move(waiting);
     }
@@ -94,8 +92,7 @@ void ContentsScanJob::addToReady(CacheItems &&sorted, int code, const std::funct
         mustWake = !mWakePending;
         mWakePending = true;
     }
-    if (mustWake)
-        wake();
+    if (mustWake) wake();
 }
 
 CacheItems ContentsScanJob::take(int *code)

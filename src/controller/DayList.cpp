@@ -65,6 +65,11 @@ void AppDelegate::updateListOfDaysInCache()
     }
 }
 
+void AppDelegate::reloadDayTable()
+{
+    mDateModel->reloadData();
+}
+
 void AppDelegate::clickDateList()
 {
     updateListOfContentsInCache();

@@ -1,6 +1,5 @@
 #include "controller/AppDelegate.h"
 
-#include <QDialog>
 #include <QMainWindow>
 
 // The interface files carry English placeholders only; every text the user reads is looked up
@@ -45,25 +44,4 @@ void AppDelegate::translateInterface()
     aboutUi.mAboutName->setText(qtTrId("AppName"));
     //% "Keeps what you delete, so that you can get it back."
     aboutUi.mAboutText->setText(qtTrId("AboutText"));
-
-    //% "Settings"
-    mPreferencesWindow->setWindowTitle(qtTrId("PreferencesTitle"));
-    //% "Keep deleted items"
-    preferencesUi.retentionBox->setTitle(qtTrId("PreferencesRetention"));
-    //% "Keep the items that are deleted"
-    preferencesUi.mProtectionEnabled->setText(qtTrId("PreferencesProtectionEnabled"));
-    //% "Show Salvora 3 Menu in the panel"
-    preferencesUi.mLaunchMenu->setText(qtTrId("PreferencesLaunchMenu"));
-    //% "Exclude names:"
-    preferencesUi.excludeNameLabel->setText(qtTrId("PreferencesExcludeName"));
-    //% "Exclude extensions:"
-    preferencesUi.excludeExtensionsLabel->setText(qtTrId("PreferencesExcludeExtensions"));
-    //% "Protect"
-    mProtectedVolumesProtectButton->setText(qtTrId("ProtectVolume"));
-    //% "Do Not Protect"
-    mProtectedVolumesUnprotectButton->setText(qtTrId("UnprotectVolume"));
-    //% "Cancel"
-    preferencesUi.sheetCancel->setText(qtTrId("CancelButton"));
-    //% "OK"
-    preferencesUi.sheetOK->setText(qtTrId("OKButton"));
 }

@@ -6,9 +6,11 @@
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
-#include "ui/PartsDelegate.h"
+#include "ui/PreferencesSheet.h"
 #include "ui/SystemVersion.h"
 #include "ui/TableView.h"
+#include "ui/ZEL_Colors.h"
+#include "ui_PreferencesSheet.h"
 #include "volumes/MountWatcher.h"
 
 #include <QApplication>
@@ -65,9 +67,16 @@ void AppDelegate::loadInterface()
     mainUi.setupUi(window);
     mAboutWindow = new QDialog(nullptr, Qt::Dialog | Qt::WindowCloseButtonHint);
     aboutUi.setupUi(mAboutWindow);
-    mPreferencesWindow = new QDialog(window);
-    preferencesUi.setupUi(mPreferencesWindow);
-    mPreferencesWindow->setWindowModality(Qt::WindowModal);
+    mPreferencesWindow = new PreferencesSheet(window);
+    // The sheet draws with the window's colours and installs the companion through its hook.
+    PreferencesSheet::Colors colors;
+    colors.black = &ZEL_Colors::getBlackColor_Adaptable;
+    colors.darkGray = &ZEL_Colors::getDarkGrayColor_Adaptable;
+    colors.gray = &ZEL_Colors::getGrayColor_Adaptable;
+    colors.red = &ZEL_Colors::getRedColor_Adaptable;
+    colors.green = &ZEL_Colors::getGreenColor_Adaptable;
+    mPreferencesWindow->setColors(colors);
+    mPreferencesWindow->setInstallMenu([this] { installSalvoraMenu(); });
 
     mAboutVersion = aboutUi.mAboutVersion;
     aboutUi.mAboutIcon->setPixmap(QApplication::windowIcon().pixmap(64, 64));
@@ -87,9 +96,9 @@ void AppDelegate::loadInterface()
     mTableViewDate = mainUi.mTableViewDate;
     mTableViewContents = mainUi.mTableViewContents;
     mContentsInfos = mainUi.mContentsInfos;
-    mProtectedVolumesTableView = preferencesUi.mProtectedVolumesTableView;
-    mProtectedVolumesProtectButton = preferencesUi.mProtectedVolumesProtectButton;
-    mProtectedVolumesUnprotectButton = preferencesUi.mProtectedVolumesUnprotectButton;
+    mProtectedVolumesTableView = mPreferencesWindow->ui().mProtectedVolumesTableView;
+    mProtectedVolumesProtectButton = mPreferencesWindow->ui().mProtectedVolumesProtectButton;
+    mProtectedVolumesUnprotectButton = mPreferencesWindow->ui().mProtectedVolumesUnprotectButton;
 
     translateInterface();
     QFont nameFont = aboutUi.mAboutName->font();
@@ -111,19 +120,13 @@ void AppDelegate::loadInterface()
     const QString nameTitle = qtTrId("ColumnName");
     //% "Moved to the cache"
     const QString timeTitle = qtTrId("ColumnCachingTime");
-    //% "Volume"
-    const QString volumeTitle = qtTrId("ColumnVolume");
     const QStringList ids{QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")};
     mDateModel = new TableModel(this, ids, this);
     mDateModel->setHeaderTitles({dateTitle, sizeTitle, countTitle});
     mContentsModel = new TableModel(this, ids, this);
     mContentsModel->setHeaderTitles({nameTitle, sizeTitle, timeTitle});
-    mVolumesModel = new TableModel(this, {QStringLiteral("1")}, this);
-    mVolumesModel->setHeaderTitles({volumeTitle});
     mTableViewDate->setModel(mDateModel);
     mTableViewContents->setModel(mContentsModel);
-    mProtectedVolumesTableView->setModel(mVolumesModel);
-    mProtectedVolumesTableView->setItemDelegate(new PartsDelegate(mProtectedVolumesTableView));
 
     mTableViewDate->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     mTableViewDate->horizontalHeader()->resizeSection(1, 80);
@@ -131,7 +134,6 @@ void AppDelegate::loadInterface()
     mTableViewContents->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     mTableViewContents->horizontalHeader()->resizeSection(1, 90);
     mTableViewContents->horizontalHeader()->resizeSection(2, 150);
-    mProtectedVolumesTableView->horizontalHeader()->setStretchLastSection(true);
     mainUi.mSplitter->setStretchFactor(1, 3);
 
     connectActions();
@@ -144,23 +146,16 @@ void AppDelegate::connectActions()
             [this] { tableViewSelectionDidChange(mTableViewDate); });
     connect(mTableViewContents->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             [this] { tableViewSelectionDidChange(mTableViewContents); });
-    connect(mProtectedVolumesTableView->selectionModel(), &QItemSelectionModel::selectionChanged,
-            this, [this] { tableViewSelectionDidChange(mProtectedVolumesTableView); });
     connect(mTableViewContents, &QAbstractItemView::doubleClicked, this,
             [this] { doubleClickContentsList(); });
     connect(mSelectedVolumeMenu, &QComboBox::activated, this, [this] { updateSelectedVolume(); });
-    connect(mProtectedVolumesProtectButton, &QPushButton::clicked, this,
-            [this] { protectSelectedVolume(); });
-    connect(mProtectedVolumesUnprotectButton, &QPushButton::clicked, this,
-            [this] { unprotectSelectedVolume(); });
+    // Protecting a volume in the sheet refreshes the contents list, as the button always did.
+    connect(mPreferencesWindow, &PreferencesSheet::volumeProtected, this,
+            [this] { clickDateList(); });
     connect(mainUi.actionAbout, &QAction::triggered, this, [this] { aboutWindow(); });
     connect(mainUi.actionShowHelp, &QAction::triggered, this, [this] { showHelp(); });
     connect(mainUi.actionQuit, &QAction::triggered, qApp, &QCoreApplication::quit,
             Qt::QueuedConnection);
-    connect(mPreferencesWindow, &QDialog::finished, this, [this](int result) {
-        if (result == QDialog::Accepted) savePreferences();
-        updateStatusInfos();
-    });
 
     // The search asks for a new scan once typing pauses, and at once on Enter.
     mSearchTimer = new QTimer(this);
@@ -277,7 +272,6 @@ bool AppDelegate::applicationDidFinishLaunching()
     mSelectedDate = -2;
     mDates.clear();
     mContents.clear();
-    mVolumes.clear();
     mProtectedVolumes.clear();
     mCacheTimesInDay.clear();
 

@@ -128,5 +128,4 @@ void AppDelegate::recolorTexts()
     }
     if (mTableViewDate) mDateModel->reloadData();
     if (mTableViewContents) mContentsModel->reloadData();
-    if (mProtectedVolumesTableView) mVolumesModel->reloadData();
 }

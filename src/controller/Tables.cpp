@@ -9,7 +9,6 @@
 
 #include <QDateTime>
 #include <QFileIconProvider>
-#include <QFileInfo>
 #include <QLabel>
 #include <QLocale>
 #include <QMimeDatabase>
@@ -25,14 +24,6 @@ QVariant alignment(Qt::Alignment a)
     return QVariant::fromValue(int(a | Qt::AlignVCenter));
 }
 
-QString lastComponent(const QString &path)
-{
-    QString p = path;
-    while (p.size() > 1 && p.endsWith(QLatin1Char('/')))
-        p.chop(1);
-    return p.mid(p.lastIndexOf(QLatin1Char('/')) + 1);
-}
-
 // Sizes of rows not read yet, and of rows that could not be read.
 constexpr std::int64_t kNotRead = -1;
 constexpr std::int64_t kUnreadable = -2;
@@ -43,7 +34,6 @@ int AppDelegate::numberOfRowsInTableView(const TableModel *table)
 {
     if (table == mDateModel) return int(mDates.size());
     if (table == mContentsModel) return int(mContents.size());
-    if (table == mVolumesModel) return int(mVolumes.size());
     return 0;
 }
 
@@ -52,8 +42,6 @@ QVariant AppDelegate::cellValue(const TableModel *table, int row, const QString 
     if (table == mDateModel) return row < mDates.size() ? dayCell(row, column, role) : QVariant();
     if (table == mContentsModel)
         return row < mContents.size() ? contentsCell(row, column, role) : QVariant();
-    if (table == mVolumesModel)
-        return row < mVolumes.size() ? volumeCell(row, column, role) : QVariant();
     return {};
 }
 
@@ -131,14 +119,6 @@ QIcon AppDelegate::iconForItem(qsizetype row)
     return icon;
 }
 
-QIcon AppDelegate::iconForPath(const QString &path) const
-{
-    const QFileInfo info(path);
-    if (!info.exists()) return {};
-    return QFileIconProvider().icon(info.isDir() ? QFileIconProvider::Drive
-                                                 : QFileIconProvider::File);
-}
-
 QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
 {
     const int c = column.size() == 1 ? column[0].unicode() - '0' : 0;
@@ -189,50 +169,12 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
     }
 }
 
-QVariant AppDelegate::volumeCell(int row, const QString &column, int role) const
-{
-    if (column != QLatin1String("1")) return {};
-    const VolumeRecord &volume = mVolumes[row];
-    switch (role) {
-    case TableModel::PartsRole: {
-        // The start-up volume is always protected, and drawn dimmed.
-        const bool isProtected = row == 0 || volume.isProtected;
-        QString name = lastComponent(volume.path);
-        if (const QString display = VolumeMenu::displayName(volume.path); !display.isEmpty())
-            name = display;
-        QString state;
-        if (isProtected && volume.unmounted) {
-            //% "protected, not mounted"
-            state = qtTrId("ProtectedUnmounted");
-        } else if (isProtected) {
-            //% "protected"
-            state = qtTrId("Protected");
-        } else {
-            //% "not protected"
-            state = qtTrId("NotProtected");
-        }
-        const QColor nameColor =
-            row == 0 ? ZEL_Colors::getGrayColor_Adaptable() : ZEL_Colors::getBlackColor_Adaptable();
-        const QColor stateColor = isProtected ? ZEL_Colors::getGreenColor_Adaptable()
-                                              : ZEL_Colors::getRedColor_Adaptable();
-        return QVariant::fromValue(QList<TextPart>{
-            {name, nameColor, 13}, {QStringLiteral(" - %1").arg(state), stateColor, 11}});
-    }
-    case Qt::DecorationRole:
-        return iconForPath(volume.path);
-    default:
-        return {};
-    }
-}
-
 void AppDelegate::tableViewSelectionDidChange(TableView *table)
 {
     if (table == mTableViewDate)
         clickDateList();
     else if (table == mTableViewContents)
         clickContentsList();
-    else if (table == mProtectedVolumesTableView)
-        clickVolumesList();
 }
 
 void AppDelegate::sortDescriptorsDidChange(bool ascending)

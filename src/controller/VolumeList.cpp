@@ -1,11 +1,9 @@
 #include "controller/AppDelegate.h"
 
 #include "common/Log.h"
-#include "ui/TableView.h"
 #include "volumes/Volumes.h"
 
 #include <QComboBox>
-#include <QPushButton>
 
 void AppDelegate::updateProtectedVolumesList()
 {
@@ -46,36 +44,4 @@ void AppDelegate::deviceDidUnmount(const QString &path)
             QStringLiteral("Salvora 3 notified that device did Unmount: %1").arg(path));
         updateProtectedVolumesList();
     }
-}
-
-void AppDelegate::clickVolumesList()
-{
-    mProtectedVolumesProtectButton->setEnabled(false);
-    mProtectedVolumesUnprotectButton->setEnabled(false);
-    const int row = mProtectedVolumesTableView->selectedRow();
-    // The start-up volume can be neither protected nor unprotected.
-    if (row <= 0 || row >= mVolumes.size()) return;
-    if (mVolumes[row].isProtected)
-        mProtectedVolumesUnprotectButton->setEnabled(true);
-    else
-        mProtectedVolumesProtectButton->setEnabled(true);
-}
-
-void AppDelegate::protectSelectedVolume()
-{
-    const int row = mProtectedVolumesTableView->selectedRow();
-    if (row < 0 || row >= mVolumes.size()) return;
-    mVolumes[row].isProtected = true;
-    mVolumesModel->reloadData();
-    // The buttons stay as they are until the selection changes.
-    clickDateList();
-}
-
-void AppDelegate::unprotectSelectedVolume()
-{
-    const int row = mProtectedVolumesTableView->selectedRow();
-    if (row < 0 || row >= mVolumes.size()) return;
-    mVolumes[row].isProtected = false;
-    mVolumesModel->reloadData();
-    clickVolumesList();
 }

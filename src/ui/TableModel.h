@@ -19,23 +19,10 @@ public:
                                int role) = 0;
 };
 
-// One run of a cell's text drawn in its own colour and size (the volume table's name and state).
-struct TextPart
-{
-    QString text;
-    QColor color;
-    int pointSize = 13; // in the window's scale, where 13 is the regular size
-};
-
 class TableModel : public QAbstractTableModel
 {
     Q_OBJECT
 public:
-    enum Role {
-        // QList<TextPart>: drawn one after the other by PartsDelegate.
-        PartsRole = Qt::UserRole + 1,
-    };
-
     TableModel(TableDataSource *source, const QStringList &columnIdentifiers,
                QObject *parent = nullptr);
 
@@ -65,6 +52,3 @@ private:
     QStringList mTitles;
     int mRowCount = 0;
 };
-
-Q_DECLARE_METATYPE(TextPart)
-Q_DECLARE_METATYPE(QList<TextPart>)

@@ -7,6 +7,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QDate>
+#include <QFile>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -189,6 +191,38 @@ private slots:
         QVERIFY(!TestEnv::exists(cache + "/2024-05-01"));
         r = salvora({"remove", "--yes", "--day", "2024-05-01"});
         QCOMPARE(r.status, 1);
+    }
+
+    void rmKeepsWhatItDeletes()
+    {
+        const QByteArray docs = env->homeBytes() + "/docs";
+        QVERIFY(TestEnv::writeFile(docs + "/tree/sub/deep\xff.txt", "deep"));
+        QVERIFY(TestEnv::writeFile(docs + "/note.txt", "note"));
+        const Run r = salvora({"rm", "--json", docs + "/tree", docs + "/note.txt", docs + "/missing"});
+        QCOMPARE(r.status, 1); // one of three failed
+        QVERIFY(r.err.contains("missing"));
+        QVERIFY(!TestEnv::exists(docs + "/tree"));
+        const QJsonArray results = QJsonDocument::fromJson(r.out).array();
+        QCOMPARE(results.size(), 3);
+        const QString cached = results[0].toObject().value("cachedPath").toString();
+        // Today's day folder, one time folder for the whole call, the original name.
+        const QString today = QDate::currentDate().toString(QStringLiteral("yyyy-MM-dd"));
+        QVERIFY2(cached.startsWith(QFile::decodeName(cache) + '/' + today + '/' + today + ' '), qPrintable(cached));
+        QVERIFY(cached.endsWith(QLatin1String("/tree")));
+        QCOMPARE(results[1].toObject().value("cachedPath").toString().section('/', 0, -2), cached.section('/', 0, -2));
+        QVERIFY(results[2].toObject().value("cachedPath").isNull());
+        const QByteArray timeFolder = QFile::encodeName(cached.section('/', 0, -2));
+        QCOMPARE(TestEnv::readFile(timeFolder + "/tree/sub/deep\xff.txt"), QByteArray("deep"));
+
+        // Back where it came from; never over what is there now.
+        Run back = salvora({"restore", "--to-original", timeFolder + "/note.txt"});
+        QCOMPARE(back.status, 0);
+        QCOMPARE(TestEnv::readFile(docs + "/note.txt"), QByteArray("note"));
+        back = salvora({"restore", "--to-original", timeFolder + "/note.txt"});
+        QVERIFY(back.out.contains("skipped"));
+        back = salvora({"restore", "--to-original", cache + "/2024-05-03/2024-05-03 11_30_00/zeta.txt"});
+        QCOMPARE(back.status, 1);
+        QVERIFY(back.err.contains("no original location"));
     }
 
     void errors()

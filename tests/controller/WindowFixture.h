@@ -3,6 +3,7 @@
 #include "TestEnv.h"
 
 #include "controller/AppDelegate.h"
+#include "ui/PreferencesSheet.h"
 
 #include <QElapsedTimer>
 #include <QSignalSpy>

@@ -9,6 +9,7 @@
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
 #include "common/Texts.h"
+#include "ui/PreferencesSheet.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 #include "volumes/Volumes.h"
@@ -488,7 +489,7 @@ private slots:
         QCOMPARE(c->mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMoreX").arg(2));
     }
 
-    void volumeTableButtons()
+    void preferencesSheetVolumes()
     {
         const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
                                  "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
@@ -500,48 +501,32 @@ private slots:
         CommonUtils::resetVolumesLists();
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
                                 {{"UUID-17", "/media/u/A"}, {"GONE", "/media/u/Gone"}});
+        item("2024-05-01", "09_00_00", "a");
         launch();
+        // The sheet opens over the window with the volume rows; its table and buttons are the
+        // window's outlets.
         c->editPreferences();
         QVERIFY(c->mPreferencesWindow->isVisible());
-        QCOMPARE(c->mVolumes.size(), 4);
-        QVERIFY(c->mVolumes[1].isProtected && !c->mVolumes[2].isProtected);
-        QVERIFY(c->mVolumes[3].unmounted && c->mVolumes[3].uuid == QLatin1String("GONE"));
-        auto text = [&](int row) {
-            QString t;
-            for (const TextPart &p : c->mVolumesModel->index(row, 0)
-                                         .data(TableModel::PartsRole)
-                                         .value<QList<TextPart>>())
-                t += p.text;
-            return t;
-        };
-        QCOMPARE(text(2), QStringLiteral("B - %1").arg(qtTrId("NotProtected")));
-        QCOMPARE(text(3), QStringLiteral("Gone - %1").arg(qtTrId("ProtectedUnmounted")));
-        const auto parts0 =
-            c->mVolumesModel->index(0, 0).data(TableModel::PartsRole).value<QList<TextPart>>();
-        QCOMPARE(parts0[0].color,
-                 ZEL_Colors::getGrayColor_Adaptable()); // the start-up volume, dimmed
-        QCOMPARE(parts0[1].text, QStringLiteral(" - %1").arg(qtTrId("Protected")));
-
-        c->mProtectedVolumesTableView->selectRowAlone(0);
-        QVERIFY(!c->mProtectedVolumesProtectButton->isEnabled() &&
-                !c->mProtectedVolumesUnprotectButton->isEnabled());
-        c->mProtectedVolumesTableView->selectRowAlone(1);
-        QVERIFY(!c->mProtectedVolumesProtectButton->isEnabled() &&
-                c->mProtectedVolumesUnprotectButton->isEnabled());
-        c->mProtectedVolumesUnprotectButton->click();
-        QVERIFY(!c->mVolumes[1].isProtected);
-        QVERIFY(c->mProtectedVolumesProtectButton->isEnabled() &&
-                !c->mProtectedVolumesUnprotectButton->isEnabled());
+        const QList<VolumeRecord> &rows = c->mPreferencesWindow->volumes();
+        QCOMPARE(rows.size(), 4);
+        QVERIFY(rows[1].isProtected && !rows[2].isProtected);
+        QVERIFY(rows[3].unmounted && rows[3].uuid == QLatin1String("GONE"));
+        QCOMPARE(c->mProtectedVolumesTableView->model()->rowCount(), 4);
+        QVERIFY(!c->mProtectedVolumesProtectButton->isEnabled());
+        // Protecting a row refreshes the contents list, as the button always did.
+        c->mProtectedVolumesTableView->selectRowAlone(2);
+        QVERIFY(c->mProtectedVolumesProtectButton->isEnabled());
+        QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         c->mProtectedVolumesProtectButton->click();
-        QVERIFY(c->mVolumes[1].isProtected);
-        // Not re-evaluated after protecting: protect stays enabled until the selection changes.
-        QVERIFY(c->mProtectedVolumesProtectButton->isEnabled() &&
-                !c->mProtectedVolumesUnprotectButton->isEnabled());
-        c->mProtectedVolumesProtectButton->click();
-        QVERIFY(c->mVolumes[1].isProtected);
-        // Neither touched the settings; cancelling keeps them.
-        c->mPreferencesWindow->reject();
-        QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks)->size(), 2);
+        QCOMPARE(started.size(), 1);
+        QVERIFY(Fixture::settle(*c));
+        // Confirming refreshes the window: the pop-up now offers the newly protected volume.
+        c->mPreferencesWindow->sheetOK();
+        QTRY_COMPARE_WITH_TIMEOUT(c->mSelectedVolumeMenu->count(), 3, 2000);
+        QCOMPARE(c->mSelectedVolumeMenu->itemText(2), QStringLiteral("B"));
+        QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks)->size(), 3);
+        QTRY_COMPARE_WITH_TIMEOUT(c->menuInstalledAt.size(), 2,
+                                  2000); // start-up, then confirmation
     }
 
     void notificationRefreshes()

@@ -1,6 +1,5 @@
 #include "TestEnv.h"
 
-#include "ui/PartsDelegate.h"
 #include "ui/SystemVersion.h"
 #include "ui/TableModel.h"
 #include "ui/TableView.h"
@@ -23,9 +22,6 @@ public:
     QVariant cellValue(const TableModel *, int row, const QString &column, int role) override
     {
         if (role == Qt::DisplayRole) return QStringLiteral("%1:%2").arg(column).arg(row);
-        if (role == TableModel::PartsRole && column == QLatin1String("1"))
-            return QVariant::fromValue(QList<TextPart>{{QStringLiteral("name"), Qt::black, 13},
-                                                       {QStringLiteral(" - state"), Qt::red, 11}});
         return {};
     }
 };
@@ -215,35 +211,6 @@ private slots:
         const QFont regular = TableModel::fontOfSize(13);
         QCOMPARE(regular.pointSizeF(), QApplication::font().pointSizeF());
         QVERIFY(TableModel::fontOfSize(11).pointSizeF() < TableModel::fontOfSize(12).pointSizeF());
-    }
-
-    void partsAreDrawnSideBySide()
-    {
-        Rows rows;
-        rows.n = 2;
-        TableModel model(&rows, {QStringLiteral("1")});
-        TableView view;
-        view.setModel(&model);
-        view.setItemDelegate(new PartsDelegate(&view));
-        model.reloadData();
-        view.resize(300, 100);
-        view.selectRowAlone(1);
-        QImage image(view.size(), QImage::Format_ARGB32);
-        image.fill(Qt::white);
-        view.render(&image);
-        // Both runs are there: red pixels from the state part on the unselected row.
-        bool red = false;
-        const int y =
-            view.rowViewportPosition(0) + view.rowHeight(0) / 2 + view.horizontalHeader()->height();
-        for (int x = 0; x < image.width() && !red; ++x)
-            for (int dy = -4; dy <= 4 && !red; ++dy) {
-                const QColor c = image.pixelColor(x, y + dy);
-                red = c.red() > 150 && c.green() < 100 && c.blue() < 100;
-            }
-        QVERIFY(red);
-        const QSize hint = view.itemDelegate()->sizeHint(QStyleOptionViewItem(), model.index(0, 0));
-        QVERIFY(hint.width() >
-                QFontMetrics(TableModel::fontOfSize(13)).horizontalAdvance(QStringLiteral("name")));
     }
 };
 

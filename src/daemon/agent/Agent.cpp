@@ -1,0 +1,449 @@
+#include "Agent.h"
+
+#include "DirWatch.h"
+#include "Inotify.h"
+#include "MidnightTimer.h"
+#include "PrivilegedClient.h"
+#include "Shadow.h"
+#include "TrashWatch.h"
+#include "UniqueFd.h"
+#include "cache/CacheLayout.h"
+#include "cache/Folders.h"
+#include "common/Locations.h"
+#include "common/Log.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "volumes/MountWatcher.h"
+#include "volumes/Volumes.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QTimer>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+Q_LOGGING_CATEGORY(lcAgent, "salvora.daemon")
+
+namespace {
+
+using Fd = UniqueFd;
+
+QByteArray baseName(const QByteArray &path)
+{
+    return path.mid(path.lastIndexOf('/') + 1);
+}
+
+// The name an item gets in the cache: its original one, or its trash name when unknown.
+QByteArray keptName(const ShadowRecord &r)
+{
+    const QByteArray name = baseName(r.origin);
+    return name.isEmpty() || name == "." || name == ".." ? r.trashName : name;
+}
+
+QString describeErrno(int err)
+{
+    return QString::fromLocal8Bit(std::strerror(err));
+}
+
+} // namespace
+
+Prefs Prefs::read()
+{
+    const auto s = Settings::open();
+    const auto get = [&](const char *key) -> std::optional<QVariant> {
+        const QString k = QLatin1String(key);
+        return s->contains(k) ? std::optional<QVariant>(s->value(k)) : std::nullopt;
+    };
+    Prefs p;
+    if (const auto v = get(SettingsKeys::PrefsProtectionEnabled)) {
+        const auto i = Settings::toInteger(*v);
+        p.protection = !i || *i != 0;
+    }
+    if (const auto v = get(SettingsKeys::PrefsRemoveFromCache))
+        p.retention = Settings::toInteger(*v);
+    const auto text = [&](const char *key) {
+        const auto v = get(key);
+        return v && v->typeId() == QMetaType::QString ? v->toString() : QString();
+    };
+    p.exclusions = CacheCommit::Exclusions(text(SettingsKeys::PrefsExcludeName),
+                                           text(SettingsKeys::PrefsExcludeExtension));
+    if (const auto v = get(SettingsKeys::PrefsProtectedDisks);
+        v && v->typeId() == QMetaType::QVariantMap)
+        p.protectedDisks = v->toMap();
+    return p;
+}
+
+QString logText(const QByteArray &bytes)
+{
+    QString out;
+    out.reserve(bytes.size());
+    for (const char c : bytes) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u >= 0x20 && u < 0x7f && u != '\\')
+            out.append(QLatin1Char(c));
+        else
+            out.append(QStringLiteral("\\x%1").arg(u, 2, 16, QLatin1Char('0')));
+    }
+    return out;
+}
+
+Agent::Agent(PrivilegedClient *privileged, QObject *parent)
+    : QObject(parent), mPrivileged(privileged)
+{
+}
+
+Agent::~Agent()
+{
+    // Everything that holds inotify watches goes before the inotify instance, which as the first
+    // child would otherwise be deleted first.
+    for (auto &v : mVolumes)
+        qDeleteAll(v->trashes);
+    mVolumes.clear();
+    delete mSettingsWatch;
+    mSettingsWatch = nullptr;
+    delete mInotify;
+    mInotify = nullptr;
+}
+
+bool Agent::start()
+{
+    mStarted = QDateTime::currentDateTime();
+    mInotify = new Inotify(this);
+    if (!mInotify->isValid()) {
+        CommonUtils::addToLogFile(
+            QStringLiteral("sv3daemon cannot watch the trash (inotify: %1) and stops.")
+                .arg(describeErrno(errno)));
+        return false;
+    }
+    mPrefs = Prefs::read();
+
+    mAnnounceTimer = new QTimer(this);
+    mAnnounceTimer->setSingleShot(true);
+    mAnnounceTimer->setInterval(0);
+    connect(mAnnounceTimer, &QTimer::timeout, this, &Agent::flushAnnouncements);
+    mVolumesDataTimer = new QTimer(this);
+    mVolumesDataTimer->setSingleShot(true);
+    mVolumesDataTimer->setInterval(300);
+    connect(mVolumesDataTimer, &QTimer::timeout, this, &Agent::updateProtectedVolumesData);
+
+    // The settings file is replaced whole on every save; watch its folder for it.
+    const QByteArray settingsFile = QFile::encodeName(Settings::fileName());
+    const QByteArray settingsName = baseName(settingsFile);
+    mSettingsWatch = new DirWatch(mInotify, settingsFile.left(settingsFile.lastIndexOf('/')),
+                                  IN_CLOSE_WRITE | IN_MOVED_TO, this);
+    connect(mSettingsWatch, &DirWatch::event, this, [this, settingsName](const Inotify::Event &e) {
+        if (e.name == settingsName) reloadPrefs(false);
+    });
+    connect(mSettingsWatch, &DirWatch::appeared, this, [this] { reloadPrefs(false); });
+    connect(mInotify, &Inotify::overflowed, this, [this] {
+        CommonUtils::addToLogFile(
+            QStringLiteral("sv3daemon missed file system events and looks at the trash again."));
+        mSettingsWatch->rearm();
+        reloadPrefs(false);
+        reconcileAll();
+    });
+
+    mBus = new NotificationBus(this);
+    for (const char *name :
+         {Notifications::Salvora3DaemonNotification, Notifications::Salvora3MenuNotification,
+          Notifications::Salvora3Notification})
+        mBus->observe(QLatin1String(name));
+    connect(mBus, &NotificationBus::received, this, &Agent::onNotification);
+
+    mMountWatcher = new MountWatcher(this);
+    const auto mountChanged = [this](const QString &path) {
+        if (CommonUtils::deviceIsValid(path)) QTimer::singleShot(0, this, &Agent::rebuildVolumes);
+    };
+    connect(mMountWatcher, &MountWatcher::deviceDidMount, this, mountChanged);
+    connect(mMountWatcher, &MountWatcher::deviceDidUnmount, this, mountChanged);
+
+    mMidnight = new MidnightTimer(this);
+    connect(mMidnight, &MidnightTimer::midnight, this, [this] {
+        purge(QStringLiteral("midnight"));
+        retryFailedCommits();
+    });
+
+    rebuildVolumes();
+    purge(QStringLiteral("start"));
+    updateProtectedVolumesData();
+    CommonUtils::addToLogFile(
+        QStringLiteral("sv3daemon started (protection %1, %2 volume(s) watched%3).")
+            .arg(mPrefs.protection ? QStringLiteral("on") : QStringLiteral("off"))
+            .arg(mVolumes.size())
+            .arg(mPrivileged->isAvailable() ? QString()
+                                            : QStringLiteral(", without privileged helper")));
+    qCInfo(lcAgent) << "sv3daemon ready";
+    return true;
+}
+
+void Agent::onNotification(const QString &name, const QString &object, const QVariantMap &userInfo)
+{
+    if (name == QLatin1String(Notifications::Salvora3DaemonNotification)) {
+        if (object == QLatin1String(Notifications::Salvora3DaemonMustDelete))
+            handleDeleteRequest(NotificationBus::deleteListFrom(userInfo));
+        else if (object == QLatin1String(Notifications::Salvora3GetStatus))
+            CommonUtils::addToLogFile(statusText());
+    } else if (name == QLatin1String(Notifications::Salvora3MenuNotification)) {
+        if (object == QLatin1String(Notifications::Salvora3SettingsDidChange)) reloadPrefs(true);
+    } else if (name == QLatin1String(Notifications::Salvora3Notification)) {
+        // Someone else (`salvora rm`, the window) changed a cache.
+        if (object == QLatin1String(Notifications::Salvora3DataMovedToCache) ||
+            object == QLatin1String(Notifications::Salvora3CacheModified))
+            markDirty();
+    }
+}
+
+void Agent::reloadPrefs(bool announced)
+{
+    const Prefs old = mPrefs;
+    mPrefs = Prefs::read();
+    const bool changed = !(old == mPrefs);
+    if (!changed && !announced) return;
+    if (old.protection != mPrefs.protection || old.retention != mPrefs.retention)
+        CommonUtils::addToLogFile(
+            QStringLiteral("sv3daemon read the settings: protection %1, items kept %2.")
+                .arg(mPrefs.protection ? QStringLiteral("on") : QStringLiteral("off"))
+                .arg(mPrefs.retention.value_or(0) > 0
+                         ? QStringLiteral("%1 day(s)").arg(*mPrefs.retention)
+                         : QStringLiteral("for ever")));
+    if (old.protectedDisks != mPrefs.protectedDisks) {
+        // Not from inside an inotify or D-Bus callback: rebuilding deletes watches.
+        QTimer::singleShot(0, this, &Agent::rebuildVolumes);
+    } else if (mPrefs.protection && (!old.protection || !(old.exclusions == mPrefs.exclusions))) {
+        // Items trashed while nothing was kept get their shadow now.
+        reconcileAll();
+    }
+    if (announced || old.retention != mPrefs.retention) purge(QStringLiteral("settings changed"));
+}
+
+void Agent::rebuildVolumes()
+{
+    CommonUtils::resetVolumesLists();
+    struct Wanted
+    {
+        QByteArray mount;
+        QString uuid;
+    };
+    QList<Wanted> wanted;
+    for (const QString &path : CommonUtils::getAllProtectedVolumes()) {
+        if (path == QLatin1String("/")) {
+            wanted.append({"/", QString()});
+            continue;
+        }
+        const auto d = CommonUtils::getVolumeInfosForPath(path);
+        if (d && !d->uuid.isEmpty()) wanted.append({QFile::encodeName(path), d->uuid});
+    }
+    const auto isWanted = [&](const Volume &v) {
+        return std::any_of(wanted.begin(), wanted.end(), [&](const Wanted &w) {
+            return w.mount == v.mountPath && w.uuid == v.uuid;
+        });
+    };
+    for (auto it = mVolumes.begin(); it != mVolumes.end();) {
+        if (isWanted(**it)) {
+            ++it;
+            continue;
+        }
+        Volume *gone = it->get();
+        qCInfo(lcAgent).noquote() << "no longer watching" << logText(gone->mountPath);
+        mFailedCommits.removeIf([gone](const auto &f) { return f.first == gone; });
+        qDeleteAll(gone->trashes);
+        it = mVolumes.erase(it);
+    }
+    for (const Wanted &w : wanted) {
+        if (std::any_of(mVolumes.begin(), mVolumes.end(), [&](const auto &v) {
+                return v->mountPath == w.mount && v->uuid == w.uuid;
+            }))
+            continue;
+        const bool home = w.mount == "/";
+        auto v = std::make_unique<Volume>(home ? CommonUtils::homeFolder() + '/' +
+                                                     CommonUtils::kCacheFolderName
+                                               : w.mount + '/' + CommonUtils::kCacheFolderName);
+        v->mountPath = w.mount;
+        v->uuid = w.uuid;
+        struct stat base{};
+        if (::stat(home ? CommonUtils::homeFolder().constData() : w.mount.constData(), &base) == 0)
+            v->baseDev = base.st_dev;
+        const QByteArray uid = QByteArray::number(getuid());
+        if (home) {
+            v->trashes.append(
+                new TrashWatch(this, v.get(), CommonUtils::pathForTrashFolderInVolume(0), false));
+        } else {
+            v->topdir = w.mount;
+            v->trashes.append(new TrashWatch(this, v.get(), w.mount + "/.Trash-" + uid, false));
+            v->trashes.append(new TrashWatch(this, v.get(), w.mount + "/.Trash/" + uid, true));
+        }
+        Volume &volume = *v;
+        mVolumes.push_back(std::move(v));
+        qCInfo(lcAgent).noquote() << "watching" << logText(volume.mountPath);
+        // Shadows left by an earlier run go back to their trash; those of a trash that is no
+        // longer watched are settled now if their item is gone.
+        for (const ShadowRecord &r : volume.pending.load()) {
+            TrashWatch *owner = nullptr;
+            for (TrashWatch *t : volume.trashes)
+                if (t->trashDir() == r.trashDir) owner = t;
+            if (owner) {
+                owner->adopt(r);
+                continue;
+            }
+            struct stat st{};
+            const QByteArray item = r.trashDir + "/files/" + r.trashName;
+            if (::lstat(item.constData(), &st) != 0 || quint64(st.st_ino) != r.ino)
+                settle(volume, r);
+        }
+        for (TrashWatch *t : volume.trashes)
+            t->reconcile();
+    }
+    markDirty();
+}
+
+void Agent::reconcileAll()
+{
+    for (auto &v : mVolumes)
+        for (TrashWatch *t : v->trashes)
+            t->reconcile();
+    retryFailedCommits();
+}
+
+bool Agent::isMounted(const Volume &v) const
+{
+    struct stat st{};
+    const QByteArray base = v.mountPath == "/" ? CommonUtils::homeFolder() : v.mountPath;
+    return ::stat(base.constData(), &st) == 0 && st.st_dev == v.baseDev;
+}
+
+bool Agent::ensureCacheFolder(Volume &v)
+{
+    struct stat st{};
+    if (::lstat(v.cacheFolder.constData(), &st) == 0) return S_ISDIR(st.st_mode);
+    if (v.mountPath == "/") return CommonUtils::createFolder(v.cacheFolder);
+    if (::mkdir(v.cacheFolder.constData(), 0777) == 0) {
+        ::chmod(v.cacheFolder.constData(), 0777);
+        return true;
+    }
+    if (errno == EEXIST) return ::lstat(v.cacheFolder.constData(), &st) == 0 && S_ISDIR(st.st_mode);
+    if (errno != EACCES && errno != EPERM) return false;
+    // A volume root is usually root's: that is what the privileged helper is for.
+    const PrivilegedClient::Outcome o = mPrivileged->createCacheFolder(v.mountPath);
+    if (!o.done && !v.cacheWarned) {
+        v.cacheWarned = true;
+        CommonUtils::addToLogFile(
+            QStringLiteral("sv3daemon cannot create the cache folder of %1: %2.")
+                .arg(logText(v.mountPath), o.message));
+    }
+    return o.done && ::lstat(v.cacheFolder.constData(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool Agent::takeShadow(Volume &v, int filesFd, ShadowRecord &r)
+{
+    if (!ensureCacheFolder(v)) return false;
+    Fd pending(v.pending.open(true));
+    Fd shadow(pending.fd >= 0 ? v.pending.create(pending.fd, r) : -1);
+    if (shadow.fd < 0) {
+        mProblems << QStringLiteral("sv3daemon cannot keep %1 (pending area: %2).")
+                         .arg(logText(r.origin.isEmpty() ? r.trashName : r.origin),
+                              describeErrno(errno));
+        announce();
+        return false;
+    }
+    QElapsedTimer t;
+    t.start();
+    const Shadow::Stats s =
+        Shadow::mirror(filesFd, r.trashName.constData(), shadow.fd, PendingArea::kItemName);
+    qCInfo(lcAgent).noquote() << "shadow of" << logText(r.trashName) << ":" << s.linked << "linked,"
+                              << s.copied << "copied," << s.failed << "failed in" << t.elapsed()
+                              << "ms";
+    if (s.failed > 0) {
+        mProblems << QStringLiteral("sv3daemon could keep only part of %1: %2 entries failed (%3).")
+                         .arg(logText(r.origin.isEmpty() ? r.trashName : r.origin))
+                         .arg(s.failed)
+                         .arg(describeErrno(s.firstError));
+        announce();
+    }
+    return true;
+}
+
+void Agent::settle(Volume &v, const ShadowRecord &r)
+{
+    bool keep = mPrefs.protection && !mPrefs.exclusions.matches(keptName(r));
+    // Restored: the same inode is back where it came from, on the trash's file system (whose
+    // device number is the one it has now, not necessarily the one recorded).
+    struct stat st{}, trash{};
+    const quint64 dev = ::stat(r.trashDir.constData(), &trash) == 0 ? quint64(trash.st_dev) : r.dev;
+    if (keep && !r.origin.isEmpty() && ::lstat(r.origin.constData(), &st) == 0 &&
+        quint64(st.st_ino) == r.ino && quint64(st.st_dev) == dev)
+        keep = false;
+    if (!keep) {
+        v.pending.drop(r.id);
+        return;
+    }
+    commit(v, r);
+}
+
+void Agent::commit(Volume &v, const ShadowRecord &r)
+{
+    QElapsedTimer t;
+    t.start();
+    Fd pending(v.pending.open(false));
+    Fd shadow(pending.fd >= 0 ? openat(pending.fd, r.id.constData(),
+                                       O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                              : -1);
+    if (shadow.fd < 0) return; // already committed or dropped by an earlier run
+    const CacheCommit::Result res = CacheCommit::moveIntoCache(
+        shadow.fd, PendingArea::kItemName, v.cacheFolder, keptName(r), r.origin);
+    if (!res.ok()) {
+        // Left pending: retried at midnight, after an overflow, and at the next start.
+        mFailedCommits.append({&v, r});
+        mProblems << QStringLiteral("sv3daemon could not keep %1: %2.")
+                         .arg(logText(r.origin.isEmpty() ? r.trashName : r.origin), res.message());
+        announce();
+        return;
+    }
+    v.pending.drop(r.id);
+    mLastCapture = QDateTime::currentDateTime();
+    ++mCaptured;
+    mKeptOrigins << (r.origin.isEmpty() ? r.trashName : r.origin);
+    mMovedToCache = true;
+    qCInfo(lcAgent).noquote() << "kept" << logText(res.cachedPath) << "in" << t.elapsed() << "ms";
+    markDirty();
+    announce();
+}
+
+void Agent::retryFailedCommits()
+{
+    const auto failed = std::exchange(mFailedCommits, {});
+    for (const auto &[volume, record] : failed)
+        commit(*volume, record);
+}
+
+void Agent::announce()
+{
+    if (!mAnnounceTimer->isActive()) mAnnounceTimer->start();
+}
+
+void Agent::flushAnnouncements()
+{
+    if (mKeptOrigins.size() == 1)
+        CommonUtils::addToLogFile(
+            QStringLiteral("sv3daemon kept %1 in the cache.").arg(logText(mKeptOrigins.first())));
+    else if (mKeptOrigins.size() > 1)
+        CommonUtils::addToLogFile(
+            QStringLiteral("sv3daemon kept %1 items in the cache, among them %2.")
+                .arg(mKeptOrigins.size())
+                .arg(logText(mKeptOrigins.first())));
+    for (const QString &p : std::as_const(mProblems))
+        CommonUtils::addToLogFile(p);
+    if (mMovedToCache)
+        NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                              QLatin1String(Notifications::Salvora3DataMovedToCache));
+    mKeptOrigins.clear();
+    mProblems.clear();
+    mMovedToCache = false;
+}

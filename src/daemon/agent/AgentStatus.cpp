@@ -1,0 +1,85 @@
+// What the agent tells others: its status line in the log, and the ProtectedVolumesData
+// snapshot that lets the window list the days of a protected volume once it is unplugged.
+
+#include "Agent.h"
+
+#include "PrivilegedClient.h"
+#include "TrashWatch.h"
+#include "cache/DayList.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+
+#include <QFile>
+#include <QTimer>
+
+#include <sys/stat.h>
+
+namespace {
+
+QString timeText(const QDateTime &t)
+{
+    return t.isValid() ? t.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"))
+                       : QStringLiteral("never");
+}
+
+} // namespace
+
+QString Agent::statusText() const
+{
+    QStringList volumes;
+    int pending = 0;
+    for (const auto &v : mVolumes) {
+        QStringList trashes;
+        for (const TrashWatch *t : v->trashes) {
+            pending += t->shadowCount();
+            if (t->isWatching()) trashes << logText(t->trashDir());
+        }
+        volumes << QStringLiteral("%1 (trash: %2)")
+                       .arg(logText(v->mountPath), trashes.isEmpty()
+                                                       ? QStringLiteral("none yet")
+                                                       : trashes.join(QStringLiteral(", ")));
+    }
+    return QStringLiteral(
+               "sv3daemon status: protection %1; items kept %2; excluded names and extensions: %3; "
+               "volumes watched: %4; pending shadows: %5; items kept since start: %6; last "
+               "capture: %7; "
+               "last purge: %8; privileged helper: %9; running since %10.")
+        .arg(mPrefs.protection ? QStringLiteral("on") : QStringLiteral("off"),
+             mPrefs.retention.value_or(0) > 0 ? QStringLiteral("%1 day(s)").arg(*mPrefs.retention)
+                                              : QStringLiteral("for ever"),
+             mPrefs.exclusions.isEmpty() ? QStringLiteral("none") : QStringLiteral("some"),
+             volumes.isEmpty() ? QStringLiteral("none") : volumes.join(QStringLiteral(", ")))
+        .arg(pending)
+        .arg(mCaptured)
+        .arg(timeText(mLastCapture), timeText(mLastPurge),
+             mPrivileged->isAvailable() ? QStringLiteral("available")
+                                        : QStringLiteral("not available"),
+             timeText(mStarted));
+}
+
+void Agent::markDirty()
+{
+    if (mVolumesDataTimer) mVolumesDataTimer->start();
+}
+
+void Agent::updateProtectedVolumesData()
+{
+    const std::optional<QVariantMap> stored =
+        Settings::dictionary(SettingsKeys::ProtectedVolumesData);
+    QVariantMap data = stored.value_or(QVariantMap());
+    // Volumes the user no longer protects are not offered any more.
+    for (const QString &uuid : data.keys())
+        if (!mPrefs.protectedDisks.contains(uuid)) data.remove(uuid);
+    for (const auto &v : mVolumes) {
+        if (v->uuid.isEmpty() || !isMounted(*v)) continue;
+        QVariantList days;
+        struct stat st{};
+        if (::lstat(v->cacheFolder.constData(), &st) == 0 && S_ISDIR(st.st_mode))
+            for (const DayEntry &d : CommonUtils::getListOfDaysInCache(v->cacheFolder))
+                days.append(d.toVariantMap());
+        data.insert(v->uuid, QVariantMap{{QStringLiteral("path"), QFile::decodeName(v->mountPath)},
+                                         {QStringLiteral("days"), days}});
+    }
+    if (!stored || data != *stored)
+        Settings::setDictionary(SettingsKeys::ProtectedVolumesData, data);
+}

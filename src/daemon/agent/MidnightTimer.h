@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QDate>
+#include <QObject>
+
+class QSocketNotifier;
+
+// Fires at every local midnight, by the wall clock: a timerfd on CLOCK_REALTIME, so a suspended
+// machine or a clock set forward still fires on the right day, and nothing wakes in between.
+class MidnightTimer : public QObject
+{
+    Q_OBJECT
+public:
+    explicit MidnightTimer(QObject *parent = nullptr);
+    ~MidnightTimer() override;
+    bool isValid() const { return mFd >= 0; }
+
+signals:
+    void midnight();
+
+private:
+    void arm();
+    void onReady();
+
+    int mFd = -1;
+    QSocketNotifier *mNotifier = nullptr;
+    QDate mDay;
+};

@@ -1,0 +1,197 @@
+#include "PendingArea.h"
+
+#include "SafeRemove.h"
+#include "UniqueFd.h"
+#include "cache/FolderWalk.h"
+
+#include <QDateTime>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using Fd = UniqueFd;
+
+int openOrMake(int parentFd, const char *name, mode_t mode, bool create, bool mustOwn)
+{
+    const bool made = create && mkdirat(parentFd, name, mode) == 0;
+    if (create && !made && errno != EEXIST) return -1;
+    const int fd = openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return -1;
+    struct stat st{};
+    if (made) {
+        fchmod(fd, mode);
+    } else if (mustOwn && (fstat(fd, &st) != 0 || st.st_uid != getuid())) {
+        // Someone else's folder under our name: never keep shadows there.
+        ::close(fd);
+        errno = EPERM;
+        return -1;
+    }
+    return fd;
+}
+
+QByteArray readSmallFile(int dirFd, const char *name)
+{
+    Fd fd(openat(dirFd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (fd.fd < 0) return {};
+    QByteArray data;
+    char buf[8192];
+    for (ssize_t n; (n = ::read(fd.fd, buf, sizeof buf)) > 0;) {
+        data.append(buf, n);
+        if (data.size() > 64 * 1024) return {};
+    }
+    return data;
+}
+
+bool writeFileAt(int dirFd, const char *name, const QByteArray &data)
+{
+    // Written under a temporary name and renamed over, so a record is never half-written.
+    const QByteArray tmp = QByteArray(name) + ".new";
+    unlinkat(dirFd, tmp.constData(), 0);
+    Fd fd(
+        openat(dirFd, tmp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (fd.fd < 0) return false;
+    if (::write(fd.fd, data.constData(), std::size_t(data.size())) != data.size()) return false;
+    return renameat(dirFd, tmp.constData(), dirFd, name) == 0;
+}
+
+} // namespace
+
+QByteArray ShadowRecord::serialize() const
+{
+    QByteArray out = "Salvora3Shadow 1\n";
+    out += "trash=" + trashDir.toPercentEncoding("/") + '\n';
+    out += "name=" + trashName.toPercentEncoding() + '\n';
+    out += "origin=" + origin.toPercentEncoding("/") + '\n';
+    out += "dev=" + QByteArray::number(dev) + '\n';
+    out += "ino=" + QByteArray::number(ino) + '\n';
+    return out;
+}
+
+std::optional<ShadowRecord> ShadowRecord::parse(QByteArrayView text)
+{
+    const QList<QByteArray> lines = text.toByteArray().split('\n');
+    if (lines.isEmpty() || lines.first() != "Salvora3Shadow 1") return std::nullopt;
+    ShadowRecord r;
+    bool okDev = false, okIno = false;
+    for (const QByteArray &line : lines) {
+        const qsizetype eq = line.indexOf('=');
+        if (eq <= 0) continue;
+        const QByteArray key = line.left(eq);
+        const QByteArray value = line.mid(eq + 1);
+        if (key == "trash")
+            r.trashDir = QByteArray::fromPercentEncoding(value);
+        else if (key == "name")
+            r.trashName = QByteArray::fromPercentEncoding(value);
+        else if (key == "origin")
+            r.origin = QByteArray::fromPercentEncoding(value);
+        else if (key == "dev")
+            r.dev = value.toULongLong(&okDev);
+        else if (key == "ino")
+            r.ino = value.toULongLong(&okIno);
+    }
+    if (!okDev || !okIno || !r.trashDir.startsWith('/') || r.trashName.isEmpty() ||
+        r.trashName.contains('/') || r.trashName == "." || r.trashName == ".." ||
+        r.trashDir.contains('\0') || r.trashName.contains('\0') || r.origin.contains('\0'))
+        return std::nullopt;
+    return r;
+}
+
+PendingArea::PendingArea(QByteArray cacheFolder) : mCacheFolder(std::move(cacheFolder)) {}
+
+QByteArray PendingArea::folder() const
+{
+    return mCacheFolder + '/' + kFolderName + '/' + QByteArray::number(getuid());
+}
+
+int PendingArea::open(bool create) const
+{
+    Fd cache(::open(mCacheFolder.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (cache.fd < 0) return -1;
+    // Sticky: on a volume's shared cache, users cannot remove each other's pending folders.
+    Fd pending(openOrMake(cache.fd, kFolderName, 01777, create, false));
+    if (pending.fd < 0) return -1;
+    return openOrMake(pending.fd, QByteArray::number(getuid()).constData(), 0700, create, true);
+}
+
+QList<ShadowRecord> PendingArea::load() const
+{
+    QList<ShadowRecord> records;
+    Fd pending(open(false));
+    if (pending.fd < 0) return records;
+    QByteArrayList ids;
+    FolderWalk::forEachEntry(pending.fd, [&](const char *name, FolderWalk::Type type) {
+        if (type == FolderWalk::Type::Directory) ids.append(QByteArray(name));
+    });
+    for (const QByteArray &id : ids) {
+        Fd dir(openat(pending.fd, id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (dir.fd < 0) continue;
+        std::optional<ShadowRecord> r = ShadowRecord::parse(readSmallFile(dir.fd, kRecordName));
+        struct stat st{};
+        if (!r || fstatat(dir.fd, kItemName, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            // A shadow that never got its record or its item (the agent stopped while taking it)
+            // holds nothing that is not still in the trash.
+            drop(id);
+            continue;
+        }
+        r->id = id;
+        records.append(*r);
+    }
+    return records;
+}
+
+int PendingArea::create(int pendingFd, ShadowRecord &record) const
+{
+    const QByteArray base = QByteArray::number(QDateTime::currentMSecsSinceEpoch()) + '-' +
+                            QByteArray::number(record.ino);
+    for (int n = 0; n < 1000; ++n) {
+        const QByteArray id = n == 0 ? base : base + '-' + QByteArray::number(n);
+        if (mkdirat(pendingFd, id.constData(), 0700) != 0) {
+            if (errno == EEXIST) continue;
+            return -1;
+        }
+        const int fd =
+            openat(pendingFd, id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        record.id = id;
+        if (fd < 0 || !writeFileAt(fd, kRecordName, record.serialize())) {
+            const int err = errno;
+            if (fd >= 0) ::close(fd);
+            saferemove::removeBeneath(pendingFd, id.toStdString());
+            errno = err;
+            return -1;
+        }
+        return fd;
+    }
+    errno = EEXIST;
+    return -1;
+}
+
+bool PendingArea::rewriteRecord(const ShadowRecord &record) const
+{
+    Fd pending(open(false));
+    if (pending.fd < 0) return false;
+    Fd dir(
+        openat(pending.fd, record.id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return dir.fd >= 0 && writeFileAt(dir.fd, kRecordName, record.serialize());
+}
+
+int PendingArea::drop(const QByteArray &id) const
+{
+    Fd pending(open(false));
+    if (pending.fd < 0) return errno;
+    return saferemove::removeBeneath(pending.fd, id.toStdString());
+}
+
+int PendingArea::count() const
+{
+    Fd pending(open(false));
+    int n = 0;
+    if (pending.fd >= 0)
+        FolderWalk::forEachEntry(pending.fd, [&](const char *, FolderWalk::Type type) {
+            n += type == FolderWalk::Type::Directory;
+        });
+    return n;
+}

@@ -1,0 +1,96 @@
+#include "PrivilegedClient.h"
+
+#include "Protocol.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+// A removal of a large day folder may take a while; a helper that says nothing for this long is
+// considered gone.
+constexpr int kAnswerTimeoutMs = 120000;
+} // namespace
+
+PrivilegedClient::PrivilegedClient(int fd, pid_t helper) : mFd(fd), mHelper(helper)
+{
+    int type = 0;
+    socklen_t len = sizeof type;
+    if (mFd >= 0 &&
+        (getsockopt(mFd, SOL_SOCKET, SO_TYPE, &type, &len) != 0 || type != SOCK_SEQPACKET)) {
+        mFd = -1;
+        return;
+    }
+    // Programs the agent starts must not inherit the way to root.
+    if (mFd >= 0) fcntl(mFd, F_SETFD, FD_CLOEXEC);
+}
+
+PrivilegedClient::~PrivilegedClient()
+{
+    lose();
+}
+
+void PrivilegedClient::lose()
+{
+    if (mFd >= 0) ::close(mFd);
+    mFd = -1;
+    // The helper exits when the socket closes; it is our child since sv3daemon became us.
+    if (mHelper > 0) waitpid(mHelper, nullptr, WNOHANG);
+    mHelper = -1;
+}
+
+PrivilegedClient::Outcome PrivilegedClient::createCacheFolder(const QByteArray &mountPoint)
+{
+    return ask(int(privileged::Op::CreateCacheFolder), mountPoint, {});
+}
+
+PrivilegedClient::Outcome PrivilegedClient::removeInCache(const QByteArray &cacheFolder,
+                                                          const QByteArray &relativePath)
+{
+    return ask(int(privileged::Op::RemoveInCache), cacheFolder, relativePath);
+}
+
+PrivilegedClient::Outcome PrivilegedClient::ask(int op, const QByteArray &first,
+                                                const QByteArray &second)
+{
+    Outcome o;
+    if (mFd < 0) {
+        o.error = ENOTCONN;
+        o.message = QStringLiteral("no privileged helper");
+        return o;
+    }
+    privileged::Request request;
+    request.op = privileged::Op(op);
+    request.first = first.toStdString();
+    request.second = second.toStdString();
+    const std::string out = privileged::encode(request);
+    if (out.size() > privileged::kMaxDatagram ||
+        send(mFd, out.data(), out.size(), MSG_NOSIGNAL) < 0) {
+        o.error = errno ? errno : ENAMETOOLONG;
+        o.message = QStringLiteral("cannot reach the privileged helper");
+        if (o.error != ENAMETOOLONG) lose();
+        return o;
+    }
+    pollfd p{mFd, POLLIN, 0};
+    int ready = 0;
+    do
+        ready = poll(&p, 1, kAnswerTimeoutMs);
+    while (ready < 0 && errno == EINTR);
+    char buf[privileged::kMaxDatagram];
+    const ssize_t n = ready > 0 ? recv(mFd, buf, sizeof buf, 0) : -1;
+    const auto response = n > 0 ? privileged::decodeResponse({buf, std::size_t(n)}) : std::nullopt;
+    if (!response) {
+        o.error = EPIPE;
+        o.message = QStringLiteral("the privileged helper did not answer");
+        lose();
+        return o;
+    }
+    o.done = response->status == privileged::Status::Done;
+    o.error = response->error;
+    o.message = QString::fromStdString(response->message);
+    return o;
+}

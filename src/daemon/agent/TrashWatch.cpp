@@ -1,0 +1,228 @@
+#include "TrashWatch.h"
+
+#include "Agent.h"
+#include "DirWatch.h"
+#include "Shadow.h"
+#include "TrashInfo.h"
+#include "UniqueFd.h"
+#include "cache/FolderWalk.h"
+
+#include <QLoggingCategory>
+#include <QSet>
+#include <QTimer>
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+// Every trash event, for diagnosis: QT_LOGGING_RULES="salvora.daemon.events.debug=true".
+Q_LOGGING_CATEGORY(lcEvents, "salvora.daemon.events", QtInfoMsg)
+
+namespace {
+
+using Fd = UniqueFd;
+
+// An item created in place (copied into the trash rather than renamed) may still be filling.
+constexpr int kCompleteAfterMs = 1000;
+constexpr char kInfoSuffix[] = ".trashinfo";
+
+} // namespace
+
+TrashWatch::TrashWatch(Agent *agent, Volume *volume, QByteArray trashDir, bool sharedTop,
+                       QObject *parent)
+    : QObject(parent), mAgent(agent), mVolume(volume), mTrashDir(std::move(trashDir)),
+      mSharedTop(sharedTop)
+{
+    mFiles = new DirWatch(agent->inotify(), mTrashDir + "/files",
+                          IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM, this);
+    mInfo = new DirWatch(agent->inotify(), mTrashDir + "/info", IN_CLOSE_WRITE | IN_MOVED_TO, this);
+    connect(mFiles, &DirWatch::event, this, &TrashWatch::onFilesEvent);
+    connect(mInfo, &DirWatch::event, this, &TrashWatch::onInfoEvent);
+    connect(mFiles, &DirWatch::appeared, this, &TrashWatch::reconcile);
+    connect(mFiles, &DirWatch::vanished, this, &TrashWatch::reconcile);
+}
+
+bool TrashWatch::isWatching() const
+{
+    return mFiles->isPresent() && usable();
+}
+
+bool TrashWatch::usable() const
+{
+    // Never a link, always the user's own; <top>/.Trash only while it is sticky.
+    struct stat st{};
+    if (::lstat(mTrashDir.constData(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != getuid())
+        return false;
+    if (!mSharedTop) return true;
+    const QByteArray top = mTrashDir.left(mTrashDir.lastIndexOf('/'));
+    return ::lstat(top.constData(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX);
+}
+
+int TrashWatch::openSub(const char *sub) const
+{
+    Fd trash(::open(mTrashDir.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (trash.fd < 0) return -1;
+    return openat(trash.fd, sub, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+void TrashWatch::adopt(const ShadowRecord &record)
+{
+    mShadows.insert(record.trashName, record);
+}
+
+void TrashWatch::onFilesEvent(const Inotify::Event &e)
+{
+    qCDebug(lcEvents).noquote() << mTrashDir << "files/" << e.name << Qt::hex << e.mask << "cookie"
+                                << e.cookie;
+    if (e.name.isEmpty()) return;
+    if (e.mask & (IN_CREATE | IN_MOVED_TO)) {
+        if ((e.mask & IN_MOVED_TO) && e.cookie != 0) {
+            // Renamed within files/: the shadow follows the new name.
+            for (qsizetype i = 0; i < mLeaving.size(); ++i) {
+                if (mLeaving[i].second != e.cookie) continue;
+                ShadowRecord r = mShadows.take(mLeaving[i].first);
+                mLeaving.removeAt(i);
+                r.trashName = e.name;
+                mVolume->pending.rewriteRecord(r);
+                mShadows.insert(e.name, r);
+                return;
+            }
+        }
+        arrived(e.name, e.mask & IN_CREATE);
+    } else if (e.mask & IN_MOVED_FROM) {
+        if (!mShadows.contains(e.name)) return;
+        // Whether it went to expunged/, back home or elsewhere in files/ is known at the end of
+        // this batch of events, where its MOVED_TO would be.
+        if (mLeaving.isEmpty()) QTimer::singleShot(0, this, &TrashWatch::processLeaving);
+        mLeaving.append({e.name, e.cookie});
+    } else if (e.mask & IN_DELETE) {
+        left(e.name);
+    }
+}
+
+void TrashWatch::processLeaving()
+{
+    const auto leaving = std::exchange(mLeaving, {});
+    for (const auto &l : leaving)
+        left(l.first);
+}
+
+void TrashWatch::onInfoEvent(const Inotify::Event &e)
+{
+    if (!e.name.endsWith(kInfoSuffix)) return;
+    const QByteArray name = e.name.chopped(qsizetype(sizeof kInfoSuffix) - 1);
+    auto it = mShadows.find(name);
+    if (it == mShadows.end() || !it->origin.isEmpty()) return;
+    // The item came before its .trashinfo: learn where it came from now.
+    Fd info(openSub("info"));
+    it->origin = TrashInfo::originalPath(info.fd, name, mVolume->topdir);
+    if (!it->origin.isEmpty()) mVolume->pending.rewriteRecord(*it);
+}
+
+void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
+{
+    Fd files(openSub("files"));
+    struct stat st{};
+    if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) return;
+    if (const auto it = mShadows.constFind(name); it != mShadows.cend()) {
+        if (it->ino != quint64(st.st_ino)) {
+            // The item we shadowed left unseen and another took its name.
+            settle(name);
+        } else if (shadowExists(*it)) {
+            if (S_ISDIR(st.st_mode)) complete(name);
+            return;
+        } else {
+            // Its shadow went with the cache (every cache removed at once): take a new one.
+            mShadows.remove(name);
+        }
+    }
+    if (!mAgent->prefs().protection || !usable()) return;
+    Fd info(openSub("info"));
+    const QByteArray origin =
+        info.fd >= 0 ? TrashInfo::originalPath(info.fd, name, mVolume->topdir) : QByteArray();
+    const QByteArray shownName = origin.isEmpty() ? name : origin.mid(origin.lastIndexOf('/') + 1);
+    if (mAgent->prefs().exclusions.matches(shownName)) return;
+    ShadowRecord r;
+    r.trashDir = mTrashDir;
+    r.trashName = name;
+    r.origin = origin;
+    r.dev = quint64(st.st_dev);
+    r.ino = quint64(st.st_ino);
+    if (!mAgent->takeShadow(*mVolume, files.fd, r)) return;
+    mShadows.insert(name, r);
+    if (mayStillFill && S_ISDIR(st.st_mode))
+        QTimer::singleShot(kCompleteAfterMs, this, [this, name] { complete(name); });
+}
+
+bool TrashWatch::shadowExists(const ShadowRecord &r) const
+{
+    Fd pending(mVolume->pending.open(false));
+    struct stat st{};
+    return pending.fd >= 0 &&
+           fstatat(pending.fd, r.id.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(st.st_mode);
+}
+
+void TrashWatch::complete(const QByteArray &name)
+{
+    const auto it = mShadows.constFind(name);
+    if (it == mShadows.cend()) return;
+    Fd files(openSub("files"));
+    struct stat st{};
+    if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+        it->ino != quint64(st.st_ino))
+        return;
+    Fd pending(mVolume->pending.open(false));
+    Fd shadow(pending.fd >= 0 ? openat(pending.fd, it->id.constData(),
+                                       O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                              : -1);
+    if (shadow.fd >= 0)
+        Shadow::mirror(files.fd, name.constData(), shadow.fd, PendingArea::kItemName);
+}
+
+void TrashWatch::left(const QByteArray &name)
+{
+    const auto it = mShadows.constFind(name);
+    if (it == mShadows.cend()) return;
+    Fd files(openSub("files"));
+    struct stat st{};
+    if (files.fd >= 0 && fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+        it->ino == quint64(st.st_ino))
+        return; // moved out and straight back
+    settle(name);
+}
+
+void TrashWatch::settle(const QByteArray &name)
+{
+    const ShadowRecord r = mShadows.take(name);
+    mAgent->settle(*mVolume, r);
+}
+
+void TrashWatch::reconcile()
+{
+    qCDebug(lcEvents).noquote() << "reconcile" << mTrashDir << "present" << mFiles->isPresent()
+                                << "shadows" << mShadows.size();
+    if (!mAgent->isMounted(*mVolume)) {
+        // Unmounted: nothing was deleted. The shadows wait on the volume for its return.
+        mShadows.clear();
+        return;
+    }
+    if (!mFiles->isPresent() || !usable()) {
+        // The trash itself is gone: so is every item we shadowed from it.
+        const QList<QByteArray> names = mShadows.keys();
+        for (const QByteArray &name : names)
+            settle(name);
+        return;
+    }
+    Fd files(openSub("files"));
+    if (files.fd < 0) return;
+    QSet<QByteArray> present;
+    FolderWalk::forEachEntry(
+        files.fd, [&](const char *name, FolderWalk::Type) { present.insert(QByteArray(name)); });
+    const QList<QByteArray> shadowed = mShadows.keys();
+    for (const QByteArray &name : shadowed)
+        if (!present.contains(name)) settle(name);
+    for (const QByteArray &name : std::as_const(present))
+        arrived(name, false);
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "Inotify.h"
+#include "PendingArea.h"
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QObject>
+
+class Agent;
+class DirWatch;
+struct Volume;
+
+// One freedesktop trash of the user (files/ and info/), watched with inotify. An item that
+// arrives gets a shadow at once; an item that leaves (deleted, or moved out and back to where it
+// came from) is handed to the agent to be committed to the cache or dropped. Items are known by
+// inode number within their trash: a volume's device number may change when it is plugged again.
+class TrashWatch : public QObject
+{
+    Q_OBJECT
+public:
+    // `sharedTop`: the trash is <top>/.Trash/<uid>, valid only while .Trash is a sticky folder.
+    TrashWatch(Agent *agent, Volume *volume, QByteArray trashDir, bool sharedTop,
+               QObject *parent = nullptr);
+
+    const QByteArray &trashDir() const { return mTrashDir; }
+    int shadowCount() const { return int(mShadows.size()); }
+    bool isWatching() const;
+
+    // Takes over a shadow found in the pending area at start.
+    void adopt(const ShadowRecord &record);
+    // Brings shadows and trash into line: items without a shadow get one, shadows whose item is
+    // gone are settled. At start, after an inotify overflow and when protection comes on.
+    void reconcile();
+
+private:
+    void onFilesEvent(const Inotify::Event &e);
+    void onInfoEvent(const Inotify::Event &e);
+    void arrived(const QByteArray &name, bool mayStillFill);
+    void left(const QByteArray &name);
+    void processLeaving();
+    void complete(const QByteArray &name);
+    void settle(const QByteArray &name);
+    bool shadowExists(const ShadowRecord &record) const;
+    bool usable() const;
+    int openSub(const char *sub) const;
+
+    Agent *mAgent;
+    Volume *mVolume;
+    QByteArray mTrashDir;
+    bool mSharedTop;
+    DirWatch *mFiles;
+    DirWatch *mInfo;
+    QHash<QByteArray, ShadowRecord> mShadows;             // by name in files/
+    QList<std::pair<QByteArray, std::uint32_t>> mLeaving; // moved out, waiting for the batch's end
+};

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// The two requests the agent may send to the privileged helper, and its answers. One request
+// per datagram on a SOCK_SEQPACKET socket pair, so a message is never split or merged.
+//
+//   request:  'S' 1 op  u16 len  bytes  u16 len  bytes      (little-endian lengths)
+//   response: 'S' 1 status  i32 errno  u16 len  message
+//
+// Decoding is strict: unknown versions or operations, trailing bytes, NUL bytes inside a path
+// and paths longer than PATH_MAX are rejected, never guessed at.
+namespace privileged {
+
+enum class Op : std::uint8_t {
+    CreateCacheFolder = 1, // first: mount point
+    RemoveInCache = 2,     // first: cache folder, second: path relative to it
+};
+
+struct Request
+{
+    Op op = Op::CreateCacheFolder;
+    std::string first;
+    std::string second;
+};
+
+enum class Status : std::uint8_t {
+    Done = 0,
+    Refused = 1, // the request itself is not allowed
+    Failed = 2,  // allowed, but the file system said no (see error)
+};
+
+struct Response
+{
+    Status status = Status::Failed;
+    std::int32_t error = 0;
+    std::string message;
+};
+
+inline constexpr std::size_t kMaxPath = 4096;
+inline constexpr std::size_t kMaxMessage = 1024;
+inline constexpr std::size_t kMaxDatagram = 3 + 2 * (2 + kMaxPath);
+
+std::string encode(const Request &request);
+std::string encode(const Response &response);
+std::optional<Request> decodeRequest(std::string_view datagram);
+std::optional<Response> decodeResponse(std::string_view datagram);
+
+// Printable ASCII rendering of bytes for log lines (\xHH for anything else), so that a hostile
+// name cannot forge or break a log entry.
+std::string printable(std::string_view bytes);
+
+} // namespace privileged

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string_view>
+
+// Removal inside a cache folder that never follows a symbolic link and never leaves the folder's
+// mount. Used by the privileged helper and, with the user's own rights, by the agent.
+namespace saferemove {
+
+// A non-empty relative path whose components are neither empty, "." nor "..", without NUL bytes
+// and at most PATH_MAX long. Anything else is refused before the file system is touched.
+bool isCleanRelativePath(std::string_view path);
+
+// openat2() with RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV: the result lies below
+// dirFd, on its mount, reached without any link. -1 with errno set on failure.
+int openBeneath(int dirFd, const char *path, int flags);
+
+// Removes `path` (a file, a link itself, or a folder with everything in it) below dirFd.
+// Returns 0, or the first errno met; the removal goes on past entries that fail, so a second
+// attempt with more rights only has the rest to do. ENOENT for the item itself counts as done.
+int removeBeneath(int dirFd, std::string_view path);
+
+} // namespace saferemove

@@ -1,0 +1,186 @@
+// sv3daemon: the set-user-id root entry point of the daemon. It splits at once into a small
+// helper that keeps root and serves two narrow requests over a socket pair, and the agent,
+// which does everything else with the user's own rights. Plain C++ on purpose: Qt refuses to
+// run set-user-id, and everything this process links runs with root's rights.
+
+#include "PrivilegedServer.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <grp.h>
+#include <linux/capability.h>
+#include <pwd.h>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+[[noreturn]] void die(const char *what)
+{
+    const int err = errno;
+    std::fprintf(stderr, "sv3daemon: %s: %s\n", what, std::strerror(err));
+    std::_Exit(1);
+}
+
+// A set-user-id program may be started with 0, 1 or 2 closed; whatever it opens next would
+// then become the caller's stdout.
+void ensureStandardDescriptors()
+{
+    for (int fd = 0; fd < 3; ++fd)
+        if (fcntl(fd, F_GETFD) < 0 && errno == EBADF)
+            if (open("/dev/null", O_RDWR) != fd) std::_Exit(1);
+}
+
+void closeInheritedDescriptors()
+{
+    if (syscall(SYS_close_range, 3U, ~0U, 0U) == 0) return;
+    for (int fd = 3; fd < 1024; ++fd)
+        close(fd);
+}
+
+std::string withoutTrailingSlashes(std::string path)
+{
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
+// In a set-user-id start secure_getenv() gives nothing, and the user's home comes from the
+// password database; started by root or by the user, the environment is honoured.
+privileged::Context userContext()
+{
+    privileged::Context c;
+    c.uid = getuid();
+    c.gid = getgid();
+    std::string home;
+    if (const char *h = secure_getenv("HOME"); h && h[0] == '/') home = h;
+    if (home.empty())
+        if (const passwd *pw = getpwuid(c.uid); pw && pw->pw_dir && pw->pw_dir[0] == '/')
+            home = pw->pw_dir;
+    c.home = withoutTrailingSlashes(home);
+    std::string config;
+    if (const char *x = secure_getenv("XDG_CONFIG_HOME"); x && x[0] == '/')
+        config = withoutTrailingSlashes(x);
+    else if (!c.home.empty())
+        config = c.home + "/.config";
+    if (!config.empty()) c.settingsFile = config + "/Salvora/Salvora 3.json";
+    return c;
+}
+
+std::string agentPath()
+{
+    char buf[PATH_MAX + 1];
+    const ssize_t n = readlink("/proc/self/exe", buf, PATH_MAX);
+    if (n <= 0) die("cannot find its own executable");
+    std::string self(buf, std::size_t(n));
+    const std::size_t slash = self.rfind('/');
+    return self.substr(0, slash + 1) + "sv3daemon-agent";
+}
+
+// Keeps only what removing and creating in other users' folders needs.
+void limitCapabilities()
+{
+    if (geteuid() != 0) return;
+    const unsigned keep[] = {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER};
+    for (unsigned cap = 0; cap <= CAP_LAST_CAP; ++cap) {
+        bool kept = false;
+        for (unsigned k : keep)
+            kept = kept || k == cap;
+        if (!kept && prctl(PR_CAPBSET_DROP, cap, 0, 0, 0) != 0 && errno != EINVAL)
+            die("cannot drop a capability from the bounding set");
+    }
+    prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2]{};
+    for (unsigned k : keep) {
+        data[k / 32].effective |= 1U << (k % 32);
+        data[k / 32].permitted |= 1U << (k % 32);
+    }
+    if (syscall(SYS_capset, &header, data) != 0) die("cannot limit capabilities");
+}
+
+[[noreturn]] void runHelper(int fd, const privileged::Context &context)
+{
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) die("cannot set no_new_privs");
+    clearenv();
+    umask(022);
+    if (chdir("/") != 0) die("cannot change to /");
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (null < 0 || dup2(null, STDIN_FILENO) < 0 || dup2(null, STDOUT_FILENO) < 0)
+        die("cannot open /dev/null");
+    close(null);
+    limitCapabilities();
+    privileged::log("serving uid " + std::to_string(context.uid) +
+                    (geteuid() == 0 ? " with root's rights" : ""));
+    privileged::serve(fd, context);
+    std::_Exit(0);
+}
+
+// Drops every privilege of this process for good, and proves it.
+void dropPrivileges(uid_t uid, gid_t gid)
+{
+    if (geteuid() == 0) {
+        // Exactly the caller's own supplementary groups: a set-user-id start does not change
+        // them, and the agent must have the user's groups, no more.
+        const int n = getgroups(0, nullptr);
+        std::vector<gid_t> groups(std::size_t(n > 0 ? n : 0));
+        if (n < 0 || getgroups(n, groups.data()) != n ||
+            setgroups(groups.size(), groups.data()) != 0)
+            die("cannot set the supplementary groups");
+    }
+    if (setresgid(gid, gid, gid) != 0) die("cannot drop the group id");
+    if (setresuid(uid, uid, uid) != 0) die("cannot drop the user id");
+    uid_t r = 0, e = 0, s = 0;
+    gid_t rg = 0, eg = 0, sg = 0;
+    if (getresuid(&r, &e, &s) != 0 || r != uid || e != uid || s != uid ||
+        getresgid(&rg, &eg, &sg) != 0 || rg != gid || eg != gid || sg != gid)
+        die("the ids did not drop");
+    if (uid != 0 && (setuid(0) == 0 || seteuid(0) == 0)) {
+        errno = EPERM;
+        die("root could be regained");
+    }
+    if (gid != 0 && (setgid(0) == 0 || setegid(0) == 0)) {
+        errno = EPERM;
+        die("the root group could be regained");
+    }
+}
+
+} // namespace
+
+int main()
+{
+    // No argument and no environment variable steers this process beyond HOME and
+    // XDG_CONFIG_HOME (and those only when not started set-user-id).
+    ensureStandardDescriptors();
+    closeInheritedDescriptors();
+    const privileged::Context context = userContext();
+    const std::string agent = agentPath();
+
+    int sv[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0)
+        die("cannot create the socket pair");
+    const pid_t helper = fork();
+    if (helper < 0) die("cannot fork");
+    if (helper == 0) {
+        close(sv[0]);
+        runHelper(sv[1], context);
+    }
+    close(sv[1]);
+    dropPrivileges(context.uid, context.gid);
+    if (fcntl(sv[0], F_SETFD, 0) != 0) die("cannot hand the socket over");
+    const std::string fdArg = "--privileged-fd=" + std::to_string(sv[0]);
+    const std::string pidArg = "--privileged-pid=" + std::to_string(helper);
+    char *const argv[] = {const_cast<char *>(agent.c_str()), const_cast<char *>(fdArg.c_str()),
+                          const_cast<char *>(pidArg.c_str()), nullptr};
+    execv(agent.c_str(), argv);
+    die("cannot start sv3daemon-agent");
+}

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QByteArrayList>
+#include <QUrl>
+
+#include <optional>
+
+class CopyJobs;
+class QWidget;
+
+// The desktop's side of restoring: the folder chooser and opening a location.
+namespace RestoreUi {
+
+// A modal folder chooser (one folder; new folders can be made in it). nullopt when cancelled.
+std::optional<QByteArray> chooseDestinationFolder(QWidget *parent);
+// copySelectedItems: with nothing selected, no chooser; otherwise the chooser, then a copy job
+// on its own thread. Returns at once; no progress, no report.
+bool copySelectedItems(QWidget *parent, const QByteArrayList &selectedPaths, CopyJobs &jobs);
+// The file manager reveal's fallback: QDesktopServices::openUrl.
+bool openUrl(const QUrl &url);
+
+} // namespace RestoreUi

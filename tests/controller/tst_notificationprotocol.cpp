@@ -1,0 +1,250 @@
+// The window's side of the notifications: what each received object refreshes, the version
+// notice's text comparison, the protection switch and the status request, on a private bus.
+
+#include "TestEnv.h"
+
+#include "common/Log.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "common/Texts.h"
+#include "controller/NotificationProtocol.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTest>
+
+namespace {
+
+class Recorder : public NotificationTarget
+{
+public:
+    QStringList calls;
+    QString noticeText;
+    std::optional<bool> noticeHidden;
+    QElapsedTimer sinceStart;
+    qint64 openLogsAtMs = -1;
+
+    void updateListOfDaysInCache() override { calls.append(QStringLiteral("days")); }
+    void updateListOfContentsInCache() override { calls.append(QStringLiteral("contents")); }
+    void updateStatusInfos() override { calls.append(QStringLiteral("status")); }
+    void setProtectionEnabledBox(bool checked) override
+    {
+        calls.append(checked ? QStringLiteral("box:on") : QStringLiteral("box:off"));
+    }
+    void setNewVersionNotice(const QString &text, bool hidden) override
+    {
+        calls.append(QStringLiteral("notice"));
+        noticeText = text;
+        noticeHidden = hidden;
+    }
+    void openLogs() override
+    {
+        calls.append(QStringLiteral("logs"));
+        openLogsAtMs = sinceStart.elapsed();
+    }
+};
+
+const QString kWindow = QLatin1String(Notifications::Salvora3Notification);
+
+QByteArray logContent()
+{
+    QFile f(CommonUtils::logFilePath());
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+} // namespace
+
+class TstNotificationProtocol : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+
+private slots:
+    void initTestCase()
+    {
+        Texts::install(*QCoreApplication::instance());
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("no session bus (run through ctest, which starts a private one)");
+    }
+    void init() { env = new TestEnv; }
+    void cleanup()
+    {
+        delete env;
+        env = nullptr;
+    }
+
+    void versionComparisonIsLiteral_data()
+    {
+        QTest::addColumn<QString>("running");
+        QTest::addColumn<QString>("latest");
+        QTest::addColumn<bool>("hidden");
+        QTest::newRow("equal") << "3.2"
+                               << "3.2" << true;
+        QTest::newRow("newer available") << "3.2"
+                                         << "9.9" << false;
+        QTest::newRow("running ahead") << "3.3"
+                                       << "3.2" << true;
+        // Text order, kept on purpose: 3.10 sorts before 3.9.
+        QTest::newRow("3.10 running, 3.9 latest") << "3.10"
+                                                  << "3.9" << false;
+        QTest::newRow("3.9 running, 3.10 latest") << "3.9"
+                                                  << "3.10" << true;
+        QTest::newRow("longer running with latest as prefix") << "3.0.1"
+                                                              << "3.0" << false;
+        QTest::newRow("latest longer") << "3.0"
+                                       << "3.0.1" << false;
+    }
+    void versionComparisonIsLiteral()
+    {
+        QFETCH(QString, running);
+        QFETCH(QString, latest);
+        QFETCH(bool, hidden);
+        QCOMPARE(NotificationProtocol::isNewVersionHidden(running, latest), hidden);
+    }
+
+    void newVersionReadsTheFirstLine()
+    {
+        Recorder r;
+        NotificationProtocol p(r);
+        p.setRunningVersionForTesting(QStringLiteral("3.2"));
+
+        p.newVersion(); // no setting: the notice keeps its state
+        QVERIFY(r.calls.isEmpty());
+        Settings::setString(SettingsKeys::version, QString());
+        p.newVersion();
+        QVERIFY(r.calls.isEmpty());
+
+        Settings::setString(SettingsKeys::version, QStringLiteral("9.9\nfixes\n"));
+        p.newVersion();
+        QCOMPARE(r.noticeHidden, std::optional<bool>(false));
+        QCOMPARE(r.noticeText, NotificationProtocol::newVersionText(QStringLiteral("9.9"),
+                                                                    QStringLiteral("3.2")));
+        QVERIFY(r.noticeText.indexOf(QLatin1String("9.9")) <
+                r.noticeText.indexOf(QLatin1String("3.2")));
+
+        Settings::setString(SettingsKeys::version, QStringLiteral("3.2"));
+        p.newVersion();
+        QCOMPARE(r.noticeHidden, std::optional<bool>(true));
+    }
+
+    void ignoredNotificationsChangeNothing()
+    {
+        Recorder r;
+        NotificationProtocol p(r);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        p.receiveNotification(kWindow, QString());
+        p.receiveNotification(kWindow, QStringLiteral("Salvora3SomethingElse"));
+        p.receiveNotification(QLatin1String(Notifications::Salvora3MenuNotification),
+                              QLatin1String(Notifications::Salvora3CacheModified));
+        QVERIFY(r.calls.isEmpty());
+        QVERIFY(logContent().isEmpty());
+    }
+
+    void settingsChangeLogsEvenWithoutTheKey()
+    {
+        Recorder r;
+        NotificationProtocol p(r);
+        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3SettingsDidChange));
+        QVERIFY(r.calls.isEmpty());
+        QVERIFY(logContent().contains("Salvora 3 receive a notification: Settings did change."));
+
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3SettingsDidChange));
+        QCOMPARE(r.calls, QStringList({"box:off", "status"}));
+        QCOMPARE(logContent().count("Settings did change."), 2);
+    }
+
+    void cacheChangesRefreshInOrder()
+    {
+        Recorder r;
+        NotificationProtocol p(r);
+        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3CacheModified));
+        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3DataMovedToCache));
+        QCOMPARE(r.calls,
+                 QStringList({"days", "contents", "status", "days", "contents", "status"}));
+    }
+
+    void newVersionNotificationWaitsThreeSeconds()
+    {
+        Recorder r;
+        NotificationProtocol p(r);
+        Settings::setString(SettingsKeys::version, QStringLiteral("99.0"));
+        QElapsedTimer t;
+        t.start();
+        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3NewVersion));
+        QVERIFY(r.calls.isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(!r.calls.isEmpty(), 5000);
+        QVERIFY2(t.elapsed() >= NotificationProtocol::kNewVersionDelayMs - 50,
+                 qPrintable(QString::number(t.elapsed())));
+        QCOMPARE(r.calls, QStringList({"notice"}));
+        QCOMPARE(r.noticeHidden, std::optional<bool>(false));
+    }
+
+    void toggleAndSwitchProtection()
+    {
+        NotificationBus companion;
+        QVERIFY(companion.observe(QLatin1String(Notifications::Salvora3MenuNotification)));
+        QSignalSpy heard(&companion, &NotificationBus::received);
+        Recorder r;
+        NotificationProtocol p(r);
+
+        QVERIFY(!Settings::contains(SettingsKeys::PrefsProtectionEnabled));
+        p.toggleProtection();
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(1));
+        p.toggleProtection();
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 5);
+        p.toggleProtection();
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
+        p.protectionON();
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(1));
+
+        // The sheet's check box is never touched by the switch.
+        QCOMPARE(r.calls, QStringList({"status", "status", "status", "status"}));
+        QTRY_COMPARE(heard.size(), 4);
+        for (const QList<QVariant> &n : std::as_const(heard))
+            QCOMPARE(n[1].toString(), QLatin1String(Notifications::Salvora3SettingsDidChange));
+    }
+
+    void getStatusAsksCompanionThenDaemonThenOpensTheLog()
+    {
+        NotificationBus listener;
+        QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3MenuNotification)));
+        QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
+        QElapsedTimer clock;
+        QList<std::pair<QString, qint64>> order;
+        connect(&listener, &NotificationBus::received, this,
+                [&](const QString &name, const QString &object) {
+                    QCOMPARE(object, QLatin1String(Notifications::Salvora3GetStatus));
+                    order.append({name, clock.elapsed()});
+                });
+        Recorder r;
+        NotificationProtocol p(r);
+        clock.start();
+        r.sinceStart.start();
+        p.getStatus();
+        // The pause blocks the caller.
+        QVERIFY(clock.elapsed() >= NotificationProtocol::kStatusPauseMs);
+        QVERIFY(r.calls.isEmpty());
+        QTRY_COMPARE(order.size(), 2);
+        QCOMPARE(order[0].first, QLatin1String(Notifications::Salvora3MenuNotification));
+        QCOMPARE(order[1].first, QLatin1String(Notifications::Salvora3DaemonNotification));
+        QTRY_COMPARE(r.calls, QStringList({"logs"}));
+        QVERIFY(r.openLogsAtMs >=
+                NotificationProtocol::kStatusPauseMs + NotificationProtocol::kOpenLogsDelayMs - 50);
+    }
+
+    void downloadPageIsAnAddress()
+    {
+        const QUrl url = NotificationProtocol::downloadUrl();
+        QVERIFY(url.isValid());
+        QCOMPARE(url.scheme(), QStringLiteral("https"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstNotificationProtocol)
+#include "tst_notificationprotocol.moc"

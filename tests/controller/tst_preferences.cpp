@@ -1,0 +1,273 @@
+// The Preferences sheet's rules without its widgets: the retention slider, the filters, the
+// volume rows and what confirming stores, announces and refreshes.
+
+#include "TestEnv.h"
+
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "common/Texts.h"
+#include "controller/PreferencesLogic.h"
+#include "volumes/Volumes.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <cmath>
+
+using namespace Preferences;
+
+namespace {
+
+class Recorder : public PreferencesTarget
+{
+public:
+    QStringList calls;
+    void updateProtectedVolumesList() override { calls.append(QStringLiteral("volumes")); }
+    void updateListOfDaysInCache() override { calls.append(QStringLiteral("days")); }
+    void reloadDayTable() override { calls.append(QStringLiteral("dayTable")); }
+    void updateStatusInfos() override { calls.append(QStringLiteral("status")); }
+};
+
+const QString kDataUuid = QStringLiteral("0A1B2C3D-0000-4000-8000-00000000D474");
+const QString kGoneUuid = QStringLiteral("0A1B2C3D-0000-4000-8000-0000000060E1");
+
+VolumeRecord row(const QString &path, const QString &uuid, bool isProtected = false)
+{
+    VolumeRecord r;
+    r.path = path;
+    r.uuid = uuid;
+    r.isProtected = isProtected;
+    return r;
+}
+
+} // namespace
+
+class TstPreferences : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+
+private slots:
+    void initTestCase() { Texts::install(*QCoreApplication::instance()); }
+    void init()
+    {
+        env = new TestEnv;
+        // "/" and two removable volumes, one of which (a stick) has no UUID.
+        CommonUtils::setMountTableSourceForTesting([] {
+            return QByteArray("1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                              "2 1 8:17 / /media/u/Data rw - ext4 /dev/sdb1 rw\n"
+                              "3 1 0:50 / /media/u/Stick rw - fuse.x stick rw\n");
+        });
+        CommonUtils::setIdentityResolverForTesting([](const MountEntry &e) {
+            if (e.major == 8 && e.minor == 17) return VolumeIdentity{kDataUuid, {}};
+            if (e.major == 8 && e.minor == 1)
+                return VolumeIdentity{QStringLiteral("11111111-2222-4333-8444-555555555555"), {}};
+            return VolumeIdentity{};
+        });
+        CommonUtils::resetVolumesLists();
+    }
+    void cleanup()
+    {
+        CommonUtils::setMountTableSourceForTesting({});
+        CommonUtils::setIdentityResolverForTesting({});
+        delete env;
+        env = nullptr;
+    }
+
+    void retentionMapping_data()
+    {
+        QTest::addColumn<qint64>("days");
+        QTest::addColumn<double>("position");
+        QTest::newRow("1") << qint64(1) << 0.0;
+        QTest::newRow("7") << qint64(7) << 23.0769;
+        QTest::newRow("14") << qint64(14) << 50.0;
+        QTest::newRow("30") << qint64(30) << 67.3913;
+        QTest::newRow("59") << qint64(59) << 98.913;
+    }
+    void retentionMapping()
+    {
+        QFETCH(qint64, days);
+        QFETCH(double, position);
+        const double p = setRemoveFromCacheValue(days);
+        QVERIFY2(std::abs(p - position) < 1e-3, qPrintable(QString::number(p)));
+        QCOMPARE(getRemoveFromCacheValue(p), days);
+        QCOMPARE(getRemoveFromCacheValue(position), days);
+    }
+
+    void retentionEnds()
+    {
+        // Never sits at the far right; 60 days lands there too and reads back as never.
+        QCOMPARE(setRemoveFromCacheValue(0), 100.0);
+        QCOMPARE(setRemoveFromCacheValue(60), 100.0);
+        QCOMPARE(getRemoveFromCacheValue(100.0), qint64(0));
+        QCOMPARE(getRemoveFromCacheValue(99.99), qint64(60));
+        QCOMPARE(getRemoveFromCacheValue(0.0), qint64(1));
+        QCOMPARE(getRemoveFromCacheValue(50.0), qint64(14));
+        // At the sheet's slider resolution (hundredths), every day from 1 to 59 comes back.
+        for (qint64 d = 1; d < 60; ++d) {
+            const double onSlider = std::round(setRemoveFromCacheValue(d) * 100) / 100;
+            QCOMPARE(getRemoveFromCacheValue(onSlider), d);
+        }
+    }
+
+    void filters_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("names");
+        QTest::addColumn<QString>("extensions");
+        QTest::newRow("duplicates, empties, blanks") << "Foo;;bar;FOO; baz"
+                                                     << " baz;bar;foo"
+                                                     << "bar;baz;foo";
+        QTest::newRow("extensions") << ".JPG; .png;jpg"
+                                    << " .png;.jpg;jpg"
+                                    << "jpg;png";
+        QTest::newRow("empty") << ""
+                               << ""
+                               << "";
+        QTest::newRow("only separators") << ";;;"
+                                         << ""
+                                         << "";
+        QTest::newRow("inner blanks kept") << "My File;a"
+                                           << "a;my file"
+                                           << "a;myfile";
+        QTest::newRow("non-ASCII lower-cased") << "ÉTÉ;été"
+                                               << "été"
+                                               << "été";
+    }
+    void filters()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, names);
+        QFETCH(QString, extensions);
+        QCOMPARE(cleanFilters(text), names);
+        QCOMPARE(cleanExtensions(text), extensions);
+    }
+
+    void retentionRemarkAgainstTheStoredValue()
+    {
+        // The sheet's labels are checked with the widgets; here the two cases it cannot reach.
+        QCOMPARE(retentionTexts(3, std::nullopt).remarkColor, TextColor::DarkGray);
+        // A stored "never" is the number 0, so the rule reads any limit as no shortening.
+        QCOMPARE(retentionTexts(3, 0).remarkColor, TextColor::DarkGray);
+        QCOMPARE(retentionTexts(0, 0).valueColor, TextColor::Red);
+    }
+
+    void volumeRowsFromMountsAndSettings()
+    {
+        Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
+                                {{kDataUuid, QStringLiteral("/media/u/Old")},
+                                 {kGoneUuid, QStringLiteral("/media/u/Gone")}});
+        const QList<VolumeRecord> rows = buildVolumeRows();
+        QCOMPARE(rows.size(), 4);
+        QCOMPARE(rows[0].path, QStringLiteral("/"));
+        QVERIFY(rows[0].isProtected);
+        QCOMPARE(rows[1].path, QStringLiteral("/media/u/Data"));
+        QCOMPARE(rows[1].uuid, kDataUuid);
+        QVERIFY(rows[1].isProtected && !rows[1].unmounted);
+        QVERIFY(rows[1].description.has_value());
+        QCOMPARE(rows[2].path, QStringLiteral("/media/u/Stick"));
+        QVERIFY(rows[2].uuid.isEmpty());
+        QVERIFY(!rows[2].isProtected);
+        // A protected volume that is not mounted, under the path stored for it.
+        QCOMPARE(rows[3].path, QStringLiteral("/media/u/Gone"));
+        QCOMPARE(rows[3].uuid, kGoneUuid);
+        QVERIFY(rows[3].isProtected && rows[3].unmounted);
+        QCOMPARE(displayName(rows[3]), QStringLiteral("Gone"));
+    }
+
+    void volumeRowsOutOfRange()
+    {
+        QList<VolumeRecord> rows{row("/", "R"), row("/media/u/Stick", QString())};
+        QVERIFY(!clickVolumesList(rows, 2).protect);
+        QVERIFY(!protectSelectedVolume(rows, -1));
+        QVERIFY(!unprotectSelectedVolume(rows, 7));
+        QVERIFY(protectSelectedVolume(rows, 1));
+        QCOMPARE(unstorableRows(rows), QList<qsizetype>({1}));
+        QVERIFY(protectedDisksFrom(rows).isEmpty());
+    }
+
+    void confirmingSavesAnnouncesAndRefreshes()
+    {
+        NotificationBus companion;
+        const bool bus = companion.observe(QLatin1String(Notifications::Salvora3MenuNotification));
+        QSignalSpy heard(&companion, &NotificationBus::received);
+
+        SheetChoice c;
+        c.removeFromCachePosition = setRemoveFromCacheValue(30);
+        c.protectionEnabled = true;
+        c.launchMenu = false;
+        c.excludeName = QStringLiteral("Foo;;bar;FOO; baz");
+        c.excludeExtension = QStringLiteral(".JPG; .png;jpg");
+        c.volumes = {row("/", "ROOT-UUID-IS-NEVER-STORED", true),
+                     row("/media/u/Data", kDataUuid, true), row("/media/u/Stick", QString(), true),
+                     row("/media/u/Other", QStringLiteral("0THER"), false)};
+        Recorder r;
+        int installs = 0;
+        QObject context;
+        sheetEnded(kConfirm, c, r, &context, [&] { ++installs; });
+
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsRemoveFromCache), std::optional<qint64>(30));
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(1));
+        // While protection is on, the companion always runs.
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), std::optional<qint64>(1));
+        QCOMPARE(Settings::string(SettingsKeys::PrefsExcludeName), QStringLiteral(" baz;bar;foo"));
+        QCOMPARE(Settings::string(SettingsKeys::PrefsExcludeExtension), QStringLiteral("jpg;png"));
+        // Only the marked rows after the first that have a UUID.
+        QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks),
+                 QVariantMap({{kDataUuid, QStringLiteral("/media/u/Data")}}));
+        QCOMPARE(r.calls, QStringList({"volumes", "days", "dayTable", "status"}));
+        QCOMPARE(installs, 0); // a moment later
+        QTRY_COMPARE(installs, 1);
+        if (bus) {
+            QTRY_COMPARE(heard.size(), 1);
+            QCOMPARE(heard[0][1].toString(),
+                     QLatin1String(Notifications::Salvora3SettingsDidChange));
+        }
+
+        // Protection off: the launch box is stored as it is.
+        c.protectionEnabled = false;
+        save(c);
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), std::optional<qint64>(0));
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
+    }
+
+    void cancellingStoresNothing()
+    {
+        Recorder r;
+        int installs = 0;
+        QObject context;
+        SheetChoice c;
+        c.protectionEnabled = true;
+        sheetEnded(kCancel, c, r, &context, [&] { ++installs; });
+        QCOMPARE(r.calls, QStringList({"status"}));
+        for (const char *key : SettingsKeys::all)
+            QVERIFY2(!Settings::contains(key), key);
+        QTest::qWait(kInstallMenuDelayMs * 2);
+        QCOMPARE(installs, 0);
+    }
+
+    void loadingLeavesAbsentKeysAlone()
+    {
+        SheetState s = load();
+        QCOMPARE(getRemoveFromCacheValue(s.removeFromCachePosition), kDefaultRemoveFromCache);
+        QVERIFY(!s.protectionEnabled && !s.launchMenu && !s.excludeName && !s.excludeExtension);
+        QCOMPARE(s.volumes.size(), 3);
+
+        Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 0);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
+        Settings::setString(SettingsKeys::PrefsExcludeName, QStringLiteral("a;b"));
+        s = load();
+        QCOMPARE(s.removeFromCachePosition, 100.0);
+        QCOMPARE(s.protectionEnabled, std::optional<bool>(false));
+        QCOMPARE(s.launchMenu, std::optional<bool>(true));
+        QCOMPARE(s.excludeName, std::optional<QString>(QStringLiteral("a;b")));
+        QVERIFY(!s.excludeExtension);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstPreferences)
+#include "tst_preferences.moc"

@@ -1,0 +1,116 @@
+// A stand-in for sv3daemon-agent in the privileged tests: copied beside a copy of sv3daemon
+// under the agent's name, it receives the helper's socket like the real agent and sends whatever
+// the test writes on its stdin, so that every hostile request can be tried.
+//
+//   create HEX        ask to create the cache folder at the root of mount point HEX
+//   remove HEX HEX    ask to remove a path (second) inside a cache folder (first)
+//   raw HEX           send these bytes as one datagram
+//   status            print the uid, gid and capabilities of this process and of the helper
+//   quit              exit
+// HEX "-" is the empty string. Each command prints one line.
+
+#include "Protocol.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+std::string unhex(const std::string &hex)
+{
+    if (hex == "-") return {};
+    std::string out;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        out.push_back(char(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    return out;
+}
+
+std::string statusField(const std::string &pid, const std::string &key)
+{
+    std::ifstream f("/proc/" + pid + "/status");
+    std::string line;
+    while (std::getline(f, line))
+        if (line.rfind(key + ":", 0) == 0) {
+            std::string v = line.substr(key.size() + 1);
+            for (char &c : v)
+                if (c == '\t') c = ' ';
+            const std::size_t start = v.find_first_not_of(' ');
+            return start == std::string::npos ? std::string() : v.substr(start);
+        }
+    return "?";
+}
+
+std::string exchange(int fd, const std::string &datagram)
+{
+    if (send(fd, datagram.data(), datagram.size(), MSG_NOSIGNAL) < 0)
+        return std::string("nosend ") + std::strerror(errno);
+    char buf[privileged::kMaxDatagram];
+    const ssize_t n = recv(fd, buf, sizeof buf, 0);
+    if (n <= 0) return "noanswer";
+    const auto r = privileged::decodeResponse({buf, std::size_t(n)});
+    if (!r) return "badanswer";
+    const char *status = r->status == privileged::Status::Done      ? "done"
+                         : r->status == privileged::Status::Refused ? "refused"
+                                                                    : "failed";
+    return std::string(status) + " " + std::to_string(r->error) + " " +
+           privileged::printable(r->message);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    int fd = -1;
+    std::string helper;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strncmp(argv[i], "--privileged-fd=", 16) == 0) fd = std::atoi(argv[i] + 16);
+        if (std::strncmp(argv[i], "--privileged-pid=", 17) == 0) helper = argv[i] + 17;
+    }
+    std::cout << "fakeagent ready" << std::endl;
+    std::string line;
+    while (std::getline(std::cin, line)) {
+        std::istringstream in(line);
+        std::string cmd, a, b;
+        in >> cmd >> a >> b;
+        if (cmd == "quit") break;
+        if (cmd == "status") {
+            std::cout << "uid=" << statusField("self", "Uid")
+                      << ";gid=" << statusField("self", "Gid")
+                      << ";groups=" << statusField("self", "Groups")
+                      << ";capeff=" << statusField("self", "CapEff")
+                      << ";capprm=" << statusField("self", "CapPrm")
+                      << ";helper-uid=" << statusField(helper, "Uid")
+                      << ";helper-capeff=" << statusField(helper, "CapEff")
+                      << ";helper-capbnd=" << statusField(helper, "CapBnd")
+                      << ";helper-nnp=" << statusField(helper, "NoNewPrivs") << ";helper=" << helper
+                      << std::endl;
+            continue;
+        }
+        privileged::Request r;
+        std::string datagram;
+        if (cmd == "create") {
+            r.op = privileged::Op::CreateCacheFolder;
+            r.first = unhex(a);
+            datagram = privileged::encode(r);
+        } else if (cmd == "remove") {
+            r.op = privileged::Op::RemoveInCache;
+            r.first = unhex(a);
+            r.second = unhex(b);
+            datagram = privileged::encode(r);
+        } else if (cmd == "raw") {
+            datagram = unhex(a);
+        } else {
+            std::cout << "unknown command" << std::endl;
+            continue;
+        }
+        std::cout << exchange(fd, datagram) << std::endl;
+    }
+    return 0;
+}

@@ -1,0 +1,216 @@
+#include "DaemonHarness.h"
+#include "TestEnv.h"
+
+#include "cache/CacheCommit.h"
+#include "cache/CacheLayout.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "volumes/Volumes.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Harness;
+using CacheCommit::Error;
+
+// Direct deletion into the cache (the core of `salvora rm` and of the daemon's commits).
+class TstCacheCommit : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    QByteArray home, cache;
+    QTemporaryDir mounts;
+
+    static bool exists(const QByteArray &p)
+    {
+        struct stat st{};
+        return ::lstat(p.constData(), &st) == 0;
+    }
+    static CacheCommit::Result del(const QByteArray &path)
+    {
+        return CacheCommit::deleteIntoCache({path}, false).first();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        env = new TestEnv;
+        home = env->homeBytes();
+        cache = home + "/.Salvora3Cache";
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+    }
+    void cleanupTestCase()
+    {
+        if (env) removeTree(home);
+        delete env;
+    }
+
+    void namesAndExclusions()
+    {
+        QCOMPARE(CacheCommit::numberedName("report.txt", 2), QByteArray("report 2.txt"));
+        QCOMPARE(CacheCommit::numberedName("archive.tar.gz", 3), QByteArray("archive.tar 3.gz"));
+        QCOMPARE(CacheCommit::numberedName(".profile", 2), QByteArray(".profile 2"));
+        QCOMPARE(CacheCommit::numberedName("photos", 2), QByteArray("photos 2"));
+        QCOMPARE(CacheCommit::numberedName("odd.", 2), QByteArray("odd. 2"));
+
+        const CacheCommit::Exclusions ex(QStringLiteral("foo; bar;;Ünïcode"),
+                                         QStringLiteral("jpg;gz;"));
+        QVERIFY(ex.matches("FOO"));
+        QVERIFY(ex.matches(" bar")); // blanks are part of a filter piece
+        QVERIFY(!ex.matches("bar"));
+        QVERIFY(ex.matches("ünÏcode"));
+        QVERIFY(ex.matches("x.JPG"));
+        QVERIFY(ex.matches("caf\xe9.jpg"));
+        QVERIFY(ex.matches("archive.tar.gz")); // the last extension
+        QVERIFY(!ex.matches("x.jpeg"));
+        QVERIFY(!ex.matches(".jpg")); // a hidden name has no extension
+        QVERIFY(!ex.matches("foo.txt"));
+        QVERIFY(CacheCommit::Exclusions().isEmpty());
+    }
+
+    void deletesIntoTodaysTimeFolder()
+    {
+        NotificationBus bus;
+        const bool haveBus = bus.observe(QLatin1String(Notifications::Salvora3Notification));
+        QSignalSpy spy(&bus, &NotificationBus::received);
+        const QByteArray odd = "caf\xe9";
+        QVERIFY(TestEnv::writeFile(home + "/rm/one/n.txt", "first"));
+        QVERIFY(TestEnv::writeFile(home + "/rm/two/n.txt", "second"));
+        QVERIFY(TestEnv::writeFile(home + "/rm/dir/sub/f", "in a folder"));
+        QVERIFY(TestEnv::writeFile(home + "/rm/" + odd, "not UTF-8"));
+        const auto dir = snapshot(home + "/rm/dir");
+        const QList<CacheCommit::Result> results =
+            CacheCommit::deleteIntoCache({home + "/rm/one/n.txt", home + "/rm/two/n.txt/",
+                                          home + "/rm/dir", home + "/rm/" + odd});
+        for (const auto &r : results)
+            QVERIFY2(r.ok(), qPrintable(r.message()));
+        // One call, one time folder; the clash gets a number, nothing is replaced.
+        const QByteArray time = results[0].cachedPath.left(results[0].cachedPath.lastIndexOf('/'));
+        QVERIFY(time.startsWith(cache + '/' + CommonUtils::nameForCacheFolderForToday().toLatin1() +
+                                '/'));
+        QCOMPARE(results[1].cachedPath, time + "/n 2.txt");
+        QCOMPARE(results[2].cachedPath, time + "/dir");
+        QCOMPARE(TestEnv::readFile(time + "/n.txt"), QByteArray("first"));
+        QCOMPARE(TestEnv::readFile(time + "/n 2.txt"), QByteArray("second"));
+        QCOMPARE(snapshot(time + "/dir"), dir);
+        QVERIFY(!exists(home + "/rm/dir"));
+
+        const QByteArray day = time.mid(cache.size() + 1, 10);
+        const QList<CacheCommit::Origin> origins = CacheCommit::readOrigins(cache, day);
+        QCOMPARE(origins.size(), 4);
+        QCOMPARE(origins[1].name, QByteArray("n 2.txt"));
+        QCOMPARE(origins[1].path, home + "/rm/two/n.txt");
+        QCOMPARE(origins[3].path, home + "/rm/" + odd); // bytes survive the JSON line
+        QCOMPARE(origins[3].uid, qint64(getuid()));
+        // The day's record is gone, so its totals are recounted.
+        QVERIFY(!exists(cache + '/' + day + "/.Salvora3_CacheInformation"));
+        if (haveBus) {
+            QTRY_COMPARE(spy.size(), 1);
+            QCOMPARE(spy[0][1].toString(), QLatin1String(Notifications::Salvora3DataMovedToCache));
+        }
+
+        // moveIntoCache never replaces: a third item of the same name in the same second.
+        QVERIFY(TestEnv::writeFile(home + "/rm/three/n.txt", "third"));
+        const int dirFd = ::open((home + "/rm/three").constData(), O_PATH | O_DIRECTORY);
+        const auto when = CommonUtils::dateForCacheFolder(time.mid(time.lastIndexOf('/') + 1));
+        QVERIFY(when);
+        const QDateTime sameSecond =
+            QDateTime::fromString(QString::fromLatin1(time.mid(time.lastIndexOf('/') + 1)),
+                                  QStringLiteral("yyyy-MM-dd HH_mm_ss"));
+        const auto r = CacheCommit::moveIntoCache(dirFd, "n.txt", cache, "n.txt",
+                                                  home + "/rm/three/n.txt", sameSecond);
+        ::close(dirFd);
+        QVERIFY(r.ok());
+        QCOMPARE(r.cachedPath, time + "/n 3.txt");
+        QCOMPARE(TestEnv::readFile(time + "/n.txt"), QByteArray("first"));
+    }
+
+    void refusals()
+    {
+        QVERIFY(TestEnv::writeFile(home + "/keep/secret.TXT", "x"));
+        QVERIFY(TestEnv::writeFile(home + "/keep/movie.iso", "x"));
+        QVERIFY(TestEnv::writeFile(home + "/keep/plain.txt", "x"));
+        QCOMPARE(del(home + "/keep/missing").error, Error::NotFound);
+        QCOMPARE(del("").error, Error::InvalidPath);
+        QCOMPARE(del("/").error, Error::InvalidPath);
+        QCOMPARE(del(home + "/keep/..").error, Error::InvalidPath);
+        QCOMPARE(del(home).error, Error::HoldsCache);
+        QVERIFY(TestEnv::writeFile(cache + "/2020-01-01/2020-01-01 10_00_00/in.txt", "x"));
+        QCOMPARE(del(cache + "/2020-01-01/2020-01-01 10_00_00/in.txt").error, Error::InsideCache);
+        QCOMPARE(del(cache).error, Error::InsideCache);
+
+        Settings::setString(SettingsKeys::PrefsExcludeName, QStringLiteral("secret.txt"));
+        Settings::setString(SettingsKeys::PrefsExcludeExtension, QStringLiteral("iso"));
+        QCOMPARE(del(home + "/keep/secret.TXT").error, Error::Excluded);
+        QCOMPARE(del(home + "/keep/movie.iso").error, Error::Excluded);
+        Settings::remove(SettingsKeys::PrefsExcludeName);
+        Settings::remove(SettingsKeys::PrefsExcludeExtension);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        const CacheCommit::Result off = del(home + "/keep/plain.txt");
+        QCOMPARE(off.error, Error::ProtectionOff);
+        QVERIFY(!off.message().isEmpty());
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        for (const char *n : {"secret.TXT", "movie.iso", "plain.txt"})
+            QVERIFY(exists(home + "/keep/" + n));
+
+        // A link where the day folder should be is never followed.
+        QVERIFY(TestEnv::makeFolders(home + "/elsewhere"));
+        const QByteArray today = cache + '/' + CommonUtils::nameForCacheFolderForToday().toLatin1();
+        QVERIFY(::rename(today.constData(), (home + "/today.saved").constData()) == 0);
+        QVERIFY(::symlink((home + "/elsewhere").constData(), today.constData()) == 0);
+        const CacheCommit::Result unsafe = del(home + "/keep/plain.txt");
+        QCOMPARE(unsafe.error, Error::UnsafeCache);
+        QVERIFY(snapshot(home + "/elsewhere").isEmpty());
+        QVERIFY(::unlink(today.constData()) == 0);
+        QVERIFY(::rename((home + "/today.saved").constData(), today.constData()) == 0);
+        QVERIFY(exists(home + "/keep/plain.txt"));
+    }
+
+    void otherFileSystems()
+    {
+        QString why;
+        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
+        const QByteArray root = QFile::encodeName(mounts.path());
+        // An eligible mount without a volume identity can never be protected.
+        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
+        QVERIFY(TestEnv::makeFolders("/mnt/plain"));
+        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3plain", "/mnt/plain"}));
+        CommonUtils::resetVolumesLists();
+        QVERIFY(TestEnv::writeFile("/mnt/plain/f.txt", "x"));
+        QCOMPARE(del("/mnt/plain/f.txt").error, Error::NotOnProtectedVolume);
+
+        // The home's file system seen through another mount: the rename cannot cross it.
+        QVERIFY(TestEnv::writeFile(home + "/bindsrc/b.txt", "x"));
+        QVERIFY(TestEnv::makeFolders("/mnt/bound"));
+        QVERIFY(run(QStringLiteral("mount"),
+                    {"--bind", QFile::decodeName(home + "/bindsrc"), "/mnt/bound"}));
+        CommonUtils::resetVolumesLists();
+        const CacheCommit::Result bound = del("/mnt/bound/b.txt");
+        QCOMPARE(bound.error, Error::CrossDevice);
+        QVERIFY(exists("/mnt/bound/b.txt"));
+
+        // "/" is protected, but with the home folder on another file system its items cannot
+        // reach the home's cache.
+        QVERIFY(TestEnv::writeFile(root + "/on-root.txt", "x"));
+        QVERIFY(TestEnv::makeFolders("/mnt/home"));
+        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3home", "/mnt/home"}));
+        const QByteArray savedHome = qgetenv("HOME");
+        qputenv("HOME", "/mnt/home");
+        CommonUtils::resetVolumesLists();
+        const CacheCommit::Result cross = del(root + "/on-root.txt");
+        qputenv("HOME", savedHome);
+        CommonUtils::resetVolumesLists();
+        QCOMPARE(cross.error, Error::CrossDevice);
+        QVERIFY(exists(root + "/on-root.txt"));
+        QVERIFY(!cross.message().isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TstCacheCommit)
+#include "tst_cachecommit.moc"

@@ -1,0 +1,522 @@
+#include "DaemonHarness.h"
+#include "TestEnv.h"
+
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+
+#include <QDirIterator>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QScopeGuard>
+#include <QTest>
+
+#include <atomic>
+#include <cstdio>
+#include <fcntl.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Harness;
+
+namespace {
+
+// sv3daemon, copied with a stand-in agent beside it; the test talks to the stand-in, which sends
+// the privileged helper whatever it is told.
+class Session
+{
+public:
+    bool start(const QString &program, const QStringList &args = {},
+               const QProcessEnvironment &env = {})
+    {
+        p.setProcessChannelMode(QProcess::SeparateChannels);
+        if (!env.isEmpty()) p.setProcessEnvironment(env);
+        p.start(program, args);
+        return p.waitForStarted(5000) && line() == "fakeagent ready";
+    }
+    QByteArray line()
+    {
+        while (!p.canReadLine())
+            if (!p.waitForReadyRead(10000)) return "timeout";
+        return p.readLine().trimmed();
+    }
+    QByteArray send(const QByteArray &command)
+    {
+        p.write(command + '\n');
+        return line();
+    }
+    static QByteArray hex(const QByteArray &b) { return b.isEmpty() ? QByteArray("-") : b.toHex(); }
+    // The first word of the answer: done, refused or failed.
+    QByteArray create(const QByteArray &mount) { return word(send("create " + hex(mount))); }
+    QByteArray remove(const QByteArray &cache, const QByteArray &rel)
+    {
+        return word(send("remove " + hex(cache) + ' ' + hex(rel)));
+    }
+    QByteArray raw(const QByteArray &bytes) { return word(send("raw " + hex(bytes))); }
+    QMap<QByteArray, QByteArray> status()
+    {
+        QMap<QByteArray, QByteArray> out;
+        for (const QByteArray &kv : send("status").split(';')) {
+            const qsizetype eq = kv.indexOf('=');
+            out.insert(kv.left(eq), kv.mid(eq + 1));
+        }
+        return out;
+    }
+    bool quit()
+    {
+        p.write("quit\n");
+        return p.waitForFinished(10000);
+    }
+    static QByteArray word(const QByteArray &answer) { return answer.left(answer.indexOf(' ')); }
+    // What the helper logged so far (its stderr).
+    QByteArray log()
+    {
+        mLog += p.readAllStandardError();
+        return mLog;
+    }
+    QProcess p;
+    QByteArray mLog;
+};
+
+bool exists(const QByteArray &path)
+{
+    struct stat st{};
+    return ::lstat(path.constData(), &st) == 0;
+}
+
+bool copyExecutable(const QString &from, const QString &to, mode_t mode)
+{
+    QFile::remove(to);
+    return QFile::copy(from, to) && ::chown(QFile::encodeName(to).constData(), 0, 0) == 0 &&
+           ::chmod(QFile::encodeName(to).constData(), mode) == 0;
+}
+
+qint64 parentOf(qint64 pid)
+{
+    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!f.open(QIODevice::ReadOnly)) return -1;
+    const QByteArray stat = f.readAll();
+    return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1).toLongLong();
+}
+
+// A live descendant of `ancestor` whose executable is `path`, or -1.
+qint64 pidOf(const QString &path, qint64 ancestor)
+{
+    QDirIterator it(QStringLiteral("/proc"));
+    while (it.hasNext()) {
+        const QString dir = it.next();
+        bool ok = false;
+        const qint64 pid = it.fileName().toLongLong(&ok);
+        if (!ok || QFile::symLinkTarget(dir + QLatin1String("/exe")) != path) continue;
+        for (qint64 p = pid; p > 1; p = parentOf(p))
+            if (p == ancestor) return pid;
+    }
+    return -1;
+}
+
+QByteArray statusLine(qint64 pid, const char *key)
+{
+    QFile f(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    for (const QByteArray &line : f.readAll().split('\n'))
+        if (line.startsWith(QByteArray(key) + ':')) return line.mid(qstrlen(key) + 1).simplified();
+    return {};
+}
+
+bool gone(qint64 pid)
+{
+    return QTest::qWaitFor(
+        [&] {
+            return statusLine(pid, "State").isEmpty() || statusLine(pid, "State").startsWith('Z');
+        },
+        10000);
+}
+
+} // namespace
+
+// The set-user-id half: it keeps root only to serve its two requests, refuses every hostile one,
+// and nothing else of the daemon ever holds root.
+class TstDaemonPrivileged : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    QTemporaryDir images;
+    const QString uuid = QStringLiteral("00DDBA11-0000-4000-8000-0000000000AD");
+    const QByteArray vol = "/mnt/vol";
+    const QByteArray victim = "/mnt/victim";
+    const QByteArray cache = "/mnt/vol/.Salvora3Cache";
+    QByteArray home;
+    QMap<QByteArray, QByteArray> victimBefore;
+    passwd user{};
+    QByteArray userHome;
+
+    QString exe(const char *dir, const char *name) const
+    {
+        return QStringLiteral("/mnt/%1/%2").arg(dir, name);
+    }
+
+    void writeUserSettings(const QByteArray &folder, const QVariantMap &disks, uid_t uid, gid_t gid)
+    {
+        QJsonObject o;
+        o.insert(QStringLiteral("PrefsProtectedDisks"), QJsonObject::fromVariantMap(disks));
+        const QByteArray file = folder + "/.config/Salvora/Salvora 3.json";
+        QVERIFY(TestEnv::writeFile(file, QJsonDocument(o).toJson()));
+        for (const QByteArray &p : {folder + "/.config", folder + "/.config/Salvora", file})
+            QVERIFY(::chown(p.constData(), uid, gid) == 0);
+    }
+
+    // An account with an existing home folder to mount over (only in this namespace).
+    bool findUser()
+    {
+        setpwent();
+        while (const passwd *pw = getpwent()) {
+            struct stat st{};
+            const QByteArray dir = pw->pw_dir;
+            if (pw->pw_uid != 0 && (dir.startsWith("/var/") || dir.startsWith("/home/")) &&
+                ::lstat(pw->pw_dir, &st) == 0 && S_ISDIR(st.st_mode)) {
+                user = *pw;
+                userHome = dir;
+                endpwent();
+                return true;
+            }
+        }
+        endpwent();
+        return false;
+    }
+
+    QStringList asUser() const
+    {
+        return {QStringLiteral("--reuid=%1").arg(user.pw_uid),
+                QStringLiteral("--regid=%1").arg(user.pw_gid), QStringLiteral("--clear-groups"),
+                QStringLiteral("--")};
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QString why;
+        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
+        env = new TestEnv;
+        home = env->homeBytes();
+        const QString image = images.filePath(QStringLiteral("vol.img"));
+        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
+        QVERIFY(run(QStringLiteral("truncate"), {"-s", "8M", image}));
+        QVERIFY(run(QStringLiteral("mkfs.ext4"), {"-q", "-F", "-U", uuid.toLower(), image}));
+        for (const char *d : {"/mnt/vol", "/mnt/plain", "/mnt/notmounted", "/mnt/bin", "/mnt/bin2"})
+            QVERIFY(TestEnv::makeFolders(d));
+        QVERIFY(run(QStringLiteral("mount"), {"-o", "loop", image, "/mnt/vol"}));
+        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3plain", "/mnt/plain"}));
+        // Set-user-id works on these two (the test's own /tmp may forbid it).
+        QVERIFY(
+            run(QStringLiteral("mount"), {"-t", "tmpfs", "-o", "mode=0755", "sv3bin", "/mnt/bin"}));
+        QVERIFY(run(QStringLiteral("mount"),
+                    {"-t", "tmpfs", "-o", "mode=0755", "sv3bin2", "/mnt/bin2"}));
+        QVERIFY(TestEnv::makeFolders(home + "/notelig"));
+        QVERIFY(run(QStringLiteral("mount"),
+                    {"-t", "tmpfs", "sv3notelig", QFile::decodeName(home + "/notelig")}));
+        QVERIFY(::symlink("/mnt/vol", "/mnt/linkvol") == 0);
+        QVERIFY(TestEnv::writeFile(victim + "/v.txt", "victim"));
+        QVERIFY(TestEnv::writeFile(victim + "/x", "victim x"));
+        QVERIFY(TestEnv::writeFile(victim + "/.Salvora3Cache/v.txt", "victim in a fake cache"));
+        victimBefore = snapshot(victim);
+        Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
+                                {{uuid, QStringLiteral("/mnt/vol")}});
+
+        QVERIFY(copyExecutable(binary("sv3daemon"), exe("bin", "sv3daemon"), 04755));
+        QVERIFY(copyExecutable(binary("sv3daemon-fakeagent"), exe("bin", "sv3daemon-agent"), 0755));
+        QVERIFY(copyExecutable(binary("sv3daemon"), exe("bin2", "sv3daemon"), 04755));
+        QVERIFY(copyExecutable(binary("sv3daemon-agent"), exe("bin2", "sv3daemon-agent"), 0755));
+    }
+
+    void cleanupTestCase()
+    {
+        run(QStringLiteral("umount"), {QFile::decodeName(home + "/notelig")});
+        if (env) removeTree(home);
+        delete env;
+    }
+
+    void createRequests()
+    {
+        Session s;
+        QVERIFY(s.start(exe("bin", "sv3daemon")));
+        QCOMPARE(s.create(vol), QByteArray("done"));
+        struct stat st{};
+        QVERIFY(::lstat(cache.constData(), &st) == 0);
+        QVERIFY(S_ISDIR(st.st_mode));
+        QCOMPARE(st.st_mode & 07777, mode_t(0777));
+        QCOMPARE(s.create(vol), QByteArray("done")); // already there
+
+        const QByteArrayList hostile{"/",
+                                     "/mnt/notmounted", // not a mount point
+                                     "/mnt/linkvol",    // a link to one
+                                     "/mnt/plain",      // no identity, so never protected
+                                     home + "/notelig", // a mount, but not where caches live
+                                     "/mnt/vol/",       // not in plain form
+                                     "/mnt/vol/../vol",
+                                     "mnt/vol",
+                                     "/mnt/vol/.Salvora3Cache", // inside a mount, not its root
+                                     ""};
+        for (const QByteArray &m : hostile)
+            QVERIFY2(s.create(m) == "refused", m.constData());
+        // The helper never follows the link it was refused.
+        QVERIFY(!exists("/mnt/plain/.Salvora3Cache") && !exists(home + "/notelig/.Salvora3Cache"));
+        QVERIFY(s.quit());
+    }
+
+    void removeRequests()
+    {
+        Session s;
+        QVERIFY(s.start(exe("bin", "sv3daemon")));
+        const QByteArray time = "2024-01-01/2024-01-01 10_00_00";
+        QVERIFY(TestEnv::writeFile(cache + '/' + time + "/item.txt", "x"));
+        QVERIFY(TestEnv::writeFile(cache + '/' + time + "/dir/sub/f", "y"));
+        QCOMPARE(s.remove(cache, time + "/item.txt"), QByteArray("done"));
+        QCOMPARE(s.remove(cache, time + "/dir"), QByteArray("done"));
+        QVERIFY(!exists(cache + '/' + time + "/item.txt") && !exists(cache + '/' + time + "/dir"));
+        QCOMPARE(s.remove(cache, time + "/already-gone"), QByteArray("done"));
+
+        for (const QByteArray &rel :
+             {QByteArray("../victim/v.txt"), QByteArray("2024-01-01/../../victim"),
+              QByteArray("/mnt/victim/v.txt"), QByteArray(""), QByteArray("."),
+              QByteArray("2024-01-01//x"), QByteArray("2024-01-01/./x")})
+            QVERIFY2(s.remove(cache, rel) == "refused", rel.constData());
+
+        // Links planted in the cache are removed as links, never followed.
+        QVERIFY(::symlink(victim.constData(), (cache + "/2024-01-02").constData()) == 0);
+        QCOMPARE(s.remove(cache, "2024-01-02/v.txt"), QByteArray("failed"));
+        QCOMPARE(s.remove(cache, "2024-01-02"), QByteArray("done"));
+        QVERIFY(!exists(cache + "/2024-01-02"));
+        QVERIFY(TestEnv::makeFolders(cache + "/2024-01-03/t/folder"));
+        QVERIFY(::symlink(victim.constData(), (cache + "/2024-01-03/t/folder/link").constData()) ==
+                0);
+        QCOMPARE(s.remove(cache, "2024-01-03"), QByteArray("done"));
+        // Nor does it cross into another mount inside the cache.
+        QVERIFY(TestEnv::makeFolders(cache + "/2024-01-04"));
+        QVERIFY(run(QStringLiteral("mount"), {"--bind", QFile::decodeName(victim),
+                                              QFile::decodeName(cache + "/2024-01-04")}));
+        QCOMPARE(s.remove(cache, "2024-01-04/v.txt"), QByteArray("failed"));
+        QCOMPARE(s.remove(cache, "2024-01-04"), QByteArray("failed"));
+        QVERIFY(run(QStringLiteral("umount"), {QFile::decodeName(cache + "/2024-01-04")}));
+
+        // Only a cache folder at a volume root or in the user's home.
+        for (const QByteArray &c :
+             {QByteArray("/mnt/victim/.Salvora3Cache"), QByteArray("/etc/.Salvora3Cache"),
+              QByteArray("/.Salvora3Cache"), QByteArray("/mnt/linkvol/.Salvora3Cache"),
+              QByteArray("/mnt/vol/.Salvora3Cache/../.Salvora3Cache"),
+              QByteArray("/mnt/vol/2024/.Salvora3Cache"), QByteArray("/mnt/vol"),
+              QByteArray("relative/.Salvora3Cache")})
+            QVERIFY2(s.remove(c, "v.txt") == "refused", c.constData());
+
+        const QByteArray homeCache = home + "/.Salvora3Cache";
+        QVERIFY(TestEnv::writeFile(homeCache + "/2024-01-05/t/h.txt", "x"));
+        QCOMPARE(s.remove(homeCache, "2024-01-05/t/h.txt"), QByteArray("done"));
+        QVERIFY(removeTree(homeCache));
+        QVERIFY(::symlink(victim.constData(), homeCache.constData()) == 0);
+        QCOMPARE(s.remove(homeCache, "v.txt"), QByteArray("refused"));
+        QVERIFY(::unlink(homeCache.constData()) == 0);
+
+        // Malformed datagrams are refused, and the helper goes on serving.
+        QCOMPARE(s.raw("garbage"), QByteArray("refused"));
+        QCOMPARE(s.raw(QByteArray("S\x01\x09\x00\x00\x00\x00", 7)), QByteArray("refused"));
+        QCOMPARE(s.raw(QByteArray("S\x01\x02\x05\x00/mnt\x00\x00\x00", 10)), QByteArray("refused"));
+        QCOMPARE(s.raw(QByteArray(9000, 'S')), QByteArray("refused"));
+        QCOMPARE(s.create(vol), QByteArray("done"));
+
+        QCOMPARE(snapshot(victim), victimBefore);
+        QVERIFY(s.quit());
+        // Every request and its outcome is logged, hostile bytes escaped.
+        const QByteArray log = s.log();
+        QVERIFY(log.contains("uid 0: remove ../victim/v.txt in /mnt/vol/.Salvora3Cache: refused: "
+                             "not a plain relative path"));
+        QVERIFY(log.contains(
+            "remove 2024-01-02/v.txt in /mnt/vol/.Salvora3Cache: failed: cannot remove:"));
+        QVERIFY(log.contains("malformed request of 8200 bytes: refused"));
+    }
+
+    void swapsBetweenCheckAndUse()
+    {
+        // A folder of the cache keeps being exchanged with a link to the victim while removals
+        // inside it are asked for; whatever the timing, nothing outside the cache goes.
+        Session s;
+        QVERIFY(s.start(exe("bin", "sv3daemon")));
+        const QByteArray race = cache + "/race";
+        QVERIFY(TestEnv::writeFile(race + "/d/x", "x"));
+        QVERIFY(::symlink(victim.constData(), (race + "/swap").constData()) == 0);
+        std::atomic<bool> stop{false};
+        std::atomic<int> swaps{0};
+        std::thread swapper([&] {
+            const int fd = ::open(race.constData(), O_RDONLY | O_DIRECTORY);
+            while (!stop) {
+                if (renameat2(fd, "d", fd, "swap", RENAME_EXCHANGE) == 0) ++swaps;
+                struct stat st{};
+                // Keep a real folder with an "x" under one of the two names.
+                for (const char *n : {"d", "swap"}) {
+                    if (fstatat(fd, n, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                        mkdirat(fd, n, 0755);
+                    } else if (S_ISDIR(st.st_mode)) {
+                        const int dir = openat(fd, n, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+                        if (dir >= 0) {
+                            ::close(openat(dir, "x", O_WRONLY | O_CREAT | O_NOFOLLOW, 0644));
+                            ::close(dir);
+                        }
+                    }
+                }
+            }
+            ::close(fd);
+        });
+        int done = 0, failed = 0;
+        QElapsedTimer t;
+        t.start();
+        while (t.elapsed() < 1500) {
+            for (const char *rel : {"race/d/x", "race/swap/x", "race/d", "race/swap/v.txt"}) {
+                const QByteArray answer = s.remove(cache, rel);
+                done += answer == "done";
+                failed += answer == "failed";
+            }
+        }
+        stop = true;
+        swapper.join();
+        qInfo("%d swaps; %d removals done, %d refused by the file system", swaps.load(), done,
+              failed);
+        QVERIFY(swaps > 100);
+        QCOMPARE(snapshot(victim), victimBefore);
+        QVERIFY(removeTree(race));
+        QVERIFY(s.quit());
+    }
+
+    void helperLeavesWithTheAgent()
+    {
+        Session s;
+        QVERIFY(s.start(exe("bin", "sv3daemon")));
+        const qint64 helper = s.status().value("helper").toLongLong();
+        QVERIFY(helper > 0);
+        QVERIFY(!statusLine(helper, "State").isEmpty());
+        QVERIFY(s.quit());
+        QVERIFY(gone(helper));
+    }
+
+    void setUserIdStartAsAUser()
+    {
+        if (!findUser()) QSKIP("no account with a home folder to borrow");
+        const uid_t uid = user.pw_uid;
+        const gid_t gid = user.pw_gid;
+        QVERIFY(
+            run(QStringLiteral("mount"),
+                {"-t", "tmpfs", "-o", QStringLiteral("mode=0700,uid=%1,gid=%2").arg(uid).arg(gid),
+                 "sv3userhome", QFile::decodeName(userHome)}));
+        writeUserSettings(userHome, {{uuid, QStringLiteral("/mnt/vol")}}, uid, gid);
+        // What a set-user-id helper must not listen to: settings that protect nothing.
+        writeUserSettings(home + "/evil", {}, uid, gid);
+        QVERIFY(removeTree(cache));
+
+        QProcessEnvironment penv;
+        penv.insert(QStringLiteral("PATH"), QStringLiteral("/usr/bin:/bin"));
+        penv.insert(QStringLiteral("HOME"), QFile::decodeName(home + "/evil"));
+        penv.insert(QStringLiteral("XDG_CONFIG_HOME"), QFile::decodeName(home + "/evil/.config"));
+        Session s;
+        QVERIFY(s.start(QStringLiteral("setpriv"), asUser() << exe("bin", "sv3daemon"), penv));
+        // One answer first: the helper limits itself before it serves.
+        QCOMPARE(s.create("/"), QByteArray("refused"));
+        const auto st = s.status();
+        const QByteArray u = QByteArray::number(uid), g = QByteArray::number(gid);
+        QCOMPARE(st.value("uid"), u + ' ' + u + ' ' + u + ' ' + u);
+        QCOMPARE(st.value("gid"), g + ' ' + g + ' ' + g + ' ' + g);
+        QCOMPARE(st.value("capeff"), QByteArray("0000000000000000"));
+        QCOMPARE(st.value("capprm"), QByteArray("0000000000000000"));
+        // The helper: root's effective id, and only the capabilities its two requests need.
+        QCOMPARE(st.value("helper-uid"), u + " 0 0 0");
+        QCOMPARE(st.value("helper-capeff"), QByteArray("000000000000000e"));
+        QCOMPARE(st.value("helper-capbnd"), QByteArray("000000000000000e"));
+        QCOMPARE(st.value("helper-nnp"), QByteArray("1"));
+
+        // The volume root is root's: only the helper can create the cache there.
+        QCOMPARE(s.create(vol), QByteArray("done"));
+        struct stat cst{};
+        QVERIFY(::lstat(cache.constData(), &cst) == 0 && cst.st_uid == 0 &&
+                (cst.st_mode & 07777) == 0777);
+        QCOMPARE(s.create("/mnt/plain"), QByteArray("refused"));
+        // Removes what the user could not, inside a cache only.
+        QVERIFY(TestEnv::writeFile(cache + "/2024-02-01/t/rootdir/f", "root's"));
+        QVERIFY(::chmod((cache + "/2024-02-01/t/rootdir").constData(), 0755) == 0);
+        QCOMPARE(s.remove(cache, "2024-02-01/t/rootdir"), QByteArray("done"));
+        QVERIFY(TestEnv::writeFile(userHome + "/.Salvora3Cache/2024-02-02/t/f", "x"));
+        QCOMPARE(s.remove(userHome + "/.Salvora3Cache", "2024-02-02"), QByteArray("done"));
+        // Another home folder is not the user's.
+        QVERIFY(TestEnv::writeFile(home + "/.Salvora3Cache/2024-02-03/t/f", "x"));
+        QCOMPARE(s.remove(home + "/.Salvora3Cache", "2024-02-03"), QByteArray("refused"));
+        QVERIFY(exists(home + "/.Salvora3Cache/2024-02-03/t/f"));
+        const qint64 helper = st.value("helper").toLongLong();
+        QVERIFY(s.quit());
+        QVERIFY(gone(helper));
+        QVERIFY(s.log().contains(QByteArray("serving uid ") + u + " with root's rights"));
+        QVERIFY(removeTree(userHome + "/.Salvora3Cache"));
+    }
+
+    void realAgentNeverHoldsRoot()
+    {
+        if (userHome.isEmpty()) QSKIP("no account with a home folder to borrow");
+        if (!haveProgram("dbus-run-session") || !haveProgram("trash-put"))
+            QSKIP("needs dbus-run-session and trash-cli");
+        const uid_t uid = user.pw_uid;
+        const gid_t gid = user.pw_gid;
+        QProcessEnvironment penv;
+        penv.insert(QStringLiteral("PATH"), QStringLiteral("/usr/bin:/bin"));
+        penv.insert(QStringLiteral("HOME"), QFile::decodeName(userHome));
+        penv.insert(QStringLiteral("XDG_DATA_HOME"), QFile::decodeName(userHome + "/.local/share"));
+        penv.insert(QStringLiteral("XDG_CONFIG_HOME"), QFile::decodeName(userHome + "/.config"));
+        Daemon d(QStringLiteral("setpriv"));
+        d.process().setProcessEnvironment(penv);
+        d.process().setArguments(asUser() << QStringLiteral("dbus-run-session")
+                                          << QStringLiteral("--") << exe("bin2", "sv3daemon"));
+        d.process().setProgram(QStringLiteral("setpriv"));
+        d.process().start();
+        QVERIFY(d.waitForOutput("sv3daemon ready"));
+
+        const qint64 agent = pidOf(exe("bin2", "sv3daemon-agent"), d.pid());
+        const qint64 helper = pidOf(exe("bin2", "sv3daemon"), d.pid());
+        QVERIFY(agent > 0 && helper > 0);
+        // Whatever happens below, the session ends with the test.
+        const auto end = qScopeGuard([agent] { ::kill(pid_t(agent), SIGTERM); });
+        const QByteArray u = QByteArray::number(uid), g = QByteArray::number(gid);
+        qInfo("agent %lld: Uid %s, Gid %s; helper %lld: Uid %s", agent,
+              statusLine(agent, "Uid").constData(), statusLine(agent, "Gid").constData(), helper,
+              statusLine(helper, "Uid").constData());
+        QCOMPARE(statusLine(agent, "Uid"), u + ' ' + u + ' ' + u + ' ' + u);
+        QCOMPARE(statusLine(agent, "Gid"), g + ' ' + g + ' ' + g + ' ' + g);
+        QCOMPARE(statusLine(agent, "CapEff"), QByteArray("0000000000000000"));
+        QCOMPARE(statusLine(agent, "CapPrm"), QByteArray("0000000000000000"));
+        QCOMPARE(statusLine(helper, "Uid"), u + " 0 0 0");
+
+        // And it does its work with the user's rights.
+        QVERIFY(TestEnv::writeFile(userHome + "/doc.txt", "the user's"));
+        QVERIFY(::chown((userHome + "/doc.txt").constData(), uid, gid) == 0);
+        QProcess put;
+        put.setProcessEnvironment(penv);
+        put.start(QStringLiteral("setpriv"), asUser() << QStringLiteral("trash-put")
+                                                      << QFile::decodeName(userHome + "/doc.txt"));
+        QVERIFY(put.waitForFinished(30000) && put.exitCode() == 0);
+        QVERIFY(d.waitForShadows(1));
+        QProcess empty;
+        empty.setProcessEnvironment(penv);
+        empty.start(QStringLiteral("setpriv"),
+                    asUser() << QStringLiteral("trash-empty")
+                             << QStringLiteral("--trash-dir=%1/.local/share/Trash")
+                                    .arg(QFile::decodeName(userHome)));
+        QVERIFY(empty.waitForFinished(30000) && empty.exitCode() == 0);
+        const auto keptDoc = [&] {
+            const QByteArrayList items = cachedItems(userHome + "/.Salvora3Cache");
+            return std::any_of(items.begin(), items.end(),
+                               [](const QByteArray &i) { return i.endsWith("/doc.txt"); });
+        };
+        QTRY_VERIFY2_WITH_TIMEOUT(keptDoc(), d.output().right(2000).constData(), 10000);
+
+        QVERIFY(::kill(pid_t(agent), SIGTERM) == 0);
+        QVERIFY(d.process().waitForFinished(10000));
+        QVERIFY(gone(helper));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstDaemonPrivileged)
+#include "tst_daemon_privileged.moc"
