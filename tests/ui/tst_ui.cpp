@@ -154,18 +154,9 @@ private slots:
         QVERIFY(ZEL_Colors::getRedColor_Adaptable().lightnessF() > lightRed.lightnessF());
         QVERIFY(ZEL_Colors::getRedColor_Adaptable().hueF() < 0.05f);
         QVERIFY(std::abs(ZEL_Colors::getGreenColor_Adaptable().hueF() - 130.0f / 360) < 0.02f);
-    }
-
-    void fixedColoursWithoutPalette()
-    {
+        // Without a palette, the fixed colours.
         ZEL_Colors::setPaletteAvailableForTesting([] { return false; });
-        QVERIFY(!ZEL_Colors::isOSVersionMojaveOrMore());
-        QCOMPARE(ZEL_Colors::getBlackColor_Adaptable(), QColor(Qt::black));
-        QCOMPARE(ZEL_Colors::getDarkGrayColor_Adaptable(), QColor(Qt::darkGray));
-        QCOMPARE(ZEL_Colors::getGrayColor_Adaptable(), QColor(Qt::gray));
         QCOMPARE(ZEL_Colors::getRedColor_Adaptable(), QColor(Qt::red));
-        QCOMPARE(ZEL_Colors::getGreenColor_Adaptable(), QColor(Qt::green));
-        QCOMPARE(ZEL_Colors::getBlueColor_Adaptable(), QColor(Qt::blue));
         QCOMPARE(ZEL_Colors::getControlBackground_Adaptable(), QColor(Qt::white));
     }
 
@@ -206,12 +197,6 @@ private slots:
         QCOMPARE(model.columnForIdentifier(QStringLiteral("3")), -1);
     }
 
-    void fontScale()
-    {
-        const QFont regular = TableModel::fontOfSize(13);
-        QCOMPARE(regular.pointSizeF(), QApplication::font().pointSizeF());
-        QVERIFY(TableModel::fontOfSize(11).pointSizeF() < TableModel::fontOfSize(12).pointSizeF());
-    }
 };
 
 QTEST_MAIN(TstUi)
