@@ -100,7 +100,8 @@ void CacheItems::copyItem(const CacheItems &from, const Row &row, std::uint32_t 
 
 void CacheItems::append(CacheItems &&other)
 {
-    if (mRows.empty() && mFolders.empty()) {
+    // Taking the other list whole is cheapest, unless room was reserved here on purpose.
+    if (mRows.empty() && mFolders.empty() && mRows.capacity() <= other.mRows.capacity()) {
         *this = std::move(other);
         return;
     }

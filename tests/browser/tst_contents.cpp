@@ -122,6 +122,29 @@ private slots:
         QCOMPARE(names(merged), names(sorted));
     }
 
+    void parallelSortEqualsSort()
+    {
+        // Large enough for the two-thread path; many equal names and times, as in real caches.
+        CacheItems a;
+        quint32 x = 12345;
+        for (int f = 0; f < 40; ++f) {
+            const std::uint32_t folder = a.addFolder("/c/2024-05-01/2024-05-01 10_00_" + QByteArray::number(10 + f));
+            for (int i = 0; i < 800; ++i) {
+                x = x * 1103515245u + 12345u;
+                const QByteArray name = "Item " + QByteArray::number((x >> 8) % 5000) + ((x & 1) ? ".TXT" : ".txt");
+                a.addItem(folder, name.constData(), std::size_t(name.size()), CacheItems::Kind::File);
+            }
+        }
+        for (int code : {0, 1, 2, 3}) {
+            CacheItems p = a, q = a;
+            ContentsSort::sort(p, code);
+            ContentsSort::sortParallel(q, code);
+            for (qsizetype i = 0; i + 1 < q.size(); ++i)
+                QVERIFY(ContentsSort::compare(q, q.row(i), q.row(i + 1), code) <= 0);
+            QCOMPARE(q.size(), p.size());
+        }
+    }
+
     void stopEndsTheScan()
     {
         std::atomic<bool> stop{true};
