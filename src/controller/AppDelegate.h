@@ -4,6 +4,7 @@
 #include "browser/VolumeMenu.h"
 #include "cache/DayEntry.h"
 #include "controller/PreferencesLogic.h"
+#include "controller/PrivilegeChecks.h"
 #include "controller/WorkerState.h"
 #include "ui/TableModel.h"
 #include "volumes/DiskDescription.h"
@@ -21,6 +22,7 @@
 #include <optional>
 
 class ContentsScanJob;
+class MessageBoxPresenter;
 class MountWatcher;
 class NotificationBus;
 class QComboBox;
@@ -99,10 +101,13 @@ public:
     void editPreferences();
 
     // ---- Hooks for the parts that other components connect. Each default lets start-up go on.
+    // Privileges, companion and daemon (Services.cpp).
     // checkAdminlauncherPrivileges, then checkDaemonPrivileges; false ends the program.
-    virtual bool runPrivilegeChecks() { return true; }
+    virtual bool runPrivilegeChecks();
     // Puts the menu companion among the login items and launches it.
-    virtual void installSalvoraMenu() {}
+    virtual void installSalvoraMenu();
+    // Starts the daemon when nobody owns its bus name.
+    virtual void startDaemonIfNeeded();
     // Looks for a newer version and shows the notice.
     virtual void newVersion() {}
     // Toolbar and contents actions.
@@ -214,6 +219,9 @@ private:
     void setText(QLabel *label, const QString &text, QColor (*color)() = nullptr);
     void recolorTexts();
 
+    PrivilegeChecks mPrivilegeChecks;
+    // The core's alerts show over the window while this window lives.
+    std::unique_ptr<MessageBoxPresenter> mAlertPresenter;
     NotificationBus *mNotificationBus = nullptr;
     MountWatcher *mMountWatcher = nullptr;
     QTimer *mSearchTimer = nullptr;

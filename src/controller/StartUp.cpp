@@ -6,6 +6,7 @@
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
+#include "ui/MessageBoxPresenter.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/SystemVersion.h"
 #include "ui/TableView.h"
@@ -56,6 +57,7 @@ AppDelegate::~AppDelegate()
     mCalculatingSizeContentsMustStop = true;
     mWorkers->detach();
     qApp->removeEventFilter(this);
+    if (Alerts::presenter() == mAlertPresenter.get()) Alerts::setPresenter(nullptr);
     delete mPreferencesWindow;
     delete mAboutWindow;
     delete window;
@@ -279,6 +281,10 @@ bool AppDelegate::applicationDidFinishLaunching()
     createToolbar();
     mQLItems.clear();
 
+    // The privilege checks may already need to tell the user something.
+    if (!mAlertPresenter) mAlertPresenter = std::make_unique<MessageBoxPresenter>(window);
+    Alerts::setPresenter(mAlertPresenter.get());
+
     // 5. Without the privileges the program cannot work: end here, silently.
     if (!runPrivilegeChecks()) {
         terminate();
@@ -295,7 +301,7 @@ bool AppDelegate::applicationDidFinishLaunching()
     // 7. Retention, or a first configuration. The longer delays after privileges were just
     // installed leave the daemon time to start.
     if (Settings::contains(SettingsKeys::PrefsRemoveFromCache)) {
-        QTimer::singleShot(mAdminPrivilegesWereSet ? 5000 : 100, Qt::PreciseTimer, this,
+        QTimer::singleShot(mPrivilegeChecks.installSalvoraMenuDelayMs(), Qt::PreciseTimer, this,
                            [this] { installSalvoraMenu(); });
     } else {
         Settings::setInteger(SettingsKeys::PrefsRemoveFromCache,
@@ -303,15 +309,16 @@ bool AppDelegate::applicationDidFinishLaunching()
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled,
                              SettingsKeys::kFirstLaunchProtectionEnabled);
         Settings::setInteger(SettingsKeys::PrefsLaunchMenu, SettingsKeys::kFirstLaunchLaunchMenu);
-        QTimer::singleShot(mAdminPrivilegesWereSet ? 5500 : 500, Qt::PreciseTimer, this,
+        QTimer::singleShot(mPrivilegeChecks.editPreferencesDelayMs(), Qt::PreciseTimer, this,
                            [this] { editPreferences(); });
     }
 
     // 8-9. Tables.
     setUpTables();
 
-    // 10. Observers.
+    // 10. Observers, and the daemon they listen to.
     registerObservers();
+    startDaemonIfNeeded();
 
     // 11. The start-up volume's cache folder, created when missing.
     CommonUtils::pathForCacheFolderInVolume(0);

@@ -1,9 +1,11 @@
 #include "WindowFixture.h"
 
+#include "common/Alerts.h"
 #include "common/Log.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/Texts.h"
+#include "ui/MessageBoxPresenter.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -114,6 +116,22 @@ private slots:
         QVERIFY(!c.mPreferencesWindow->isVisible());
     }
 
+    // The privilege checks' alerts need the presenter before they run; it leaves with the window.
+    void alertsAndDaemonAtLaunch()
+    {
+        TestEnv env;
+        Fixture::setLaterLaunch();
+        {
+            TestDelegate c;
+            QVERIFY(Alerts::presenter() == nullptr);
+            QVERIFY(c.applicationDidFinishLaunching());
+            QVERIFY(dynamic_cast<MessageBoxPresenter *>(Alerts::presenter()) != nullptr);
+            QCOMPARE(c.daemonStarts, 1);
+            c.applicationWillTerminate();
+        }
+        QVERIFY(Alerts::presenter() == nullptr);
+    }
+
     void refusedPrivilegesEndSilently()
     {
         TestEnv env;
@@ -121,6 +139,7 @@ private slots:
         c.allowPrivileges = false;
         QVERIFY(!c.applicationDidFinishLaunching());
         QCOMPARE(c.terminated, 1);
+        QCOMPARE(c.daemonStarts, 0);
         QVERIFY(!Settings::contains(SettingsKeys::FirstUse));
         QVERIFY(!c.window->isVisible());
         c.applicationWillTerminate();
