@@ -3,6 +3,7 @@
 #include "browser/CacheItems.h"
 #include "browser/VolumeMenu.h"
 #include "cache/DayEntry.h"
+#include "controller/NotificationProtocol.h"
 #include "controller/PreferencesLogic.h"
 #include "controller/PrivilegeChecks.h"
 #include "controller/WorkerState.h"
@@ -40,7 +41,10 @@ class TableView;
 // their data source and drives the workers. Its operations are split by concern over the files
 // of this folder: StartUp, VolumeList, DayList, ContentsList, SizeDisplay, Status, Tables,
 // Preferences, Notifications.
-class AppDelegate : public QObject, public TableDataSource, public PreferencesTarget
+class AppDelegate : public QObject,
+                    public TableDataSource,
+                    public PreferencesTarget,
+                    public NotificationTarget
 {
     Q_OBJECT
 public:
@@ -71,7 +75,8 @@ public:
 
     // Contents scan and search (ContentsList.cpp). An empty path scans the selected days (all
     // days when none is selected); a time folder's path scans that folder alone.
-    void updateListOfContentsInCache(const QByteArray &timeFolder = QByteArray());
+    void updateListOfContentsInCache(const QByteArray &timeFolder);
+    void updateListOfContentsInCache() override { updateListOfContentsInCache(QByteArray()); }
     void sortContents();
 
     // Size calculation (SizeDisplay.cpp).
@@ -93,9 +98,17 @@ public:
     void didClickTableColumn(const QString &identifier);
     void clickContentsList();
 
-    // Notifications from the daemon and the companion (Notifications.cpp).
+    // Notifications from the daemon and the companion, and the commands that send them
+    // (Notifications.cpp); the protocol itself is NotificationProtocol's.
     void receiveNotification(const QString &name, const QString &object,
                              const QVariantMap &userInfo);
+    void setProtectionEnabledBox(bool checked) override;
+    void setNewVersionNotice(const QString &text, bool hidden) override;
+    void openLogs() override;
+    void toggleProtection();
+    void getStatus();
+    // The new-version button: the download page in the browser.
+    void gotoDownload();
 
     // Preferences sheet: opens it; what it saves and refreshes is the sheet's.
     void editPreferences();
@@ -109,10 +122,10 @@ public:
     // Starts the daemon when nobody owns its bus name.
     virtual void startDaemonIfNeeded();
     // Looks for a newer version and shows the notice.
-    virtual void newVersion() {}
+    virtual void newVersion();
     // Toolbar and contents actions.
-    virtual void protectionON() {}
-    virtual void protectionOFF() {}
+    virtual void protectionON();
+    virtual void protectionOFF();
     virtual void copySelectedItems() {}
     virtual void removeContents() {}
     virtual void doubleClickContentsList() {}
@@ -223,6 +236,7 @@ private:
     // The core's alerts show over the window while this window lives.
     std::unique_ptr<MessageBoxPresenter> mAlertPresenter;
     NotificationBus *mNotificationBus = nullptr;
+    NotificationProtocol *mNotifications = nullptr;
     MountWatcher *mMountWatcher = nullptr;
     QTimer *mSearchTimer = nullptr;
     bool mLaunched = false;

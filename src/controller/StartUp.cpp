@@ -138,6 +138,7 @@ void AppDelegate::loadInterface()
     mTableViewContents->horizontalHeader()->resizeSection(2, 150);
     mainUi.mSplitter->setStretchFactor(1, 3);
 
+    mNotifications = new NotificationProtocol(*this, this);
     connectActions();
     qApp->installEventFilter(this);
 }
@@ -154,6 +155,7 @@ void AppDelegate::connectActions()
     // Protecting a volume in the sheet refreshes the contents list, as the button always did.
     connect(mPreferencesWindow, &PreferencesSheet::volumeProtected, this,
             [this] { clickDateList(); });
+    connect(mNewVersionButton, &QPushButton::clicked, this, [this] { gotoDownload(); });
     connect(mainUi.actionAbout, &QAction::triggered, this, [this] { aboutWindow(); });
     connect(mainUi.actionShowHelp, &QAction::triggered, this, [this] { showHelp(); });
     connect(mainUi.actionQuit, &QAction::triggered, qApp, &QCoreApplication::quit,
@@ -255,7 +257,8 @@ void AppDelegate::registerObservers()
 {
     mNotificationBus = new NotificationBus(this);
     mNotificationBus->observe(QLatin1String(Notifications::Salvora3Notification));
-    connect(mNotificationBus, &NotificationBus::received, this, &AppDelegate::receiveNotification);
+    connect(mNotificationBus, &NotificationBus::received, mNotifications,
+            &NotificationProtocol::receiveNotification);
     mMountWatcher = new MountWatcher(this);
     connect(mMountWatcher, &MountWatcher::deviceDidMount, this, &AppDelegate::deviceDidMount);
     connect(mMountWatcher, &MountWatcher::deviceDidUnmount, this, &AppDelegate::deviceDidUnmount);
@@ -342,7 +345,8 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 15-16. The full-disk-access check has no counterpart on Linux.
     if (mFirstUse) QTimer::singleShot(1000, Qt::PreciseTimer, this, [this] { showHelp(); });
-    QTimer::singleShot(3000, Qt::PreciseTimer, this, [this] { newVersion(); });
+    QTimer::singleShot(NotificationProtocol::kNewVersionDelayMs, Qt::PreciseTimer, this,
+                       [this] { newVersion(); });
     return true;
 }
 

@@ -12,9 +12,11 @@
 #include "ui/PreferencesSheet.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
+#include "ui_PreferencesSheet.h"
 #include "volumes/Volumes.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
 #include <QHeaderView>
@@ -539,6 +541,21 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(c->mDates.size(), 1, 5000);
         QVERIFY(Fixture::settle(*c));
         QTRY_COMPARE_WITH_TIMEOUT(Fixture::names(*c), QList<QByteArray>{"moved in"}, 3000);
+    }
+
+    // The companion switched protection off: the window hears it on the bus and says so.
+    void settingsChangeUpdatesStatus()
+    {
+        launch();
+        QVERIFY(Settings::integer(SettingsKeys::PrefsProtectionEnabled).value_or(0) != 0);
+        const QString off = qtTrId("ProtectionDisabled");
+        QVERIFY(c->mProtectionInfos->text() != off);
+        c->mPreferencesWindow->ui().mProtectionEnabled->setChecked(true);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        QVERIFY(NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                                      QLatin1String(Notifications::Salvora3SettingsDidChange)));
+        QTRY_COMPARE_WITH_TIMEOUT(c->mProtectionInfos->text(), off, 5000);
+        QVERIFY(!c->mPreferencesWindow->ui().mProtectionEnabled->isChecked());
     }
 
     void namesThatAreNotUtf8()
