@@ -6,6 +6,7 @@
 #include "controller/NotificationProtocol.h"
 #include "controller/PreferencesLogic.h"
 #include "controller/PrivilegeChecks.h"
+#include "controller/RemovalActions.h"
 #include "controller/WorkerState.h"
 #include "ui/TableModel.h"
 #include "volumes/DiskDescription.h"
@@ -44,7 +45,8 @@ class TableView;
 class AppDelegate : public QObject,
                     public TableDataSource,
                     public PreferencesTarget,
-                    public NotificationTarget
+                    public NotificationTarget,
+                    public RemovalTarget
 {
     Q_OBJECT
 public:
@@ -110,6 +112,12 @@ public:
     // The new-version button: the download page in the browser.
     void gotoDownload();
 
+    // Deleting from the caches for good, each after a confirmation (Removal.cpp).
+    void removeSelectedDays();
+    void removeAllCaches();
+    // The contents list's selected items, in ascending row order.
+    QByteArrayList selectedContentsPaths() const;
+
     // Preferences sheet: opens it; what it saves and refreshes is the sheet's.
     void editPreferences();
 
@@ -127,7 +135,7 @@ public:
     virtual void protectionON();
     virtual void protectionOFF();
     virtual void copySelectedItems() {}
-    virtual void removeContents() {}
+    virtual void removeContents();
     virtual void doubleClickContentsList() {}
     // Opens a document with the user's default application.
     virtual void openFile(const QString &path);

@@ -2,6 +2,7 @@
 
 #include "browser/DayTexts.h"
 #include "cache/CacheLayout.h"
+#include "common/Alerts.h"
 #include "common/Log.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -28,6 +29,27 @@
 
 // The window on generated caches: day list, contents scan and search, sort, messages, sizes,
 // status line and the volume lists.
+
+namespace {
+
+// Answers every alert with one button and remembers how many it saw.
+class AnsweringPresenter : public Alerts::Presenter
+{
+public:
+    explicit AnsweringPresenter(int answer) : mAnswer(answer) {}
+    int shown = 0;
+    int present(const Alerts::Alert &) override
+    {
+        ++shown;
+        return mAnswer;
+    }
+
+private:
+    int mAnswer;
+};
+
+} // namespace
+
 class TstWindow : public QObject
 {
     Q_OBJECT
@@ -556,6 +578,49 @@ private slots:
                                       QLatin1String(Notifications::Salvora3SettingsDidChange)));
         QTRY_COMPARE_WITH_TIMEOUT(c->mProtectionInfos->text(), off, 5000);
         QVERIFY(!c->mPreferencesWindow->ui().mProtectionEnabled->isChecked());
+    }
+
+    // Deleting the only item of a day's only time folder takes the folder and the day away;
+    // the alert's default button (Return) deletes nothing.
+    void removeContentsAfterConfirmation()
+    {
+        const QByteArray gone = item("2024-05-01", "09_00_00", "lonely");
+        item("2024-05-02", "10_00_00", "stays");
+        launch();
+        QCOMPARE(c->mDates.size(), 2);
+        c->mTableViewDate->selectRowAlone(0);
+        QVERIFY(Fixture::settle(*c));
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>{"lonely"});
+        c->mTableViewContents->selectRowAlone(0);
+
+        AnsweringPresenter cancel(RemovalActions::kCancelIndex);
+        Alerts::setPresenter(&cancel);
+        c->removeContents();
+        QCOMPARE(cancel.shown, 1);
+        QVERIFY(QFileInfo::exists(QFile::decodeName(gone)));
+
+        AnsweringPresenter remove(RemovalActions::kDeleteIndex);
+        Alerts::setPresenter(&remove);
+        c->removeContents();
+        Alerts::setPresenter(nullptr);
+        QCOMPARE(remove.shown, 1);
+        QVERIFY(!QFileInfo::exists(QFile::decodeName(gone)));
+        const QByteArray timeFolder = Fixture::cachePath(*env) + "/2024-05-01/2024-05-01 09_00_00";
+        QVERIFY(!QFileInfo::exists(QFile::decodeName(timeFolder)));
+        // The emptied day stays listed, with nothing in it, and stays selected.
+        QTRY_COMPARE_WITH_TIMEOUT(c->mDates.value(0).count, 0, 5000);
+        QCOMPARE(c->mDates.size(), 2);
+        QCOMPARE(Fixture::selectedDays(*c), QList<int>{0});
+        QVERIFY(Fixture::settle(*c));
+        QVERIFY(Fixture::names(*c).isEmpty());
+
+        // Nothing selected: no alert at all.
+        c->mTableViewContents->clearSelection();
+        AnsweringPresenter unused(RemovalActions::kDeleteIndex);
+        Alerts::setPresenter(&unused);
+        c->removeContents();
+        Alerts::setPresenter(nullptr);
+        QCOMPARE(unused.shown, 0);
     }
 
     void namesThatAreNotUtf8()
