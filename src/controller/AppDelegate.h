@@ -7,8 +7,11 @@
 #include "controller/PreferencesLogic.h"
 #include "controller/PrivilegeChecks.h"
 #include "controller/RemovalActions.h"
+#include "controller/RestoreActions.h"
+#include "ui/Actions.h"
 #include "controller/WorkerState.h"
 #include "ui/TableModel.h"
+#include "ui/TableView.h"
 #include "volumes/DiskDescription.h"
 
 #include "ui_AboutBox.h"
@@ -36,7 +39,6 @@ class QTimer;
 class QToolBar;
 class PreferencesSheet;
 class QToolButton;
-class TableView;
 
 // The window's controller. It owns every piece of the window's state, answers the tables as
 // their data source and drives the workers. Its operations are split by concern over the files
@@ -46,7 +48,9 @@ class AppDelegate : public QObject,
                     public TableDataSource,
                     public PreferencesTarget,
                     public NotificationTarget,
-                    public RemovalTarget
+                    public RemovalTarget,
+                    public WindowCommands,
+                    public TableViewDelegate
 {
     Q_OBJECT
 public:
@@ -73,7 +77,7 @@ public:
     void reloadDayTable() override;
     void clickDateList();
     void updateCacheContents();
-    void updateCacheContentsAtTime(qsizetype tag);
+    void updateCacheContentsAtTime(qsizetype tag) override;
 
     // Contents scan and search (ContentsList.cpp). An empty path scans the selected days (all
     // days when none is selected); a time folder's path scans that folder alone.
@@ -88,8 +92,8 @@ public:
     // Status line, title, about box and help (Status.cpp).
     void updateStatusInfos() override;
     void setWinTitle();
-    void aboutWindow();
-    void showHelp();
+    void aboutWindow() override;
+    void showHelp() override;
     void enableToolBarItem(const QString &identifier, bool enable);
 
     // Table display (Tables.cpp).
@@ -107,19 +111,28 @@ public:
     void setProtectionEnabledBox(bool checked) override;
     void setNewVersionNotice(const QString &text, bool hidden) override;
     void openLogs() override;
-    void toggleProtection();
-    void getStatus();
+    void toggleProtection() override;
+    void getStatus() override;
     // The new-version button: the download page in the browser.
     void gotoDownload();
 
+    // Menus, the lists' requests, restoring and revealing (Commands.cpp).
+    void removeSelectedDays() override;
+    void removeAllCaches() override;
+    void showInFinder() override;
+    void toggleQL() override {}
+    void quit() override;
+    void doKeyDown(const QString &characters) override { Q_UNUSED(characters); }
+    QMenu *getFloatingPopupMenu(TableView *table, TableView *forTable) override;
+    QMimeData *writeRowsWithIndexes(TableView *table, const QList<int> &rows) override;
+    static constexpr int kDragImageResetMs = 500;
+
     // Deleting from the caches for good, each after a confirmation (Removal.cpp).
-    void removeSelectedDays();
-    void removeAllCaches();
     // The contents list's selected items, in ascending row order.
     QByteArrayList selectedContentsPaths() const;
 
     // Preferences sheet: opens it; what it saves and refreshes is the sheet's.
-    void editPreferences();
+    void editPreferences() override;
 
     // ---- Hooks for the parts that other components connect. Each default lets start-up go on.
     // Privileges, companion and daemon (Services.cpp).
@@ -132,11 +145,11 @@ public:
     // Looks for a newer version and shows the notice.
     virtual void newVersion();
     // Toolbar and contents actions.
-    virtual void protectionON();
-    virtual void protectionOFF();
-    virtual void copySelectedItems() {}
-    virtual void removeContents();
-    virtual void doubleClickContentsList() {}
+    void protectionON() override;
+    void protectionOFF() override;
+    void copySelectedItems() override;
+    void removeContents() override;
+    virtual void doubleClickContentsList();
     // Opens a document with the user's default application.
     virtual void openFile(const QString &path);
     // The help document "Salvora 3.rtf" among the installed resources.
@@ -245,6 +258,9 @@ private:
     std::unique_ptr<MessageBoxPresenter> mAlertPresenter;
     NotificationBus *mNotificationBus = nullptr;
     NotificationProtocol *mNotifications = nullptr;
+    WindowActions *mActions = nullptr;
+    FileManagerReveal *mReveal = nullptr;
+    CopyJobs mCopyJobs;
     MountWatcher *mMountWatcher = nullptr;
     QTimer *mSearchTimer = nullptr;
     bool mLaunched = false;

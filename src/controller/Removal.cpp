@@ -1,7 +1,5 @@
 #include "controller/AppDelegate.h"
 
-#include "ui/TableView.h"
-
 QByteArrayList AppDelegate::selectedContentsPaths() const
 {
     QByteArrayList paths;

@@ -8,6 +8,7 @@
 #include "common/SettingsKeys.h"
 #include "ui/MessageBoxPresenter.h"
 #include "ui/PreferencesSheet.h"
+#include "ui/RestoreUi.h"
 #include "ui/SystemVersion.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
@@ -139,6 +140,13 @@ void AppDelegate::loadInterface()
     mainUi.mSplitter->setStretchFactor(1, 3);
 
     mNotifications = new NotificationProtocol(*this, this);
+    mActions = new WindowActions(*this, this);
+    mReveal = new FileManagerReveal(&RestoreUi::openUrl, this);
+    // The menu bar is the commands' own; the interface file's menus would duplicate it.
+    window->menuBar()->clear();
+    mActions->populateMenuBar(window->menuBar());
+    mTableViewDate->setDelegate(this);
+    mTableViewContents->setDelegate(this);
     connectActions();
     qApp->installEventFilter(this);
 }
@@ -156,10 +164,6 @@ void AppDelegate::connectActions()
     connect(mPreferencesWindow, &PreferencesSheet::volumeProtected, this,
             [this] { clickDateList(); });
     connect(mNewVersionButton, &QPushButton::clicked, this, [this] { gotoDownload(); });
-    connect(mainUi.actionAbout, &QAction::triggered, this, [this] { aboutWindow(); });
-    connect(mainUi.actionShowHelp, &QAction::triggered, this, [this] { showHelp(); });
-    connect(mainUi.actionQuit, &QAction::triggered, qApp, &QCoreApplication::quit,
-            Qt::QueuedConnection);
 
     // The search asks for a new scan once typing pauses, and at once on Enter.
     mSearchTimer = new QTimer(this);
@@ -365,6 +369,7 @@ void AppDelegate::applicationWillTerminate()
         mNotificationBus->stopObserving(QLatin1String(Notifications::Salvora3Notification));
     mReadingCacheContentsMustStop = true;
     mCalculatingSizeContentsMustStop = true;
+    mCopyJobs.stopAll();
     if (mLaunched) CommonUtils::addToLogFile(QStringLiteral("Salvora 3 quits."));
     mLaunched = false;
 }

@@ -10,6 +10,7 @@
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
 #include "common/Texts.h"
+#include "controller/RestoreActions.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
@@ -23,6 +24,9 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMimeData>
 #include <QPushButton>
 
 #include <unistd.h>
@@ -621,6 +625,47 @@ private slots:
         c->removeContents();
         Alerts::setPresenter(nullptr);
         QCOMPARE(unused.shown, 0);
+    }
+
+    // The lists ask the window for their menus and drag data; only a selection gives a menu,
+    // only the contents list gives drag data.
+    void listMenusAndDrag()
+    {
+        const QByteArray first = item("2024-05-01", "09_00_00", "a");
+        const QByteArray second = item("2024-05-01", "10_00_00", "b");
+        launch();
+        QCOMPARE(c->window->menuBar()->actions().size(), 4);
+        TableView *contents = c->mTableViewContents;
+        TableView *days = c->mTableViewDate;
+        QCOMPARE(contents->delegate(), static_cast<TableViewDelegate *>(c));
+        QCOMPARE(days->delegate(), static_cast<TableViewDelegate *>(c));
+
+        contents->clearSelection();
+        QVERIFY(c->getFloatingPopupMenu(contents, contents) == nullptr);
+        contents->selectRowAlone(0);
+        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(contents, contents));
+        QVERIFY(menu);
+        QVERIFY(!menu->actions().isEmpty());
+
+        days->selectRowAlone(0);
+        QVERIFY(Fixture::settle(*c));
+        menu.reset(c->getFloatingPopupMenu(days, days));
+        QVERIFY(menu);
+        QCOMPARE(c->mCacheTimesInDay.size(), 2);
+        days->clearSelection();
+        QVERIFY(c->getFloatingPopupMenu(days, days) == nullptr);
+        QVERIFY(Fixture::settle(*c));
+        QTRY_COMPARE_WITH_TIMEOUT(c->mContents.size(), 2, 3000);
+
+        QVERIFY(c->writeRowsWithIndexes(days, {0}) == nullptr);
+        QVERIFY(!c->mDrawingDragImage);
+        std::unique_ptr<QMimeData> data(c->writeRowsWithIndexes(contents, {0, 1}));
+        QVERIFY(data);
+        QCOMPARE(RestoreActions::pathsFromMimeData(*data),
+                 (QByteArrayList{c->mContents.fullPath(0), c->mContents.fullPath(1)}));
+        QVERIFY(QByteArrayList({first, second}).contains(c->mContents.fullPath(0)));
+        QVERIFY(c->mDrawingDragImage);
+        QTRY_VERIFY_WITH_TIMEOUT(!c->mDrawingDragImage, 2000);
     }
 
     void namesThatAreNotUtf8()
