@@ -6,6 +6,7 @@
 #include "controller/NotificationProtocol.h"
 #include "controller/PreferencesLogic.h"
 #include "controller/PrivilegeChecks.h"
+#include "controller/QuickLook.h"
 #include "controller/RemovalActions.h"
 #include "controller/RestoreActions.h"
 #include "ui/Actions.h"
@@ -38,6 +39,7 @@ class QMainWindow;
 class QTimer;
 class QToolBar;
 class PreferencesSheet;
+class PreviewPanel;
 class QToolButton;
 
 // The window's controller. It owns every piece of the window's state, answers the tables as
@@ -120,9 +122,9 @@ public:
     void removeSelectedDays() override;
     void removeAllCaches() override;
     void showInFinder() override;
-    void toggleQL() override {}
+    void toggleQL() override;
     void quit() override;
-    void doKeyDown(const QString &characters) override { Q_UNUSED(characters); }
+    void doKeyDown(const QString &characters) override;
     QMenu *getFloatingPopupMenu(TableView *table, TableView *forTable) override;
     QMimeData *writeRowsWithIndexes(TableView *table, const QList<int> &rows) override;
     static constexpr int kDragImageResetMs = 500;
@@ -193,8 +195,8 @@ public:
     QByteArrayList mCacheTimesInDay;
     qint64 mSelectedDate = -2;
     QToolBar *mToolbar = nullptr;
-    QByteArrayList mQLItems;
-    QPointer<QWidget> mQLPreviewPanel;
+    // The space bar's preview; its panel is made on first use (Preview.cpp).
+    QuickLook mQuickLook{[this] { return lazilyCreatedPanel(); }};
     bool mVolumeNotMounted = false;
     bool mFirstUse = false;
     bool mAdminPrivilegesWereSet = false;
@@ -230,6 +232,7 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    PreviewPanelControl *lazilyCreatedPanel();
     void loadInterface();
     void translateInterface();
     void createToolbar();
@@ -259,6 +262,7 @@ private:
     NotificationBus *mNotificationBus = nullptr;
     NotificationProtocol *mNotifications = nullptr;
     WindowActions *mActions = nullptr;
+    PreviewPanel *mPreviewPanel = nullptr;
     FileManagerReveal *mReveal = nullptr;
     CopyJobs mCopyJobs;
     MountWatcher *mMountWatcher = nullptr;

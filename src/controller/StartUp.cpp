@@ -286,7 +286,6 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 3-4. Toolbar and preview items.
     createToolbar();
-    mQLItems.clear();
 
     // The privilege checks may already need to tell the user something.
     if (!mAlertPresenter) mAlertPresenter = std::make_unique<MessageBoxPresenter>(window);

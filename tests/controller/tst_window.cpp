@@ -12,6 +12,7 @@
 #include "common/Texts.h"
 #include "controller/RestoreActions.h"
 #include "ui/PreferencesSheet.h"
+#include "ui/PreviewPanel.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 #include "ui_PreferencesSheet.h"
@@ -666,6 +667,27 @@ private slots:
         QVERIFY(QByteArrayList({first, second}).contains(c->mContents.fullPath(0)));
         QVERIFY(c->mDrawingDragImage);
         QTRY_VERIFY_WITH_TIMEOUT(!c->mDrawingDragImage, 2000);
+    }
+
+    // Space opens the preview of the selected item and closes it again; without a selection
+    // it does nothing, not even make the panel.
+    void spaceTogglesPreview()
+    {
+        item("2024-05-01", "09_00_00", "note.txt");
+        launch();
+        c->mTableViewContents->clearSelection();
+        c->doKeyDown(QStringLiteral(" "));
+        QVERIFY(!c->mQuickLook.sharedPreviewPanelExists());
+
+        c->mTableViewContents->selectRowAlone(0);
+        QTest::keyClick(c->mTableViewContents, Qt::Key_Space);
+        QVERIFY(c->mQuickLook.sharedPreviewPanelExists());
+        auto *panel = dynamic_cast<PreviewPanel *>(c->mQuickLook.controlledPanel());
+        QVERIFY(panel);
+        QVERIFY(panel->isVisible());
+        QCOMPARE(c->mQuickLook.items(), QByteArrayList{c->mContents.fullPath(0)});
+        QTest::keyClick(c->mTableViewContents, Qt::Key_Space);
+        QVERIFY(!panel->isVisible());
     }
 
     void namesThatAreNotUtf8()
