@@ -204,56 +204,20 @@ void AppDelegate::connectActions()
 void AppDelegate::createToolbar()
 {
     mToolbar = new QToolBar(window);
-    mToolbar->setObjectName(QStringLiteral("mainToolbar"));
-    mToolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
     mToolbar->setMovable(false);
     mToolbar->setFloatable(false);
-    struct Item
-    {
-        const char *identifier;
-        QToolButton *button;
-        const char *icon;
-        void (AppDelegate::*action)();
+    mActions->populateToolbar(mToolbar);
+    // The button outlets are the toolbar's own buttons for the commands' actions.
+    auto button = [this](const char *identifier) {
+        QAction *action = mActions->toolbarItem(QLatin1String(identifier));
+        return qobject_cast<QToolButton *>(mToolbar->widgetForAction(action));
     };
-    const Item items[] = {
-        {"protectionON", mProtectionONButton, "media-playback-start", &AppDelegate::protectionON},
-        {"protectionOFF", mProtectionOFFButton, "media-playback-stop", &AppDelegate::protectionOFF},
-        {"copyButton", mCopySelectedItemsButton, "edit-copy", &AppDelegate::copySelectedItems},
-        {"removeButton", mRemoveSelectedItemsButton, "edit-delete", &AppDelegate::removeContents},
-        {"preferences", mEditPrefsButton, "preferences-system", &AppDelegate::editPreferences},
-        {"showHelp", mShowHelpButton, "help-contents", &AppDelegate::showHelp},
-    };
-    auto space = [this](bool flexible) {
-        auto *w = new QWidget(mToolbar);
-        if (flexible)
-            w->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
-        else
-            w->setFixedWidth(12);
-        mToolbar->addWidget(w);
-    };
-    auto add = [&](const char *identifier) {
-        for (const Item &item : items) {
-            if (qstrcmp(item.identifier, identifier) != 0) continue;
-            if (item.button->icon().isNull())
-                item.button->setIcon(QIcon::fromTheme(QLatin1String(item.icon)));
-            QAction *action = mToolbar->addWidget(item.button);
-            action->setObjectName(QLatin1String(identifier));
-            connect(item.button, &QToolButton::clicked, this, item.action);
-        }
-    };
-    // The default order, left to right.
-    add("preferences");
-    space(false);
-    add("protectionON");
-    add("protectionOFF");
-    space(false);
-    space(false);
-    add("copyButton");
-    space(false);
-    add("removeButton");
-    space(true);
-    add("showHelp");
-    space(false);
+    mProtectionONButton = button(WindowActions::kProtectionON);
+    mProtectionOFFButton = button(WindowActions::kProtectionOFF);
+    mCopySelectedItemsButton = button(WindowActions::kCopyButton);
+    mRemoveSelectedItemsButton = button(WindowActions::kRemoveButton);
+    mEditPrefsButton = button(WindowActions::kPreferences);
+    mShowHelpButton = button(WindowActions::kShowHelp);
     window->addToolBar(Qt::TopToolBarArea, mToolbar);
 }
 
