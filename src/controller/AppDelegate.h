@@ -3,9 +3,16 @@
 #include "browser/CacheItems.h"
 #include "browser/VolumeMenu.h"
 #include "cache/DayEntry.h"
+#include "controller/NotificationProtocol.h"
 #include "controller/PreferencesLogic.h"
+#include "controller/PrivilegeChecks.h"
+#include "controller/QuickLook.h"
+#include "controller/RemovalActions.h"
+#include "controller/RestoreActions.h"
+#include "ui/Actions.h"
 #include "controller/WorkerState.h"
 #include "ui/TableModel.h"
+#include "ui/TableView.h"
 #include "volumes/DiskDescription.h"
 
 #include "ui_AboutBox.h"
@@ -21,6 +28,7 @@
 #include <optional>
 
 class ContentsScanJob;
+class MessageBoxPresenter;
 class MountWatcher;
 class NotificationBus;
 class QComboBox;
@@ -31,14 +39,20 @@ class QMainWindow;
 class QTimer;
 class QToolBar;
 class PreferencesSheet;
+class PreviewPanel;
 class QToolButton;
-class TableView;
 
 // The window's controller. It owns every piece of the window's state, answers the tables as
 // their data source and drives the workers. Its operations are split by concern over the files
 // of this folder: StartUp, VolumeList, DayList, ContentsList, SizeDisplay, Status, Tables,
 // Preferences, Notifications.
-class AppDelegate : public QObject, public TableDataSource, public PreferencesTarget
+class AppDelegate : public QObject,
+                    public TableDataSource,
+                    public PreferencesTarget,
+                    public NotificationTarget,
+                    public RemovalTarget,
+                    public WindowCommands,
+                    public TableViewDelegate
 {
     Q_OBJECT
 public:
@@ -65,11 +79,12 @@ public:
     void reloadDayTable() override;
     void clickDateList();
     void updateCacheContents();
-    void updateCacheContentsAtTime(qsizetype tag);
+    void updateCacheContentsAtTime(qsizetype tag) override;
 
     // Contents scan and search (ContentsList.cpp). An empty path scans the selected days (all
     // days when none is selected); a time folder's path scans that folder alone.
-    void updateListOfContentsInCache(const QByteArray &timeFolder = QByteArray());
+    void updateListOfContentsInCache(const QByteArray &timeFolder);
+    void updateListOfContentsInCache() override { updateListOfContentsInCache(QByteArray()); }
     void sortContents();
 
     // Size calculation (SizeDisplay.cpp).
@@ -79,8 +94,8 @@ public:
     // Status line, title, about box and help (Status.cpp).
     void updateStatusInfos() override;
     void setWinTitle();
-    void aboutWindow();
-    void showHelp();
+    void aboutWindow() override;
+    void showHelp() override;
     void enableToolBarItem(const QString &identifier, bool enable);
 
     // Table display (Tables.cpp).
@@ -91,26 +106,52 @@ public:
     void didClickTableColumn(const QString &identifier);
     void clickContentsList();
 
-    // Notifications from the daemon and the companion (Notifications.cpp).
+    // Notifications from the daemon and the companion, and the commands that send them
+    // (Notifications.cpp); the protocol itself is NotificationProtocol's.
     void receiveNotification(const QString &name, const QString &object,
                              const QVariantMap &userInfo);
+    void setProtectionEnabledBox(bool checked) override;
+    void setNewVersionNotice(const QString &text, bool hidden) override;
+    void openLogs() override;
+    void toggleProtection() override;
+    void getStatus() override;
+    // The new-version button: the download page in the browser.
+    void gotoDownload();
+
+    // Menus, the lists' requests, restoring and revealing (Commands.cpp).
+    void removeSelectedDays() override;
+    void removeAllCaches() override;
+    void showInFinder() override;
+    void toggleQL() override;
+    void quit() override;
+    void doKeyDown(const QString &characters) override;
+    QMenu *getFloatingPopupMenu(TableView *table, TableView *forTable) override;
+    QMimeData *writeRowsWithIndexes(TableView *table, const QList<int> &rows) override;
+    static constexpr int kDragImageResetMs = 500;
+
+    // Deleting from the caches for good, each after a confirmation (Removal.cpp).
+    // The contents list's selected items, in ascending row order.
+    QByteArrayList selectedContentsPaths() const;
 
     // Preferences sheet: opens it; what it saves and refreshes is the sheet's.
-    void editPreferences();
+    void editPreferences() override;
 
     // ---- Hooks for the parts that other components connect. Each default lets start-up go on.
+    // Privileges, companion and daemon (Services.cpp).
     // checkAdminlauncherPrivileges, then checkDaemonPrivileges; false ends the program.
-    virtual bool runPrivilegeChecks() { return true; }
+    virtual bool runPrivilegeChecks();
     // Puts the menu companion among the login items and launches it.
-    virtual void installSalvoraMenu() {}
+    virtual void installSalvoraMenu();
+    // Starts the daemon when nobody owns its bus name.
+    virtual void startDaemonIfNeeded();
     // Looks for a newer version and shows the notice.
-    virtual void newVersion() {}
+    virtual void newVersion();
     // Toolbar and contents actions.
-    virtual void protectionON() {}
-    virtual void protectionOFF() {}
-    virtual void copySelectedItems() {}
-    virtual void removeContents() {}
-    virtual void doubleClickContentsList() {}
+    void protectionON() override;
+    void protectionOFF() override;
+    void copySelectedItems() override;
+    void removeContents() override;
+    virtual void doubleClickContentsList();
     // Opens a document with the user's default application.
     virtual void openFile(const QString &path);
     // The help document "Salvora 3.rtf" among the installed resources.
@@ -154,8 +195,8 @@ public:
     QByteArrayList mCacheTimesInDay;
     qint64 mSelectedDate = -2;
     QToolBar *mToolbar = nullptr;
-    QByteArrayList mQLItems;
-    QPointer<QWidget> mQLPreviewPanel;
+    // The space bar's preview; its panel is made on first use (Preview.cpp).
+    QuickLook mQuickLook{[this] { return lazilyCreatedPanel(); }};
     bool mVolumeNotMounted = false;
     bool mFirstUse = false;
     bool mAdminPrivilegesWereSet = false;
@@ -191,6 +232,7 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    PreviewPanelControl *lazilyCreatedPanel();
     void loadInterface();
     void translateInterface();
     void createToolbar();
@@ -214,7 +256,15 @@ private:
     void setText(QLabel *label, const QString &text, QColor (*color)() = nullptr);
     void recolorTexts();
 
+    PrivilegeChecks mPrivilegeChecks;
+    // The core's alerts show over the window while this window lives.
+    std::unique_ptr<MessageBoxPresenter> mAlertPresenter;
     NotificationBus *mNotificationBus = nullptr;
+    NotificationProtocol *mNotifications = nullptr;
+    WindowActions *mActions = nullptr;
+    PreviewPanel *mPreviewPanel = nullptr;
+    FileManagerReveal *mReveal = nullptr;
+    CopyJobs mCopyJobs;
     MountWatcher *mMountWatcher = nullptr;
     QTimer *mSearchTimer = nullptr;
     bool mLaunched = false;

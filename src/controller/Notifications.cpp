@@ -1,17 +1,62 @@
 #include "controller/AppDelegate.h"
 
-#include "common/Notifications.h"
+#include "common/Log.h"
+#include "ui/PreferencesSheet.h"
+#include "ui_PreferencesSheet.h"
+
+#include <QDesktopServices>
+#include <QLabel>
+#include <QPushButton>
 
 void AppDelegate::receiveNotification(const QString &name, const QString &object,
                                       const QVariantMap &userInfo)
 {
-    Q_UNUSED(userInfo);
-    if (name != QLatin1String(Notifications::Salvora3Notification)) return;
-    // The daemon changed a cache: re-read the days, the items and the totals.
-    if (object == QLatin1String(Notifications::Salvora3CacheModified) ||
-        object == QLatin1String(Notifications::Salvora3DataMovedToCache)) {
-        updateListOfDaysInCache();
-        updateListOfContentsInCache();
-        updateStatusInfos();
-    }
+    mNotifications->receiveNotification(name, object, userInfo);
+}
+
+void AppDelegate::setProtectionEnabledBox(bool checked)
+{
+    mPreferencesWindow->ui().mProtectionEnabled->setChecked(checked);
+}
+
+void AppDelegate::setNewVersionNotice(const QString &text, bool hidden)
+{
+    mNewVersion->setText(text);
+    mNewVersion->setHidden(hidden);
+    mNewVersionButton->setHidden(hidden);
+}
+
+void AppDelegate::openLogs()
+{
+    openFile(CommonUtils::logFilePath());
+}
+
+void AppDelegate::newVersion()
+{
+    mNotifications->newVersion();
+}
+
+void AppDelegate::protectionON()
+{
+    mNotifications->protectionON();
+}
+
+void AppDelegate::protectionOFF()
+{
+    mNotifications->protectionOFF();
+}
+
+void AppDelegate::toggleProtection()
+{
+    mNotifications->toggleProtection();
+}
+
+void AppDelegate::getStatus()
+{
+    mNotifications->getStatus();
+}
+
+void AppDelegate::gotoDownload()
+{
+    QDesktopServices::openUrl(NotificationProtocol::downloadUrl());
 }

@@ -6,7 +6,9 @@
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
+#include "ui/MessageBoxPresenter.h"
 #include "ui/PreferencesSheet.h"
+#include "ui/RestoreUi.h"
 #include "ui/SystemVersion.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
@@ -56,6 +58,7 @@ AppDelegate::~AppDelegate()
     mCalculatingSizeContentsMustStop = true;
     mWorkers->detach();
     qApp->removeEventFilter(this);
+    if (Alerts::presenter() == mAlertPresenter.get()) Alerts::setPresenter(nullptr);
     delete mPreferencesWindow;
     delete mAboutWindow;
     delete window;
@@ -136,6 +139,14 @@ void AppDelegate::loadInterface()
     mTableViewContents->horizontalHeader()->resizeSection(2, 150);
     mainUi.mSplitter->setStretchFactor(1, 3);
 
+    mNotifications = new NotificationProtocol(*this, this);
+    mActions = new WindowActions(*this, this);
+    mReveal = new FileManagerReveal(&RestoreUi::openUrl, this);
+    // The menu bar is the commands' own; the interface file's menus would duplicate it.
+    window->menuBar()->clear();
+    mActions->populateMenuBar(window->menuBar());
+    mTableViewDate->setDelegate(this);
+    mTableViewContents->setDelegate(this);
     connectActions();
     qApp->installEventFilter(this);
 }
@@ -152,10 +163,7 @@ void AppDelegate::connectActions()
     // Protecting a volume in the sheet refreshes the contents list, as the button always did.
     connect(mPreferencesWindow, &PreferencesSheet::volumeProtected, this,
             [this] { clickDateList(); });
-    connect(mainUi.actionAbout, &QAction::triggered, this, [this] { aboutWindow(); });
-    connect(mainUi.actionShowHelp, &QAction::triggered, this, [this] { showHelp(); });
-    connect(mainUi.actionQuit, &QAction::triggered, qApp, &QCoreApplication::quit,
-            Qt::QueuedConnection);
+    connect(mNewVersionButton, &QPushButton::clicked, this, [this] { gotoDownload(); });
 
     // The search asks for a new scan once typing pauses, and at once on Enter.
     mSearchTimer = new QTimer(this);
@@ -196,56 +204,20 @@ void AppDelegate::connectActions()
 void AppDelegate::createToolbar()
 {
     mToolbar = new QToolBar(window);
-    mToolbar->setObjectName(QStringLiteral("mainToolbar"));
-    mToolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
     mToolbar->setMovable(false);
     mToolbar->setFloatable(false);
-    struct Item
-    {
-        const char *identifier;
-        QToolButton *button;
-        const char *icon;
-        void (AppDelegate::*action)();
+    mActions->populateToolbar(mToolbar);
+    // The button outlets are the toolbar's own buttons for the commands' actions.
+    auto button = [this](const char *identifier) {
+        QAction *action = mActions->toolbarItem(QLatin1String(identifier));
+        return qobject_cast<QToolButton *>(mToolbar->widgetForAction(action));
     };
-    const Item items[] = {
-        {"protectionON", mProtectionONButton, "media-playback-start", &AppDelegate::protectionON},
-        {"protectionOFF", mProtectionOFFButton, "media-playback-stop", &AppDelegate::protectionOFF},
-        {"copyButton", mCopySelectedItemsButton, "edit-copy", &AppDelegate::copySelectedItems},
-        {"removeButton", mRemoveSelectedItemsButton, "edit-delete", &AppDelegate::removeContents},
-        {"preferences", mEditPrefsButton, "preferences-system", &AppDelegate::editPreferences},
-        {"showHelp", mShowHelpButton, "help-contents", &AppDelegate::showHelp},
-    };
-    auto space = [this](bool flexible) {
-        auto *w = new QWidget(mToolbar);
-        if (flexible)
-            w->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
-        else
-            w->setFixedWidth(12);
-        mToolbar->addWidget(w);
-    };
-    auto add = [&](const char *identifier) {
-        for (const Item &item : items) {
-            if (qstrcmp(item.identifier, identifier) != 0) continue;
-            if (item.button->icon().isNull())
-                item.button->setIcon(QIcon::fromTheme(QLatin1String(item.icon)));
-            QAction *action = mToolbar->addWidget(item.button);
-            action->setObjectName(QLatin1String(identifier));
-            connect(item.button, &QToolButton::clicked, this, item.action);
-        }
-    };
-    // The default order, left to right.
-    add("preferences");
-    space(false);
-    add("protectionON");
-    add("protectionOFF");
-    space(false);
-    space(false);
-    add("copyButton");
-    space(false);
-    add("removeButton");
-    space(true);
-    add("showHelp");
-    space(false);
+    mProtectionONButton = button(WindowActions::kProtectionON);
+    mProtectionOFFButton = button(WindowActions::kProtectionOFF);
+    mCopySelectedItemsButton = button(WindowActions::kCopyButton);
+    mRemoveSelectedItemsButton = button(WindowActions::kRemoveButton);
+    mEditPrefsButton = button(WindowActions::kPreferences);
+    mShowHelpButton = button(WindowActions::kShowHelp);
     window->addToolBar(Qt::TopToolBarArea, mToolbar);
 }
 
@@ -253,7 +225,8 @@ void AppDelegate::registerObservers()
 {
     mNotificationBus = new NotificationBus(this);
     mNotificationBus->observe(QLatin1String(Notifications::Salvora3Notification));
-    connect(mNotificationBus, &NotificationBus::received, this, &AppDelegate::receiveNotification);
+    connect(mNotificationBus, &NotificationBus::received, mNotifications,
+            &NotificationProtocol::receiveNotification);
     mMountWatcher = new MountWatcher(this);
     connect(mMountWatcher, &MountWatcher::deviceDidMount, this, &AppDelegate::deviceDidMount);
     connect(mMountWatcher, &MountWatcher::deviceDidUnmount, this, &AppDelegate::deviceDidUnmount);
@@ -277,7 +250,10 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 3-4. Toolbar and preview items.
     createToolbar();
-    mQLItems.clear();
+
+    // The privilege checks may already need to tell the user something.
+    if (!mAlertPresenter) mAlertPresenter = std::make_unique<MessageBoxPresenter>(window);
+    Alerts::setPresenter(mAlertPresenter.get());
 
     // 5. Without the privileges the program cannot work: end here, silently.
     if (!runPrivilegeChecks()) {
@@ -295,7 +271,7 @@ bool AppDelegate::applicationDidFinishLaunching()
     // 7. Retention, or a first configuration. The longer delays after privileges were just
     // installed leave the daemon time to start.
     if (Settings::contains(SettingsKeys::PrefsRemoveFromCache)) {
-        QTimer::singleShot(mAdminPrivilegesWereSet ? 5000 : 100, Qt::PreciseTimer, this,
+        QTimer::singleShot(mPrivilegeChecks.installSalvoraMenuDelayMs(), Qt::PreciseTimer, this,
                            [this] { installSalvoraMenu(); });
     } else {
         Settings::setInteger(SettingsKeys::PrefsRemoveFromCache,
@@ -303,15 +279,16 @@ bool AppDelegate::applicationDidFinishLaunching()
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled,
                              SettingsKeys::kFirstLaunchProtectionEnabled);
         Settings::setInteger(SettingsKeys::PrefsLaunchMenu, SettingsKeys::kFirstLaunchLaunchMenu);
-        QTimer::singleShot(mAdminPrivilegesWereSet ? 5500 : 500, Qt::PreciseTimer, this,
+        QTimer::singleShot(mPrivilegeChecks.editPreferencesDelayMs(), Qt::PreciseTimer, this,
                            [this] { editPreferences(); });
     }
 
     // 8-9. Tables.
     setUpTables();
 
-    // 10. Observers.
+    // 10. Observers, and the daemon they listen to.
     registerObservers();
+    startDaemonIfNeeded();
 
     // 11. The start-up volume's cache folder, created when missing.
     CommonUtils::pathForCacheFolderInVolume(0);
@@ -335,7 +312,8 @@ bool AppDelegate::applicationDidFinishLaunching()
 
     // 15-16. The full-disk-access check has no counterpart on Linux.
     if (mFirstUse) QTimer::singleShot(1000, Qt::PreciseTimer, this, [this] { showHelp(); });
-    QTimer::singleShot(3000, Qt::PreciseTimer, this, [this] { newVersion(); });
+    QTimer::singleShot(NotificationProtocol::kNewVersionDelayMs, Qt::PreciseTimer, this,
+                       [this] { newVersion(); });
     return true;
 }
 
@@ -354,6 +332,7 @@ void AppDelegate::applicationWillTerminate()
         mNotificationBus->stopObserving(QLatin1String(Notifications::Salvora3Notification));
     mReadingCacheContentsMustStop = true;
     mCalculatingSizeContentsMustStop = true;
+    mCopyJobs.stopAll();
     if (mLaunched) CommonUtils::addToLogFile(QStringLiteral("Salvora 3 quits."));
     mLaunched = false;
 }

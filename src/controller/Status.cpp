@@ -99,13 +99,7 @@ void AppDelegate::showHelp()
 
 void AppDelegate::enableToolBarItem(const QString &identifier, bool enable)
 {
-    if (!mToolbar) return;
-    for (QAction *action : mToolbar->actions()) {
-        if (action->objectName() != identifier) continue;
-        action->setEnabled(enable);
-        if (QWidget *w = mToolbar->widgetForAction(action)) w->setEnabled(enable);
-        return;
-    }
+    if (mToolbar) WindowActions::enableToolBarItem(mToolbar, identifier, enable);
 }
 
 void AppDelegate::setText(QLabel *label, const QString &text, QColor (*color)())

@@ -16,6 +16,7 @@ class TestDelegate : public AppDelegate
 public:
     bool allowPrivileges = true;
     int terminated = 0;
+    int daemonStarts = 0;
     QStringList openedFiles;
     QList<qint64> menuInstalledAt; // ms after construction
     QString helpPath;
@@ -24,6 +25,7 @@ public:
     TestDelegate() { clock.start(); }
     bool runPrivilegeChecks() override { return allowPrivileges; }
     void installSalvoraMenu() override { menuInstalledAt.append(clock.elapsed()); }
+    void startDaemonIfNeeded() override { ++daemonStarts; }
     void openFile(const QString &path) override { openedFiles.append(path); }
     QString helpDocumentPath() const override { return helpPath; }
     void terminate() override { ++terminated; }

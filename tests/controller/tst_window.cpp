@@ -2,6 +2,7 @@
 
 #include "browser/DayTexts.h"
 #include "cache/CacheLayout.h"
+#include "common/Alerts.h"
 #include "common/Log.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -9,23 +10,51 @@
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
 #include "common/Texts.h"
+#include "controller/RestoreActions.h"
 #include "ui/PreferencesSheet.h"
+#include "ui/PreviewPanel.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
+#include "ui_PreferencesSheet.h"
 #include "volumes/Volumes.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMimeData>
 #include <QPushButton>
 
 #include <unistd.h>
 
 // The window on generated caches: day list, contents scan and search, sort, messages, sizes,
 // status line and the volume lists.
+
+namespace {
+
+// Answers every alert with one button and remembers how many it saw.
+class AnsweringPresenter : public Alerts::Presenter
+{
+public:
+    explicit AnsweringPresenter(int answer) : mAnswer(answer) {}
+    int shown = 0;
+    int present(const Alerts::Alert &) override
+    {
+        ++shown;
+        return mAnswer;
+    }
+
+private:
+    int mAnswer;
+};
+
+} // namespace
+
 class TstWindow : public QObject
 {
     Q_OBJECT
@@ -539,6 +568,126 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(c->mDates.size(), 1, 5000);
         QVERIFY(Fixture::settle(*c));
         QTRY_COMPARE_WITH_TIMEOUT(Fixture::names(*c), QList<QByteArray>{"moved in"}, 3000);
+    }
+
+    // The companion switched protection off: the window hears it on the bus and says so.
+    void settingsChangeUpdatesStatus()
+    {
+        launch();
+        QVERIFY(Settings::integer(SettingsKeys::PrefsProtectionEnabled).value_or(0) != 0);
+        const QString off = qtTrId("ProtectionDisabled");
+        QVERIFY(c->mProtectionInfos->text() != off);
+        c->mPreferencesWindow->ui().mProtectionEnabled->setChecked(true);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        QVERIFY(NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                                      QLatin1String(Notifications::Salvora3SettingsDidChange)));
+        QTRY_COMPARE_WITH_TIMEOUT(c->mProtectionInfos->text(), off, 5000);
+        QVERIFY(!c->mPreferencesWindow->ui().mProtectionEnabled->isChecked());
+    }
+
+    // Deleting the only item of a day's only time folder takes the folder and the day away;
+    // the alert's default button (Return) deletes nothing.
+    void removeContentsAfterConfirmation()
+    {
+        const QByteArray gone = item("2024-05-01", "09_00_00", "lonely");
+        item("2024-05-02", "10_00_00", "stays");
+        launch();
+        QCOMPARE(c->mDates.size(), 2);
+        c->mTableViewDate->selectRowAlone(0);
+        QVERIFY(Fixture::settle(*c));
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>{"lonely"});
+        c->mTableViewContents->selectRowAlone(0);
+
+        AnsweringPresenter cancel(RemovalActions::kCancelIndex);
+        Alerts::setPresenter(&cancel);
+        c->removeContents();
+        QCOMPARE(cancel.shown, 1);
+        QVERIFY(QFileInfo::exists(QFile::decodeName(gone)));
+
+        AnsweringPresenter remove(RemovalActions::kDeleteIndex);
+        Alerts::setPresenter(&remove);
+        c->removeContents();
+        Alerts::setPresenter(nullptr);
+        QCOMPARE(remove.shown, 1);
+        QVERIFY(!QFileInfo::exists(QFile::decodeName(gone)));
+        const QByteArray timeFolder = Fixture::cachePath(*env) + "/2024-05-01/2024-05-01 09_00_00";
+        QVERIFY(!QFileInfo::exists(QFile::decodeName(timeFolder)));
+        // The emptied day stays listed, with nothing in it, and stays selected.
+        QTRY_COMPARE_WITH_TIMEOUT(c->mDates.value(0).count, 0, 5000);
+        QCOMPARE(c->mDates.size(), 2);
+        QCOMPARE(Fixture::selectedDays(*c), QList<int>{0});
+        QVERIFY(Fixture::settle(*c));
+        QVERIFY(Fixture::names(*c).isEmpty());
+
+        // Nothing selected: no alert at all.
+        c->mTableViewContents->clearSelection();
+        AnsweringPresenter unused(RemovalActions::kDeleteIndex);
+        Alerts::setPresenter(&unused);
+        c->removeContents();
+        Alerts::setPresenter(nullptr);
+        QCOMPARE(unused.shown, 0);
+    }
+
+    // The lists ask the window for their menus and drag data; only a selection gives a menu,
+    // only the contents list gives drag data.
+    void listMenusAndDrag()
+    {
+        const QByteArray first = item("2024-05-01", "09_00_00", "a");
+        const QByteArray second = item("2024-05-01", "10_00_00", "b");
+        launch();
+        QCOMPARE(c->window->menuBar()->actions().size(), 4);
+        TableView *contents = c->mTableViewContents;
+        TableView *days = c->mTableViewDate;
+        QCOMPARE(contents->delegate(), static_cast<TableViewDelegate *>(c));
+        QCOMPARE(days->delegate(), static_cast<TableViewDelegate *>(c));
+
+        contents->clearSelection();
+        QVERIFY(c->getFloatingPopupMenu(contents, contents) == nullptr);
+        contents->selectRowAlone(0);
+        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(contents, contents));
+        QVERIFY(menu);
+        QVERIFY(!menu->actions().isEmpty());
+
+        days->selectRowAlone(0);
+        QVERIFY(Fixture::settle(*c));
+        menu.reset(c->getFloatingPopupMenu(days, days));
+        QVERIFY(menu);
+        QCOMPARE(c->mCacheTimesInDay.size(), 2);
+        days->clearSelection();
+        QVERIFY(c->getFloatingPopupMenu(days, days) == nullptr);
+        QVERIFY(Fixture::settle(*c));
+        QTRY_COMPARE_WITH_TIMEOUT(c->mContents.size(), 2, 3000);
+
+        QVERIFY(c->writeRowsWithIndexes(days, {0}) == nullptr);
+        QVERIFY(!c->mDrawingDragImage);
+        std::unique_ptr<QMimeData> data(c->writeRowsWithIndexes(contents, {0, 1}));
+        QVERIFY(data);
+        QCOMPARE(RestoreActions::pathsFromMimeData(*data),
+                 (QByteArrayList{c->mContents.fullPath(0), c->mContents.fullPath(1)}));
+        QVERIFY(QByteArrayList({first, second}).contains(c->mContents.fullPath(0)));
+        QVERIFY(c->mDrawingDragImage);
+        QTRY_VERIFY_WITH_TIMEOUT(!c->mDrawingDragImage, 2000);
+    }
+
+    // Space opens the preview of the selected item and closes it again; without a selection
+    // it does nothing, not even make the panel.
+    void spaceTogglesPreview()
+    {
+        item("2024-05-01", "09_00_00", "note.txt");
+        launch();
+        c->mTableViewContents->clearSelection();
+        c->doKeyDown(QStringLiteral(" "));
+        QVERIFY(!c->mQuickLook.sharedPreviewPanelExists());
+
+        c->mTableViewContents->selectRowAlone(0);
+        QTest::keyClick(c->mTableViewContents, Qt::Key_Space);
+        QVERIFY(c->mQuickLook.sharedPreviewPanelExists());
+        auto *panel = dynamic_cast<PreviewPanel *>(c->mQuickLook.controlledPanel());
+        QVERIFY(panel);
+        QVERIFY(panel->isVisible());
+        QCOMPARE(c->mQuickLook.items(), QByteArrayList{c->mContents.fullPath(0)});
+        QTest::keyClick(c->mTableViewContents, Qt::Key_Space);
+        QVERIFY(!panel->isVisible());
     }
 
     void namesThatAreNotUtf8()
