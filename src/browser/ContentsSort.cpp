@@ -233,15 +233,6 @@ void sortParallel(CacheItems &items, int code)
     other.join();
 }
 
-void mergeInto(CacheItems &items, CacheItems &&batch, int code)
-{
-    const std::size_t before = items.rows().size();
-    sort(batch, code);
-    items.append(std::move(batch));
-    auto &rows = items.rows();
-    std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(), RowLess{items, code & 0xff});
-}
-
 void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, int code)
 {
     const std::size_t before = items.rows().size();

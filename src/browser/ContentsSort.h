@@ -14,8 +14,6 @@ int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems:
 void sort(CacheItems &items, int code);
 // The same on every core: halves sorted at once, then merged.
 void sortParallel(CacheItems &items, int code);
-// Sorts `batch` and merges it into the already sorted `items` (linear in the list's size).
-void mergeInto(CacheItems &items, CacheItems &&batch, int code);
 
 // The order of two names from their rows' keys alone: <0, 0 or >0 when the keys decide, and
 // kKeysUndecided when the names must be compared in full (NameMatch::compare).

@@ -116,7 +116,10 @@ private slots:
         std::atomic<bool> stop{false};
         ContentsScan::Options o;
         ContentsScan::scan({{cache + "/2024-05-03", false}, {cache + "/2024-05-01", false}}, o, stop,
-                           [&](CacheItems &&b) { ContentsSort::mergeInto(merged, std::move(b), ContentsSort::ByName); });
+                           [&](CacheItems &&b) {
+                               ContentsSort::sort(b, ContentsSort::ByName);
+                               ContentsSort::mergeSortedInto(merged, std::move(b), ContentsSort::ByName);
+                           });
         CacheItems sorted = scanAll({{cache + "/2024-05-01", false}, {cache + "/2024-05-03", false}}, QString());
         ContentsSort::sort(sorted, ContentsSort::ByName);
         QCOMPARE(names(merged), names(sorted));

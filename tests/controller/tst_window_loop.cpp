@@ -19,14 +19,6 @@ class TstWindowLoop : public QObject
     const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AC");
     const QString mountPoint = QStringLiteral("/mnt/sv3 window vol");
 
-    static bool run(const QString &program, const QStringList &args)
-    {
-        QProcess p;
-        p.setProcessChannelMode(QProcess::ForwardedChannels);
-        p.start(program, args);
-        return p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit &&
-               p.exitCode() == 0;
-    }
 
     static QByteArray logText()
     {
@@ -40,10 +32,10 @@ private slots:
         if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
         Texts::install(*QCoreApplication::instance());
         env = new TestEnv;
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3wintest", "/mnt"}));
+        QVERIFY(TestEnv::runProgram(QStringLiteral("mount"), {"-t", "tmpfs", "sv3wintest", "/mnt"}));
         const QString image = images.filePath(QStringLiteral("vol.img"));
-        QVERIFY(run(QStringLiteral("truncate"), {"-s", "8M", image}));
-        QVERIFY(run(QStringLiteral("mkfs.ext4"),
+        QVERIFY(TestEnv::runProgram(QStringLiteral("truncate"), {"-s", "8M", image}));
+        QVERIFY(TestEnv::runProgram(QStringLiteral("mkfs.ext4"),
                     {"-q", "-F", "-U", uuid.toLower(), "-L", "SV3WIN", image}));
         QVERIFY(QDir().mkpath(mountPoint));
     }
@@ -57,7 +49,7 @@ private slots:
         QVERIFY(Fixture::launchAndSettle(c));
         QCOMPARE(c.mSelectedVolumeMenu->count(), 1);
 
-        QVERIFY(run(QStringLiteral("mount"),
+        QVERIFY(TestEnv::runProgram(QStringLiteral("mount"),
                     {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
         QTRY_COMPARE_WITH_TIMEOUT(c.mSelectedVolumeMenu->count(), 2, 5000);
         QCOMPARE(c.mSelectedVolumeMenu->itemText(1), QStringLiteral("sv3 window vol"));
@@ -76,7 +68,7 @@ private slots:
 
         // After the unmount the volume is no longer in the table, so it does not count as
         // protected: no log line and no refresh, on purpose.
-        QVERIFY(run(QStringLiteral("umount"), {mountPoint}));
+        QVERIFY(TestEnv::runProgram(QStringLiteral("umount"), {mountPoint}));
         QTest::qWait(1000);
         QCOMPARE(c.mSelectedVolumeMenu->count(), 2);
         QVERIFY(!logText().contains("did Unmount"));

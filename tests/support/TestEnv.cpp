@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QStandardPaths>
 
 #include <cerrno>
@@ -34,6 +35,14 @@ TestEnv::~TestEnv()
     qputenv("HOME", mOldHome);
     // By bytes: QTemporaryDir cannot remove names that are not UTF-8.
     Removal::removeTree(homeBytes());
+}
+
+bool TestEnv::runProgram(const QString &program, const QStringList &args)
+{
+    QProcess p;
+    p.setProcessChannelMode(QProcess::ForwardedChannels);
+    p.start(program, args);
+    return p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
 }
 
 bool TestEnv::exists(const QByteArray &path)

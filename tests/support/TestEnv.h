@@ -25,6 +25,8 @@ public:
     static bool writeFile(const QByteArray &path, QByteArrayView content);
     static QByteArray readFile(const QByteArray &path);
     static bool exists(const QByteArray &path);
+    // Runs a program to its end with its output shown; true when it exited 0.
+    static bool runProgram(const QString &program, const QStringList &args);
 
 private:
     QTemporaryDir mDir;

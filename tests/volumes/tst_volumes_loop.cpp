@@ -19,13 +19,6 @@ class TstVolumesLoop : public QObject
     const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AB");
     const QString mountPoint = QStringLiteral("/mnt/sv3 test vol");
 
-    static bool run(const QString &program, const QStringList &args)
-    {
-        QProcess p;
-        p.setProcessChannelMode(QProcess::ForwardedChannels);
-        p.start(program, args);
-        return p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
-    }
 
 private slots:
     void initTestCase()
@@ -35,10 +28,10 @@ private slots:
             QSKIP(qPrintable(why));
         env = new TestEnv;
         // Our own /mnt, so nothing we create shows outside this namespace.
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
+        QVERIFY(TestEnv::runProgram(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
         const QString image = images.filePath(QStringLiteral("vol.img"));
-        QVERIFY(run(QStringLiteral("truncate"), {"-s", "8M", image}));
-        QVERIFY(run(QStringLiteral("mkfs.ext4"), {"-q", "-F", "-U", uuid.toLower(), "-L", "SV3TEST", image}));
+        QVERIFY(TestEnv::runProgram(QStringLiteral("truncate"), {"-s", "8M", image}));
+        QVERIFY(TestEnv::runProgram(QStringLiteral("mkfs.ext4"), {"-q", "-F", "-U", uuid.toLower(), "-L", "SV3TEST", image}));
         QVERIFY(QDir().mkpath(mountPoint));
     }
     void cleanupTestCase() { delete env; }
@@ -50,7 +43,7 @@ private slots:
         QSignalSpy mounted(&watcher, &MountWatcher::deviceDidMount);
         QSignalSpy unmounted(&watcher, &MountWatcher::deviceDidUnmount);
 
-        QVERIFY(run(QStringLiteral("mount"), {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
+        QVERIFY(TestEnv::runProgram(QStringLiteral("mount"), {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
         QTRY_COMPARE_WITH_TIMEOUT(mounted.size(), 1, 5000);
         QCOMPARE(mounted.at(0).at(0).toString(), mountPoint);
 
@@ -68,7 +61,7 @@ private slots:
         QVERIFY(CommonUtils::isVolumeProtected(mountPoint));
         QVERIFY(CommonUtils::getAllProtectedVolumes().contains(mountPoint));
 
-        QVERIFY(run(QStringLiteral("umount"), {mountPoint}));
+        QVERIFY(TestEnv::runProgram(QStringLiteral("umount"), {mountPoint}));
         QTRY_COMPARE_WITH_TIMEOUT(unmounted.size(), 1, 5000);
         QCOMPARE(unmounted.at(0).at(0).toString(), mountPoint);
         QCOMPARE(mounted.size(), 1);
