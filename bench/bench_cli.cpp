@@ -3,10 +3,16 @@
 //   bench_cli SALVORA_BINARY HOME_WITH_CACHE [RUNS]
 #include "BenchUtil.h"
 
+#include <dirent.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <thread>
 
 namespace {
 
@@ -69,6 +75,63 @@ long countLines(const char *file)
     return n;
 }
 
+// The least any listing with sizes can cost: every time folder read once and one size-only statx
+// per item that is not a folder, on every core, with nothing sorted, formatted or written.
+long walkFloor(const std::string &cache)
+{
+    std::vector<std::string> days;
+    if (DIR *d = opendir(cache.c_str())) {
+        while (const dirent *e = readdir(d))
+            if (e->d_type == DT_DIR && std::strncmp(e->d_name, "20", 2) == 0)
+                days.push_back(cache + '/' + e->d_name);
+        closedir(d);
+    }
+    std::atomic<std::size_t> next{0};
+    std::atomic<long> items{0};
+    // Calls fn(dirfd, name, type) for each entry of the folder at dirfd.
+    auto entries = [](int fd, auto &&fn) {
+        alignas(8) char buf[32768];
+        for (long n; (n = syscall(SYS_getdents64, fd, buf, sizeof buf)) > 0;)
+            for (long p = 0; p < n;) {
+                const auto *e = reinterpret_cast<const dirent64 *>(buf + p);
+                p += e->d_reclen;
+                if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0)
+                    fn(e->d_name, e->d_type);
+            }
+    };
+    auto worker = [&] {
+        long mine = 0;
+        for (std::size_t i; (i = next++) < days.size();) {
+            const int day = open(days[i].c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            if (day < 0)
+                continue;
+            entries(day, [&](const char *timeName, unsigned char type) {
+                if (type != DT_DIR || std::strncmp(timeName, "20", 2) != 0)
+                    return;
+                const int time = openat(day, timeName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+                if (time < 0)
+                    return;
+                entries(time, [&](const char *name, unsigned char t) {
+                    struct statx sx;
+                    if (t != DT_DIR)
+                        statx(time, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_SIZE, &sx);
+                    ++mine;
+                });
+                close(time);
+            });
+            close(day);
+        }
+        items += mine;
+    };
+    std::vector<std::thread> threads;
+    for (unsigned c = 1; c < std::max(1u, std::thread::hardware_concurrency()); ++c)
+        threads.emplace_back(worker);
+    worker();
+    for (std::thread &t : threads)
+        t.join();
+    return items;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -93,6 +156,7 @@ int main(int argc, char **argv)
     const Measure find = medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3"}, "/dev/null");
     const Measure ls = medianOf(runs, {salvora, "ls", "--json"}, out);
     const long items = countLines(out) - 1;
+    const Measure lsNoSizes = medianOf(runs, {salvora, "ls", "--json", "--no-sizes"}, "/dev/null");
     const Measure findReport = medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3", "-iname", "*report*"}, "/dev/null");
     const Measure lsReport = medianOf(runs, {salvora, "ls", "--json", "-s", "report"}, out);
     const long reportItems = countLines(out) - 1;
@@ -106,11 +170,17 @@ int main(int argc, char **argv)
     std::fclose(names);
     const Measure findSizes =
         medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3", "-printf", "%s %p\n"}, "/dev/null");
+    long floorItems = 0;
+    const double floorTime = bench::medianSeconds(runs, [&] { floorItems = walkFloor(cache); });
     const double perItem = items > 0 ? double(ls.maxRssKiB - empty.maxRssKiB) * 1024.0 / double(items) - nameBytes : 0;
     std::printf("items listed: %ld (report: %ld)\n", items, reportItems);
     std::printf("find -mindepth 3 -maxdepth 3            : %7.3f s\n", find.seconds);
     std::printf("salvora ls --json                       : %7.3f s  ratio %.2f (target <= 0.90)\n", ls.seconds,
                 ls.seconds / find.seconds);
+    std::printf("salvora ls --json --no-sizes            : %7.3f s  ratio %.2f\n", lsNoSizes.seconds,
+                lsNoSizes.seconds / find.seconds);
+    std::printf("floor: read + size statx only, all cores: %7.3f s  ratio %.2f (%ld items; no sort, no output)\n",
+                floorTime, floorTime / find.seconds, floorItems);
     std::printf("find ... -iname '*report*'              : %7.3f s\n", findReport.seconds);
     std::printf("salvora ls --json -s report             : %7.3f s  ratio %.2f (target <= 0.60)\n", lsReport.seconds,
                 lsReport.seconds / findReport.seconds);

@@ -81,12 +81,17 @@ void appendJsonChars(std::string &out, QByteArrayView bytes)
     const auto *p = reinterpret_cast<const unsigned char *>(bytes.data());
     const std::size_t n = std::size_t(bytes.size());
     for (std::size_t i = 0; i < n;) {
-        const unsigned char c = p[i];
-        if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') {
-            out += char(c);
-            ++i;
-            continue;
+        // Runs of plain characters, the usual case, are copied in one piece.
+        std::size_t plain = i;
+        while (plain < n && p[plain] >= 0x20 && p[plain] < 0x80 && p[plain] != '"' && p[plain] != '\\')
+            ++plain;
+        if (plain > i) {
+            out.append(reinterpret_cast<const char *>(p + i), plain - i);
+            i = plain;
+            if (i == n)
+                break;
         }
+        const unsigned char c = p[i];
         if (c < 0x80) {
             switch (c) {
             case '"': out += "\\\""; break;

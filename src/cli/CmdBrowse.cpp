@@ -125,7 +125,7 @@ int days(int argc, char **argv)
 
 int ls(int argc, char **argv)
 {
-    const Args a(argc, argv, 2, {"-v", "-d", "-t", "-s", "--sort"}, {"-r", "--json"});
+    const Args a(argc, argv, 2, {"-v", "-d", "-t", "-s", "--sort"}, {"-r", "--json", "--no-sizes"});
     if (!a.ok() || !a.positional().isEmpty())
         return CliIo::fail(a.ok() ? QStringLiteral("ls takes no arguments but options (see --help)") : a.error(), 2);
     const QByteArray sortBy = a.value("--sort").value_or("name");
@@ -157,7 +157,8 @@ int ls(int argc, char **argv)
 
     ContentsScan::Options options;
     options.pattern = NameMatch::Pattern(QString::fromLocal8Bit(a.value("-s").value_or(QByteArray())));
-    options.readSizes = true;
+    // Sizes cost one statx per file, more than reading the folders; --no-sizes leaves them out.
+    options.readSizes = !a.flag("--no-sizes");
     std::atomic<bool> stop{false};
     CacheItems items;
     // The days' file counts bound the number of items from above in practice (a folder item holds

@@ -23,10 +23,11 @@ const Command kCommands[] = {
     {"days", Commands::days, "days [-v N] [--json]",
      "The days in the cache of volume N (default 0): name, label, size, item count; then the\n"
      "two summary lines of the window's day list."},
-    {"ls", Commands::ls, "ls [-v N] [-d DAY]... [-t TIMEFOLDER] [-s TEXT] [--sort name|time] [-r] [--json]",
+    {"ls", Commands::ls, "ls [-v N] [-d DAY]... [-t TIMEFOLDER] [-s TEXT] [--sort name|time] [-r] [--no-sizes]\n     [--json]",
      "The items of the given days (default: all days), or of one time folder, whose own names\n"
      "contain TEXT (ignoring case), sorted as the window sorts them. Each row: name, size (empty\n"
-     "for folders), caching time, full path."},
+     "for folders), caching time, full path. --no-sizes leaves sizes out (null in JSON), which\n"
+     "spares a file-system call per file."},
     {"size", Commands::size, "size PATH [--json]", "The recursive size of a cached folder."},
     {"restore", Commands::restore, "restore ITEM... --to DIR | --to-original [--json]",
      "Copies items out of the cache into DIR, or back where they were deleted from when the\n"

@@ -108,6 +108,7 @@ private slots:
         QCOMPARE(r.status, 0);
         QCOMPARE(r.out.count('\n'), 2);
         QVERIFY(r.out.startsWith("Annual report.pdf\t1.5 KB\t"));
+        QVERIFY(salvora({"ls", "-s", "annual", "--no-sizes"}).out.startsWith("Annual report.pdf\t\t"));
         QVERIFY(r.out.contains("caf\\xe9 report\\n2.txt\t")); // escaped for the terminal
         QVERIFY(!r.out.contains("rep_ort"));
 
