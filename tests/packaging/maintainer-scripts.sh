@@ -8,7 +8,11 @@ root=$(mktemp -d)
 chmod 755 "$root"
 started=''
 # Only the processes this test started are stopped, by process id.
-trap 'for p in $started; do kill -KILL "$p" 2>/dev/null || true; done; rm -rf "$root"' EXIT
+cleanup() {
+    for p in $started; do kill -KILL "$p" 2>/dev/null || true; done
+    rm -rf "$root"
+}
+trap cleanup EXIT
 failures=0
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 owner_mode() { stat -c '%U:%G %a' "$1"; }
@@ -81,6 +85,7 @@ start() { "$@" & pid=$!; started="$started $pid"; }
 start "$root/usr/bin/salvora3-menu" 300; menu=$pid
 start setpriv --reuid=65534 --regid=65534 --clear-groups "$libexec/sv3daemon-agent" 300; agent=$pid
 # A privileged half that ignores SIGTERM (an ignored signal stays ignored across exec).
+# shellcheck disable=SC2016
 start sh -c 'trap "" TERM; exec "$1" 300' sh "$libexec/sv3daemon"; stubborn=$pid
 start "$root/other/bin/sv3daemon-agent" 300; namesake=$pid
 start "$root/usr/bin/salvora3" 300; window=$pid
@@ -95,7 +100,7 @@ for action in upgrade failed-upgrade; do
     DPKG_ROOT=$root sh "$control/prerm" $action 3.0.1 || fail "prerm $action failed"
 done
 for pid in $menu $agent $stubborn $old; do
-    alive "$pid" || fail "prerm upgrade stopped $pid ($(cat /proc/$pid/cmdline 2>/dev/null | tr '\0' ' '))"
+    alive "$pid" || fail "prerm upgrade stopped $pid ($(tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null))"
 done
 begin=$(date +%s)
 DPKG_ROOT=$root sh "$control/prerm" remove 2>"$root/prerm.err" || fail "prerm remove failed"
