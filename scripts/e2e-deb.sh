@@ -81,8 +81,13 @@ session() {
     # folder; the user gets a folder of files and a trash folder, as an administrator gives them.
     install -d -o "$uid" -g "$gid" -m 755 "$vol_path/docs"
     install -d -o "$uid" -g "$gid" -m 700 "$vol_path/.Trash-$uid"
-    runtime=$(mktemp -d /tmp/salvora-e2e-run.XXXXXX)
-    chown "$uid:$gid" "$runtime" && chmod 700 "$runtime"
+    runtime=$E2E_WORK/runtime
+    install -d -o "$uid" -g "$gid" -m 700 "$runtime"
+    # pkexec, for this namespace only, records that it was asked and refuses as it does without
+    # an authentication agent: a launch that needs a password would show here.
+    printf '#!/bin/sh\necho "$*" >>"%s/pkexec-asked"\nexit 127\n' "$runtime" >"$E2E_WORK/pkexec"
+    chmod 755 "$E2E_WORK/pkexec"
+    mount --bind "$E2E_WORK/pkexec" /usr/bin/pkexec || { fail "replace pkexec in the namespace"; return; }
 
     # The user protects the volume the way the settings file records it; not a first launch.
     install -d -o "$uid" -g "$gid" "$home/.config" "$home/.config/Salvora"
@@ -126,18 +131,21 @@ EOF
     echo "$texts" >"$out/window-start.json"
     if kill -0 "$window_pid" 2>/dev/null && grep -q "Salvora 3 Launched." "$log" 2>/dev/null &&
         ! grep -q "Privileges to adminlauncher" "$log" && ! grep -q "Administrator rights" <<<"$texts" &&
-        [ -z "$(find /proc/[0-9]*/exe -maxdepth 0 -lname /usr/bin/pkexec 2>/dev/null)" ]; then
+        [ ! -e "$runtime/pkexec-asked" ]; then
         pass "no password asked: the window runs, logged its launch, tried no pkexec, shows no alert"
     else
         fail "the window started without asking for a password"
         note "log: $(head -n 5 "$log" 2>/dev/null | tr '\n' '|')"
         note "windows: $texts"
+        [ -e "$runtime/pkexec-asked" ] && note "pkexec was asked to run: $(cat "$runtime/pkexec-asked")"
     fi
     as_user import -window root png:- >"$out/window-start.png" && pass "screenshot $out/window-start.png"
 
     # The window starts the daemon; its privileged half keeps root, the agent runs as the user.
     local agent menu daemon
-    if wait_until 100 test -n "$(pids_of "$libexec/sv3daemon-agent" "$uid")"; then
+    agent_runs() { [ -n "$(pids_of "$libexec/sv3daemon-agent" "$uid")" ]; }
+    menu_runs() { [ -n "$(pids_of "$bindir/salvora3-menu" "$uid")" ]; }
+    if wait_until 100 agent_runs; then
         agent=$(pids_of "$libexec/sv3daemon-agent" "$uid")
         daemon=$(pids_of "$libexec/sv3daemon" 0)
         if [ -n "$daemon" ] && grep -q "Salvora 3 started sv3daemon." "$log"; then
@@ -152,7 +160,7 @@ EOF
         string:org.salvora.Salvora3.Daemon 2>/dev/null | grep -q "boolean true" &&
         pass "the daemon owns org.salvora.Salvora3.Daemon" || fail "the daemon owns its bus name"
     # The companion: started by the window, and put among the user's login items.
-    if wait_until 100 test -n "$(pids_of "$bindir/salvora3-menu" "$uid")" &&
+    if wait_until 100 menu_runs &&
         grep -qx "Exec=$bindir/salvora3-menu" "$home/.config/autostart/salvora3-menu.desktop" 2>/dev/null; then
         menu=$(pids_of "$bindir/salvora3-menu" "$uid")
         pass "the window started the companion ($menu) and added its login item"
@@ -392,7 +400,7 @@ if [ ! -e "/dev/disk/by-uuid/${uuid,,}" ]; then
 fi
 
 # 4. The session, in a private mount namespace.
-E2E_USER=$user E2E_LOOP=$loop E2E_UUID=$uuid E2E_TOKEN=$token E2E_OUT=$out E2E_TOP=$top \
+E2E_WORK=$work E2E_USER=$user E2E_LOOP=$loop E2E_UUID=$uuid E2E_TOKEN=$token E2E_OUT=$out E2E_TOP=$top \
     unshare --mount --propagation private -- "$0" --session
 session_failures=$?
 failures=$((failures + session_failures))
