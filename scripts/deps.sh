@@ -1,7 +1,8 @@
 #!/bin/sh
 # Installs every Debian 12 package that building, running, testing and packaging Salvora 3 needs.
-# The second-last line checks installed files (tests/packaging); the last one is for screenshots
-# on a virtual display (scripts/screenshots.sh and its test).
+# The third-last line checks installed files (tests/packaging); the second-last one is for
+# screenshots on a virtual display (scripts/screenshots.sh and its test); the last one lets
+# scripts/e2e-deb.sh read the window through the accessibility bus.
 set -eu
 SUDO=
 [ "$(id -u)" = 0 ] || SUDO=sudo
@@ -16,6 +17,7 @@ PACKAGES="
   desktop-file-utils appstream man-db
   xvfb x11-utils imagemagick adwaita-qt6 adwaita-icon-theme fonts-dejavu-core
   libglib2.0-bin gvfs trash-cli
+  at-spi2-core python3-gi gir1.2-atspi-2.0
 "
 if [ -z "${SALVORA_SKIP_APT:-}" ]; then
     $SUDO env DEBIAN_FRONTEND=noninteractive apt-get update -qq
