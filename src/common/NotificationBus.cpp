@@ -5,6 +5,7 @@
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QTimer>
 
 namespace {
 
@@ -118,4 +119,18 @@ void NotificationBus::onSignal(const QDBusMessage &message)
     const QString object = args.value(0).toString();
     const QVariantMap userInfo = demarshalled(args.value(1)).toMap();
     emit received(message.member(), object, userInfo);
+}
+
+void NotificationBus::whenSessionEnds(QObject *context, std::function<void()> onClosed, int intervalMs,
+                                      QDBusConnection connection)
+{
+    // QtDBus announces no disconnection; the connection just stops being connected when the bus's
+    // socket closes, which a cheap check notices.
+    auto *timer = new QTimer(context);
+    QObject::connect(timer, &QTimer::timeout, context, [timer, connection, onClosed = std::move(onClosed)] {
+        if (connection.isConnected()) return;
+        timer->stop();
+        onClosed();
+    });
+    timer->start(intervalMs);
 }

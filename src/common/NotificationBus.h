@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QVariantMap>
 
+#include <functional>
+
 class QDBusMessage;
 
 // Broadcast notifications over the session bus: a D-Bus signal from any sender on object path
@@ -25,6 +27,12 @@ public:
                      QDBusConnection connection = QDBusConnection::sessionBus());
     // Returns once everything sent so far has left this process (a round trip to the bus).
     static void flush(QDBusConnection connection = QDBusConnection::sessionBus());
+
+    // Calls `onClosed` once the session bus connection is gone (the session ended), checking every
+    // `intervalMs`. Programs that live for a session use it to end with their session rather than
+    // linger after logout. The timer belongs to `context`.
+    static void whenSessionEnds(QObject *context, std::function<void()> onClosed, int intervalMs = 2000,
+                                QDBusConnection connection = QDBusConnection::sessionBus());
 
     // User-info helpers for the delete list.
     static QVariantMap deleteListUserInfo(const QByteArrayList &paths);

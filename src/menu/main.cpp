@@ -33,6 +33,8 @@ int main(int argc, char **argv)
     MenuController controller;
     QObject::connect(&controller, &MenuController::quitRequested, &app, &QCoreApplication::quit,
                      Qt::QueuedConnection);
+    // Logging out closes the session bus: the companion ends with its session.
+    if (bus.isConnected()) NotificationBus::whenSessionEnds(&app, [] { QCoreApplication::quit(); });
     controller.start();
     return app.exec();
 }

@@ -4,6 +4,7 @@
 #include "Agent.h"
 #include "PrivilegedClient.h"
 #include "common/Log.h"
+#include "common/NotificationBus.h"
 #include "common/Notifications.h"
 
 #include <QCoreApplication>
@@ -66,6 +67,11 @@ int main(int argc, char **argv)
     QSocketNotifier quitNotifier(sfd, QSocketNotifier::Read);
     QObject::connect(&quitNotifier, &QSocketNotifier::activated, &app,
                      [] { QCoreApplication::quit(); });
+    // Logging out closes the session bus; an agent left behind would keep its root helper too.
+    NotificationBus::whenSessionEnds(&app, [] {
+        CommonUtils::addToLogFile(QStringLiteral("sv3daemon: the session bus is gone."));
+        QCoreApplication::quit();
+    });
 
     const int rc = QCoreApplication::exec();
     CommonUtils::addToLogFile(QStringLiteral("sv3daemon quits."));
