@@ -83,19 +83,6 @@ bool Daemon::waitForShadows(int count, int timeoutMs)
     return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
 }
 
-bool run(const QString &program, const QStringList &args, QByteArray *output, int timeoutMs)
-{
-    QProcess p;
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(program, args);
-    const bool ok =
-        p.waitForFinished(timeoutMs) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
-    const QByteArray out = p.readAll();
-    if (output) *output = out;
-    if (!ok) qWarning().noquote() << program << args.join(QLatin1Char(' ')) << "failed:" << out;
-    return ok;
-}
-
 bool haveProgram(const char *name)
 {
     return !QStandardPaths::findExecutable(QLatin1String(name)).isEmpty();

@@ -65,9 +65,10 @@ struct Session
     bool trashAndShadow(const QByteArray &cache, const QByteArrayList &paths);
 };
 
-// Runs a program to its end; true when it exited with 0.
-bool run(const QString &program, const QStringList &args, QByteArray *output = nullptr,
-         int timeoutMs = 30000);
+inline bool run(const QString &program, const QStringList &args, QByteArray *output = nullptr)
+{
+    return TestEnv::runProgram(program, args, output);
+}
 bool haveProgram(const char *name);
 inline QString str(const QByteArray &path)
 {

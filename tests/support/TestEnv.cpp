@@ -37,12 +37,15 @@ TestEnv::~TestEnv()
     Removal::removeTree(homeBytes());
 }
 
-bool TestEnv::runProgram(const QString &program, const QStringList &args)
+bool TestEnv::runProgram(const QString &program, const QStringList &args, QByteArray *output)
 {
     QProcess p;
-    p.setProcessChannelMode(QProcess::ForwardedChannels);
+    p.setProcessChannelMode(output ? QProcess::MergedChannels : QProcess::ForwardedChannels);
     p.start(program, args);
-    return p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    const bool ok =
+        p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    if (output) *output = p.readAll();
+    return ok;
 }
 
 bool TestEnv::mountExt4Image(const QString &image, const QString &uuid, const QString &mountPoint,

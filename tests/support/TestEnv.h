@@ -29,8 +29,9 @@ public:
     static bool exists(const QByteArray &path);
     // Permission bits (with set-user-id and sticky) of a path, links not followed; 0 when absent.
     static mode_t modeOf(const QByteArray &path);
-    // Runs a program to its end with its output shown; true when it exited 0.
-    static bool runProgram(const QString &program, const QStringList &args);
+    // Runs a program to its end with its output shown, or kept in `output`; true when it exited 0.
+    static bool runProgram(const QString &program, const QStringList &args,
+                           QByteArray *output = nullptr);
     // Root in a private mount namespace only: a new ext4 image of that UUID, loop-mounted at
     // mountPoint (created).
     static bool mountExt4Image(const QString &image, const QString &uuid, const QString &mountPoint,
