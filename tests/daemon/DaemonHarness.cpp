@@ -1,6 +1,9 @@
 #include "DaemonHarness.h"
 
+#include "cache/CacheCommit.h"
+#include "cache/CacheLayout.h"
 #include "common/Log.h"
+#include "common/Notifications.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -10,6 +13,7 @@
 #include <QStandardPaths>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <dirent.h>
 #include <fcntl.h>
@@ -63,13 +67,9 @@ QByteArray Daemon::output()
 
 bool Daemon::waitForOutput(const QByteArray &needle, int timeoutMs)
 {
-    return QTest::qWaitFor(
-               [&] {
-                   if (mProcess.state() == QProcess::NotRunning && !output().contains(needle))
-                       return true;
-                   return output().contains(needle);
-               },
-               timeoutMs) &&
+    // Gives up early when the daemon has ended without saying it.
+    return QTest::qWaitFor([&] { return output().contains(needle) || !isRunning(); },
+                           timeoutMs) &&
            output().contains(needle);
 }
 
@@ -83,22 +83,55 @@ bool Daemon::waitForShadows(int count, int timeoutMs)
     return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
 }
 
-bool run(const QString &program, const QStringList &args, QByteArray *output, int timeoutMs)
-{
-    QProcess p;
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(program, args);
-    const bool ok =
-        p.waitForFinished(timeoutMs) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
-    const QByteArray out = p.readAll();
-    if (output) *output = out;
-    if (!ok) qWarning().noquote() << program << args.join(QLatin1Char(' ')) << "failed:" << out;
-    return ok;
-}
-
 bool haveProgram(const char *name)
 {
     return !QStandardPaths::findExecutable(QLatin1String(name)).isEmpty();
+}
+
+Session::Session()
+{
+    bus.observe(QLatin1String(Notifications::Salvora3Notification));
+}
+
+int Session::heard(const char *object) const
+{
+    return int(std::count_if(spy.begin(), spy.end(), [&](const QList<QVariant> &args) {
+        return args.value(1).toString() == QLatin1String(object);
+    }));
+}
+
+bool Session::shadowedSince(int mark, const QByteArray &cache, int count)
+{
+    return QTest::qWaitFor([&] { return pendingCount(cache) == count; }, 10000) &&
+           daemon.waitForShadows(mark + count);
+}
+
+bool Session::trashAndShadow(const QByteArray &cache, const QByteArrayList &paths)
+{
+    const int mark = daemon.shadowsTaken();
+    return trashPut(paths) && shadowedSince(mark, cache, int(paths.size()));
+}
+
+bool trashPut(const QByteArrayList &paths)
+{
+    QStringList args;
+    for (const QByteArray &p : paths)
+        args << str(p);
+    return run(QStringLiteral("trash-put"), args);
+}
+
+bool emptyTrash(const QByteArray &trash)
+{
+    return run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(trash)});
+}
+
+bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName)
+{
+    const QByteArray info = "[Trash Info]\nPath=" + path.toPercentEncoding("/") +
+                            "\nDeletionDate=2024-05-03T14:07:55\n";
+    return TestEnv::makeFolders(trash + "/files") &&
+           TestEnv::writeFile(trash + "/info/" + trashName + ".trashinfo", info) &&
+           ::rename(path.constData(), (trash + "/files/" + trashName).constData()) == 0;
 }
 
 bool pointBusActivationAtTestHome()
@@ -118,16 +151,24 @@ bool pointBusActivationAtTestHome()
 
 namespace {
 
+// Names in a folder, sorted, without "." and "..".
+QByteArrayList names(const QByteArray &folder, bool hidden = true)
+{
+    QByteArrayList out;
+    if (DIR *d = opendir(folder.constData())) {
+        while (dirent *e = readdir(d))
+            if (qstrcmp(e->d_name, ".") != 0 && qstrcmp(e->d_name, "..") != 0 &&
+                (hidden || e->d_name[0] != '.'))
+                out.append(QByteArray(e->d_name));
+        closedir(d);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
 void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray, QByteArray> &out)
 {
-    DIR *d = opendir((rel.isEmpty() ? base : base + '/' + rel).constData());
-    if (!d) return;
-    QByteArrayList names;
-    while (dirent *e = readdir(d))
-        if (qstrcmp(e->d_name, ".") != 0 && qstrcmp(e->d_name, "..") != 0)
-            names.append(QByteArray(e->d_name));
-    closedir(d);
-    for (const QByteArray &name : names) {
+    for (const QByteArray &name : names(rel.isEmpty() ? base : base + '/' + rel)) {
         const QByteArray r = rel.isEmpty() ? name : rel + '/' + name;
         const QByteArray full = base + '/' + r;
         struct stat st{};
@@ -140,27 +181,9 @@ void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray
             const ssize_t n = readlink(full.constData(), buf, sizeof buf);
             out.insert(r, "l:" + QByteArray(buf, n > 0 ? n : 0));
         } else {
-            const int fd = ::open(full.constData(), O_RDONLY | O_CLOEXEC);
-            QByteArray content;
-            char buf[65536];
-            for (ssize_t n; fd >= 0 && (n = ::read(fd, buf, sizeof buf)) > 0;)
-                content.append(buf, n);
-            if (fd >= 0) ::close(fd);
-            out.insert(r, "f:" + content);
+            out.insert(r, "f:" + TestEnv::readFile(full));
         }
     }
-}
-
-QByteArrayList entries(const QByteArray &folder)
-{
-    QByteArrayList names;
-    if (DIR *d = opendir(folder.constData())) {
-        while (dirent *e = readdir(d))
-            if (e->d_name[0] != '.') names.append(QByteArray(e->d_name));
-        closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 } // namespace
@@ -175,42 +198,34 @@ QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder)
 QByteArrayList cachedItems(const QByteArray &cacheFolder)
 {
     QByteArrayList items;
-    for (const QByteArray &day : entries(cacheFolder))
-        for (const QByteArray &time : entries(cacheFolder + '/' + day)) {
+    for (const QByteArray &day : names(cacheFolder, false))
+        for (const QByteArray &time : names(cacheFolder + '/' + day, false))
             // Hidden names too: a kept item may be one.
-            DIR *d = opendir((cacheFolder + '/' + day + '/' + time).constData());
-            if (!d) continue;
-            while (dirent *e = readdir(d))
-                if (qstrcmp(e->d_name, ".") != 0 && qstrcmp(e->d_name, "..") != 0)
-                    items.append(day + '/' + time + '/' + e->d_name);
-            closedir(d);
-        }
+            for (const QByteArray &name : names(cacheFolder + '/' + day + '/' + time))
+                items.append(day + '/' + time + '/' + name);
     std::sort(items.begin(), items.end());
     return items;
 }
 
-int pendingCount(const QByteArray &cacheFolder)
+QByteArray kept(const QByteArray &cacheFolder, const QByteArray &name)
 {
-    return int(entries(cacheFolder + "/.pending/" + QByteArray::number(getuid())).size());
+    const QByteArrayList items = cachedItems(cacheFolder);
+    for (auto it = items.crbegin(); it != items.crend(); ++it)
+        if (it->endsWith('/' + name)) return cacheFolder + '/' + *it;
+    return {};
 }
 
-bool removeTree(const QByteArray &path)
+bool keptFrom(const QByteArray &cacheFolder, const QByteArray &path)
 {
-    struct stat st{};
-    if (lstat(path.constData(), &st) != 0) return errno == ENOENT;
-    if (S_ISDIR(st.st_mode)) {
-        QByteArrayList names;
-        if (DIR *d = opendir(path.constData())) {
-            while (dirent *e = readdir(d))
-                if (qstrcmp(e->d_name, ".") != 0 && qstrcmp(e->d_name, "..") != 0)
-                    names.append(QByteArray(e->d_name));
-            closedir(d);
-        }
-        for (const QByteArray &n : names)
-            removeTree(path + '/' + n);
-        return rmdir(path.constData()) == 0;
-    }
-    return unlink(path.constData()) == 0;
+    const QList<CacheCommit::Origin> origins = CacheCommit::readOrigins(
+        cacheFolder, CommonUtils::nameForCacheFolderForToday().toLatin1());
+    return std::any_of(origins.begin(), origins.end(),
+                       [&](const CacheCommit::Origin &o) { return o.path == path; });
+}
+
+int pendingCount(const QByteArray &cacheFolder)
+{
+    return int(names(cacheFolder + "/.pending/" + QByteArray::number(getuid()), false).size());
 }
 
 QByteArray logContent()

@@ -1,9 +1,14 @@
 #pragma once
 
+#include "TestEnv.h"
+#include "browser/Removal.h"
+#include "common/NotificationBus.h"
+
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QMap>
 #include <QProcess>
+#include <QSignalSpy>
 #include <QString>
 #include <QStringList>
 
@@ -41,10 +46,38 @@ private:
     QByteArray mOutput;
 };
 
-// Runs a program to its end; true when it exited with 0.
-bool run(const QString &program, const QStringList &args, QByteArray *output = nullptr,
-         int timeoutMs = 30000);
+// A private home, the daemon and an ear on its "Salvora3Notification"s; the daemon is started
+// by the test once its settings are in place.
+struct Session
+{
+    Session();
+    TestEnv env;
+    QByteArray home = env.homeBytes();
+    NotificationBus bus;
+    QSignalSpy spy{&bus, &NotificationBus::received};
+    Daemon daemon;
+    // How many notifications with this object were heard.
+    int heard(const char *object) const;
+    // Waits until the daemon took `count` shadows more than `mark` (shadowsTaken() before the
+    // trashing) and `cache`'s pending area holds `count`.
+    bool shadowedSince(int mark, const QByteArray &cache, int count);
+    // `trash-put`, then shadowedSince() for each path.
+    bool trashAndShadow(const QByteArray &cache, const QByteArrayList &paths);
+};
+
+inline bool run(const QString &program, const QStringList &args, QByteArray *output = nullptr)
+{
+    return TestEnv::runProgram(program, args, output);
+}
 bool haveProgram(const char *name);
+inline QString str(const QByteArray &path)
+{
+    return QFile::decodeName(path);
+}
+bool trashPut(const QByteArrayList &paths);
+bool emptyTrash(const QByteArray &trash);
+// Trashes the way every file manager does: the .trashinfo first, then a rename into files/.
+bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName);
 
 // Makes the bus start services (gvfsd, which empties the trash for `gio trash --empty`) with the
 // test's home, never the real one.
@@ -54,10 +87,13 @@ bool pointBusActivationAtTestHome();
 QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder);
 // Items kept in a cache: "<day>/<time>/<name>" for each item of each time folder.
 QByteArrayList cachedItems(const QByteArray &cacheFolder);
+// The newest kept item of that name, as a full path; empty when none.
+QByteArray kept(const QByteArray &cacheFolder, const QByteArray &name);
+// Whether today's origins of a cache record an item kept from that path.
+bool keptFrom(const QByteArray &cacheFolder, const QByteArray &path);
 // Shadows waiting in a cache's pending area for the current user.
 int pendingCount(const QByteArray &cacheFolder);
-// Recursive removal without following links, for byte names that QDir cannot remove.
-bool removeTree(const QByteArray &path);
+using Removal::removeTree;
 QByteArray logContent();
 // utime + stime of a process, in clock ticks.
 qint64 cpuTicks(qint64 pid);

@@ -1,18 +1,14 @@
 #include "DaemonHarness.h"
-#include "TestEnv.h"
 
 #include "cache/FolderWalk.h"
-#include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
-#include <QSignalSpy>
 #include <QTest>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Harness;
@@ -22,33 +18,24 @@ using namespace Harness;
 class TstDaemonPerf : public QObject
 {
     Q_OBJECT
-    TestEnv *env = nullptr;
-    Daemon *daemon = nullptr;
-    QByteArray home, cache, trash;
+    Session *s = nullptr;
+    QByteArray cache, trash;
 
     static constexpr int kFolders = 100;
     static constexpr int kFilesPerFolder = 100;
 
-    bool makeBigTree(const QByteArray &root)
+    // A trashed folder of kFolders * kFilesPerFolder files, once the agent has its shadow.
+    bool trashBigTree(const QByteArray &name)
     {
-        for (int d = 0; d < kFolders; ++d) {
-            const QByteArray folder = root + "/d" + QByteArray::number(d);
-            if (!TestEnv::makeFolders(folder)) return false;
+        const QByteArray root = s->home + '/' + name;
+        for (int d = 0; d < kFolders; ++d)
             for (int f = 0; f < kFilesPerFolder; ++f)
-                if (!TestEnv::writeFile(folder + "/f" + QByteArray::number(f),
+                if (!TestEnv::writeFile(root + "/d" + QByteArray::number(d) + "/f" +
+                                            QByteArray::number(f),
                                         QByteArray::number(d * 1000 + f)))
                     return false;
-        }
-        return true;
-    }
-
-    bool trashByHand(const QByteArray &path, const QByteArray &name)
-    {
-        return TestEnv::makeFolders(trash + "/files") && TestEnv::makeFolders(trash + "/info") &&
-               TestEnv::writeFile(trash + "/info/" + name + ".trashinfo",
-                                  "[Trash Info]\nPath=" + path +
-                                      "\nDeletionDate=2024-05-03T14:07:55\n") &&
-               ::rename(path.constData(), (trash + "/files/" + name).constData()) == 0;
+        return trashByHand(trash, root, name) &&
+               QTest::qWaitFor([&] { return shadowMs(name) >= 0; }, 20000);
     }
 
     // The agent's own figure for the last shadow it took of `name`.
@@ -56,7 +43,7 @@ class TstDaemonPerf : public QObject
     {
         const QRegularExpression re(
             QStringLiteral("shadow of %1 : (\\d+) linked.* in (\\d+) ms").arg(QLatin1String(name)));
-        const auto m = re.match(QString::fromUtf8(daemon->output()));
+        const auto m = re.match(QString::fromUtf8(s->daemon.output()));
         return m.hasMatch() && m.captured(1).toInt() == kFolders * kFilesPerFolder
                    ? m.captured(2).toLongLong()
                    : -1;
@@ -65,22 +52,17 @@ class TstDaemonPerf : public QObject
     // Deletes an item out of the trash and reports how long until the daemon announced it kept.
     qint64 commitAfter(const std::function<void()> &deletion, const QByteArray &name)
     {
-        NotificationBus bus;
-        bus.observe(QLatin1String(Notifications::Salvora3Notification));
-        QSignalSpy spy(&bus, &NotificationBus::received);
+        s->spy.clear();
         deletion();
         QElapsedTimer t;
         t.start();
-        if (!QTest::qWaitFor([&] { return spy.size() > 0; }, 10000)) return -1;
+        const auto announced = [&] { return s->heard(Notifications::Salvora3DataMovedToCache); };
+        if (!QTest::qWaitFor([&] { return announced() > 0; }, 10000)) return -1;
         const qint64 ms = t.elapsed();
-        const QByteArrayList items = cachedItems(cache);
-        for (const QByteArray &item : items)
-            if (item.endsWith('/' + name)) {
-                const FolderWalk::Totals totals = FolderWalk::countTree(cache + '/' + item);
-                if (totals.files != kFolders * kFilesPerFolder) return -1;
-                return ms;
-            }
-        return -1;
+        const QByteArray item = kept(cache, name);
+        return !item.isEmpty() && FolderWalk::countTree(item).files == kFolders * kFilesPerFolder
+                   ? ms
+                   : -1;
     }
 
 private slots:
@@ -88,32 +70,27 @@ private slots:
     {
         if (!QDBusConnection::sessionBus().isConnected())
             QSKIP("no session bus (run through ctest, which starts a private one)");
-        env = new TestEnv;
-        home = env->homeBytes();
-        cache = home + "/.Salvora3Cache";
-        trash = home + "/.local/share/Trash";
+        s = new Session;
+        cache = s->home + "/.Salvora3Cache";
+        trash = s->home + "/.local/share/Trash";
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
-        daemon = new Daemon;
-        QVERIFY2(daemon->start(), daemon->output().constData());
+        QVERIFY2(s->daemon.start(), s->daemon.output().constData());
     }
 
     void cleanupTestCase()
     {
-        const bool clean = !daemon || daemon->stop();
-        delete daemon;
-        daemon = nullptr;
-        if (env) removeTree(home);
-        delete env;
+        const bool clean = !s || s->daemon.stop();
+        delete s;
         QVERIFY(clean);
     }
 
     void idleUsesNoCpu()
     {
         QTest::qWait(500); // start-up work done
-        const qint64 before = cpuTicks(daemon->pid());
+        const qint64 before = cpuTicks(s->daemon.pid());
         QVERIFY(before >= 0);
         QTest::qWait(10000);
-        const qint64 used = cpuTicks(daemon->pid()) - before;
+        const qint64 used = cpuTicks(s->daemon.pid()) - before;
         qInfo("CPU used by the idle daemon over 10 s: %lld tick(s) of 1/%ld s", used,
               sysconf(_SC_CLK_TCK));
         QVERIFY(used <= 1);
@@ -122,10 +99,7 @@ private slots:
     void largeFolderIsKeptWithinASecond()
     {
         // GNOME's way: files/X is renamed into expunged/, then deleted there at leisure.
-        const QByteArray big = home + "/big";
-        QVERIFY(makeBigTree(big));
-        QVERIFY(trashByHand(big, "big"));
-        QTRY_VERIFY_WITH_TIMEOUT(shadowMs("big") >= 0, 20000);
+        QVERIFY(trashBigTree("big"));
         qInfo("shadow of a trashed folder of %d files taken in %lld ms", kFolders * kFilesPerFolder,
               shadowMs("big"));
         QVERIFY(TestEnv::makeFolders(trash + "/expunged"));
@@ -143,10 +117,7 @@ private slots:
         QVERIFY(removeTree(trash + "/expunged/1234"));
 
         // KDE's way: the folder is unlinked file by file; its own deletion comes last.
-        const QByteArray big2 = home + "/big2";
-        QVERIFY(makeBigTree(big2));
-        QVERIFY(trashByHand(big2, "big2"));
-        QTRY_VERIFY_WITH_TIMEOUT(shadowMs("big2") >= 0, 20000);
+        QVERIFY(trashBigTree("big2"));
         QElapsedTimer unlinking;
         const qint64 kde = commitAfter(
             [&] {

@@ -25,7 +25,7 @@ namespace {
 
 // sv3daemon, copied with a stand-in agent beside it; the test talks to the stand-in, which sends
 // the privileged helper whatever it is told.
-class Session
+class FakeAgent
 {
 public:
     bool start(const QString &program, const QStringList &args = {},
@@ -79,12 +79,6 @@ public:
     QProcess p;
     QByteArray mLog;
 };
-
-bool exists(const QByteArray &path)
-{
-    struct stat st{};
-    return ::lstat(path.constData(), &st) == 0;
-}
 
 bool copyExecutable(const QString &from, const QString &to, mode_t mode)
 {
@@ -202,11 +196,9 @@ private slots:
         home = env->homeBytes();
         const QString image = images.filePath(QStringLiteral("vol.img"));
         QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
-        QVERIFY(run(QStringLiteral("truncate"), {"-s", "8M", image}));
-        QVERIFY(run(QStringLiteral("mkfs.ext4"), {"-q", "-F", "-U", uuid.toLower(), image}));
-        for (const char *d : {"/mnt/vol", "/mnt/plain", "/mnt/notmounted", "/mnt/bin", "/mnt/bin2"})
+        QVERIFY(TestEnv::mountExt4Image(image, uuid, QStringLiteral("/mnt/vol")));
+        for (const char *d : {"/mnt/plain", "/mnt/notmounted", "/mnt/bin", "/mnt/bin2"})
             QVERIFY(TestEnv::makeFolders(d));
-        QVERIFY(run(QStringLiteral("mount"), {"-o", "loop", image, "/mnt/vol"}));
         QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3plain", "/mnt/plain"}));
         // Set-user-id works on these two (the test's own /tmp may forbid it).
         QVERIFY(
@@ -233,18 +225,16 @@ private slots:
     void cleanupTestCase()
     {
         run(QStringLiteral("umount"), {QFile::decodeName(home + "/notelig")});
-        if (env) removeTree(home);
         delete env;
     }
 
     void createRequests()
     {
-        Session s;
+        FakeAgent s;
         QVERIFY(s.start(exe("bin", "sv3daemon")));
         QCOMPARE(s.create(vol), QByteArray("done"));
         struct stat st{};
-        QVERIFY(::lstat(cache.constData(), &st) == 0);
-        QVERIFY(S_ISDIR(st.st_mode));
+        QVERIFY(::lstat(cache.constData(), &st) == 0 && S_ISDIR(st.st_mode));
         QCOMPARE(st.st_mode & 07777, mode_t(0777));
         QCOMPARE(s.create(vol), QByteArray("done")); // already there
 
@@ -261,20 +251,22 @@ private slots:
         for (const QByteArray &m : hostile)
             QVERIFY2(s.create(m) == "refused", m.constData());
         // The helper never follows the link it was refused.
-        QVERIFY(!exists("/mnt/plain/.Salvora3Cache") && !exists(home + "/notelig/.Salvora3Cache"));
+        QVERIFY(!TestEnv::exists("/mnt/plain/.Salvora3Cache") &&
+                !TestEnv::exists(home + "/notelig/.Salvora3Cache"));
         QVERIFY(s.quit());
     }
 
     void removeRequests()
     {
-        Session s;
+        FakeAgent s;
         QVERIFY(s.start(exe("bin", "sv3daemon")));
         const QByteArray time = "2024-01-01/2024-01-01 10_00_00";
         QVERIFY(TestEnv::writeFile(cache + '/' + time + "/item.txt", "x"));
         QVERIFY(TestEnv::writeFile(cache + '/' + time + "/dir/sub/f", "y"));
         QCOMPARE(s.remove(cache, time + "/item.txt"), QByteArray("done"));
         QCOMPARE(s.remove(cache, time + "/dir"), QByteArray("done"));
-        QVERIFY(!exists(cache + '/' + time + "/item.txt") && !exists(cache + '/' + time + "/dir"));
+        QVERIFY(!TestEnv::exists(cache + '/' + time + "/item.txt") &&
+                !TestEnv::exists(cache + '/' + time + "/dir"));
         QCOMPARE(s.remove(cache, time + "/already-gone"), QByteArray("done"));
 
         for (const QByteArray &rel :
@@ -287,7 +279,7 @@ private slots:
         QVERIFY(::symlink(victim.constData(), (cache + "/2024-01-02").constData()) == 0);
         QCOMPARE(s.remove(cache, "2024-01-02/v.txt"), QByteArray("failed"));
         QCOMPARE(s.remove(cache, "2024-01-02"), QByteArray("done"));
-        QVERIFY(!exists(cache + "/2024-01-02"));
+        QVERIFY(!TestEnv::exists(cache + "/2024-01-02"));
         QVERIFY(TestEnv::makeFolders(cache + "/2024-01-03/t/folder"));
         QVERIFY(::symlink(victim.constData(), (cache + "/2024-01-03/t/folder/link").constData()) ==
                 0);
@@ -339,7 +331,7 @@ private slots:
     {
         // A folder of the cache keeps being exchanged with a link to the victim while removals
         // inside it are asked for; whatever the timing, nothing outside the cache goes.
-        Session s;
+        FakeAgent s;
         QVERIFY(s.start(exe("bin", "sv3daemon")));
         const QByteArray race = cache + "/race";
         QVERIFY(TestEnv::writeFile(race + "/d/x", "x"));
@@ -388,7 +380,7 @@ private slots:
 
     void helperLeavesWithTheAgent()
     {
-        Session s;
+        FakeAgent s;
         QVERIFY(s.start(exe("bin", "sv3daemon")));
         const qint64 helper = s.status().value("helper").toLongLong();
         QVERIFY(helper > 0);
@@ -415,7 +407,7 @@ private slots:
         penv.insert(QStringLiteral("PATH"), QStringLiteral("/usr/bin:/bin"));
         penv.insert(QStringLiteral("HOME"), QFile::decodeName(home + "/evil"));
         penv.insert(QStringLiteral("XDG_CONFIG_HOME"), QFile::decodeName(home + "/evil/.config"));
-        Session s;
+        FakeAgent s;
         QVERIFY(s.start(QStringLiteral("setpriv"), asUser() << exe("bin", "sv3daemon"), penv));
         // One answer first: the helper limits itself before it serves.
         QCOMPARE(s.create("/"), QByteArray("refused"));
@@ -446,7 +438,7 @@ private slots:
         // Another home folder is not the user's.
         QVERIFY(TestEnv::writeFile(home + "/.Salvora3Cache/2024-02-03/t/f", "x"));
         QCOMPARE(s.remove(home + "/.Salvora3Cache", "2024-02-03"), QByteArray("refused"));
-        QVERIFY(exists(home + "/.Salvora3Cache/2024-02-03/t/f"));
+        QVERIFY(TestEnv::exists(home + "/.Salvora3Cache/2024-02-03/t/f"));
         const qint64 helper = st.value("helper").toLongLong();
         QVERIFY(s.quit());
         QVERIFY(gone(helper));
@@ -492,25 +484,19 @@ private slots:
         // And it does its work with the user's rights.
         QVERIFY(TestEnv::writeFile(userHome + "/doc.txt", "the user's"));
         QVERIFY(::chown((userHome + "/doc.txt").constData(), uid, gid) == 0);
-        QProcess put;
-        put.setProcessEnvironment(penv);
-        put.start(QStringLiteral("setpriv"), asUser() << QStringLiteral("trash-put")
-                                                      << QFile::decodeName(userHome + "/doc.txt"));
-        QVERIFY(put.waitForFinished(30000) && put.exitCode() == 0);
-        QVERIFY(d.waitForShadows(1));
-        QProcess empty;
-        empty.setProcessEnvironment(penv);
-        empty.start(QStringLiteral("setpriv"),
-                    asUser() << QStringLiteral("trash-empty")
-                             << QStringLiteral("--trash-dir=%1/.local/share/Trash")
-                                    .arg(QFile::decodeName(userHome)));
-        QVERIFY(empty.waitForFinished(30000) && empty.exitCode() == 0);
-        const auto keptDoc = [&] {
-            const QByteArrayList items = cachedItems(userHome + "/.Salvora3Cache");
-            return std::any_of(items.begin(), items.end(),
-                               [](const QByteArray &i) { return i.endsWith("/doc.txt"); });
+        const auto asTheUser = [&](const QStringList &args) {
+            QProcess p;
+            p.setProcessEnvironment(penv);
+            p.start(QStringLiteral("setpriv"), asUser() + args);
+            return p.waitForFinished(30000) && p.exitCode() == 0;
         };
-        QTRY_VERIFY2_WITH_TIMEOUT(keptDoc(), d.output().right(2000).constData(), 10000);
+        QVERIFY(asTheUser({QStringLiteral("trash-put"), str(userHome + "/doc.txt")}));
+        QVERIFY(d.waitForShadows(1));
+        QVERIFY(
+            asTheUser({QStringLiteral("trash-empty"),
+                       QStringLiteral("--trash-dir=") + str(userHome + "/.local/share/Trash")}));
+        QTRY_VERIFY2_WITH_TIMEOUT(!kept(userHome + "/.Salvora3Cache", "doc.txt").isEmpty(),
+                                  d.output().right(2000).constData(), 10000);
 
         QVERIFY(::kill(pid_t(agent), SIGTERM) == 0);
         QVERIFY(d.process().waitForFinished(10000));

@@ -1,19 +1,14 @@
 #include "DaemonHarness.h"
-#include "TestEnv.h"
 
 #include "cache/CacheCommit.h"
 #include "cache/CacheLayout.h"
 #include "cache/DayEntry.h"
-#include "common/NotificationBus.h"
-#include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
-#include <QSignalSpy>
 #include <QTest>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 using namespace Harness;
 
@@ -23,25 +18,14 @@ using namespace Harness;
 class TstDaemonVolume : public QObject
 {
     Q_OBJECT
-    TestEnv *env = nullptr;
-    Daemon *daemon = nullptr;
-    NotificationBus *bus = nullptr;
-    QSignalSpy *spy = nullptr;
+    Session *s = nullptr;
     QTemporaryDir images;
     const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AC");
     const QByteArray mount = "/mnt/sv3 vol";
-    QByteArray cache;
+    const QByteArray cache = mount + "/.Salvora3Cache";
 
     QString image() const { return images.filePath(QStringLiteral("vol.img")); }
-    QString str(const QByteArray &b) const { return QFile::decodeName(b); }
-
-    QByteArray kept(const QByteArray &name) const
-    {
-        for (const QByteArray &item : cachedItems(cache))
-            if (item.endsWith('/' + name)) return cache + '/' + item;
-        return {};
-    }
-
+    QByteArray kept(const QByteArray &name) const { return Harness::kept(cache, name); }
     // The snapshot entry of our volume, as the window reads it.
     QVariantMap snapshotEntry() const
     {
@@ -70,35 +54,18 @@ private slots:
             QSKIP("no session bus (run through ctest, which starts a private one)");
         if (!haveProgram("trash-put") || !haveProgram("trash-empty"))
             QSKIP("needs trash-cli; see scripts/deps.sh");
-        env = new TestEnv;
-        cache = mount + "/.Salvora3Cache";
+        s = new Session;
         QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
-        QVERIFY(run(QStringLiteral("truncate"), {"-s", "16M", image()}));
-        QVERIFY(run(QStringLiteral("mkfs.ext4"), {"-q", "-F", "-U", uuid.toLower(), image()}));
-        QVERIFY(TestEnv::makeFolders(mount));
-        QVERIFY(run(QStringLiteral("mount"), {"-o", "loop", image(), str(mount)}));
+        QVERIFY(TestEnv::mountExt4Image(image(), uuid, str(mount), 16));
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, {{uuid, str(mount)}});
-        bus = new NotificationBus;
-        QVERIFY(bus->observe(QLatin1String(Notifications::Salvora3Notification)));
-        spy = new QSignalSpy(bus, &NotificationBus::received);
-        daemon = new Daemon;
-        QVERIFY2(daemon->start(), daemon->output().constData());
+        QVERIFY2(s->daemon.start(), s->daemon.output().constData());
     }
 
     void cleanupTestCase()
     {
-        const bool clean = !daemon || daemon->stop();
-        // SV3_DUMP=file keeps what the daemon printed, for diagnosis.
-        if (daemon && !qEnvironmentVariableIsEmpty("SV3_DUMP")) {
-            QFile f(qEnvironmentVariable("SV3_DUMP"));
-            if (f.open(QIODevice::WriteOnly)) f.write(daemon->output());
-        }
-        delete daemon;
-        delete spy;
-        delete bus;
-        if (env) removeTree(env->homeBytes());
-        delete env;
+        const bool clean = !s || s->daemon.stop();
+        delete s;
         QVERIFY(clean);
     }
 
@@ -107,29 +74,18 @@ private slots:
         QVERIFY(TestEnv::writeFile(mount + "/docs/a.txt", "on the volume"));
         QVERIFY(TestEnv::writeFile(mount + "/docs/folder/x.bin", QByteArray(5000, 'x')));
         const auto folder = snapshot(mount + "/docs/folder");
-        const int shadows = daemon->shadowsTaken();
-        QVERIFY(run(QStringLiteral("trash-put"),
-                    {str(mount + "/docs/a.txt"), str(mount + "/docs/folder")}));
+        QVERIFY(s->trashAndShadow(cache, {mount + "/docs/a.txt", mount + "/docs/folder"}));
         // trash-cli writes paths relative to the volume's top folder there.
         QVERIFY(TestEnv::readFile(mount + "/.Trash-0/info/a.txt.trashinfo")
                     .contains("Path=docs/a.txt"));
-        QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 2, 10000);
-        QVERIFY(daemon->waitForShadows(shadows + 2));
-        struct stat st{};
-        QVERIFY(::lstat(cache.constData(), &st) == 0);
-        QCOMPARE(st.st_mode & 07777, mode_t(0777));
+        QCOMPARE(TestEnv::modeOf(cache), mode_t(0777));
 
-        QVERIFY(run(QStringLiteral("trash-empty"),
-                    {QStringLiteral("--trash-dir=") + str(mount + "/.Trash-0")}));
+        QVERIFY(emptyTrash(mount + "/.Trash-0"));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("a.txt").isEmpty() && !kept("folder").isEmpty(), 10000);
         QCOMPARE(TestEnv::readFile(kept("a.txt")), QByteArray("on the volume"));
         QCOMPARE(snapshot(kept("folder")), folder);
-        const auto origins =
-            CacheCommit::readOrigins(cache, CommonUtils::nameForCacheFolderForToday().toLatin1());
-        QVERIFY(std::any_of(origins.begin(), origins.end(), [&](const CacheCommit::Origin &o) {
-            return o.path == mount + "/docs/a.txt";
-        }));
-        QTRY_VERIFY(!spy->isEmpty());
+        QVERIFY(keptFrom(cache, mount + "/docs/a.txt"));
+        QTRY_VERIFY(!s->spy.isEmpty());
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(2), 10000);
         QCOMPARE(snapshotEntry().value(QStringLiteral("path")).toString(), str(mount));
     }
@@ -140,13 +96,9 @@ private slots:
         QVERIFY(::mkdir((mount + "/.Trash").constData(), 0777) == 0);
         QVERIFY(::chmod((mount + "/.Trash").constData(), 01777) == 0);
         QVERIFY(TestEnv::writeFile(mount + "/docs/b.txt", "shared trash"));
-        const int shadows = daemon->shadowsTaken();
-        QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/b.txt")}));
+        QVERIFY(s->trashAndShadow(cache, {mount + "/docs/b.txt"}));
         const QByteArray trash = mount + "/.Trash/0";
-        struct stat st{};
-        QVERIFY(::lstat((trash + "/files/b.txt").constData(), &st) == 0);
-        QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
-        QVERIFY(daemon->waitForShadows(shadows + 1));
+        QVERIFY(TestEnv::exists(trash + "/files/b.txt"));
         QVERIFY(removeTree(trash + "/files/b.txt"));
         QVERIFY(::unlink((trash + "/info/b.txt.trashinfo").constData()) == 0);
         QTRY_VERIFY_WITH_TIMEOUT(!kept("b.txt").isEmpty(), 10000);
@@ -169,10 +121,7 @@ private slots:
     void unpluggedVolumeKeepsItsDays()
     {
         QVERIFY(TestEnv::writeFile(mount + "/docs/c.txt", "trashed before unplugging"));
-        const int shadows = daemon->shadowsTaken();
-        QVERIFY(run(QStringLiteral("trash-put"), {str(mount + "/docs/c.txt")}));
-        QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 10000);
-        QVERIFY(daemon->waitForShadows(shadows + 1));
+        QVERIFY(s->trashAndShadow(cache, {mount + "/docs/c.txt"}));
         const QByteArrayList before = cachedItems(cache);
         struct stat first{}, now{};
         QVERIFY(::stat(mount.constData(), &first) == 0);
@@ -182,7 +131,7 @@ private slots:
         // Still offered with its days; unplugging deleted nothing, so nothing was committed.
         QCOMPARE(snapshotEntry().value(QStringLiteral("path")).toString(), str(mount));
         QCOMPARE(todaysCountInSnapshot(), qint64(4));
-        QVERIFY(daemon->isRunning());
+        QVERIFY(s->daemon.isRunning());
 
         // Plugged again on another loop device, so under another device number.
         const QString other = images.filePath(QStringLiteral("other.img"));
@@ -197,8 +146,7 @@ private slots:
         QTest::qWait(800);
         QCOMPARE(cachedItems(cache), before);
         QCOMPARE(pendingCount(cache), 1);
-        QVERIFY(run(QStringLiteral("trash-empty"),
-                    {QStringLiteral("--trash-dir=") + str(mount + "/.Trash/0")}));
+        QVERIFY(emptyTrash(mount + "/.Trash/0"));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("c.txt").isEmpty(), 10000);
         QCOMPARE(TestEnv::readFile(kept("c.txt")), QByteArray("trashed before unplugging"));
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(5), 10000);

@@ -43,12 +43,6 @@ bool setOwnerAndMode(const QByteArray &path, uid_t owner, mode_t mode)
     return ::chown(path.constData(), owner, owner) == 0 && ::chmod(path.constData(), mode) == 0;
 }
 
-mode_t modeOf(const QByteArray &path)
-{
-    struct stat st = {};
-    return ::stat(path.constData(), &st) == 0 ? st.st_mode & 07777 : 0;
-}
-
 // `tst_adminlauncher --elevate PROGRAM TOOL`: asks PROGRAM to run TOOL with job 9, prints the
 // outcome code. Run as an ordinary user, so that the real (not forced) pkexec path is taken.
 int elevateChild(char **argv)
@@ -255,7 +249,7 @@ private slots:
         QVERIFY(setOwnerAndMode(D, 0, 0755));
         // Started, not awaited: the answer comes before the change.
         QVERIFY(ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D)));
-        QTRY_COMPARE(modeOf(D), mode_t(04755));
+        QTRY_COMPARE(TestEnv::modeOf(D), mode_t(04755));
         QCOMPARE(callLines(), QByteArrayList{D + " 2"});
         QVERIFY(
             ZEL_AdminLauncher::setPrivilegesToExecutable(QFile::decodeName(D))); // already: no job

@@ -217,26 +217,15 @@ private slots:
         }
     }
 
-    void argcZeroIsRefused()
-    {
-        requireSystem();
-        const Run r = run(L, {}, {});
-        QVERIFY(r.code != 0);
-        QVERIFY2(r.err.startsWith("adminlauncher: refused: usage") && r.err.count('\n') == 1,
-                 r.err.constData());
-    }
-
     void refusesEverythingButItsOwnFiles_data()
     {
         QTest::addColumn<QByteArrayList>("argv");
         QTest::addColumn<QByteArray>("reason");
         const QByteArray l = "/mnt/s/adminlauncher";
-        QTest::newRow("relative daemon")
-            << QByteArrayList{l, "sv3daemon", "2"} << QByteArray("absolute");
+        // Path forms are parsing's; these show the program applies its refusals.
+        QTest::newRow("argc 0") << QByteArrayList{} << QByteArray("usage");
         QTest::newRow("dot dot to daemon")
             << QByteArrayList{l, "/mnt/user/../s/sv3daemon", "2"} << QByteArray("..");
-        QTest::newRow("doubled slash")
-            << QByteArrayList{l, "/mnt/s//sv3daemon", "2"} << QByteArray("empty");
         QTest::newRow("another root file")
             << QByteArrayList{l, "/mnt/s/victim", "2"} << QByteArray("only");
         QTest::newRow("a system file")
@@ -282,9 +271,8 @@ private slots:
         requireSystem();
         const Run r = run(L, {"anything", D, "2"});
         QVERIFY2(r.code == 0 && r.err.isEmpty(), r.err.constData());
-        const struct stat st = statOf(D);
-        QCOMPARE(st.st_uid, uid_t(0));
-        QCOMPARE(st.st_mode & 07777, mode_t(04755));
+        QCOMPARE(statOf(D).st_uid, uid_t(0));
+        QCOMPARE(TestEnv::modeOf(D), mode_t(04755));
         verifyOnlyOwnFilesHaveRoot();
         QVERIFY(::chmod(D.constData(), 0755) == 0);
     }
@@ -303,7 +291,7 @@ private slots:
         QVERIFY(!isSetUid(fresh));
         r = run(fresh, {fresh, fresh, "9"}, {}, 0);
         QVERIFY2(r.code == 0, r.err.constData());
-        QCOMPARE(statOf(fresh).st_mode & 07777, mode_t(04755));
+        QCOMPARE(TestEnv::modeOf(fresh), mode_t(04755));
     }
 
     void launchedDaemonGetsACleanProcess()

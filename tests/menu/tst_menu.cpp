@@ -102,13 +102,10 @@ private slots:
                  (QStringList{qtTrId("MenuStateOn"),
                               qtTrId("MenuSize").arg(CommonUtils::getSizeStr(12345))}));
 
-        // Another process switches protection off and says so.
-        QElapsedTimer clock;
-        clock.start();
+        // Another process switches protection off and says so (how fast: theProgram).
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
         post(Notifications::Salvora3MenuNotification, Notifications::Salvora3SettingsDidChange);
         QTRY_VERIFY_WITH_TIMEOUT(!menu.protectionEnabled(), 1000);
-        QVERIFY(clock.elapsed() < 1000);
         QCOMPARE(actionTexts(menu.menu()).at(0), qtTrId("MenuStateOff"));
         QVERIFY(menu.protectionOnAction()->isEnabled());
 

@@ -37,12 +37,33 @@ TestEnv::~TestEnv()
     Removal::removeTree(homeBytes());
 }
 
-bool TestEnv::runProgram(const QString &program, const QStringList &args)
+bool TestEnv::runProgram(const QString &program, const QStringList &args, QByteArray *output)
 {
     QProcess p;
-    p.setProcessChannelMode(QProcess::ForwardedChannels);
+    p.setProcessChannelMode(output ? QProcess::MergedChannels : QProcess::ForwardedChannels);
     p.start(program, args);
-    return p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    const bool ok =
+        p.waitForFinished(60000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    if (output) *output = p.readAll();
+    return ok;
+}
+
+bool TestEnv::mountExt4Image(const QString &image, const QString &uuid, const QString &mountPoint,
+                             int megabytes)
+{
+    return runProgram(QStringLiteral("truncate"), {QStringLiteral("-s%1M").arg(megabytes), image}) &&
+           runProgram(QStringLiteral("mkfs.ext4"),
+                      {QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-U"),
+                       uuid.toLower(), image}) &&
+           QDir().mkpath(mountPoint) &&
+           runProgram(QStringLiteral("mount"), {QStringLiteral("-o"), QStringLiteral("loop"), image,
+                                                mountPoint});
+}
+
+mode_t TestEnv::modeOf(const QByteArray &path)
+{
+    struct stat st{};
+    return lstat(path.constData(), &st) == 0 ? st.st_mode & 07777 : 0;
 }
 
 bool TestEnv::exists(const QByteArray &path)

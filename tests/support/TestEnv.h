@@ -4,6 +4,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
+#include <sys/types.h>
+
 // A private home for one test: HOME and the XDG folders point into a temporary folder, so no
 // test reads or writes the real user's settings, log or caches.
 class TestEnv
@@ -25,8 +27,15 @@ public:
     static bool writeFile(const QByteArray &path, QByteArrayView content);
     static QByteArray readFile(const QByteArray &path);
     static bool exists(const QByteArray &path);
-    // Runs a program to its end with its output shown; true when it exited 0.
-    static bool runProgram(const QString &program, const QStringList &args);
+    // Permission bits (with set-user-id and sticky) of a path, links not followed; 0 when absent.
+    static mode_t modeOf(const QByteArray &path);
+    // Runs a program to its end with its output shown, or kept in `output`; true when it exited 0.
+    static bool runProgram(const QString &program, const QStringList &args,
+                           QByteArray *output = nullptr);
+    // Root in a private mount namespace only: a new ext4 image of that UUID, loop-mounted at
+    // mountPoint (created).
+    static bool mountExt4Image(const QString &image, const QString &uuid, const QString &mountPoint,
+                               int megabytes = 8);
 
 private:
     QTemporaryDir mDir;

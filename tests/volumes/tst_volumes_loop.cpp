@@ -19,7 +19,6 @@ class TstVolumesLoop : public QObject
     const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AB");
     const QString mountPoint = QStringLiteral("/mnt/sv3 test vol");
 
-
 private slots:
     void initTestCase()
     {
@@ -29,10 +28,6 @@ private slots:
         env = new TestEnv;
         // Our own /mnt, so nothing we create shows outside this namespace.
         QVERIFY(TestEnv::runProgram(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
-        const QString image = images.filePath(QStringLiteral("vol.img"));
-        QVERIFY(TestEnv::runProgram(QStringLiteral("truncate"), {"-s", "8M", image}));
-        QVERIFY(TestEnv::runProgram(QStringLiteral("mkfs.ext4"), {"-q", "-F", "-U", uuid.toLower(), "-L", "SV3TEST", image}));
-        QVERIFY(QDir().mkpath(mountPoint));
     }
     void cleanupTestCase() { delete env; }
 
@@ -43,7 +38,7 @@ private slots:
         QSignalSpy mounted(&watcher, &MountWatcher::deviceDidMount);
         QSignalSpy unmounted(&watcher, &MountWatcher::deviceDidUnmount);
 
-        QVERIFY(TestEnv::runProgram(QStringLiteral("mount"), {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
+        QVERIFY(TestEnv::mountExt4Image(images.filePath(QStringLiteral("vol.img")), uuid, mountPoint));
         QTRY_COMPARE_WITH_TIMEOUT(mounted.size(), 1, 5000);
         QCOMPARE(mounted.at(0).at(0).toString(), mountPoint);
 
