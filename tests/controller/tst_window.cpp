@@ -32,6 +32,7 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QStatusBar>
 #include <QThread>
 #include <QToolButton>
@@ -665,8 +666,9 @@ private slots:
         QVERIFY(c->mRestoreProgressArea->isHidden());
         QTRY_VERIFY(area->bar()->value() >= 2);
         QCOMPARE(area->bar()->maximum(), 30);
-        QVERIFY(area->label()->text().startsWith(QStringLiteral("Deleting ")));
-        QVERIFY(area->label()->text().endsWith(QStringLiteral(" of 30")));
+        QVERIFY(QRegularExpression(QStringLiteral("^Deleting \\d+ of 30$"))
+                    .match(area->label()->text())
+                    .hasMatch());
         area->cancelButton()->click();
         QTRY_VERIFY(!area->cancelButton()->isEnabled());
         QVERIFY(removed.wait(10000));
@@ -677,7 +679,8 @@ private slots:
         // The rebuilt list shows what the cancel spared.
         QVERIFY(Fixture::settle(*c));
         QTRY_COMPARE(Fixture::names(*c).size(), 30 - handed.size());
-        QCOMPARE(ProgressArea::text(WorkJob::Kind::Restore, 12, 340), QStringLiteral("Restoring 12 of 340"));
+        QCOMPARE(ProgressArea::text(WorkJob::Kind::Restore, 12, 340),
+                 QStringLiteral("Restoring 12 of 340"));
     }
 
     // The lists ask the window for their menus and drag data; only a selection gives a menu,
