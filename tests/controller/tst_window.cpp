@@ -651,7 +651,7 @@ private slots:
         QVERIFY(Fixture::settle(*c));
         c->mTableViewContents->selectAll();
         QCOMPARE(c->selectedContentsPaths().size(), 30);
-        c->mRemovals->setItemHookForTesting([](const QByteArray &) { QThread::msleep(30); });
+        c->mRemovals->setItemHookForTesting([](const QByteArray &) { QThread::msleep(100); });
 
         ProgressArea *area = c->mRemovalProgressArea;
         QCOMPARE(area->cancelButton()->toolTip(), qtTrId("CancelButton"));
