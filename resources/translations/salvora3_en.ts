@@ -443,5 +443,13 @@
         <source>Items deleted on the protected volume are kept in its cache.</source>
         <translation>Items deleted on the protected volume are kept in its cache.</translation>
     </message>
+    <message id="ProgressRestoring">
+        <source>Restoring %1 of %2</source>
+        <translation>Restoring %1 of %2</translation>
+    </message>
+    <message id="ProgressDeleting">
+        <source>Deleting %1 of %2</source>
+        <translation>Deleting %1 of %2</translation>
+    </message>
 </context>
 </TS>

@@ -443,5 +443,13 @@
         <source>Items deleted on the protected volume are kept in its cache.</source>
         <translation>Les éléments supprimés sur le volume protégé sont conservés dans son cache.</translation>
     </message>
+    <message id="ProgressRestoring">
+        <source>Restoring %1 of %2</source>
+        <translation>Restauration de %1 sur %2</translation>
+    </message>
+    <message id="ProgressDeleting">
+        <source>Deleting %1 of %2</source>
+        <translation>Suppression de %1 sur %2</translation>
+    </message>
 </context>
 </TS>

@@ -50,6 +50,11 @@ bool emptyFolder(int fd)
     return ok;
 }
 
+bool stopped(const std::atomic<bool> *stop)
+{
+    return stop && stop->load(std::memory_order_relaxed);
+}
+
 QByteArray parentOf(const QByteArray &path)
 {
     const qsizetype slash = path.lastIndexOf('/');
@@ -77,33 +82,85 @@ bool removeTree(const QByteArray &path)
     return (rmdir(path.constData()) == 0 || errno == ENOENT) && emptied;
 }
 
-void removeItems(const QByteArrayList &itemPaths)
+qsizetype removeItems(const QByteArrayList &itemPaths, const std::atomic<bool> *stop, const ItemDone &onItemDone)
 {
+    qsizetype handed = 0;
     for (const QByteArray &p : itemPaths) {
+        if (stopped(stop))
+            break;
         removeTree(p);
         const QByteArray timeFolder = parentOf(p);
         CommonUtils::resetSizeOfCacheIn(timeFolder);
         CommonUtils::removeEmptyCache(timeFolder);
+        ++handed;
+        if (onItemDone)
+            onItemDone(p);
     }
+    return handed;
 }
 
-void removeDays(const QByteArrayList &dayPaths)
+qsizetype removeDays(const QByteArrayList &dayPaths, const std::atomic<bool> *stop, const ItemDone &onItemDone)
 {
-    for (const QByteArray &p : dayPaths)
-        removeTree(p);
+    return removeTrees(dayPaths, stop, onItemDone);
 }
 
-void removeAllCaches()
+qsizetype removeTrees(const QByteArrayList &paths, const std::atomic<bool> *stop, const ItemDone &onItemDone)
+{
+    qsizetype handed = 0;
+    for (const QByteArray &p : paths) {
+        if (stopped(stop))
+            break;
+        removeTree(p);
+        ++handed;
+        if (onItemDone)
+            onItemDone(p);
+    }
+    return handed;
+}
+
+void switchProtectionOff()
 {
     Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
     NotificationBus::post(QLatin1String(Notifications::Salvora3MenuNotification),
                           QLatin1String(Notifications::Salvora3SettingsDidChange));
+}
+
+QByteArrayList protectedCacheFolders()
+{
+    QByteArrayList folders;
     const qsizetype n = CommonUtils::getAllProtectedVolumes().size();
     for (qsizetype i = 0; i < n; ++i) {
         const QByteArray cache = CommonUtils::pathForCacheFolderInVolume(i);
         if (!cache.isEmpty())
-            removeTree(cache);
+            folders.append(cache);
     }
+    return folders;
+}
+
+QByteArrayList cacheFolderPieces(const QByteArrayList &cacheFolders)
+{
+    QByteArrayList pieces;
+    for (const QByteArray &cache : cacheFolders) {
+        struct stat st{};
+        if (cache.isEmpty() || lstat(cache.constData(), &st) != 0)
+            continue;
+        if (S_ISDIR(st.st_mode)) {
+            const int fd = FolderWalk::openFolder(cache);
+            if (fd >= 0) {
+                const QByteArray base = cache.endsWith('/') ? cache : cache + '/';
+                FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type) { pieces.append(base + name); });
+                close(fd);
+            }
+        }
+        pieces.append(cache);
+    }
+    return pieces;
+}
+
+void removeAllCaches()
+{
+    switchProtectionOff();
+    removeTrees(protectedCacheFolders());
 }
 
 bool postDeleteRequest(const QByteArrayList &paths)

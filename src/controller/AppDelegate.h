@@ -29,6 +29,9 @@
 
 class ContentsScanJob;
 class MessageBoxPresenter;
+class ProgressArea;
+class RemovalQueue;
+class WorkProgress;
 class MountWatcher;
 class NotificationBus;
 class QComboBox;
@@ -187,6 +190,10 @@ public:
     QPushButton *mProtectedVolumesUnprotectButton = nullptr;
     TableModel *mDateModel = nullptr;
     TableModel *mContentsModel = nullptr;
+    // Rows of the status bar for long restores and removals (Progress.cpp); the status bar shows
+    // only while one of them does.
+    ProgressArea *mRestoreProgressArea = nullptr;
+    ProgressArea *mRemovalProgressArea = nullptr;
 
     // ---- State.
     QList<DayEntry> mDates;
@@ -203,6 +210,10 @@ public:
     bool mDrawingDragImage = false;
     qint64 mSortByCaching = 0;
     bool mSortAscending = false;
+
+    // The long work's counts, and the removals' worker (one removal at a time).
+    WorkProgress *mProgress = nullptr;
+    RemovalQueue *mRemovals = nullptr;
 
     // Shared with the workers; the flags and mNextRefresh live in it.
     const std::shared_ptr<WorkerState> mWorkers;
@@ -239,6 +250,8 @@ private:
     void setUpTables();
     void registerObservers();
     void connectActions();
+    void setUpProgress();
+    void progressChanged();
 
     // Contents scan.
     void contentsReady(const std::shared_ptr<ContentsScanJob> &job);

@@ -1,5 +1,7 @@
 #include "controller/AppDelegate.h"
 
+#include "controller/RemovalQueue.h"
+
 QByteArrayList AppDelegate::selectedContentsPaths() const
 {
     QByteArrayList paths;
@@ -12,9 +14,11 @@ void AppDelegate::removeContents()
 {
     const QByteArrayList paths = selectedContentsPaths();
     if (paths.isEmpty()) return;
-    // The rebuilt day list selects this row again rather than the newest day.
-    mSelectedDate = mTableViewDate->selectedRow();
-    RemovalActions::removeContents(paths, *this);
+    // The rebuilt day list selects this row again rather than the newest day; the list may be
+    // rebuilt meanwhile, so the row is asked for again right before the removal's own rebuild.
+    const int row = mTableViewDate->selectedRow();
+    mSelectedDate = row;
+    RemovalActions::removeContents(paths, *this, *mRemovals, [this, row] { mSelectedDate = row; });
 }
 
 void AppDelegate::removeSelectedDays()
@@ -22,10 +26,10 @@ void AppDelegate::removeSelectedDays()
     QByteArrayList paths;
     for (const int row : mTableViewDate->selectedRowNumbers())
         if (row >= 0 && row < mDates.size()) paths.append(mDates[row].path);
-    RemovalActions::removeSelectedDays(paths, *this);
+    RemovalActions::removeSelectedDays(paths, *this, *mRemovals);
 }
 
 void AppDelegate::removeAllCaches()
 {
-    RemovalActions::removeAllCaches(*this);
+    RemovalActions::removeAllCaches(*this, *mRemovals);
 }

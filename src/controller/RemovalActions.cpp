@@ -1,6 +1,7 @@
 #include "controller/RemovalActions.h"
 
 #include "browser/Removal.h"
+#include "controller/RemovalQueue.h"
 
 namespace RemovalActions {
 
@@ -47,36 +48,51 @@ bool confirm(Command command)
     }
 }
 
-bool removeContents(const QByteArrayList &itemPaths, RemovalTarget &target)
+bool removeContents(const QByteArrayList &itemPaths, RemovalTarget &target, RemovalQueue &queue,
+                    std::function<void()> beforeRefresh)
 {
     if (itemPaths.isEmpty() || !confirm(Command::Contents)) return false;
-    Removal::removeItems(itemPaths);
-    target.updateListOfDaysInCache();
-    target.updateListOfContentsInCache();
-    target.updateStatusInfos();
-    // Whatever the user's rights could not remove, the daemon removes.
-    Removal::postDeleteRequest(itemPaths);
-    return true;
+    RemovalQueue::Request r;
+    r.mode = RemovalQueue::Request::Mode::Items;
+    r.paths = itemPaths;
+    r.tellDaemon = true;
+    r.refresh = [&target, beforeRefresh = std::move(beforeRefresh)] {
+        if (beforeRefresh) beforeRefresh();
+        target.updateListOfDaysInCache();
+        target.updateListOfContentsInCache();
+        target.updateStatusInfos();
+    };
+    return queue.enqueue(std::move(r));
 }
 
-bool removeSelectedDays(const QByteArrayList &dayPaths, RemovalTarget &target)
+bool removeSelectedDays(const QByteArrayList &dayPaths, RemovalTarget &target, RemovalQueue &queue)
 {
     if (dayPaths.isEmpty() || !confirm(Command::Days)) return false;
-    Removal::removeDays(dayPaths);
-    target.updateListOfDaysInCache();
-    target.updateStatusInfos();
-    Removal::postDeleteRequest(dayPaths);
-    return true;
+    RemovalQueue::Request r;
+    r.mode = RemovalQueue::Request::Mode::Trees;
+    r.paths = dayPaths;
+    r.tellDaemon = true;
+    r.refresh = [&target] {
+        target.updateListOfDaysInCache();
+        target.updateStatusInfos();
+    };
+    return queue.enqueue(std::move(r));
 }
 
-bool removeAllCaches(RemovalTarget &target)
+bool removeAllCaches(RemovalTarget &target, RemovalQueue &queue)
 {
     if (!confirm(Command::AllCaches)) return false;
-    Removal::removeAllCaches();
-    target.updateStatusInfos();
-    target.updateListOfDaysInCache();
-    target.updateListOfContentsInCache();
-    return true;
+    RemovalQueue::Request r;
+    r.mode = RemovalQueue::Request::Mode::CacheFolders;
+    // The volume list is the main thread's; the worker gets the folders.
+    r.paths = Removal::protectedCacheFolders();
+    r.start = [] { Removal::switchProtectionOff(); };
+    r.refresh = [&target] {
+        target.updateStatusInfos();
+        target.updateListOfDaysInCache();
+        target.updateListOfContentsInCache();
+    };
+    return queue.enqueue(std::move(r));
 }
 
 } // namespace RemovalActions

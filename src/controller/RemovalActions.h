@@ -4,6 +4,10 @@
 
 #include <QByteArrayList>
 
+#include <functional>
+
+class RemovalQueue;
+
 // What a removal refreshes in the window, in the order each command gives.
 class RemovalTarget
 {
@@ -15,7 +19,9 @@ public:
 };
 
 // The three commands that delete from the caches for good, each after a confirmation whose
-// default button (the one Return presses) is Cancel. Main thread; they block while deleting.
+// default button (the one Return presses) is Cancel. The confirmation runs on the main thread;
+// the deleting is handed to `queue` (a worker thread, one removal at a time), and the refresh and
+// the daemon's request follow on the main thread once it ended.
 namespace RemovalActions {
 
 enum class Command { Contents, Days, AllCaches };
@@ -29,15 +35,17 @@ inline constexpr int kDeleteIndex = 1;
 bool confirm(Command command);
 
 // removeContents: the selected items' paths in row order. Nothing selected: no alert, false.
-// Confirmed: deleted (each time folder's record reset, emptied time folders removed), the days,
-// the contents and the status refreshed, then the daemon asked to delete the same paths. The
-// window stores its day selection (mSelectedDate) before calling.
-bool removeContents(const QByteArrayList &itemPaths, RemovalTarget &target);
+// Confirmed (true): deleted (each time folder's record reset, emptied time folders removed),
+// then `beforeRefresh`, the days, the contents and the status refreshed, then the daemon asked
+// to delete the paths handed to deletion (all of them unless the user cancelled).
+bool removeContents(const QByteArrayList &itemPaths, RemovalTarget &target, RemovalQueue &queue,
+                    std::function<void()> beforeRefresh = {});
 // removeSelectedDays: the selected day folders' paths in row order. The contents are not
 // refreshed directly: the rebuilt day list drives them.
-bool removeSelectedDays(const QByteArrayList &dayPaths, RemovalTarget &target);
-// removeAllCaches: protection off (stored and announced), every protected volume's cache
-// deleted, then status, days, contents. The daemon is not asked.
-bool removeAllCaches(RemovalTarget &target);
+bool removeSelectedDays(const QByteArrayList &dayPaths, RemovalTarget &target,
+                        RemovalQueue &queue);
+// removeAllCaches: when its turn comes, protection off (stored and announced), then every
+// protected volume's cache deleted, then status, days, contents. The daemon is not asked.
+bool removeAllCaches(RemovalTarget &target, RemovalQueue &queue);
 
 } // namespace RemovalActions

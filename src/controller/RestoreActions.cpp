@@ -80,10 +80,19 @@ CopyJobs::~CopyJobs()
 bool CopyJobs::start(const QByteArrayList &job)
 {
     if (job.size() < 2 || job.first().isEmpty() || mShared->stop.load()) return false;
+    auto work = std::make_shared<WorkJob>(WorkJob::Kind::Restore, job.size() - 1);
+    if (mProgress) mProgress->track(work);
+    mJobs.removeIf([](const std::weak_ptr<WorkJob> &w) { return w.expired(); });
+    mJobs.append(work);
     mShared->running.fetch_add(1);
-    // The thread owns its copy of the job and shares only the two counters.
-    std::thread([shared = mShared, job] {
-        Restore::copyItems(job.first(), job.mid(1), &shared->stop);
+    // The thread owns its copy of the job and shares only the counters and the stop flags.
+    std::thread([shared = mShared, work, job, hook = mItemHook] {
+        Restore::copyItems(job.first(), job.mid(1), work->stopFlag(),
+                           [&](const Restore::ItemResult &r) {
+                               work->advance();
+                               if (hook) hook(r.source);
+                           });
+        work->finish();
         shared->running.fetch_sub(1);
     }).detach();
     return true;
@@ -92,6 +101,13 @@ bool CopyJobs::start(const QByteArrayList &job)
 void CopyJobs::stopAll()
 {
     mShared->stop.store(true);
+    for (const std::weak_ptr<WorkJob> &w : std::as_const(mJobs))
+        if (const auto work = w.lock()) work->requestStop();
+}
+
+void CopyJobs::setItemHookForTesting(std::function<void(const QByteArray &)> hook)
+{
+    mItemHook = std::move(hook);
 }
 
 bool CopyJobs::waitForAll(int timeoutMs) const

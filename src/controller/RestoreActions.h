@@ -1,5 +1,7 @@
 #pragma once
 
+#include "controller/WorkProgress.h"
+
 #include <QByteArrayList>
 #include <QDBusConnection>
 #include <QList>
@@ -37,9 +39,10 @@ QByteArrayList pathsFromMimeData(const QMimeData &data);
 
 } // namespace RestoreActions
 
-// Runs copy jobs, each on a thread of its own with its own copy of the job, and nothing else:
-// no progress, no report, no window state. At quit, stopAll() makes every running copy stop
-// after the piece it is writing; a stopped copy never leaves a file under its final name.
+// Runs copy jobs, each on a thread of its own with its own copy of the job, and no window state.
+// Each job counts its top-level items as they are done, for a WorkProgress to show when one is
+// set, and can be cancelled there. At quit, stopAll() makes every running copy stop after the
+// piece it is writing; a stopped copy never leaves a file under its final name.
 class CopyJobs
 {
 public:
@@ -49,6 +52,8 @@ public:
     CopyJobs(const CopyJobs &) = delete;
     CopyJobs &operator=(const CopyJobs &) = delete;
 
+    // Jobs started afterwards are followed there (main thread; it must outlive their start).
+    void setProgress(WorkProgress *progress) { mProgress = progress; }
     // Starts copySelectedItemsThread on the job; false (nothing started) without a destination
     // and at least one source, or after stopAll().
     bool start(const QByteArrayList &job);
@@ -57,6 +62,9 @@ public:
     bool waitForAll(int timeoutMs) const;
     int running() const;
 
+    // Tests: runs on the worker after each item (to slow it down). Applies to later jobs.
+    void setItemHookForTesting(std::function<void(const QByteArray &source)> hook);
+
 private:
     struct Shared
     {
@@ -64,6 +72,10 @@ private:
         std::atomic<int> running{0};
     };
     std::shared_ptr<Shared> mShared;
+    WorkProgress *mProgress = nullptr;
+    // The jobs that may still run, to stop them at quit.
+    QList<std::weak_ptr<WorkJob>> mJobs;
+    std::function<void(const QByteArray &)> mItemHook;
 };
 
 // Shows items in the file manager: org.freedesktop.FileManager1.ShowItems on the session bus,

@@ -6,6 +6,7 @@
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
+#include "controller/RemovalQueue.h"
 #include "ui/MessageBoxPresenter.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/RestoreUi.h"
@@ -57,6 +58,8 @@ AppDelegate::~AppDelegate()
     mReadingCacheContentsMustStop = true;
     mCalculatingSizeContentsMustStop = true;
     mWorkers->detach();
+    // Before the window goes: a removal's last steps would refresh it.
+    mRemovals->shutdown(RemovalQueue::kQuitWaitMs);
     qApp->removeEventFilter(this);
     if (Alerts::presenter() == mAlertPresenter.get()) Alerts::setPresenter(nullptr);
     delete mPreferencesWindow;
@@ -142,6 +145,7 @@ void AppDelegate::loadInterface()
     mNotifications = new NotificationProtocol(*this, this);
     mActions = new WindowActions(*this, this);
     mReveal = new FileManagerReveal(&RestoreUi::openUrl, this);
+    setUpProgress();
     // The menu bar is the commands' own; the interface file's menus would duplicate it.
     window->menuBar()->clear();
     mActions->populateMenuBar(window->menuBar());
@@ -333,6 +337,8 @@ void AppDelegate::applicationWillTerminate()
     mReadingCacheContentsMustStop = true;
     mCalculatingSizeContentsMustStop = true;
     mCopyJobs.stopAll();
+    // The item being deleted is finished rather than left to a dying thread.
+    mRemovals->shutdown(RemovalQueue::kQuitWaitMs);
     if (mLaunched) CommonUtils::addToLogFile(QStringLiteral("Salvora 3 quits."));
     mLaunched = false;
 }

@@ -14,7 +14,7 @@ namespace RestoreUi {
 // A modal folder chooser (one folder; new folders can be made in it). nullopt when cancelled.
 std::optional<QByteArray> chooseDestinationFolder(QWidget *parent);
 // copySelectedItems: with nothing selected, no chooser; otherwise the chooser, then a copy job
-// on its own thread. Returns at once; no progress, no report.
+// on its own thread. Returns at once; the jobs' progress shows the rest.
 bool copySelectedItems(QWidget *parent, const QByteArrayList &selectedPaths, CopyJobs &jobs);
 // The file manager reveal's fallback: QDesktopServices::openUrl.
 bool openUrl(const QUrl &url);

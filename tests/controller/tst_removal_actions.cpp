@@ -1,5 +1,6 @@
 // The three removal commands: the confirmation whose default is Cancel, what is deleted, the
-// order of the window's refresh and the delete request that reaches the daemon on the bus.
+// order of the window's refresh and the delete request that reaches the daemon on the bus; the
+// deleting on a worker thread, one removal at a time, with its progress, cancel and quit.
 
 #include "TestEnv.h"
 
@@ -10,10 +11,17 @@
 #include "common/SettingsKeys.h"
 #include "common/Texts.h"
 #include "controller/RemovalActions.h"
+#include "controller/RemovalQueue.h"
+#include "controller/WorkProgress.h"
 
 #include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTest>
+#include <QThread>
+#include <QTimer>
+
+#include <mutex>
+#include <thread>
 
 using RemovalActions::Command;
 
@@ -50,6 +58,19 @@ class TstRemovalActions : public QObject
     QByteArray day;
     QByteArray time1, time2;
     QByteArrayList items;
+
+    // `n` one-file items in one time folder of `dayName`, in row order.
+    QByteArrayList manyItems(int n, const char *dayName = "2024-05-07")
+    {
+        const QByteArray time =
+            env->homeBytes() + "/.Salvora3Cache/" + dayName + '/' + dayName + " 08_00_00";
+        QByteArrayList paths;
+        for (int i = 0; i < n; ++i) {
+            paths.append(time + "/item " + QByteArray::number(i).rightJustified(3, '0'));
+            if (!TestEnv::writeFile(paths.last(), "data")) return {};
+        }
+        return paths;
+    }
 
 private slots:
     void initTestCase()
@@ -98,10 +119,12 @@ private slots:
         QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
         QSignalSpy heard(&daemon, &NotificationBus::received);
         Recorder r;
-        QVERIFY(!RemovalActions::removeContents(items, r));
-        QVERIFY(!RemovalActions::removeSelectedDays({day}, r));
-        QVERIFY(!RemovalActions::removeAllCaches(r));
+        RemovalQueue queue;
+        QVERIFY(!RemovalActions::removeContents(items, r, queue));
+        QVERIFY(!RemovalActions::removeSelectedDays({day}, r, queue));
+        QVERIFY(!RemovalActions::removeAllCaches(r, queue));
         QCOMPARE(presenter.shown.size(), 3);
+        QVERIFY(!queue.busy());
         QVERIFY(r.calls.isEmpty());
         for (const QByteArray &p : std::as_const(items))
             QVERIFY(TestEnv::exists(p));
@@ -113,8 +136,9 @@ private slots:
     void noSelectionNoAlert()
     {
         Recorder r;
-        QVERIFY(!RemovalActions::removeContents({}, r));
-        QVERIFY(!RemovalActions::removeSelectedDays({}, r));
+        RemovalQueue queue;
+        QVERIFY(!RemovalActions::removeContents({}, r, queue));
+        QVERIFY(!RemovalActions::removeSelectedDays({}, r, queue));
         QVERIFY(presenter.shown.isEmpty());
         QVERIFY(r.calls.isEmpty());
     }
@@ -137,10 +161,18 @@ private slots:
         QSignalSpy heard(&daemon, &NotificationBus::received);
         presenter.answers = {RemovalActions::kDeleteIndex};
         Recorder r;
+        RemovalQueue queue;
+        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
         // Rows in ascending order, as the window collects them.
         const QByteArrayList selected{items[0], items[1]};
-        QVERIFY(RemovalActions::removeContents(selected, r));
-        QCOMPARE(r.calls, QStringList({"days", "contents", "status"}));
+        int before = 0;
+        QVERIFY(RemovalActions::removeContents(selected, r, queue, [&] {
+            before = 1;
+            r.calls.append(QStringLiteral("before"));
+        }));
+        QVERIFY(finished.wait(10000));
+        QCOMPARE(before, 1);
+        QCOMPARE(r.calls, QStringList({"before", "days", "contents", "status"}));
         QVERIFY(!TestEnv::exists(items[0]));
         QVERIFY(!TestEnv::exists(items[1]));
         QVERIFY(TestEnv::exists(items[2]));
@@ -163,9 +195,12 @@ private slots:
         QVERIFY(TestEnv::makeFolders(otherDay + "/2024-05-04 10_00_00"));
         presenter.answers = {RemovalActions::kDeleteIndex};
         Recorder r;
+        RemovalQueue queue;
+        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
         // A day that vanished meanwhile is still named to the daemon.
         const QByteArrayList days{day, otherDay, env->homeBytes() + "/.Salvora3Cache/2024-01-01"};
-        QVERIFY(RemovalActions::removeSelectedDays(days, r));
+        QVERIFY(RemovalActions::removeSelectedDays(days, r, queue));
+        QVERIFY(finished.wait(10000));
         QCOMPARE(r.calls, QStringList({"days", "status"}));
         QVERIFY(!TestEnv::exists(day));
         QVERIFY(!TestEnv::exists(otherDay));
@@ -182,9 +217,26 @@ private slots:
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         presenter.answers = {RemovalActions::kDeleteIndex};
         Recorder r;
-        QVERIFY(RemovalActions::removeAllCaches(r));
+        WorkProgress progress;
+        RemovalQueue queue(&progress);
+        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        // Protection is off before the first piece goes.
+        std::optional<qint64> protectionAtFirstPiece;
+        bool first = true;
+        queue.setItemHookForTesting([&](const QByteArray &) {
+            if (std::exchange(first, false))
+                protectionAtFirstPiece = Settings::integer(SettingsKeys::PrefsProtectionEnabled);
+        });
+        QVERIFY(RemovalActions::removeAllCaches(r, queue));
+        QVERIFY(finished.wait(10000));
+        QCOMPARE(protectionAtFirstPiece, std::optional<qint64>(0));
         QCOMPARE(r.calls, QStringList({"status", "days", "contents"}));
         QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
+        QVERIFY(!TestEnv::exists(env->homeBytes() + "/.Salvora3Cache"));
+        // The cache went entry by entry (one day folder), then the folder itself.
+        QTRY_VERIFY(!progress.summary(WorkJob::Kind::Removal).running);
+        QCOMPARE(progress.summary(WorkJob::Kind::Removal).done, 2);
+        QCOMPARE(progress.summary(WorkJob::Kind::Removal).total, 2);
         QVERIFY(!TestEnv::exists(env->homeBytes() + "/.Salvora3Cache/2024-05-03"));
         // The companion hears of it; the daemon gets no delete request.
         QTRY_COMPARE(heard.size(), 1);
@@ -192,6 +244,169 @@ private slots:
         QCOMPARE(heard[0][1].toString(), QLatin1String(Notifications::Salvora3SettingsDidChange));
         QTest::qWait(150);
         QCOMPARE(heard.size(), 1);
+    }
+
+    // The deleting runs on a worker: the command returns at once and the event loop keeps
+    // turning while a slow removal goes on.
+    void deletingLeavesTheMainThreadFree()
+    {
+        const QByteArrayList many = manyItems(30);
+        presenter.answers = {RemovalActions::kDeleteIndex};
+        Recorder r;
+        RemovalQueue queue;
+        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        queue.setItemHookForTesting([](const QByteArray &) { QThread::msleep(15); });
+        int ticks = 0;
+        QTimer ticker;
+        connect(&ticker, &QTimer::timeout, this, [&] { ++ticks; });
+        ticker.start(10);
+        QVERIFY(RemovalActions::removeContents(many, r, queue));
+        QVERIFY(queue.busy());
+        QVERIFY(r.calls.isEmpty());
+        QVERIFY(TestEnv::exists(many.last()));
+        QVERIFY(finished.wait(20000));
+        QVERIFY2(ticks >= 10, QByteArray::number(ticks).constData());
+        QCOMPARE(r.calls, QStringList({"days", "contents", "status"}));
+        QVERIFY(!TestEnv::exists(many.last()));
+        QVERIFY(!queue.busy());
+    }
+
+    // Cancelling stops after the item being deleted; the refresh still runs and the daemon is
+    // asked for exactly what was handed to deletion, never for what the user spared.
+    void cancelStopsAfterTheCurrentItem()
+    {
+        NotificationBus daemon;
+        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
+        QSignalSpy heard(&daemon, &NotificationBus::received);
+        const QByteArrayList many = manyItems(40);
+        presenter.answers = {RemovalActions::kDeleteIndex};
+        Recorder r;
+        WorkProgress progress;
+        RemovalQueue queue(&progress);
+        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        queue.setItemHookForTesting([](const QByteArray &) { QThread::msleep(20); });
+        QVERIFY(RemovalActions::removeContents(many, r, queue));
+        QTRY_VERIFY_WITH_TIMEOUT(progress.summary(WorkJob::Kind::Removal).done >= 3, 10000);
+        QVERIFY(progress.summary(WorkJob::Kind::Removal).visible); // 40 items: shown at once
+        QCOMPARE(progress.summary(WorkJob::Kind::Removal).total, 40);
+        progress.cancel(WorkJob::Kind::Removal);
+        QVERIFY(finished.wait(10000));
+
+        const QByteArrayList handed = finished[0][0].value<QByteArrayList>();
+        QVERIFY(handed.size() >= 3 && handed.size() < many.size());
+        QCOMPARE(handed, many.mid(0, handed.size()));
+        for (qsizetype i = 0; i < many.size(); ++i)
+            QCOMPARE(TestEnv::exists(many[i]), i >= handed.size());
+        QCOMPARE(r.calls, QStringList({"days", "contents", "status"}));
+        QTRY_COMPARE(heard.size(), 1);
+        QCOMPARE(NotificationBus::deleteListFrom(heard[0][2].toMap()), handed);
+        QTRY_VERIFY(!progress.summary(WorkJob::Kind::Removal).running);
+        QCOMPARE(progress.summary(WorkJob::Kind::Removal).done, handed.size());
+    }
+
+    // A removal confirmed while another deletes waits its turn; one cancelled before its turn
+    // touches nothing, refreshes nothing and tells the daemon nothing.
+    void removalsTakeTurns()
+    {
+        NotificationBus daemon;
+        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
+        QSignalSpy heard(&daemon, &NotificationBus::received);
+        const QByteArrayList many = manyItems(12);
+        const QByteArray otherDay = env->homeBytes() + "/.Salvora3Cache/2024-05-04";
+        QVERIFY(TestEnv::writeFile(otherDay + "/2024-05-04 10_00_00/x", "x"));
+        presenter.answers = {RemovalActions::kDeleteIndex, RemovalActions::kDeleteIndex};
+        Recorder r;
+        RemovalQueue queue;
+        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        std::mutex m;
+        QByteArrayList order;
+        queue.setItemHookForTesting([&](const QByteArray &p) {
+            QThread::msleep(10);
+            std::lock_guard lock(m);
+            order.append(p);
+        });
+        QVERIFY(RemovalActions::removeContents(many, r, queue));
+        QVERIFY(RemovalActions::removeSelectedDays({otherDay}, r, queue));
+        QVERIFY(TestEnv::exists(otherDay));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 2, 10000);
+        QCOMPARE(order, many + QByteArrayList{otherDay});
+        QCOMPARE(r.calls, QStringList({"days", "contents", "status", "days", "status"}));
+        QTRY_COMPARE(heard.size(), 2);
+        QCOMPARE(NotificationBus::deleteListFrom(heard[0][2].toMap()), many);
+        QCOMPARE(NotificationBus::deleteListFrom(heard[1][2].toMap()), QByteArrayList{otherDay});
+
+        // Cancelled while waiting.
+        const QByteArrayList more = manyItems(12, "2024-05-05");
+        const QByteArray spared = env->homeBytes() + "/.Salvora3Cache/2024-05-06";
+        QVERIFY(TestEnv::writeFile(spared + "/2024-05-06 10_00_00/y", "y"));
+        WorkProgress progress;
+        RemovalQueue second(&progress);
+        QSignalSpy secondFinished(&second, &RemovalQueue::removalFinished);
+        second.setItemHookForTesting([](const QByteArray &) { QThread::msleep(20); });
+        heard.clear();
+        r.calls.clear();
+        presenter.answers = {RemovalActions::kDeleteIndex, RemovalActions::kDeleteIndex};
+        QVERIFY(RemovalActions::removeContents(more, r, second));
+        QVERIFY(RemovalActions::removeSelectedDays({spared}, r, second));
+        QTRY_VERIFY(progress.summary(WorkJob::Kind::Removal).done >= 1);
+        // Both counted in one bar.
+        QCOMPARE(progress.summary(WorkJob::Kind::Removal).total, 13);
+        progress.cancel(WorkJob::Kind::Removal);
+        QTRY_COMPARE_WITH_TIMEOUT(secondFinished.size(), 2, 10000);
+        QVERIFY(secondFinished[1][0].value<QByteArrayList>().isEmpty());
+        QVERIFY(TestEnv::exists(spared + "/2024-05-06 10_00_00/y"));
+        QCOMPARE(r.calls, QStringList({"days", "contents", "status"}));
+        QTRY_COMPARE(heard.size(), 1);
+        QTest::qWait(100);
+        QCOMPARE(heard.size(), 1);
+    }
+
+    // Quitting stops the removal after its current item and waits for it; the daemon still
+    // hears of what was handed to deletion; the dying window is not refreshed.
+    void quitWaitsForTheItemBeingDeleted()
+    {
+        NotificationBus daemon;
+        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
+        QSignalSpy heard(&daemon, &NotificationBus::received);
+        const QByteArrayList many = manyItems(20);
+        presenter.answers = {RemovalActions::kDeleteIndex};
+        Recorder r;
+        WorkProgress progress;
+        auto queue = std::make_unique<RemovalQueue>(&progress);
+        std::atomic<int> inHook{0};
+        queue->setItemHookForTesting([&](const QByteArray &) {
+            inHook.fetch_add(1);
+            QThread::msleep(100);
+        });
+        QVERIFY(RemovalActions::removeContents(many, r, *queue));
+        QTRY_VERIFY(inHook.load() >= 2);
+        QVERIFY(queue->shutdown(5000));
+        const int handed = inHook.load();
+        QVERIFY(handed < many.size());
+        for (qsizetype i = 0; i < many.size(); ++i)
+            QCOMPARE(TestEnv::exists(many[i]), i >= handed);
+        queue.reset();
+        QTRY_COMPARE(heard.size(), 1);
+        QCOMPARE(NotificationBus::deleteListFrom(heard[0][2].toMap()), many.mid(0, handed));
+        QVERIFY(r.calls.isEmpty());
+
+        // An item that takes longer than the wait: quitting gives up on it, without a crash.
+        auto slow = std::make_unique<RemovalQueue>();
+        auto release = std::make_shared<std::atomic<bool>>(false);
+        auto entered = std::make_shared<std::atomic<bool>>(false);
+        slow->setItemHookForTesting([release, entered](const QByteArray &) {
+            entered->store(true);
+            while (!release->load())
+                QThread::msleep(5);
+        });
+        presenter.answers = {RemovalActions::kDeleteIndex};
+        QVERIFY(RemovalActions::removeContents(many.mid(handed), r, *slow));
+        QTRY_VERIFY(entered->load());
+        QVERIFY(!slow->shutdown(50));
+        slow.reset();
+        release->store(true);
+        QTest::qWait(100); // the given-up worker ends on its own
+        QVERIFY(r.calls.isEmpty());
     }
 };
 

@@ -1,13 +1,20 @@
 // Getting items out of the cache: file URLs that keep every byte of a name, the drag data, and
-// copy jobs on their own threads.
+// copy jobs on their own threads with their progress: counts, when it is worth showing, how
+// often it is told, and cancelling.
 
 #include "TestEnv.h"
 
 #include "controller/RestoreActions.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
 #include <QMimeData>
+#include <QSignalSpy>
 #include <QTest>
+#include <QThread>
+
+#include <thread>
 
 namespace {
 
@@ -17,6 +24,17 @@ const QByteArrayList kAwkwardNames{
     QByteArray("100% #1?&=+;,[x]"),
     QByteArray("new\nline"),
     QByteArray("été"),
+};
+
+// Whether a WorkProgress ever announced that work of this kind was worth showing.
+struct EverVisible
+{
+    bool seen = false;
+    EverVisible(WorkProgress &progress, WorkJob::Kind kind)
+    {
+        QObject::connect(&progress, &WorkProgress::changed, &progress,
+                         [this, &progress, kind] { seen = seen || progress.summary(kind).visible; });
+    }
 };
 
 } // namespace
@@ -105,6 +123,122 @@ private slots:
         QVERIFY(!jobs.start({QByteArray(), cache + "/taken"}));
         jobs.stopAll();
         QVERIFY(!jobs.start({dest, cache + "/tree"}));
+    }
+
+    // The counts reach the total; a one-item copy shows nothing, a large one shows at once and
+    // hides when it ends.
+    void copyProgressShowsOnlyForLongWork()
+    {
+        const QByteArray cache = env->homeBytes() + "/cache/2024-05-03 09_15_00";
+        QByteArrayList sources;
+        for (int i = 0; i < 25; ++i) {
+            sources.append(cache + "/f" + QByteArray::number(i));
+            QVERIFY(TestEnv::writeFile(sources.last(), "data"));
+        }
+        WorkProgress progress;
+        EverVisible visible(progress, WorkJob::Kind::Restore);
+        CopyJobs jobs;
+        jobs.setProgress(&progress);
+
+        QVERIFY(TestEnv::makeFolders(env->homeBytes() + "/one"));
+        QVERIFY(jobs.start(RestoreActions::makeJob(env->homeBytes() + "/one", {sources[0]})));
+        QVERIFY(jobs.waitForAll(10000));
+        QTRY_VERIFY(!progress.summary(WorkJob::Kind::Restore).running);
+        QVERIFY(!visible.seen);
+        QCOMPARE(progress.summary(WorkJob::Kind::Restore).done, 1);
+
+        QVERIFY(TestEnv::makeFolders(env->homeBytes() + "/many"));
+        jobs.setItemHookForTesting([](const QByteArray &) { QThread::msleep(5); });
+        QVERIFY(jobs.start(RestoreActions::makeJob(env->homeBytes() + "/many", sources)));
+        // Shown at once, long before a small job would be.
+        QTRY_VERIFY_WITH_TIMEOUT(progress.summary(WorkJob::Kind::Restore).visible,
+                                 WorkProgress::kShowAfterMs / 2);
+        QVERIFY(jobs.waitForAll(10000));
+        QTRY_VERIFY(!progress.summary(WorkJob::Kind::Restore).running);
+        QVERIFY(!progress.summary(WorkJob::Kind::Restore).visible);
+        QCOMPARE(progress.summary(WorkJob::Kind::Restore).done, 25);
+        QCOMPARE(progress.summary(WorkJob::Kind::Restore).total, 25);
+
+        // A small job that lasts: shown once it has run for a while.
+        jobs.setItemHookForTesting([](const QByteArray &) { QThread::msleep(400); });
+        QVERIFY(TestEnv::makeFolders(env->homeBytes() + "/slow"));
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(jobs.start(RestoreActions::makeJob(env->homeBytes() + "/slow", sources.mid(0, 2))));
+        QVERIFY(!progress.summary(WorkJob::Kind::Restore).visible);
+        QTRY_VERIFY_WITH_TIMEOUT(progress.summary(WorkJob::Kind::Restore).visible, 5000);
+        QVERIFY(clock.elapsed() >= WorkProgress::kShowAfterMs);
+        QVERIFY(jobs.waitForAll(10000));
+        QTRY_VERIFY(!progress.summary(WorkJob::Kind::Restore).visible);
+        QCOMPARE(progress.summary(WorkJob::Kind::Restore).done, 2);
+    }
+
+    // Two jobs at once share one count; cancelling stops both after the item they are at and
+    // leaves nothing under a final name that is not a whole copy.
+    void cancelStopsEveryCopy()
+    {
+        const QByteArray cache = env->homeBytes() + "/cache/2024-05-03 09_15_00";
+        QByteArrayList first, second;
+        for (int i = 0; i < 30; ++i) {
+            first.append(cache + "/a" + QByteArray::number(i));
+            second.append(cache + "/b" + QByteArray::number(i));
+            QVERIFY(TestEnv::writeFile(first.last(), QByteArray(70000, char('a' + i % 26))));
+            QVERIFY(TestEnv::writeFile(second.last(), "b" + QByteArray::number(i)));
+        }
+        const QByteArray dest = env->homeBytes() + "/dest";
+        QVERIFY(TestEnv::makeFolders(dest));
+        WorkProgress progress;
+        CopyJobs jobs;
+        jobs.setProgress(&progress);
+        jobs.setItemHookForTesting([](const QByteArray &) { QThread::msleep(15); });
+        QVERIFY(jobs.start(RestoreActions::makeJob(dest, first)));
+        QVERIFY(jobs.start(RestoreActions::makeJob(dest, second)));
+        QCOMPARE(jobs.running(), 2);
+        QTRY_COMPARE(progress.summary(WorkJob::Kind::Restore).total, 60);
+        QTRY_VERIFY(progress.summary(WorkJob::Kind::Restore).done >= 4);
+        progress.cancel(WorkJob::Kind::Restore);
+        QVERIFY(jobs.waitForAll(10000));
+        QTRY_VERIFY(!progress.summary(WorkJob::Kind::Restore).running);
+        const qint64 done = progress.summary(WorkJob::Kind::Restore).done;
+        QVERIFY(done >= 4 && done < 60);
+
+        const QStringList copied = QDir(QString::fromLocal8Bit(dest))
+                                       .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        QVERIFY(copied.size() <= done);
+        for (const QString &name : copied) {
+            QVERIFY2(!name.startsWith(QLatin1Char('.')), qPrintable(name));
+            QCOMPARE(TestEnv::readFile(dest + '/' + name.toLocal8Bit()),
+                     TestEnv::readFile(cache + '/' + name.toLocal8Bit()));
+        }
+        // Later jobs still run: cancelling is not quitting.
+        jobs.setItemHookForTesting({});
+        QVERIFY(jobs.start(RestoreActions::makeJob(dest, {first.last()})));
+        QVERIFY(jobs.waitForAll(10000));
+        QVERIFY(TestEnv::exists(dest + "/a29"));
+    }
+
+    // However fast a worker reports, the window hears at most about every update interval.
+    void progressIsThrottled()
+    {
+        WorkProgress progress;
+        QSignalSpy changed(&progress, &WorkProgress::changed);
+        auto job = std::make_shared<WorkJob>(WorkJob::Kind::Removal, 100000);
+        progress.track(job);
+        QElapsedTimer clock;
+        clock.start();
+        std::thread worker([job] {
+            for (int i = 0; i < 100000; ++i) {
+                job->advance();
+                if (i % 200 == 0) QThread::usleep(100);
+            }
+            job->finish();
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(!progress.summary(WorkJob::Kind::Removal).running, 20000);
+        worker.join();
+        const qint64 ms = clock.elapsed();
+        QCOMPARE(progress.summary(WorkJob::Kind::Removal).done, 100000);
+        QVERIFY2(changed.size() <= ms / WorkProgress::kUpdateIntervalMs + 3,
+                 qPrintable(QStringLiteral("%1 in %2 ms").arg(changed.size()).arg(ms)));
     }
 };
 

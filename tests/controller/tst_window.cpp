@@ -10,7 +10,9 @@
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
 #include "common/Texts.h"
+#include "controller/RemovalQueue.h"
 #include "controller/RestoreActions.h"
+#include "ui/ProgressArea.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/PreviewPanel.h"
 #include "ui/TableView.h"
@@ -28,7 +30,12 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMimeData>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QRegularExpression>
+#include <QStatusBar>
+#include <QThread>
+#include <QToolButton>
 
 #include <unistd.h>
 
@@ -606,10 +613,14 @@ private slots:
 
         AnsweringPresenter remove(RemovalActions::kDeleteIndex);
         Alerts::setPresenter(&remove);
+        QSignalSpy removed(c->mRemovals, &RemovalQueue::removalFinished);
         c->removeContents();
         Alerts::setPresenter(nullptr);
         QCOMPARE(remove.shown, 1);
+        QVERIFY(removed.wait(10000));
         QVERIFY(!QFileInfo::exists(QFile::decodeName(gone)));
+        // One item: no progress flashed.
+        QVERIFY(c->window->statusBar()->isHidden());
         const QByteArray timeFolder = Fixture::cachePath(*env) + "/2024-05-01/2024-05-01 09_00_00";
         QVERIFY(!QFileInfo::exists(QFile::decodeName(timeFolder)));
         // The emptied day stays listed, with nothing in it, and stays selected.
@@ -626,6 +637,50 @@ private slots:
         c->removeContents();
         Alerts::setPresenter(nullptr);
         QCOMPARE(unused.shown, 0);
+    }
+
+    // A long removal shows its row in the status bar, which the window otherwise does not show;
+    // its cancel button stops the deleting, and the row goes when the work ends.
+    void longRemovalShowsProgressWithCancel()
+    {
+        QList<QByteArray> all;
+        for (int i = 0; i < 30; ++i)
+            all.append(item("2024-05-01", "09_00_00", "n" + QByteArray::number(i).rightJustified(2, '0')));
+        launch();
+        QVERIFY(c->window->statusBar()->isHidden());
+        QVERIFY(Fixture::settle(*c));
+        c->mTableViewContents->selectAll();
+        QCOMPARE(c->selectedContentsPaths().size(), 30);
+        c->mRemovals->setItemHookForTesting([](const QByteArray &) { QThread::msleep(100); });
+
+        ProgressArea *area = c->mRemovalProgressArea;
+        QCOMPARE(area->cancelButton()->toolTip(), qtTrId("CancelButton"));
+        QCOMPARE(area->cancelButton()->accessibleName(), qtTrId("CancelButton"));
+        AnsweringPresenter remove(RemovalActions::kDeleteIndex);
+        Alerts::setPresenter(&remove);
+        QSignalSpy removed(c->mRemovals, &RemovalQueue::removalFinished);
+        c->removeContents();
+        Alerts::setPresenter(nullptr);
+        QTRY_VERIFY(!c->window->statusBar()->isHidden());
+        QVERIFY(!area->isHidden());
+        QVERIFY(c->mRestoreProgressArea->isHidden());
+        QTRY_VERIFY(area->bar()->value() >= 2);
+        QCOMPARE(area->bar()->maximum(), 30);
+        QVERIFY(QRegularExpression(QStringLiteral("^Deleting \\d+ of 30$"))
+                    .match(area->label()->text())
+                    .hasMatch());
+        area->cancelButton()->click();
+        QTRY_VERIFY(!area->cancelButton()->isEnabled());
+        QVERIFY(removed.wait(10000));
+        const QByteArrayList handed = removed[0][0].value<QByteArrayList>();
+        QVERIFY(handed.size() < 30);
+        QTRY_VERIFY(c->window->statusBar()->isHidden());
+        QVERIFY(area->isHidden());
+        // The rebuilt list shows what the cancel spared.
+        QVERIFY(Fixture::settle(*c));
+        QTRY_COMPARE(Fixture::names(*c).size(), 30 - handed.size());
+        QCOMPARE(ProgressArea::text(WorkJob::Kind::Restore, 12, 340),
+                 QStringLiteral("Restoring 12 of 340"));
     }
 
     // The lists ask the window for their menus and drag data; only a selection gives a menu,

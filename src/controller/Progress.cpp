@@ -1,0 +1,33 @@
+#include "controller/AppDelegate.h"
+
+#include "controller/RemovalQueue.h"
+#include "controller/WorkProgress.h"
+#include "ui/ProgressArea.h"
+
+#include <QMainWindow>
+#include <QStatusBar>
+
+void AppDelegate::setUpProgress()
+{
+    mProgress = new WorkProgress(this);
+    mRemovals = new RemovalQueue(mProgress, this);
+    mCopyJobs.setProgress(mProgress);
+    // Permanent widgets: a message shown in the status bar never hides them.
+    QStatusBar *bar = window->statusBar();
+    mRestoreProgressArea = new ProgressArea(*mProgress, WorkJob::Kind::Restore, bar);
+    mRemovalProgressArea = new ProgressArea(*mProgress, WorkJob::Kind::Removal, bar);
+    bar->addPermanentWidget(mRestoreProgressArea);
+    bar->addPermanentWidget(mRemovalProgressArea);
+    bar->setSizeGripEnabled(false);
+    // Connected after the areas, so that they are up to date when the bar is shown.
+    connect(mProgress, &WorkProgress::changed, this, &AppDelegate::progressChanged);
+    progressChanged();
+}
+
+void AppDelegate::progressChanged()
+{
+    // The window had no status bar before; it appears only while there is work to show.
+    const bool shown = mProgress->summary(WorkJob::Kind::Restore).visible ||
+                       mProgress->summary(WorkJob::Kind::Removal).visible;
+    window->statusBar()->setVisible(shown);
+}
