@@ -741,6 +741,9 @@ private slots:
         QVERIFY(panel);
         QVERIFY(panel->isVisible());
         QCOMPARE(c->mQuickLook.items(), QByteArrayList{c->mContents.fullPath(0)});
+        // Shown once its loading thread handed it over (which also orders that thread's file
+        // closing before the clean-up's).
+        QTRY_VERIFY(panel->infoLine().startsWith(QStringLiteral("note.txt")));
         QTest::keyClick(c->mTableViewContents, Qt::Key_Space);
         QVERIFY(!panel->isVisible());
     }
