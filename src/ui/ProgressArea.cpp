@@ -29,7 +29,11 @@ ProgressArea::ProgressArea(WorkProgress &progress, WorkJob::Kind kind, QWidget *
     mCancel->setAccessibleName(cancel);
     // Without a themed icon the button still says what it does.
     if (mCancel->icon().isNull()) mCancel->setText(cancel);
-    connect(mCancel, &QToolButton::clicked, this, [this] { mProgress.cancel(mKind); });
+    connect(mCancel, &QToolButton::clicked, this, [this] {
+        // Greyed at once: the work may end before the next update says it is stopping.
+        mCancel->setEnabled(false);
+        mProgress.cancel(mKind);
+    });
     connect(&mProgress, &WorkProgress::changed, this, &ProgressArea::refresh);
     refresh();
 }

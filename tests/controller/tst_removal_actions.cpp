@@ -170,7 +170,7 @@ private slots:
             before = 1;
             r.calls.append(QStringLiteral("before"));
         }));
-        QVERIFY(finished.wait(10000));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 10000);
         QCOMPARE(before, 1);
         QCOMPARE(r.calls, QStringList({"before", "days", "contents", "status"}));
         QVERIFY(!TestEnv::exists(items[0]));
@@ -200,7 +200,7 @@ private slots:
         // A day that vanished meanwhile is still named to the daemon.
         const QByteArrayList days{day, otherDay, env->homeBytes() + "/.Salvora3Cache/2024-01-01"};
         QVERIFY(RemovalActions::removeSelectedDays(days, r, queue));
-        QVERIFY(finished.wait(10000));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 10000);
         QCOMPARE(r.calls, QStringList({"days", "status"}));
         QVERIFY(!TestEnv::exists(day));
         QVERIFY(!TestEnv::exists(otherDay));
@@ -228,7 +228,7 @@ private slots:
                 protectionAtFirstPiece = Settings::integer(SettingsKeys::PrefsProtectionEnabled);
         });
         QVERIFY(RemovalActions::removeAllCaches(r, queue));
-        QVERIFY(finished.wait(10000));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 10000);
         QCOMPARE(protectionAtFirstPiece, std::optional<qint64>(0));
         QCOMPARE(r.calls, QStringList({"status", "days", "contents"}));
         QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
@@ -264,7 +264,7 @@ private slots:
         QVERIFY(queue.busy());
         QVERIFY(r.calls.isEmpty());
         QVERIFY(TestEnv::exists(many.last()));
-        QVERIFY(finished.wait(20000));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
         QVERIFY2(ticks >= 10, QByteArray::number(ticks).constData());
         QCOMPARE(r.calls, QStringList({"days", "contents", "status"}));
         QVERIFY(!TestEnv::exists(many.last()));
@@ -290,7 +290,7 @@ private slots:
         QVERIFY(progress.summary(WorkJob::Kind::Removal).visible); // 40 items: shown at once
         QCOMPARE(progress.summary(WorkJob::Kind::Removal).total, 40);
         progress.cancel(WorkJob::Kind::Removal);
-        QVERIFY(finished.wait(10000));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 10000);
 
         const QByteArrayList handed = finished[0][0].value<QByteArrayList>();
         QVERIFY(handed.size() >= 3 && handed.size() < many.size());
