@@ -26,24 +26,10 @@ struct Measure
 // Runs the command with its output to a file; wall time and peak memory from wait4.
 Measure runMeasured(const std::vector<std::string> &argv, const char *outFile)
 {
-    std::vector<char *> args;
-    for (const std::string &a : argv)
-        args.push_back(const_cast<char *>(a.c_str()));
-    args.push_back(nullptr);
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_addopen(&fa, 1, outFile, O_WRONLY | O_CREAT | O_TRUNC, 0600);
     Measure m;
-    pid_t pid = 0;
-    m.seconds = bench::seconds([&] {
-        if (posix_spawnp(&pid, args[0], &fa, nullptr, args.data(), environ) != 0)
-            return;
-        int status = 0;
-        struct rusage ru{};
-        wait4(pid, &status, 0, &ru);
-        m.maxRssKiB = ru.ru_maxrss;
-    });
-    posix_spawn_file_actions_destroy(&fa);
+    struct rusage ru{};
+    m.seconds = bench::seconds([&] { bench::run(argv, outFile, &ru); });
+    m.maxRssKiB = ru.ru_maxrss;
     if (FILE *f = std::fopen(outFile, "rb")) {
         std::fseek(f, 0, SEEK_END);
         m.outputBytes = std::size_t(std::ftell(f));

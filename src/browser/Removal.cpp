@@ -50,9 +50,22 @@ bool emptyFolder(int fd)
     return ok;
 }
 
-bool stopped(const std::atomic<bool> *stop)
+// Runs `remove` on each path in order until `stop` is set, telling `onItemDone` after each;
+// returns how many were handed to it.
+template<typename Remove>
+qsizetype eachUntilStopped(const QByteArrayList &paths, const std::atomic<bool> *stop,
+                           const Removal::ItemDone &onItemDone, Remove remove)
 {
-    return stop && stop->load(std::memory_order_relaxed);
+    qsizetype handed = 0;
+    for (const QByteArray &p : paths) {
+        if (stop && stop->load(std::memory_order_relaxed))
+            break;
+        remove(p);
+        ++handed;
+        if (onItemDone)
+            onItemDone(p);
+    }
+    return handed;
 }
 
 QByteArray parentOf(const QByteArray &path)
@@ -84,38 +97,17 @@ bool removeTree(const QByteArray &path)
 
 qsizetype removeItems(const QByteArrayList &itemPaths, const std::atomic<bool> *stop, const ItemDone &onItemDone)
 {
-    qsizetype handed = 0;
-    for (const QByteArray &p : itemPaths) {
-        if (stopped(stop))
-            break;
+    return eachUntilStopped(itemPaths, stop, onItemDone, [](const QByteArray &p) {
         removeTree(p);
         const QByteArray timeFolder = parentOf(p);
         CommonUtils::resetSizeOfCacheIn(timeFolder);
         CommonUtils::removeEmptyCache(timeFolder);
-        ++handed;
-        if (onItemDone)
-            onItemDone(p);
-    }
-    return handed;
-}
-
-qsizetype removeDays(const QByteArrayList &dayPaths, const std::atomic<bool> *stop, const ItemDone &onItemDone)
-{
-    return removeTrees(dayPaths, stop, onItemDone);
+    });
 }
 
 qsizetype removeTrees(const QByteArrayList &paths, const std::atomic<bool> *stop, const ItemDone &onItemDone)
 {
-    qsizetype handed = 0;
-    for (const QByteArray &p : paths) {
-        if (stopped(stop))
-            break;
-        removeTree(p);
-        ++handed;
-        if (onItemDone)
-            onItemDone(p);
-    }
-    return handed;
+    return eachUntilStopped(paths, stop, onItemDone, [](const QByteArray &p) { removeTree(p); });
 }
 
 void switchProtectionOff()

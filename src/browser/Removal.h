@@ -21,9 +21,6 @@ using ItemDone = std::function<void(const QByteArray &path)>;
 // finished, the rest are left alone. Returns how many were handed to deletion.
 qsizetype removeItems(const QByteArrayList &itemPaths, const std::atomic<bool> *stop = nullptr,
                       const ItemDone &onItemDone = {});
-// Each day folder whole; its record goes with it. Stops as removeItems does.
-qsizetype removeDays(const QByteArrayList &dayPaths, const std::atomic<bool> *stop = nullptr,
-                     const ItemDone &onItemDone = {});
 // Protection off (stored, synchronised, announced), then every protected volume's cache folder.
 void removeAllCaches();
 // The two halves of removeAllCaches, for callers that delete on another thread: protection off,
@@ -34,7 +31,8 @@ QByteArrayList protectedCacheFolders();
 // The pieces a cache folder is deleted in, so that deleting it can be followed and stopped: each
 // entry of each folder, then the folder itself. Missing folders give nothing.
 QByteArrayList cacheFolderPieces(const QByteArrayList &cacheFolders);
-// Each path whole, in order; stops as removeItems does.
+// Each path whole, in order (day folders: their records go with them); stops as removeItems
+// does.
 qsizetype removeTrees(const QByteArrayList &paths, const std::atomic<bool> *stop = nullptr,
                       const ItemDone &onItemDone = {});
 // "Salvora3DaemonNotification" / "Salvora3DaemonMustDelete" with the paths, in the given order.

@@ -224,7 +224,7 @@ int remove(int argc, char **argv)
     if (days.isEmpty())
         Removal::removeItems(paths);
     else
-        Removal::removeDays(paths);
+        Removal::removeTrees(paths);
     announceChange(paths);
     return 0;
 }

@@ -79,13 +79,13 @@ CopyJobs::~CopyJobs()
 
 bool CopyJobs::start(const QByteArrayList &job)
 {
-    if (job.size() < 2 || job.first().isEmpty() || mShared->stop.load()) return false;
+    if (job.size() < 2 || job.first().isEmpty() || mStopped) return false;
     auto work = std::make_shared<WorkJob>(WorkJob::Kind::Restore, job.size() - 1);
     if (mProgress) mProgress->track(work);
     mJobs.removeIf([](const std::weak_ptr<WorkJob> &w) { return w.expired(); });
     mJobs.append(work);
     mShared->running.fetch_add(1);
-    // The thread owns its copy of the job and shares only the counters and the stop flags.
+    // The thread owns its copy of the job and shares only the running count and its job's counts and stop flag.
     std::thread([shared = mShared, work, job, hook = mItemHook] {
         Restore::copyItems(job.first(), job.mid(1), work->stopFlag(),
                            [&](const Restore::ItemResult &r) {
@@ -100,7 +100,7 @@ bool CopyJobs::start(const QByteArrayList &job)
 
 void CopyJobs::stopAll()
 {
-    mShared->stop.store(true);
+    mStopped = true;
     for (const std::weak_ptr<WorkJob> &w : std::as_const(mJobs))
         if (const auto work = w.lock()) work->requestStop();
 }

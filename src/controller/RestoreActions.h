@@ -68,10 +68,11 @@ public:
 private:
     struct Shared
     {
-        std::atomic<bool> stop{false};
         std::atomic<int> running{0};
     };
     std::shared_ptr<Shared> mShared;
+    // After stopAll(), no job starts any more.
+    bool mStopped = false;
     WorkProgress *mProgress = nullptr;
     // The jobs that may still run, to stop them at quit.
     QList<std::weak_ptr<WorkJob>> mJobs;

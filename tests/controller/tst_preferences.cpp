@@ -1,6 +1,7 @@
 // The Preferences sheet's rules without its widgets: the retention slider, the filters, the
 // volume rows and what confirming stores, announces and refreshes.
 
+#include "PreferencesRecorder.h"
 #include "TestEnv.h"
 
 #include "common/NotificationBus.h"
@@ -21,17 +22,7 @@ using namespace Preferences;
 
 namespace {
 
-class Recorder : public PreferencesTarget
-{
-public:
-    QStringList calls;
-    void updateProtectedVolumesList() override { calls.append(QStringLiteral("volumes")); }
-    void updateListOfDaysInCache() override { calls.append(QStringLiteral("days")); }
-    void reloadDayTable() override { calls.append(QStringLiteral("dayTable")); }
-    void updateStatusInfos() override { calls.append(QStringLiteral("status")); }
-};
-
-const QString kDataUuid = QStringLiteral("0A1B2C3D-0000-4000-8000-00000000D474");
+using Recorder = PreferencesRecorder;
 const QString kGoneUuid = QStringLiteral("0A1B2C3D-0000-4000-8000-0000000060E1");
 
 VolumeRecord row(const QString &path, const QString &uuid, bool isProtected = false)

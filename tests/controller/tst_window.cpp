@@ -89,6 +89,19 @@ class TstWindow : public QObject
         return Fixture::addItem(*env, day, time, name, size);
     }
 
+    // "/", /media/u/A and /media/u/B mounted, with UUIDs "UUID-<minor>".
+    static void mountThreeVolumes()
+    {
+        const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
+                                 "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
+                                 "3 1 8:33 / /media/u/B rw - ext4 /dev/sdc1 rw\n";
+        CommonUtils::setMountTableSourceForTesting([table] { return table; });
+        CommonUtils::setIdentityResolverForTesting([](const MountEntry &e) {
+            return VolumeIdentity{QStringLiteral("UUID-%1").arg(e.minor), QString()};
+        });
+        CommonUtils::resetVolumesLists();
+    }
+
 private slots:
     void initTestCase() { Texts::install(*QCoreApplication::instance()); }
     void init()
@@ -497,14 +510,7 @@ private slots:
     void statusCountsOfSeveralVolumes()
     {
         // One protected volume of three mounted ones: the X form, but the singular cache text.
-        const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
-                                 "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
-                                 "3 1 8:33 / /media/u/B rw - ext4 /dev/sdc1 rw\n";
-        CommonUtils::setMountTableSourceForTesting([table] { return table; });
-        CommonUtils::setIdentityResolverForTesting([](const MountEntry &e) {
-            return VolumeIdentity{QStringLiteral("UUID-%1").arg(e.minor), QString()};
-        });
-        CommonUtils::resetVolumesLists();
+        mountThreeVolumes();
         item("2024-05-01", "09_00_00", "sized", 4000);
         launch();
         QCOMPARE(
@@ -527,14 +533,7 @@ private slots:
 
     void preferencesSheetVolumes()
     {
-        const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
-                                 "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
-                                 "3 1 8:33 / /media/u/B rw - ext4 /dev/sdc1 rw\n";
-        CommonUtils::setMountTableSourceForTesting([table] { return table; });
-        CommonUtils::setIdentityResolverForTesting([](const MountEntry &e) {
-            return VolumeIdentity{QStringLiteral("UUID-%1").arg(e.minor), QString()};
-        });
-        CommonUtils::resetVolumesLists();
+        mountThreeVolumes();
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
                                 {{"UUID-17", "/media/u/A"}, {"GONE", "/media/u/Gone"}});
         item("2024-05-01", "09_00_00", "a");

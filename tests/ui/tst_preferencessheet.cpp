@@ -1,6 +1,7 @@
 // The Preferences sheet as the user meets it: controls loaded from the settings, the retention
 // labels and their colours, the volume buttons, OK and Escape with their result codes.
 
+#include "PreferencesRecorder.h"
 #include "TestEnv.h"
 
 #include "common/Settings.h"
@@ -17,17 +18,7 @@
 
 namespace {
 
-class Recorder : public PreferencesTarget
-{
-public:
-    QStringList calls;
-    void updateProtectedVolumesList() override { calls.append(QStringLiteral("volumes")); }
-    void updateListOfDaysInCache() override { calls.append(QStringLiteral("days")); }
-    void reloadDayTable() override { calls.append(QStringLiteral("dayTable")); }
-    void updateStatusInfos() override { calls.append(QStringLiteral("status")); }
-};
-
-const QString kDataUuid = QStringLiteral("0A1B2C3D-0000-4000-8000-00000000D474");
+using Recorder = PreferencesRecorder;
 
 QColor textColor(const QLabel *label)
 {
