@@ -1,6 +1,7 @@
 #include "cache/CacheCommit.h"
 
 #include "browser/NameMatch.h"
+#include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
 #include "cache/SizeRecords.h"
 #include "common/Locations.h"
@@ -9,6 +10,9 @@
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "volumes/Volumes.h"
+
+#include "SafeFile.h"
+#include "UniqueFd.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -25,17 +29,7 @@ namespace CacheCommit {
 
 namespace {
 
-struct Fd
-{
-    int fd = -1;
-    explicit Fd(int f = -1) : fd(f) {}
-    ~Fd()
-    {
-        if (fd >= 0) ::close(fd);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-};
+using Fd = UniqueFd;
 
 bool isItemName(QByteArrayView name)
 {
@@ -50,15 +44,11 @@ Error folderError(int err)
     return Error::System;
 }
 
-// Opens (creating it when missing, 0777 whatever the umask) a folder of the cache, never through
-// a link. -1 with errno set on failure.
+// Opens (creating it when missing) a folder of the cache, private and never through a link.
+// -1 with errno set on failure.
 int openOrMakeFolder(int parentFd, const char *name)
 {
-    const bool made = mkdirat(parentFd, name, 0777) == 0;
-    if (!made && errno != EEXIST) return -1;
-    const int fd = openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd >= 0 && made) fchmod(fd, 0777);
-    return fd;
+    return safefile::openFolder(parentFd, name, true, 0700);
 }
 
 bool isUtf8(const QByteArray &bytes)
@@ -82,27 +72,20 @@ QByteArray getBytes(const QJsonObject &o, const char *key)
     return QByteArray::fromBase64(o.value(k + QLatin1String("64")).toString().toLatin1());
 }
 
-void appendOrigin(int cacheFd, const QByteArray &day, const Origin &origin)
+// Written before the item takes its name, so that a crash in between leaves a record of an
+// item that is not there (ignored) rather than an item without its record.
+int appendOrigin(int cacheFd, const QByteArray &day, const Origin &origin)
 {
     Fd folder(openOrMakeFolder(cacheFd, kOriginsFolderName));
-    if (folder.fd < 0) return;
-    const QByteArray file = day + ".jsonl";
-    int fd = openat(folder.fd, file.constData(),
-                    O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (fd >= 0)
-        fchmod(fd, 0666);
-    else if (errno == EEXIST)
-        fd = openat(folder.fd, file.constData(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return;
-    Fd f(fd);
+    if (folder.fd < 0) return errno;
     QJsonObject o;
     o.insert(QLatin1String("time"), QString::fromLatin1(origin.time));
     putBytes(o, "name", origin.name);
     putBytes(o, "path", origin.path);
     o.insert(QLatin1String("uid"), origin.uid);
-    // One write per line: appends of several processes do not interleave within a line.
+    if (origin.ino != 0) o.insert(QLatin1String("ino"), QString::number(origin.ino));
     const QByteArray line = QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
-    (void)!::write(fd, line.constData(), std::size_t(line.size()));
+    return safefile::appendRecord(folder.fd, (day + ".jsonl").constData(), line.toStdString(), 0600);
 }
 
 QByteArray joined(const QByteArray &folder, const QByteArray &name)
@@ -162,6 +145,9 @@ QString describe(Error error, int sysErrno)
         return QStringLiteral("the volume's cache folder does not exist and cannot be created");
     case Error::UnsafeCache:
         return QStringLiteral("a link or a file stands where a cache folder should be");
+    case Error::NoOrigin:
+        return QStringLiteral("its original place could not be recorded (%1)")
+            .arg(QString::fromLocal8Bit(std::strerror(sysErrno ? sysErrno : EIO)));
     case Error::System:
         break;
     }
@@ -198,9 +184,21 @@ bool Exclusions::matches(QByteArrayView name) const
 QByteArray numberedName(const QByteArray &name, int n)
 {
     const qsizetype dot = name.lastIndexOf('.');
+    const bool hasExtension = dot > 0 && dot < name.size() - 1;
+    QByteArray stem = hasExtension ? name.left(dot) : name;
+    QByteArray extension = hasExtension ? name.mid(dot) : QByteArray();
     const QByteArray number = ' ' + QByteArray::number(n);
-    if (dot <= 0 || dot == name.size() - 1) return name + number;
-    return name.left(dot) + number + name.mid(dot);
+    // A name may not exceed 255 bytes: the stem gives way, whole characters at a time, and an
+    // extension too long to leave room for any stem goes before the stem does.
+    if (extension.size() + number.size() >= kMaxNameBytes) extension.clear();
+    const qsizetype room = kMaxNameBytes - number.size() - extension.size();
+    if (stem.size() > room) {
+        qsizetype cut = room;
+        while (cut > 0 && (static_cast<unsigned char>(stem.at(cut)) & 0xC0) == 0x80)
+            --cut;
+        stem.truncate(cut);
+    }
+    return stem + number + extension;
 }
 
 Destination destinationFor(dev_t dev, Error *error)
@@ -214,11 +212,7 @@ Destination destinationFor(dev_t dev, Error *error)
         Destination d;
         d.volumeIndex = i;
         d.volumePath = volume;
-        d.cacheFolder = CommonUtils::pathForCacheFolderInVolume(i);
-        if (d.cacheFolder.isEmpty()) {
-            *error = Error::NoCacheFolder;
-            return {};
-        }
+        d.cacheFolder = CacheFolder::pathFor(volume);
         *error = Error::None;
         return d;
     }
@@ -231,46 +225,74 @@ Destination destinationFor(dev_t dev, Error *error)
     return {};
 }
 
-Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &cacheFolder,
-                     const QByteArray &name, const QByteArray &originalPath, const QDateTime &when)
+Result moveIntoCache(int srcDirFd, const QByteArray &srcName, int cacheFd,
+                     const QByteArray &cacheFolder, const QByteArray &name,
+                     const QByteArray &originalPath, const QDateTime &when)
+{
+    return moveIntoFolder(srcDirFd, srcName, cacheFd, cacheFolder,
+                          CommonUtils::nameForCacheFolder(when).toLatin1(),
+                          CommonUtils::nameForTimeFolder(when).toLatin1(), name, originalPath);
+}
+
+Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
+                      const QByteArray &cacheFolder, const QByteArray &day, const QByteArray &time,
+                      const QByteArray &name, const QByteArray &originalPath)
 {
     Result r;
     r.path = originalPath;
+    struct stat item{};
     if (!isItemName(srcName) || !isItemName(name)) {
         r.error = Error::InvalidPath;
         return r;
     }
-    Fd cache(::open(cacheFolder.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    const QByteArray day = CommonUtils::nameForCacheFolder(when).toLatin1();
-    const QByteArray time = CommonUtils::nameForTimeFolder(when).toLatin1();
-    Fd dayFd(cache.fd >= 0 ? openOrMakeFolder(cache.fd, day.constData()) : -1);
+    if (fstatat(srcDirFd, srcName.constData(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
+        r.sysErrno = errno;
+        r.error = errno == ENOENT ? Error::NotFound : Error::System;
+        return r;
+    }
+    Fd dayFd(openOrMakeFolder(cacheFd, day.constData()));
     Fd timeFd(dayFd.fd >= 0 ? openOrMakeFolder(dayFd.fd, time.constData()) : -1);
     if (timeFd.fd < 0) {
         r.sysErrno = errno;
         r.error = folderError(r.sysErrno);
         return r;
     }
+    // Discarded before and after: a crash in between leaves no record that misses the item.
+    unlinkat(dayFd.fd, CommonUtils::kCacheInformationName, 0);
     QByteArray finalName = name;
     for (int n = 2;; ++n) {
-        if (renameat2(srcDirFd, srcName.constData(), timeFd.fd, finalName.constData(),
-                      RENAME_NOREPLACE) == 0)
-            break;
-        const int err = errno;
-        if (err == EEXIST && n <= 10000) {
+        struct stat taken{};
+        if (fstatat(timeFd.fd, finalName.constData(), &taken, AT_SYMLINK_NOFOLLOW) == 0 &&
+            n <= kMaxNumberedNames) {
             finalName = numberedName(name, n);
             continue;
         }
-        // An emptied time folder is not left behind; one that holds anything stays.
-        unlinkat(dayFd.fd, time.constData(), AT_REMOVEDIR);
+        const int recorded = appendOrigin(
+            cacheFd, day,
+            {time, finalName, originalPath, qint64(getuid()), quint64(item.st_ino)});
+        if (recorded != 0) {
+            r.sysErrno = recorded;
+            r.error = Error::NoOrigin;
+            break;
+        }
+        if (renameat2(srcDirFd, srcName.constData(), timeFd.fd, finalName.constData(),
+                      RENAME_NOREPLACE) == 0) {
+            unlinkat(dayFd.fd, CommonUtils::kCacheInformationName, 0);
+            r.cachedPath = joined(cacheFolder, day) + '/' + time + '/' + finalName;
+            return r;
+        }
+        const int err = errno;
+        if (err == EEXIST && n <= kMaxNumberedNames) {
+            finalName = numberedName(name, n);
+            continue;
+        }
         r.sysErrno = err;
         r.error =
             err == EXDEV ? Error::CrossDevice : (err == ENOENT ? Error::NotFound : Error::System);
-        return r;
+        break;
     }
-    const QByteArray dayPath = joined(cacheFolder, day);
-    CommonUtils::resetSizeOfCacheIn(dayPath);
-    appendOrigin(cache.fd, day, {time, finalName, originalPath, qint64(getuid())});
-    r.cachedPath = dayPath + '/' + time + '/' + finalName;
+    // An emptied time folder is not left behind; one that holds anything stays.
+    unlinkat(dayFd.fd, time.constData(), AT_REMOVEDIR);
     return r;
 }
 
@@ -321,13 +343,16 @@ QList<Result> deleteIntoCache(const QByteArrayList &paths, bool notify)
             continue;
         }
         Fd parentFd(::open(parent.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-        if (parentFd.fd < 0) {
-            r.sysErrno = errno;
-            r.error = Error::System;
+        CacheFolder::Status cacheStatus;
+        Fd cacheFd(parentFd.fd >= 0 ? CacheFolder::open(d.volumePath, true, &cacheStatus) : -1);
+        if (parentFd.fd < 0 || cacheFd.fd < 0) {
+            r.sysErrno = parentFd.fd < 0 ? errno : cacheStatus.sysErrno;
+            r.error = parentFd.fd < 0 ? Error::System : Error::NoCacheFolder;
+            r.detail = cacheStatus.reason();
             results.append(r);
             continue;
         }
-        r = moveIntoCache(parentFd.fd, name, d.cacheFolder, name, abs, when);
+        r = moveIntoCache(parentFd.fd, name, cacheFd.fd, d.cacheFolder, name, abs, when);
         r.path = path;
         moved = moved || r.ok();
         results.append(r);
@@ -346,14 +371,10 @@ QByteArray originsFileFor(const QByteArray &cacheFolder, const QByteArray &day)
 QList<Origin> readOrigins(const QByteArray &cacheFolder, const QByteArray &day)
 {
     QList<Origin> out;
-    Fd fd(::open(originsFileFor(cacheFolder, day).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (fd.fd < 0) return out;
-    QByteArray data;
-    char buf[65536];
-    for (ssize_t n; (n = ::read(fd.fd, buf, sizeof buf)) > 0;) {
-        data.append(buf, n);
-        if (data.size() > (64 << 20)) break;
-    }
+    const safefile::ReadResult file =
+        safefile::readRegular(AT_FDCWD, originsFileFor(cacheFolder, day).constData(), 64u << 20);
+    if (file.error != 0) return out;
+    const QByteArray data = QByteArray::fromStdString(file.data);
     for (const QByteArray &line : data.split('\n')) {
         const QJsonDocument doc = QJsonDocument::fromJson(line);
         if (!doc.isObject()) continue;
@@ -363,6 +384,7 @@ QList<Origin> readOrigins(const QByteArray &cacheFolder, const QByteArray &day)
         origin.name = getBytes(o, "name");
         origin.path = getBytes(o, "path");
         origin.uid = o.value(QLatin1String("uid")).toInteger(-1);
+        origin.ino = o.value(QLatin1String("ino")).toString().toULongLong();
         if (!origin.time.isEmpty() && !origin.name.isEmpty()) out.append(origin);
     }
     return out;

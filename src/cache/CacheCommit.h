@@ -30,6 +30,7 @@ enum class Error {
     HoldsCache,    // a folder that holds the cache itself
     NoCacheFolder, // the cache folder is missing and could not be created
     UnsafeCache,   // a link or a non-folder stands where a cache folder must be
+    NoOrigin,      // the origin record could not be written (a full disk): nothing was moved
     System,        // anything else; see sysErrno
 };
 
@@ -41,8 +42,9 @@ struct Result
     int sysErrno = 0;
     QByteArray path;       // the item as asked for
     QByteArray cachedPath; // where it lies now
+    QString detail;        // more about the cache folder when there is none (CacheFolder.h)
     bool ok() const { return error == Error::None; }
-    QString message() const { return describe(error, sysErrno); }
+    QString message() const { return detail.isEmpty() ? describe(error, sysErrno) : detail; }
 };
 
 // The exclusion filters: whole names and last extensions, ";"-separated, compared without case
@@ -63,29 +65,42 @@ private:
 };
 
 // The cache that keeps deleted items of a given file system: the protected volume (by index of
-// getAllProtectedVolumes) whose base folder (the home folder for "/") is on device `dev`.
+// getAllProtectedVolumes) whose base folder (the home folder for "/") is on device `dev`. The
+// cache folder is named, not checked: open it with CacheFolder::open(volumePath, ...).
 struct Destination
 {
     qsizetype volumeIndex = -1;
-    QByteArray volumePath;
+    QByteArray volumePath; // "/" for the home folder's cache
     QByteArray cacheFolder;
 };
 // volumeIndex -1 and *error set when there is none.
 Destination destinationFor(dev_t dev, Error *error);
 
-// Renames srcDirFd/srcName to <cacheFolder>/<day>/<time>/<name or numbered variant>, the day and
-// time folders named after `when` (so deletions within one second share a time folder). Resets
-// the day's record and records `originalPath`. Folders made here get 0777.
-Result moveIntoCache(int srcDirFd, const QByteArray &srcName, const QByteArray &cacheFolder,
-                     const QByteArray &name, const QByteArray &originalPath,
+// Renames srcDirFd/srcName to <cache>/<day>/<time>/<name or numbered variant>, where cacheFd is
+// the checked cache folder (CacheFolder::open) and cacheFolder its path for the result. The day
+// and time folders are named after `when` (so deletions within one second share a time folder)
+// and made private. The origin record is written first, then the item takes its name, then the
+// day's size record is discarded.
+Result moveIntoCache(int srcDirFd, const QByteArray &srcName, int cacheFd,
+                     const QByteArray &cacheFolder, const QByteArray &name,
+                     const QByteArray &originalPath,
                      const QDateTime &when = QDateTime::currentDateTime());
+
+// The same into a given day and time folder (an item of an earlier version's cache, moved into
+// the user's private one).
+Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
+                      const QByteArray &cacheFolder, const QByteArray &day, const QByteArray &time,
+                      const QByteArray &name, const QByteArray &originalPath);
 
 // `salvora rm`: checks protection, exclusions, the volume and the device of each path, then moves
 // it into its cache. All items of one call share one time folder. Posts one
 // "Salvora3Notification" / "Salvora3DataMovedToCache" when anything moved and `notify` is set.
 QList<Result> deleteIntoCache(const QByteArrayList &paths, bool notify = true);
 
-// The name a clash gives the n-th copy: "report 2.txt", "photos 3".
+// The name a clash gives the n-th copy: "report 2.txt", "photos 3"; never longer than a file
+// name may be (255 bytes): the stem is shortened, whole UTF-8 characters at a time.
+inline constexpr qsizetype kMaxNameBytes = 255;
+inline constexpr int kMaxNumberedNames = 10000;
 QByteArray numberedName(const QByteArray &name, int n);
 
 // One line of .origins/<day>.jsonl: where an item of that day came from.
@@ -95,6 +110,8 @@ struct Origin
     QByteArray name; // the item's name in it
     QByteArray path; // its original absolute path (empty when unknown)
     qint64 uid = -1; // who deleted it
+    quint64 ino = 0; // the item's inode when it was kept (0: not recorded), to tell records of
+                     // the same name apart
     bool operator==(const Origin &) const = default;
 };
 inline constexpr char kOriginsFolderName[] = ".origins";

@@ -1,6 +1,6 @@
 #include "cache/CacheLayout.h"
 
-#include "cache/Folders.h"
+#include "cache/CacheFolder.h"
 #include "common/Locations.h"
 #include "volumes/Volumes.h"
 
@@ -45,9 +45,17 @@ QByteArray pathForCacheFolderInVolume(qsizetype volumeIndex)
     struct stat st{};
     if (base.isEmpty() || stat(base.constData(), &st) != 0)
         return {};
-    const QByteArray path = joined(base, kCacheFolderName);
-    createFolder(path);
-    return path;
+    // The user's own folder, created where the user may create it alone; a folder that is not
+    // safe to use is never named (its volume's status says why).
+    const CacheFolder::Status s = CacheFolder::check(volumeIndex == 0 ? QByteArray("/") : base, true);
+    switch (s.state) {
+    case CacheFolder::State::Ready:
+    case CacheFolder::State::Missing:
+    case CacheFolder::State::NeedsHelper:
+        return s.path;
+    default:
+        return {};
+    }
 }
 
 QByteArray pathForTrashFolderInVolume(qsizetype volumeIndex)

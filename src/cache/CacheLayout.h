@@ -7,15 +7,16 @@
 #include <optional>
 
 // Where the caches are and how their day and time folders are named:
-//   <volume>/.Salvora3Cache/yyyy-MM-dd/yyyy-MM-dd HH_mm_ss/<deleted item>
-// Volume 0 is "/", whose cache lives in the home folder; volume n is the n-th protected volume.
+//   <cache folder>/yyyy-MM-dd/yyyy-MM-dd HH_mm_ss/<deleted item>
+// Volume 0 is "/", whose cache lives in the home folder; volume n is the n-th protected volume,
+// where each user's cache is a private folder of its own (CacheFolder.h).
 namespace CommonUtils {
 
-inline constexpr char kCacheFolderName[] = ".Salvora3Cache";
 inline constexpr char kCacheInformationName[] = ".Salvora3_CacheInformation";
 
-// The cache folder of a volume, created (0777) when missing; empty when the volume's base path
-// (home folder, mount path) does not exist or there is no such volume.
+// The user's cache folder of a volume (CacheFolder.h), created when missing where the user may
+// create it; empty when the volume's base path (home folder, mount path) does not exist, there is
+// no such volume, or what stands there is not safe to use.
 QByteArray pathForCacheFolderInVolume(qsizetype volumeIndex);
 // The user's freedesktop trash on that volume; only composed, never checked.
 QByteArray pathForTrashFolderInVolume(qsizetype volumeIndex);

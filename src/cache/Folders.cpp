@@ -7,11 +7,7 @@ namespace CommonUtils {
 
 static bool makeOne(const QByteArray &path)
 {
-    if (mkdir(path.constData(), 0777) != 0)
-        return errno == EEXIST;
-    // The cache is shared by every user of a volume, so the umask must not narrow it.
-    chmod(path.constData(), 0777);
-    return true;
+    return mkdir(path.constData(), 0700) == 0 || errno == EEXIST;
 }
 
 bool createFolder(const QByteArray &path)

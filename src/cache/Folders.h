@@ -4,8 +4,9 @@
 
 namespace CommonUtils {
 
-// True at once when anything exists at the path; otherwise creates it and its missing parents
-// with mode 0777 whatever the umask, and reports whether that worked.
+// True at once when anything exists at the path; otherwise creates it and its missing parents,
+// private to the user (0700, as the XDG folders are made), and reports whether that worked.
+// Existing folders are never changed.
 bool createFolder(const QByteArray &path);
 
 } // namespace CommonUtils

@@ -5,6 +5,8 @@
 #include "cache/FolderWalk.h"
 #include "volumes/Volumes.h"
 
+#include "SafeFile.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,20 +17,6 @@ namespace {
 QByteArray recordPath(const QByteArray &folder)
 {
     return folder + '/' + CommonUtils::kCacheInformationName;
-}
-
-bool writeAll(int fd, const std::string &data)
-{
-    std::size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = write(fd, data.data() + done, data.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        done += std::size_t(n);
-    }
-    return true;
 }
 
 } // namespace
@@ -45,52 +33,25 @@ qint64 getSizeOfFolder(const QByteArray &path, qint64 *nbFiles)
 
 bool saveDictionary(const typedstream::Dictionary &dict, const QByteArray &path)
 {
-    const std::string bytes = typedstream::encodeDictionary(dict);
-    // Replaced whole: whatever is there (a file, or a link someone planted) goes first, and the
-    // new file is created exclusively so that no link is ever followed.
-    unlink(path.constData());
-    const int fd = open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (fd < 0)
+    const qsizetype slash = path.lastIndexOf('/');
+    const QByteArray folder = slash > 0 ? path.left(slash) : QByteArray(slash == 0 ? "/" : ".");
+    const QByteArray name = path.mid(slash + 1);
+    const int dir = open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir < 0)
         return false;
-    fchmod(fd, 0666); // records are shared by every user of the volume
-    const bool ok = writeAll(fd, bytes);
-    if (close(fd) != 0 || !ok) {
-        unlink(path.constData());
-        return false;
-    }
-    return true;
-}
-
-// Reads a record file: nullopt for missing; an empty optional dictionary for unreadable.
-static std::optional<std::string> readRecordBytes(const QByteArray &path)
-{
-    const int fd = open(path.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
-        return std::nullopt;
-    std::string data(typedstream::kMaxArchiveSize + 1, '\0');
-    std::size_t have = 0;
-    while (have < data.size()) {
-        const ssize_t n = read(fd, data.data() + have, data.size() - have);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            if (n < 0)
-                have = 0;
-            break;
-        }
-        have += std::size_t(n);
-    }
-    close(fd);
-    data.resize(have);
-    return data;
+    // Replaced whole through a new file: whatever stands at the name (a link someone planted)
+    // is replaced, never followed, and a failed write leaves no half record.
+    const int err = safefile::replaceFile(dir, name.constData(), typedstream::encodeDictionary(dict), 0600);
+    close(dir);
+    return err == 0;
 }
 
 std::optional<typedstream::Dictionary> readDictionaryInPath(const QByteArray &path)
 {
-    const std::optional<std::string> bytes = readRecordBytes(path);
-    if (!bytes || bytes->empty() || bytes->size() > typedstream::kMaxArchiveSize)
+    const safefile::ReadResult bytes = safefile::readRegular(AT_FDCWD, path.constData(), typedstream::kMaxArchiveSize);
+    if (bytes.error != 0 || bytes.data.empty())
         return std::nullopt;
-    return typedstream::decodeDictionary(*bytes);
+    return typedstream::decodeDictionary(bytes.data);
 }
 
 qint64 saveSizeOfCache(const QByteArray &dayPath, qint64 *nbFiles)

@@ -31,9 +31,10 @@ qint64 getSizeOfCacheInDays(const QList<DayEntry> &days, qint64 *nbFiles);
 qint64 getSizeOfCacheInVolume(qsizetype volumeIndex);
 qint64 getSizeOfCaches();
 
-// Archives a dictionary to a file (0666 whatever the umask), replacing any file there.
+// Archives a dictionary to a file (0600), replacing whatever stands there.
 bool saveDictionary(const typedstream::Dictionary &dict, const QByteArray &path);
-// nullopt when the file is missing, unreadable, empty, too large or not a valid archive.
+// nullopt when the file is missing, unreadable, not a regular file, empty, too large or not a
+// valid archive.
 std::optional<typedstream::Dictionary> readDictionaryInPath(const QByteArray &path);
 
 } // namespace CommonUtils

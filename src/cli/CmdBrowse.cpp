@@ -6,6 +6,7 @@
 #include "browser/ContentsScan.h"
 #include "browser/ContentsSort.h"
 #include "browser/DayTexts.h"
+#include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
 #include "cache/DayList.h"
 #include "cache/SizeRecords.h"
@@ -300,17 +301,25 @@ int status(int argc, char **argv)
                               : bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService))
                                   ? "running"
                                   : "not running";
+    const QList<CacheFolder::Problem> problems = CacheFolder::problems();
     CliIo::Out out;
     if (a.flag("--json")) {
         out << "{\"protection\": " << jsonString(state) << ", \"volumes\": [";
         for (qsizetype i = 0; i < volumes.size(); ++i)
             out << (i ? ", " : "") << CliIo::jsonText(volumes[i]);
         out << "], \"size\": " << (long long)total << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(total))
-            << ", \"daemon\": " << jsonString(daemon) << "}\n";
+            << ", \"daemon\": " << jsonString(daemon) << ", \"keepingNothing\": [";
+        for (qsizetype i = 0; i < problems.size(); ++i)
+            out << (i ? ", " : "") << "{\"volume\": " << jsonString(problems[i].volumePath)
+                << ", \"cache\": " << jsonString(problems[i].status.path)
+                << ", \"reason\": " << CliIo::jsonText(problems[i].status.reason()) << "}";
+        out << "]}\n";
         return 0;
     }
     out << "protection: " << state << '\n' << "protected volumes: " << volumes.join(QStringLiteral(", ")) << '\n'
         << "cache size: " << CommonUtils::getSizeStr(total) << '\n' << "daemon: " << daemon << '\n';
+    for (const CacheFolder::Problem &p : problems)
+        out << "keeping nothing on " << CliIo::terminalText(p.volumePath) << ": " << p.status.reason() << '\n';
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include "browser/Removal.h"
 #include "browser/Restore.h"
 #include "cache/CacheCommit.h"
+#include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -23,7 +24,12 @@ bool isCacheItem(const QByteArray &path)
     if (parts.size() < 4 || !path.startsWith('/'))
         return false;
     const qsizetype n = parts.size();
-    return parts[n - 4] == CommonUtils::kCacheFolderName && parts[n - 3].startsWith("20") &&
+    // The home cache, or a user's folder in a volume's shared cache folder.
+    bool isUid = false;
+    const bool inCache = parts[n - 4] == CacheFolder::kName ||
+                         (n >= 5 && parts[n - 5] == CacheFolder::kName &&
+                          parts[n - 4].toULongLong(&isUid) == getuid() && isUid);
+    return inCache && parts[n - 3].startsWith("20") &&
            parts[n - 2].startsWith("20") && !parts[n - 1].isEmpty() && parts[n - 1] != "." && parts[n - 1] != ".." &&
            !path.contains("/../") && !path.contains("/./");
 }

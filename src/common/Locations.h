@@ -8,8 +8,8 @@ namespace CommonUtils {
 
 // $HOME as bytes (the password database when HOME is unset).
 QByteArray homeFolder();
-// $XDG_DATA_HOME/Salvora 3, or ~/.local/share/Salvora 3; created (0777) on every call. With a
-// name, that name inside it.
+// $XDG_DATA_HOME/Salvora 3, or ~/.local/share/Salvora 3; created (0700, missing parents too) on
+// every call. With a name, that name inside it.
 QString pathForApplicationSupportFolder(const QString &name = QString());
 QString getUIDStr();
 

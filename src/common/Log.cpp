@@ -2,12 +2,21 @@
 
 #include "common/Locations.h"
 
+#include "SafeFile.h"
+#include "UniqueFd.h"
+
 #include <QFile>
-#include <QSaveFile>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 namespace {
+
+constexpr char kLogFileName[] = "Salvora 3 Log.txt";
+// A log that grew far beyond its bound was not written by us; it reads as unreadable.
+constexpr std::size_t kLogReadLimit = 16u << 20;
 
 bool isAscii(QByteArrayView bytes)
 {
@@ -20,7 +29,7 @@ namespace CommonUtils {
 
 QString logFilePath()
 {
-    return pathForApplicationSupportFolder(QStringLiteral("Salvora 3 Log.txt"));
+    return pathForApplicationSupportFolder(QLatin1String(kLogFileName));
 }
 
 QByteArray composeLogContent(const QString &message, const QByteArray *previous, const QDateTime &now)
@@ -48,27 +57,32 @@ QByteArray composeLogContent(const QString &message, const QByteArray *previous,
 
 void addToLogFile(const QString &message)
 {
-    const QString path = logFilePath();
-    QFile in(path);
-    QByteArray previous;
-    bool havePrevious = true;
-    if (in.exists()) {
-        if (in.open(QIODevice::ReadOnly)) {
-            previous = in.readAll();
-            havePrevious = isAscii(previous);
-        } else {
-            havePrevious = false;
-        }
-    }
     // A message that is not ASCII cannot be written in the log's encoding; the entry is dropped.
     for (QChar c : message)
         if (c.unicode() >= 0x80)
             return;
-    QSaveFile out(path);
-    if (!out.open(QIODevice::WriteOnly))
-        return;
-    out.write(composeLogContent(message, havePrevious ? &previous : nullptr, QDateTime::currentDateTime()));
-    out.commit();
+    const QByteArray folder = QFile::encodeName(pathForApplicationSupportFolder());
+    UniqueFd dir(safefile::openPathCreating(folder.toStdString(), 0700));
+    QByteArray content;
+    int err = dir.fd < 0 ? errno : safefile::makePrivate(dir.fd);
+    if (err == 0) {
+        // Never followed, never waited on: a link or FIFO planted as the log reads as unreadable
+        // and is replaced by a regular file.
+        const safefile::ReadResult old = safefile::readRegular(dir.fd, kLogFileName, kLogReadLimit);
+        const bool havePrevious = old.error == 0 || old.error == ENOENT;
+        const QByteArray previous = QByteArray::fromStdString(old.data);
+        content = composeLogContent(message, havePrevious && isAscii(previous) ? &previous : nullptr,
+                                    QDateTime::currentDateTime());
+        if (old.error != 0 && old.error != ENOENT)
+            std::fprintf(stderr, "Salvora 3: the log was not a readable file (%s); it is replaced\n",
+                         std::strerror(old.error));
+        err = safefile::replaceFile(dir.fd, kLogFileName, content.toStdString(), 0600);
+    }
+    // The old log stays whole when the new one cannot be written (a full disk): say so where
+    // someone may still see it.
+    if (err != 0)
+        std::fprintf(stderr, "Salvora 3: cannot write the log (%s): %s\n", std::strerror(err),
+                     message.toLatin1().constData());
 }
 
 } // namespace CommonUtils

@@ -9,7 +9,8 @@ inline constexpr qsizetype kLogMaxLength = 100000;
 inline constexpr int kLogTrimLines = 25;
 
 // Puts one entry on top of "Salvora 3 Log.txt": "yyyy-MM-dd HH:mm:ss - message\n", then the old
-// content. The file is ASCII and replaced atomically; failures are silent by design.
+// content. The file is ASCII, private (0600) and replaced whole through a new file, so a full
+// disk leaves the old log as it was; a failure is told on stderr only, never to the caller.
 void addToLogFile(const QString &message);
 // The text that addToLogFile writes, given the previous file content (null when the file was
 // missing or unreadable as ASCII) and the time of the entry.

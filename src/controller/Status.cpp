@@ -1,5 +1,7 @@
 #include "controller/AppDelegate.h"
 
+#include "browser/VolumeMenu.h"
+#include "cache/CacheFolder.h"
 #include "cache/SizeRecords.h"
 #include "common/Locations.h"
 #include "common/Settings.h"
@@ -22,7 +24,8 @@ void AppDelegate::updateStatusInfos()
         //% "Protection is off."
         setText(mProtectionInfos, qtTrId("ProtectionDisabled"), &ZEL_Colors::getRedColor_Adaptable);
         //% "Deleted items are not kept. Start the protection to keep them."
-        setText(mProtectionInfosMore, qtTrId("ProtectionDisabledMore"));
+        setText(mProtectionInfosMore, qtTrId("ProtectionDisabledMore"),
+                &ZEL_Colors::getBlackColor_Adaptable);
         enableToolBarItem(QStringLiteral("protectionON"), true);
         enableToolBarItem(QStringLiteral("protectionOFF"), false);
         return;
@@ -54,12 +57,24 @@ void AppDelegate::updateStatusInfos()
     }
     setText(mProtectionInfos, QStringLiteral("%1 - %2").arg(state, cache),
             &ZEL_Colors::getGreenColor_Adaptable);
-    if (p > 1) {
+    const QList<CacheFolder::Problem> problems = CacheFolder::problems();
+    if (!problems.isEmpty()) {
+        // A protected volume that keeps nothing says so, and why, in place of the usual line.
+        const CacheFolder::Problem &first = problems.first();
+        //% "%1: %2"
+        setText(mProtectionInfosMore,
+                qtTrId("VolumeKeepsNothing")
+                    .arg(VolumeMenu::displayName(QFile::decodeName(first.volumePath)),
+                         first.status.reason()),
+                &ZEL_Colors::getRedColor_Adaptable);
+    } else if (p > 1) {
         //% "Items deleted on the %1 protected volumes are kept in their caches."
-        setText(mProtectionInfosMore, qtTrId("ProtectionEnabledMoreX").arg(p));
+        setText(mProtectionInfosMore, qtTrId("ProtectionEnabledMoreX").arg(p),
+                &ZEL_Colors::getBlackColor_Adaptable);
     } else {
         //% "Items deleted on the protected volume are kept in its cache."
-        setText(mProtectionInfosMore, qtTrId("ProtectionEnabledMore"));
+        setText(mProtectionInfosMore, qtTrId("ProtectionEnabledMore"),
+                &ZEL_Colors::getBlackColor_Adaptable);
     }
     enableToolBarItem(QStringLiteral("protectionON"), false);
     enableToolBarItem(QStringLiteral("protectionOFF"), true);

@@ -1,6 +1,7 @@
 #include "LauncherJobs.h"
 
 #include "TrustedPath.h"
+#include "Printable.h"
 
 #include <cerrno>
 #include <climits>

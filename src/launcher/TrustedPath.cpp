@@ -1,5 +1,7 @@
 #include "TrustedPath.h"
 
+#include "Printable.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -138,23 +140,6 @@ bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::
     file->mFolderFd = dir.release();
     file->mStatus = opened;
     return true;
-}
-
-std::string printable(std::string_view path)
-{
-    static const char hex[] = "0123456789abcdef";
-    std::string out;
-    for (const char c : path) {
-        const auto u = static_cast<unsigned char>(c);
-        if (u < 0x20 || u >= 0x7f || c == '\\') {
-            out += "\\x";
-            out += hex[u >> 4];
-            out += hex[u & 15];
-        } else {
-            out += c;
-        }
-    }
-    return out;
 }
 
 } // namespace launcher

@@ -41,7 +41,4 @@ private:
 // fchown, fchmod and execveat, never on the path again.
 bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::string *why);
 
-// A path made safe to print on one line: control characters and bytes outside ASCII as \xNN.
-std::string printable(std::string_view path);
-
 } // namespace launcher

@@ -38,10 +38,11 @@ private slots:
 
     void layout()
     {
-        const mode_t old = umask(077);
+        // Private whatever the umask.
+        const mode_t old = umask(0);
         QCOMPARE(CommonUtils::pathForCacheFolderInVolume(0), cache);
         umask(old);
-        QCOMPARE(TestEnv::modeOf(cache), mode_t(0777));
+        QCOMPARE(TestEnv::modeOf(cache), mode_t(0700));
         QCOMPARE(CommonUtils::pathForTrashFolderInVolume(0), env->homeBytes() + "/.local/share/Trash");
         QVERIFY(CommonUtils::pathForCacheFolderInVolume(99).isEmpty());
         // A home that has vanished yields no cache and creates nothing.
@@ -113,12 +114,12 @@ private slots:
         const qint64 linkSize = qint64(strlen("/nonexistent/target/of/some/length"));
 
         // No record: recount, and the record holds the same numbers.
-        const mode_t old = umask(077);
+        const mode_t old = umask(0);
         qint64 n = 0;
         QCOMPARE(CommonUtils::getSizeOfCache(day, &n), 105 + linkSize);
         umask(old);
         QCOMPARE(n, 3);
-        QCOMPARE(TestEnv::modeOf(record), mode_t(0666));
+        QCOMPARE(TestEnv::modeOf(record), mode_t(0600));
         const auto saved = CommonUtils::readDictionaryInPath(record);
         QVERIFY(saved);
         QCOMPARE(typedstream::integerFor(*saved, "size"), std::optional<std::int64_t>(105 + linkSize));

@@ -7,6 +7,9 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 class TstLog : public QObject
 {
     Q_OBJECT
@@ -27,14 +30,19 @@ private slots:
 
     void firstEntryCreatesFolderAndFile()
     {
+        // Missing parents too are private, whatever the umask: nobody else may put anything in
+        // ~/.local (its bin/ is on the login shell's PATH).
+        const mode_t old = umask(0);
         const QString folder = CommonUtils::pathForApplicationSupportFolder();
+        umask(old);
         QCOMPARE(folder, env->home() + QStringLiteral("/.local/share/Salvora 3"));
-        QVERIFY(QFileInfo(folder).isDir());
-        QCOMPARE(QFileInfo(folder).permissions() & QFile::WriteOther, QFile::WriteOther);
+        for (const char *made : {"/.local", "/.local/share", "/.local/share/Salvora 3"})
+            QCOMPARE(TestEnv::modeOf(env->homeBytes() + made), mode_t(0700));
         QCOMPARE(CommonUtils::pathForApplicationSupportFolder(QStringLiteral("x")), folder + QStringLiteral("/x"));
 
         CommonUtils::addToLogFile(QStringLiteral("Salvora 3 Launched."));
         const QByteArray log = TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
+        QCOMPARE(TestEnv::modeOf(QFile::encodeName(CommonUtils::logFilePath())), mode_t(0600));
         QVERIFY2(QRegularExpression(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d - Salvora 3 Launched.\\n$"))
                      .match(QString::fromLatin1(log)).hasMatch(),
                  log.constData());
@@ -83,6 +91,29 @@ private slots:
         const QByteArray before = TestEnv::readFile(path);
         CommonUtils::addToLogFile(QStringLiteral("caf\u00e9"));
         QCOMPARE(TestEnv::readFile(path), before);
+    }
+
+    // What stands at the log's name is never followed nor waited on: it reads as an unreadable
+    // log and a regular file takes its place.
+    void plantedLog_data()
+    {
+        QTest::addColumn<QByteArray>("kind");
+        QTest::newRow("link to another file") << QByteArray("link");
+        QTest::newRow("fifo") << QByteArray("fifo");
+    }
+    void plantedLog()
+    {
+        QFETCH(QByteArray, kind);
+        const QByteArray path = QFile::encodeName(CommonUtils::logFilePath());
+        const QByteArray victim = env->homeBytes() + "/victim.txt";
+        QVERIFY(TestEnv::writeFile(victim, "precious"));
+        QVERIFY(kind == "link" ? symlink(victim.constData(), path.constData()) == 0
+                               : mkfifo(path.constData(), 0600) == 0);
+        CommonUtils::addToLogFile(QStringLiteral("entry"));
+        QCOMPARE(TestEnv::readFile(victim), QByteArray("precious"));
+        struct stat st{};
+        QVERIFY(lstat(path.constData(), &st) == 0 && S_ISREG(st.st_mode));
+        QVERIFY(TestEnv::readFile(path).endsWith(" - entry\n(null)"));
     }
 
     void siblingProgramLookups()

@@ -10,6 +10,8 @@
 #include <QComboBox>
 #include <QProcess>
 
+#include <unistd.h>
+
 // A real protected ext4 volume, loop-mounted in a private mount namespace, seen by the window.
 class TstWindowLoop : public QObject
 {
@@ -56,11 +58,11 @@ private slots:
         QCOMPARE(c.mProtectedVolumes[1].path, mountPoint);
         QVERIFY(logText().contains(
             ("Salvora 3 notified that device did Mount: " + mountPoint).toUtf8()));
-        // The volume's own cache is browsed once chosen.
-        QVERIFY(
-            TestEnv::writeFile(QFile::encodeName(mountPoint) +
-                                   "/.Salvora3Cache/2024-05-01/2024-05-01 09_00_00/on the volume",
-                               "x"));
+        // The user's own cache on the volume is browsed once chosen.
+        QVERIFY(TestEnv::writeFile(QFile::encodeName(mountPoint) + "/.Salvora3Cache/" +
+                                       QByteArray::number(getuid()) +
+                                       "/2024-05-01/2024-05-01 09_00_00/on the volume",
+                                   "x"));
         c.mSelectedVolumeMenu->setCurrentIndex(1);
         emit c.mSelectedVolumeMenu->activated(1);
         QVERIFY(Fixture::settle(c));

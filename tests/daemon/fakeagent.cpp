@@ -3,12 +3,13 @@
 // the test writes on its stdin, so that every hostile request can be tried.
 //
 //   create HEX        ask to create the cache folder at the root of mount point HEX
-//   remove HEX HEX    ask to remove a path (second) inside a cache folder (first)
+//   remove HEX HEX    the removal request of earlier versions (a path inside a cache folder)
 //   raw HEX           send these bytes as one datagram
 //   status            print the uid, gid and capabilities of this process and of the helper
 //   quit              exit
 // HEX "-" is the empty string. Each command prints one line.
 
+#include "Printable.h"
 #include "Protocol.h"
 
 #include <cstdio>
@@ -56,11 +57,11 @@ std::string exchange(int fd, const std::string &datagram)
     if (n <= 0) return "noanswer";
     const auto r = privileged::decodeResponse({buf, std::size_t(n)});
     if (!r) return "badanswer";
-    const char *status = r->status == privileged::Status::Done      ? "done"
-                         : r->status == privileged::Status::Refused ? "refused"
-                                                                    : "failed";
-    return std::string(status) + " " + std::to_string(r->error) + " " +
-           privileged::printable(r->message);
+    const char *status = r->status == privileged::Status::Done           ? "done"
+                         : r->status == privileged::Status::Refused      ? "refused"
+                         : r->status == privileged::Status::NeedsConsent ? "consent"
+                                                                         : "failed";
+    return std::string(status) + " " + std::to_string(r->error) + " " + printable(r->message);
 }
 
 } // namespace
@@ -100,10 +101,11 @@ int main(int argc, char **argv)
             r.first = unhex(a);
             datagram = privileged::encode(r);
         } else if (cmd == "remove") {
-            r.op = privileged::Op::RemoveInCache;
+            // The removal request of earlier versions, which the helper no longer knows.
             r.first = unhex(a);
             r.second = unhex(b);
             datagram = privileged::encode(r);
+            datagram[2] = 2;
         } else if (cmd == "raw") {
             datagram = unhex(a);
         } else {

@@ -1,6 +1,7 @@
 #include "DaemonHarness.h"
 
 #include "cache/CacheCommit.h"
+#include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
@@ -10,6 +11,7 @@
 #include <QTest>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Harness;
@@ -40,6 +42,10 @@ private slots:
         QCOMPARE(CacheCommit::numberedName(".profile", 2), QByteArray(".profile 2"));
         QCOMPARE(CacheCommit::numberedName("photos", 2), QByteArray("photos 2"));
         QCOMPARE(CacheCommit::numberedName("odd.", 2), QByteArray("odd. 2"));
+        // Never longer than a name may be; the stem gives way, whole characters at a time.
+        const QByteArray longest = QByteArray(248, 'a') + "\xc3\xa9.txt";
+        QCOMPARE(CacheCommit::numberedName(longest, 2), QByteArray(248, 'a') + " 2.txt");
+        QCOMPARE(CacheCommit::numberedName(QByteArray(255, 'b'), 10), QByteArray(252, 'b') + " 10");
 
         const CacheCommit::Exclusions ex(QStringLiteral("foo; bar;;Ünïcode"),
                                          QStringLiteral("jpg;gz;"));
@@ -67,9 +73,11 @@ private slots:
         QVERIFY(TestEnv::writeFile(home + "/rm/dir/sub/f", "in a folder"));
         QVERIFY(TestEnv::writeFile(home + "/rm/" + odd, "not UTF-8"));
         const auto dir = snapshot(home + "/rm/dir");
+        const mode_t oldMask = umask(0);
         const QList<CacheCommit::Result> results =
             CacheCommit::deleteIntoCache({home + "/rm/one/n.txt", home + "/rm/two/n.txt/",
                                           home + "/rm/dir", home + "/rm/" + odd});
+        umask(oldMask);
         for (const auto &r : results)
             QVERIFY2(r.ok(), qPrintable(r.message()));
         // One call, one time folder; the clash gets a number, nothing is replaced.
@@ -90,6 +98,10 @@ private slots:
         QCOMPARE(origins[1].path, home + "/rm/two/n.txt");
         QCOMPARE(origins[3].path, home + "/rm/" + odd); // bytes survive the JSON line
         QCOMPARE(origins[3].uid, qint64(getuid()));
+        // Everything made for the items is private, whatever the umask.
+        for (const QByteArray &made : {cache, cache + '/' + day, time, cache + "/.origins"})
+            QCOMPARE(TestEnv::modeOf(made), mode_t(0700));
+        QCOMPARE(TestEnv::modeOf(CacheCommit::originsFileFor(cache, day)), mode_t(0600));
         // The day's record is gone, so its totals are recounted.
         QVERIFY(!exists(cache + '/' + day + "/.Salvora3_CacheInformation"));
         if (haveBus) {
@@ -103,9 +115,12 @@ private slots:
         const QDateTime sameSecond =
             QDateTime::fromString(QString::fromLatin1(time.mid(time.lastIndexOf('/') + 1)),
                                   QStringLiteral("yyyy-MM-dd HH_mm_ss"));
-        const auto r = CacheCommit::moveIntoCache(dirFd, "n.txt", cache, "n.txt",
+        CacheFolder::Status status;
+        const int cacheFd = CacheFolder::open("/", false, &status);
+        const auto r = CacheCommit::moveIntoCache(dirFd, "n.txt", cacheFd, cache, "n.txt",
                                                   home + "/rm/three/n.txt", sameSecond);
         ::close(dirFd);
+        ::close(cacheFd);
         QVERIFY(r.ok());
         QCOMPARE(r.cachedPath, time + "/n 3.txt");
         QCOMPARE(TestEnv::readFile(time + "/n.txt"), QByteArray("first"));

@@ -9,12 +9,13 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Harness;
 
 // A protected volume other than "/": a real ext4 image loop-mounted under /mnt in a private mount
-// namespace, its per-volume trashes, its cache at the volume root, and its days remembered in
-// ProtectedVolumesData once it is unplugged.
+// namespace, its per-volume trashes, the user's private cache in the volume's shared cache folder,
+// and its days remembered in ProtectedVolumesData once it is unplugged.
 class TstDaemonVolume : public QObject
 {
     Q_OBJECT
@@ -22,7 +23,8 @@ class TstDaemonVolume : public QObject
     QTemporaryDir images;
     const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AC");
     const QByteArray mount = "/mnt/sv3 vol";
-    const QByteArray cache = mount + "/.Salvora3Cache";
+    const QByteArray shared = mount + "/.Salvora3Cache";
+    const QByteArray cache = shared + '/' + QByteArray::number(getuid());
 
     QString image() const { return images.filePath(QStringLiteral("vol.img")); }
     QByteArray kept(const QByteArray &name) const { return Harness::kept(cache, name); }
@@ -78,7 +80,8 @@ private slots:
         // trash-cli writes paths relative to the volume's top folder there.
         QVERIFY(TestEnv::readFile(mount + "/.Trash-0/info/a.txt.trashinfo")
                     .contains("Path=docs/a.txt"));
-        QCOMPARE(TestEnv::modeOf(cache), mode_t(0777));
+        QCOMPARE(TestEnv::modeOf(shared), mode_t(0711));
+        QCOMPARE(TestEnv::modeOf(cache), mode_t(0700));
 
         QVERIFY(emptyTrash(mount + "/.Trash-0"));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("a.txt").isEmpty() && !kept("folder").isEmpty(), 10000);

@@ -6,6 +6,7 @@
 #include "PrivilegedClient.h"
 #include "Shadow.h"
 #include "TrashWatch.h"
+#include "Printable.h"
 #include "UniqueFd.h"
 #include "cache/CacheLayout.h"
 #include "cache/Folders.h"
@@ -19,6 +20,7 @@
 #include "volumes/Volumes.h"
 
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QFile>
 #include <QLoggingCategory>
 #include <QTimer>
@@ -55,6 +57,28 @@ QString describeErrno(int err)
 
 } // namespace
 
+QString cacheStateText(CacheFolder::State state)
+{
+    switch (state) {
+    case CacheFolder::State::Ready:
+        return QStringLiteral("ready");
+    case CacheFolder::State::NoVolume:
+        return QStringLiteral("the volume cannot be opened");
+    case CacheFolder::State::Missing:
+    case CacheFolder::State::NeedsHelper:
+        return QStringLiteral("its cache folder is not set up; only an administrator may allow it");
+    case CacheFolder::State::Unsafe:
+        return QStringLiteral("a link, a file or a folder open to all stands where its cache should be");
+    case CacheFolder::State::NotOwned:
+        return QStringLiteral("another account's folder stands where its cache should be");
+    case CacheFolder::State::OtherDevice:
+        return QStringLiteral("another volume is mounted where its cache should be");
+    case CacheFolder::State::Failed:
+        break;
+    }
+    return QStringLiteral("its cache folder cannot be used");
+}
+
 Prefs Prefs::read()
 {
     const auto s = Settings::open();
@@ -83,16 +107,7 @@ Prefs Prefs::read()
 
 QString logText(const QByteArray &bytes)
 {
-    QString out;
-    out.reserve(bytes.size());
-    for (const char c : bytes) {
-        const auto u = static_cast<unsigned char>(c);
-        if (u >= 0x20 && u < 0x7f && u != '\\')
-            out.append(QLatin1Char(c));
-        else
-            out.append(QStringLiteral("\\x%1").arg(u, 2, 16, QLatin1Char('0')));
-    }
-    return out;
+    return QString::fromStdString(printable(bytes.toStdString()));
 }
 
 Agent::Agent(PrivilegedClient *privileged, QObject *parent)
@@ -116,6 +131,7 @@ Agent::~Agent()
 bool Agent::start()
 {
     mStarted = QDateTime::currentDateTime();
+    tightenLegacyFolders();
     mInotify = new Inotify(this);
     if (!mInotify->isValid()) {
         CommonUtils::addToLogFile(
@@ -263,10 +279,7 @@ void Agent::rebuildVolumes()
             }))
             continue;
         const bool home = w.mount == "/";
-        auto v = std::make_unique<Volume>(home ? CommonUtils::homeFolder() + '/' +
-                                                     CommonUtils::kCacheFolderName
-                                               : w.mount + '/' + CommonUtils::kCacheFolderName);
-        v->mountPath = w.mount;
+        auto v = std::make_unique<Volume>(w.mount);
         v->uuid = w.uuid;
         struct stat base{};
         if (::stat(home ? CommonUtils::homeFolder().constData() : w.mount.constData(), &base) == 0)
@@ -283,6 +296,9 @@ void Agent::rebuildVolumes()
         Volume &volume = *v;
         mVolumes.push_back(std::move(v));
         qCInfo(lcAgent).noquote() << "watching" << logText(volume.mountPath);
+        // Sets the cache up (or says why it cannot be) and brings an earlier version's items in.
+        Fd cache(openCacheFolder(volume));
+        if (cache.fd >= 0) migrateLegacy(volume, cache.fd);
         // Shadows left by an earlier run go back to their trash; those of a trash that is no
         // longer watched are settled now if their item is gone.
         for (const ShadowRecord &r : volume.pending.load()) {
@@ -319,31 +335,71 @@ bool Agent::isMounted(const Volume &v) const
     return ::stat(base.constData(), &st) == 0 && st.st_dev == v.baseDev;
 }
 
-bool Agent::ensureCacheFolder(Volume &v)
+int Agent::openCacheFolder(Volume &v)
 {
-    struct stat st{};
-    if (::lstat(v.cacheFolder.constData(), &st) == 0) return S_ISDIR(st.st_mode);
-    if (v.mountPath == "/") return CommonUtils::createFolder(v.cacheFolder);
-    if (::mkdir(v.cacheFolder.constData(), 0777) == 0) {
-        ::chmod(v.cacheFolder.constData(), 0777);
-        return true;
+    CacheFolder::Status status;
+    int fd = CacheFolder::open(v.mountPath, true, &status);
+    if (fd < 0 && status.state == CacheFolder::State::NeedsHelper) {
+        // The volume's shared cache folder is root's: that is what the privileged helper is for.
+        const PrivilegedClient::Outcome o = mPrivileged->createCacheFolder(v.mountPath);
+        if (o.done) fd = CacheFolder::open(v.mountPath, true, &status);
+        else if (o.needsConsent) askConsent(v);
+        else if (mPrivileged->isAvailable())
+            qCWarning(lcAgent).noquote() << "privileged helper:" << o.message;
     }
-    if (errno == EEXIST) return ::lstat(v.cacheFolder.constData(), &st) == 0 && S_ISDIR(st.st_mode);
-    if (errno != EACCES && errno != EPERM) return false;
-    // A volume root is usually root's: that is what the privileged helper is for.
-    const PrivilegedClient::Outcome o = mPrivileged->createCacheFolder(v.mountPath);
-    if (!o.done && !v.cacheWarned) {
-        v.cacheWarned = true;
+    noteCacheState(v, status);
+    return fd;
+}
+
+void Agent::noteCacheState(Volume &v, const CacheFolder::Status &status)
+{
+    if (status.state == v.cacheState) return;
+    v.cacheState = status.state;
+    // Told once per change, in English like every line of the daemon's.
+    if (!status.ok())
         CommonUtils::addToLogFile(
-            QStringLiteral("sv3daemon cannot create the cache folder of %1: %2.")
-                .arg(logText(v.mountPath), o.message));
-    }
-    return o.done && ::lstat(v.cacheFolder.constData(), &st) == 0 && S_ISDIR(st.st_mode);
+            QStringLiteral("sv3daemon keeps nothing on %1 for now: %2%3.")
+                .arg(logText(v.mountPath), cacheStateText(status.state),
+                     status.sysErrno ? QStringLiteral(" (%1)").arg(describeErrno(status.sysErrno))
+                                     : QString()));
+}
+
+void Agent::askConsent(Volume &v)
+{
+    if (v.consentAsked) return;
+    v.consentAsked = true;
+    const QString daemon = CommonUtils::daemonAppPath();
+    if (daemon.isEmpty()) return;
+    CommonUtils::addToLogFile(
+        QStringLiteral("sv3daemon asks an administrator to let %1 keep deleted items.")
+            .arg(logText(v.mountPath)));
+    // pkexec shows the desktop's password dialog; the answer comes back to the event loop.
+    auto *p = new QProcess(this);
+    const QByteArray mount = v.mountPath;
+    connect(p, &QProcess::finished, this, [this, p, mount](int code, QProcess::ExitStatus) {
+        p->deleteLater();
+        CommonUtils::addToLogFile(
+            code == 0 ? QStringLiteral("An administrator let %1 keep deleted items.")
+                            .arg(logText(mount))
+                      : QStringLiteral("sv3daemon was not allowed to keep deleted items on %1.")
+                            .arg(logText(mount)));
+        if (code != 0) return;
+        for (auto &volume : mVolumes) {
+            if (volume->mountPath != mount) continue;
+            Fd cache(openCacheFolder(*volume));
+            if (cache.fd >= 0) migrateLegacy(*volume, cache.fd);
+            for (TrashWatch *t : volume->trashes)
+                t->reconcile();
+        }
+    });
+    p->start(QStringLiteral("pkexec"),
+             {daemon, QStringLiteral("--allow-volume"), QFile::decodeName(v.mountPath)});
 }
 
 bool Agent::takeShadow(Volume &v, int filesFd, ShadowRecord &r)
 {
-    if (!ensureCacheFolder(v)) return false;
+    Fd cache(openCacheFolder(v));
+    if (cache.fd < 0) return false;
     Fd pending(v.pending.open(true));
     Fd shadow(pending.fd >= 0 ? v.pending.create(pending.fd, r) : -1);
     if (shadow.fd < 0) {
@@ -396,8 +452,12 @@ void Agent::commit(Volume &v, const ShadowRecord &r)
                                        O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
                               : -1);
     if (shadow.fd < 0) return; // already committed or dropped by an earlier run
-    const CacheCommit::Result res = CacheCommit::moveIntoCache(
-        shadow.fd, PendingArea::kItemName, v.cacheFolder, keptName(r), r.origin);
+    Fd cache(openCacheFolder(v));
+    const CacheCommit::Result res =
+        cache.fd < 0 ? CacheCommit::Result{CacheCommit::Error::NoCacheFolder, 0, r.origin, {},
+                                           cacheStateText(v.cacheState)}
+                     : CacheCommit::moveIntoCache(shadow.fd, PendingArea::kItemName, cache.fd,
+                                                  v.cacheFolder, keptName(r), r.origin);
     if (!res.ok()) {
         // Left pending: retried at midnight, after an overflow, and at the next start.
         mFailedCommits.append({&v, r});

@@ -2,6 +2,7 @@
 
 #include "PendingArea.h"
 #include "cache/CacheCommit.h"
+#include "cache/CacheFolder.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -40,7 +41,10 @@ struct Prefs
 // A protected volume as the agent serves it: its cache, its pending area and its trashes.
 struct Volume
 {
-    explicit Volume(QByteArray cache) : cacheFolder(cache), pending(std::move(cache)) {}
+    explicit Volume(const QByteArray &mount)
+        : mountPath(mount), cacheFolder(CacheFolder::pathFor(mount)), pending(mount)
+    {
+    }
     QByteArray mountPath; // "/" for the start-up volume, whose cache is in the home folder
     QByteArray topdir;    // what relative .trashinfo paths start from; empty for the home trash
     QByteArray cacheFolder;
@@ -48,7 +52,8 @@ struct Volume
     PendingArea pending;
     QList<TrashWatch *> trashes;
     dev_t baseDev = 0; // device of the mount path (home folder for "/") when it was set up
-    bool cacheWarned = false;
+    CacheFolder::State cacheState = CacheFolder::State::Ready; // as last found, for the log
+    bool consentAsked = false; // an administrator was asked (once per run) to allow the volume
 };
 
 // The unprivileged daemon: keeps what leaves the trash by deletion, purges old days, keeps
@@ -78,14 +83,20 @@ private:
     void reloadPrefs(bool announced);
     void rebuildVolumes();
     void reconcileAll();
-    bool ensureCacheFolder(Volume &volume);
+    // The volume's checked cache folder (made when missing, with the helper's or an
+    // administrator's help where needed): its descriptor, or -1 when nothing can be kept there.
+    int openCacheFolder(Volume &volume);
+    void askConsent(Volume &volume);
+    void noteCacheState(Volume &volume, const CacheFolder::Status &status);
+    // Legacy.cpp
+    void migrateLegacy(Volume &volume, int cacheFd);
+    void tightenLegacyFolders();
     void commit(Volume &volume, const ShadowRecord &record);
     void retryFailedCommits();
     void announce();
     void flushAnnouncements();
     // Purge.cpp
     void purge(const QString &reason);
-    int removeInCache(const QByteArray &cacheFolder, const QByteArray &relative);
     void handleDeleteRequest(const QByteArrayList &paths);
     // AgentStatus.cpp
     void markDirty();
@@ -116,3 +127,5 @@ private:
 
 // Log text for bytes: the log is ASCII, and a name must not be able to forge an entry.
 QString logText(const QByteArray &bytes);
+// Why nothing is kept on a volume, for the log (English, like every line of the daemon's).
+QString cacheStateText(CacheFolder::State state);

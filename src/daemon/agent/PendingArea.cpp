@@ -2,6 +2,8 @@
 
 #include "SafeRemove.h"
 #include "UniqueFd.h"
+#include "SafeFile.h"
+#include "cache/CacheFolder.h"
 #include "cache/FolderWalk.h"
 
 #include <QDateTime>
@@ -15,47 +17,10 @@ namespace {
 
 using Fd = UniqueFd;
 
-int openOrMake(int parentFd, const char *name, mode_t mode, bool create, bool mustOwn)
-{
-    const bool made = create && mkdirat(parentFd, name, mode) == 0;
-    if (create && !made && errno != EEXIST) return -1;
-    const int fd = openat(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return -1;
-    struct stat st{};
-    if (made) {
-        fchmod(fd, mode);
-    } else if (mustOwn && (fstat(fd, &st) != 0 || st.st_uid != getuid())) {
-        // Someone else's folder under our name: never keep shadows there.
-        ::close(fd);
-        errno = EPERM;
-        return -1;
-    }
-    return fd;
-}
-
 QByteArray readSmallFile(int dirFd, const char *name)
 {
-    Fd fd(openat(dirFd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (fd.fd < 0) return {};
-    QByteArray data;
-    char buf[8192];
-    for (ssize_t n; (n = ::read(fd.fd, buf, sizeof buf)) > 0;) {
-        data.append(buf, n);
-        if (data.size() > 64 * 1024) return {};
-    }
-    return data;
-}
-
-bool writeFileAt(int dirFd, const char *name, const QByteArray &data)
-{
-    // Written under a temporary name and renamed over, so a record is never half-written.
-    const QByteArray tmp = QByteArray(name) + ".new";
-    unlinkat(dirFd, tmp.constData(), 0);
-    Fd fd(
-        openat(dirFd, tmp.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (fd.fd < 0) return false;
-    if (::write(fd.fd, data.constData(), std::size_t(data.size())) != data.size()) return false;
-    return renameat(dirFd, tmp.constData(), dirFd, name) == 0;
+    const safefile::ReadResult r = safefile::readRegular(dirFd, name, 64 * 1024);
+    return r.error == 0 ? QByteArray::fromStdString(r.data) : QByteArray();
 }
 
 } // namespace
@@ -100,21 +65,25 @@ std::optional<ShadowRecord> ShadowRecord::parse(QByteArrayView text)
     return r;
 }
 
-PendingArea::PendingArea(QByteArray cacheFolder) : mCacheFolder(std::move(cacheFolder)) {}
+PendingArea::PendingArea(QByteArray volumePath) : mVolumePath(std::move(volumePath)) {}
 
 QByteArray PendingArea::folder() const
 {
-    return mCacheFolder + '/' + kFolderName + '/' + QByteArray::number(getuid());
+    return CacheFolder::pathFor(mVolumePath) + '/' + kFolderName + '/' +
+           QByteArray::number(getuid());
 }
 
 int PendingArea::open(bool create) const
 {
-    Fd cache(::open(mCacheFolder.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (cache.fd < 0) return -1;
-    // Sticky: on a volume's shared cache, users cannot remove each other's pending folders.
-    Fd pending(openOrMake(cache.fd, kFolderName, 01777, create, false));
+    CacheFolder::Status status;
+    Fd cache(CacheFolder::open(mVolumePath, false, &status));
+    if (cache.fd < 0) {
+        errno = status.sysErrno ? status.sysErrno : EACCES;
+        return -1;
+    }
+    Fd pending(safefile::openFolder(cache.fd, kFolderName, create, 0700));
     if (pending.fd < 0) return -1;
-    return openOrMake(pending.fd, QByteArray::number(getuid()).constData(), 0700, create, true);
+    return safefile::openFolder(pending.fd, QByteArray::number(getuid()).constData(), create, 0700);
 }
 
 QList<ShadowRecord> PendingArea::load() const
@@ -156,7 +125,7 @@ int PendingArea::create(int pendingFd, ShadowRecord &record) const
         const int fd =
             openat(pendingFd, id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         record.id = id;
-        if (fd < 0 || !writeFileAt(fd, kRecordName, record.serialize())) {
+        if (fd < 0 || !safefile::replaceFile(fd, kRecordName, record.serialize().toStdString(), 0600) == 0) {
             const int err = errno;
             if (fd >= 0) ::close(fd);
             saferemove::removeBeneath(pendingFd, id.toStdString());
@@ -175,7 +144,7 @@ bool PendingArea::rewriteRecord(const ShadowRecord &record) const
     if (pending.fd < 0) return false;
     Fd dir(
         openat(pending.fd, record.id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    return dir.fd >= 0 && writeFileAt(dir.fd, kRecordName, record.serialize());
+    return dir.fd >= 0 && safefile::replaceFile(dir.fd, kRecordName, record.serialize().toStdString(), 0600) == 0;
 }
 
 int PendingArea::drop(const QByteArray &id) const

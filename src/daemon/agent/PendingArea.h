@@ -9,8 +9,9 @@
 // A shadow: what the agent keeps of an item while it sits in the trash. It lives in
 //   <cache>/.pending/<uid>/<id>/item     hard links of the item's files, its folders re-created
 //   <cache>/.pending/<uid>/<id>/record   where it came from
-// on the same file system as the trash, so keeping it costs no space and committing it is a
-// rename. ".pending" is hidden, so day listings and size records never see it.
+// in the user's private cache folder (CacheFolder.h) on the same file system as the trash, so
+// keeping it costs no space and committing it is a rename. ".pending" is hidden, so day listings
+// and size records never see it.
 struct ShadowRecord
 {
     QByteArray id;        // the shadow's folder in the pending area
@@ -32,13 +33,13 @@ public:
     static constexpr char kItemName[] = "item";
     static constexpr char kRecordName[] = "record";
 
-    explicit PendingArea(QByteArray cacheFolder);
+    // The pending area of the user's cache on the volume mounted at volumePath ("/": the home's).
+    explicit PendingArea(QByteArray volumePath);
 
-    const QByteArray &cacheFolder() const { return mCacheFolder; }
     QByteArray folder() const; // <cache>/.pending/<uid>
 
-    // The user's pending folder, created when `create` is set (".pending" sticky and open to all
-    // users of the volume, the user's own folder private). -1 with errno set on failure.
+    // The user's pending folder in the checked cache folder, created (private) when `create` is
+    // set. -1 with errno set on failure.
     int open(bool create) const;
     // Every readable record of the user's pending area.
     QList<ShadowRecord> load() const;
@@ -50,5 +51,5 @@ public:
     int count() const;
 
 private:
-    QByteArray mCacheFolder;
+    QByteArray mVolumePath;
 };

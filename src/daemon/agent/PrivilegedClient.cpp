@@ -11,9 +11,8 @@
 #include <unistd.h>
 
 namespace {
-// A removal of a large day folder may take a while; a helper that says nothing for this long is
-// considered gone.
-constexpr int kAnswerTimeoutMs = 120000;
+// Making two folders takes no time; a helper that says nothing for this long is considered gone.
+constexpr int kAnswerTimeoutMs = 10000;
 } // namespace
 
 PrivilegedClient::PrivilegedClient(int fd, pid_t helper) : mFd(fd), mHelper(helper)
@@ -46,12 +45,6 @@ void PrivilegedClient::lose()
 PrivilegedClient::Outcome PrivilegedClient::createCacheFolder(const QByteArray &mountPoint)
 {
     return ask(int(privileged::Op::CreateCacheFolder), mountPoint, {});
-}
-
-PrivilegedClient::Outcome PrivilegedClient::removeInCache(const QByteArray &cacheFolder,
-                                                          const QByteArray &relativePath)
-{
-    return ask(int(privileged::Op::RemoveInCache), cacheFolder, relativePath);
 }
 
 PrivilegedClient::Outcome PrivilegedClient::ask(int op, const QByteArray &first,
@@ -90,6 +83,7 @@ PrivilegedClient::Outcome PrivilegedClient::ask(int op, const QByteArray &first,
         return o;
     }
     o.done = response->status == privileged::Status::Done;
+    o.needsConsent = response->status == privileged::Status::NeedsConsent;
     o.error = response->error;
     o.message = QString::fromStdString(response->message);
     return o;

@@ -6,8 +6,9 @@
 #include <sys/types.h>
 
 // The agent's side of the socket to the privileged helper that sv3daemon leaves running. Asked
-// only for what the user's own rights cannot do. Without a helper (the agent started on its own,
-// or the helper gone) every request fails cleanly.
+// only for what the user's own rights cannot do: the user's private cache folder in a volume's
+// shared cache folder, which only root may write. Without a helper (the agent started on its
+// own, or the helper gone) every request fails cleanly.
 class PrivilegedClient
 {
 public:
@@ -23,11 +24,11 @@ public:
     struct Outcome
     {
         bool done = false;
+        bool needsConsent = false; // only an administrator may allow that volume
         int error = 0;
         QString message;
     };
     Outcome createCacheFolder(const QByteArray &mountPoint);
-    Outcome removeInCache(const QByteArray &cacheFolder, const QByteArray &relativePath);
 
 private:
     Outcome ask(int op, const QByteArray &first, const QByteArray &second);

@@ -1,10 +1,10 @@
 // The agent's removals: the retention purge and the window's delete requests. Both remove only
-// inside a cache folder, with the user's rights first and the privileged helper's after.
+// inside the user's own cache folders, with the user's own rights.
 
 #include "Agent.h"
 
-#include "PrivilegedClient.h"
 #include "SafeRemove.h"
+#include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
 #include "cache/DayList.h"
 #include "cache/FolderWalk.h"
@@ -26,39 +26,34 @@
 
 namespace {
 
-// The cache folders a delete request may name: the home folder's and those at the root of any
-// mounted eligible volume (protected or not: the window may still show an old one).
-QByteArrayList knownCacheFolders()
+// The user's cache folders a delete request may name, by the volume they are on: the home
+// folder's and the user's folder on any mounted eligible volume (protected or not: the window
+// may still show an old one).
+QList<std::pair<QByteArray, QByteArray>> knownCacheFolders()
 {
-    QByteArrayList caches{CommonUtils::homeFolder() + '/' + CommonUtils::kCacheFolderName};
+    QList<std::pair<QByteArray, QByteArray>> caches{{"/", CacheFolder::pathFor("/")}};
     for (const MountEntry &e : MountInfo::parse(MountInfo::readFile())) {
         if (e.mountPoint == "/" ||
             !CommonUtils::isEligibleMountPoint(QString::fromUtf8(e.mountPoint)))
             continue;
-        const QByteArray cache = e.mountPoint + '/' + CommonUtils::kCacheFolderName;
-        if (!caches.contains(cache)) caches.append(cache);
+        const auto entry = std::make_pair(e.mountPoint, CacheFolder::pathFor(e.mountPoint));
+        if (!caches.contains(entry)) caches.append(entry);
     }
     return caches;
 }
 
-} // namespace
-
-int Agent::removeInCache(const QByteArray &cacheFolder, const QByteArray &relative)
+// Removes a path relative to the user's checked cache folder of a volume.
+int removeInCache(const QByteArray &volumePath, const QByteArray &relative)
 {
-    int err = EINVAL;
-    const int fd = ::open(cacheFolder.constData(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd >= 0) {
-        err = saferemove::removeBeneath(fd, relative.toStdString());
-        ::close(fd);
-    } else {
-        err = errno;
-    }
-    if ((err == EACCES || err == EPERM) && mPrivileged->isAvailable()) {
-        const PrivilegedClient::Outcome o = mPrivileged->removeInCache(cacheFolder, relative);
-        err = o.done ? 0 : (o.error ? o.error : EPERM);
-    }
+    CacheFolder::Status status;
+    const int fd = CacheFolder::open(volumePath, false, &status);
+    if (fd < 0) return status.sysErrno ? status.sysErrno : EACCES;
+    const int err = saferemove::removeBeneath(fd, relative.toStdString());
+    ::close(fd);
     return err;
 }
+
+} // namespace
 
 void Agent::purge(const QString &reason)
 {
@@ -69,7 +64,8 @@ void Agent::purge(const QString &reason)
     QStringList purged;
     QStringList failures;
     for (auto &v : mVolumes) {
-        const int fd = FolderWalk::openFolder(v->cacheFolder);
+        CacheFolder::Status status;
+        const int fd = CacheFolder::open(v->mountPath, false, &status);
         if (fd < 0) continue;
         QByteArrayList old;
         FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type type) {
@@ -78,7 +74,7 @@ void Agent::purge(const QString &reason)
             if (date && date->date().daysTo(today) > days) old.append(QByteArray(name));
         });
         for (const QByteArray &day : std::as_const(old)) {
-            const int err = removeInCache(v->cacheFolder, day);
+            const int err = removeInCache(v->mountPath, day);
             const QString where = logText(v->cacheFolder + '/' + day);
             if (err != 0) {
                 failures << QStringLiteral("%1 (%2)").arg(
@@ -110,22 +106,22 @@ void Agent::purge(const QString &reason)
 
 void Agent::handleDeleteRequest(const QByteArrayList &paths)
 {
-    const QByteArrayList caches = knownCacheFolders();
+    const auto caches = knownCacheFolders();
     int removed = 0;
     QStringList refused;
     QStringList failed;
     for (QByteArray path : paths) {
         while (path.size() > 1 && path.endsWith('/'))
             path.chop(1);
-        QByteArray cache;
-        for (const QByteArray &c : caches)
-            if (path.startsWith(c + '/')) cache = c;
+        QByteArray cache, volume;
+        for (const auto &[v, c] : caches)
+            if (path.startsWith(c + '/')) std::tie(volume, cache) = std::tie(v, c);
         const QByteArray relative = cache.isEmpty() ? QByteArray() : path.mid(cache.size() + 1);
         if (cache.isEmpty() || !saferemove::isCleanRelativePath(relative.toStdString())) {
             refused << logText(path);
             continue;
         }
-        const int err = removeInCache(cache, relative);
+        const int err = removeInCache(volume, relative);
         if (err != 0) {
             failed << QStringLiteral("%1 (%2)").arg(logText(path),
                                                     QString::fromLocal8Bit(std::strerror(err)));
@@ -134,7 +130,7 @@ void Agent::handleDeleteRequest(const QByteArrayList &paths)
         ++removed;
         const QByteArrayList parts = relative.split('/');
         if (parts.size() == 1) {
-            ::unlink((cache + '/' + CacheCommit::kOriginsFolderName + '/' + relative + ".jsonl")
+                ::unlink((cache + '/' + CacheCommit::kOriginsFolderName + '/' + relative + ".jsonl")
                          .constData());
         } else {
             // As the window does after its own removals: the day is recounted, and an emptied

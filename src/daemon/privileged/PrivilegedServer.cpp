@@ -1,18 +1,18 @@
 #include "PrivilegedServer.h"
 
 #include "MountTable.h"
+#include "Printable.h"
 #include "SafeRemove.h"
-#include "SettingsJson.h"
 #include "UniqueFd.h"
 #include "VolumeId.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <optional>
-#include <sys/fsuid.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -25,6 +25,9 @@ namespace privileged {
 namespace {
 
 constexpr char kCacheName[] = ".Salvora3Cache";
+// Root's shared folder: its users pass through it to their own folders, and see nothing else.
+constexpr mode_t kSharedMode = 0711;
+constexpr mode_t kGroupOrOthersWrite = S_IWGRP | S_IWOTH;
 
 using Fd = UniqueFd;
 
@@ -34,9 +37,9 @@ struct Outcome
     std::string note;
 };
 
-Outcome refused(const std::string &why)
+Outcome refused(const std::string &why, Status status = Status::Refused)
 {
-    return {{Status::Refused, EPERM, why}, "refused: " + why};
+    return {{status, EPERM, why}, "refused: " + why};
 }
 
 Outcome failed(int err, const std::string &what)
@@ -57,132 +60,195 @@ bool isPlainAbsolute(std::string_view path)
                            saferemove::isCleanRelativePath(path.substr(1)));
 }
 
-std::optional<std::string> readAsUser(const Context &c, const std::string &path)
+bool fullStat(int fd, struct statx *stx)
 {
-    // Opened with the user's file-system identity: the helper must never read, for the user, a
-    // file the user could not read.
-    const int oldUid = setfsuid(c.uid);
-    const int oldGid = setfsgid(c.gid);
-    const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    const int err = errno;
-    setfsgid(gid_t(oldGid));
-    setfsuid(uid_t(oldUid));
-    if (fd < 0) {
-        errno = err;
-        return std::nullopt;
-    }
-    Fd f(fd);
-    struct stat st{};
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
-        std::size_t(st.st_size) > settingsjson::kMaxInput)
-        return std::nullopt;
-    std::string text;
-    char buf[65536];
-    for (;;) {
-        const ssize_t n = read(fd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return std::nullopt;
-        if (n == 0) break;
-        text.append(buf, std::size_t(n));
-        if (text.size() > settingsjson::kMaxInput) return std::nullopt;
-    }
-    return text;
+    return statx(fd, "", AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW,
+                 STATX_BASIC_STATS | STATX_BTIME | STATX_MNT_ID, stx) == 0 &&
+           (stx->stx_mask & STATX_MNT_ID);
 }
 
-// Opens a mount point given as a path: it must be a mount point of the table, reached without
-// any link, and the folder opened must be that mount's root (compared by mount id, so a folder
-// swapped in or mounted over in between is caught).
-std::optional<mounttable::Entry> openMountRoot(const Context &c, const std::string &path, Fd &out,
-                                               std::string *why)
+bool sameFileSystem(const struct statx &a, const struct statx &b)
 {
+    return a.stx_dev_major == b.stx_dev_major && a.stx_dev_minor == b.stx_dev_minor &&
+           a.stx_mnt_id == b.stx_mnt_id;
+}
+
+// Opens a mount point given as a path: it must be a mount point of the table, eligible for a
+// cache, with an identity, reached without any link, and the folder opened must be that mount's
+// root (compared by mount id, so a folder swapped in or mounted over in between is caught).
+bool openMountRoot(const Context &c, const std::string &path, Fd &out, struct statx *root,
+                   std::string *why)
+{
+    if (!isPlainAbsolute(path)) return (*why = "not a plain absolute path", false);
+    if (path == "/") return (*why = "the cache of / lives in the home folder", false);
+    if (!mounttable::isEligible(path))
+        return (*why = "not a mount point that may hold a cache", false);
     const std::vector<mounttable::Entry> table = mounttable::read(c.mountInfo.c_str());
     if (std::none_of(table.begin(), table.end(),
-                     [&](const auto &e) { return e.mountPoint == path; })) {
-        *why = "not a mount point";
-        return std::nullopt;
-    }
+                     [&](const auto &e) { return e.mountPoint == path; }))
+        return (*why = "not a mount point", false);
     open_how how{};
     how.flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     how.resolve = RESOLVE_NO_SYMLINKS;
     out.fd = int(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how));
-    if (out.fd < 0) {
-        *why = std::string("cannot open the mount point: ") + std::strerror(errno);
-        return std::nullopt;
+    if (out.fd < 0)
+        return (*why = std::string("cannot open the mount point: ") + std::strerror(errno), false);
+    if (!fullStat(out.fd, root)) return (*why = "cannot identify the mount", false);
+    for (const auto &e : table) {
+        if (e.mountId != root->stx_mnt_id || e.mountPoint != path) continue;
+        if (volumeid::uuidOf(e).empty()) return (*why = "the volume has no identity", false);
+        return true;
     }
-    struct statx stx{};
-    if (statx(out.fd, "", AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW, STATX_MNT_ID, &stx) != 0 ||
-        !(stx.stx_mask & STATX_MNT_ID)) {
-        *why = "cannot identify the mount";
-        return std::nullopt;
-    }
-    for (const auto &e : table)
-        if (e.mountId == stx.stx_mnt_id && e.mountPoint == path) return e;
-    *why = "not the root of that mount";
-    return std::nullopt;
+    return (*why = "not the root of that mount", false);
 }
 
-Outcome createCacheFolder(const Context &c, const std::string &mountPoint)
+// Whether the user could make a folder at the volume's root with their own rights (then a shared
+// folder there gives them nothing they did not have). From the mode bits, with the user's groups
+// (the helper keeps the supplementary groups it was started with): an access control list that
+// would let the user in more widely is not taken into account, which only ever asks for an
+// administrator's consent where none was needed.
+bool userMayWrite(const Context &c, const struct statx &root)
 {
-    if (!isPlainAbsolute(mountPoint)) return refused("not a plain absolute path");
-    if (mountPoint == "/") return refused("the cache of / lives in the home folder");
-    if (!mounttable::isEligible(mountPoint))
-        return refused("not a mount point that may hold a cache");
+    const mode_t mode = root.stx_mode;
+    if (root.stx_uid == c.uid) return (mode & (S_IWUSR | S_IXUSR)) == (S_IWUSR | S_IXUSR);
+    bool member = root.stx_gid == c.gid;
+    const int count = getgroups(0, nullptr);
+    std::vector<gid_t> groups(std::size_t(count > 0 ? count : 0));
+    const int n = count > 0 ? getgroups(count, groups.data()) : 0;
+    for (int i = 0; i < n && !member; ++i)
+        member = groups[std::size_t(i)] == root.stx_gid;
+    if (member) return (mode & (S_IWGRP | S_IXGRP)) == (S_IWGRP | S_IXGRP);
+    return (mode & (S_IWOTH | S_IXOTH)) == (S_IWOTH | S_IXOTH);
+}
+
+// Only a folder that holds nothing but what a cache holds is taken for a shared cache folder:
+// users' folders, and an earlier version's day folders and hidden bookkeeping (*legacyDays tells
+// whether any day folder is left).
+bool looksLikeCache(int fd, bool *legacyDays)
+{
+    *legacyDays = false;
+    Fd dir(openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (dir.fd < 0) return false;
+    alignas(8) char buf[16384];
+    for (;;) {
+        const long n = syscall(SYS_getdents64, dir.fd, buf, sizeof buf);
+        if (n < 0) return false;
+        if (n == 0) return true;
+        for (long off = 0; off < n;) {
+            unsigned short reclen = 0;
+            std::memcpy(&reclen, buf + off + 16, sizeof reclen);
+            const std::string_view name(buf + off + 19);
+            off += reclen;
+            const bool digits = !name.empty() && std::all_of(name.begin(), name.end(), [](char ch) {
+                return ch >= '0' && ch <= '9';
+            });
+            const bool day = name.substr(0, 2) == "20";
+            *legacyDays = *legacyDays || day;
+            if (name == "." || name == ".." || name == ".pending" || name == ".origins" || day ||
+                digits)
+                continue;
+            return false;
+        }
+    }
+}
+
+// Makes the shared folder at the volume's root and checks, on the descriptor it opens, that this
+// is the folder it just made: root's, empty, exactly the mode it was made with, on the same
+// mount, and born after the request came (a folder swapped in by name, even root's own
+// lost+found, fails one of these) before anything about it is changed.
+Outcome makeShared(int rootFd, const struct statx &root, Fd &shared)
+{
+    timespec before{};
+    clock_gettime(CLOCK_REALTIME, &before);
+    if (mkdirat(rootFd, kCacheName, 0700) != 0 && errno != EEXIST)
+        return failed(errno, "cannot create the shared cache folder");
+    shared.fd = openat(rootFd, kCacheName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct statx st{};
+    if (shared.fd < 0 || !fullStat(shared.fd, &st))
+        return refused("the shared cache folder vanished while it was made");
+    const bool bornNow = (st.stx_mask & STATX_BTIME) && st.stx_btime.tv_sec >= before.tv_sec - 1;
+    // Without a birth time, only where nobody but root can rename entries of the root.
+    const bool nobodyElseWrites = root.stx_uid == 0 && (root.stx_mode & kGroupOrOthersWrite) == 0;
+    if (st.stx_uid != 0 || (st.stx_mode & 07777) != 0700 || st.stx_nlink != 2 ||
+        !sameFileSystem(st, root) || !(bornNow || nobodyElseWrites))
+        return refused("the folder made was swapped for another one");
+    if (fchmod(shared.fd, kSharedMode) != 0)
+        return failed(errno, "cannot set the shared cache folder's mode");
+    return done("shared cache folder created");
+}
+
+// An existing shared folder: root's, holding nothing but a cache's entries, and closed to
+// writers; or the user's own (nothing for root to do there). An earlier version's folder, open to
+// all, is closed now: to everyone while day folders of that version are left in it, whose owners'
+// daemons still have to find and move their items (they may list it, not change it), and then
+// to all but passing through.
+Outcome checkShared(const Context &c, const Fd &shared, const struct statx &root, bool *own)
+{
+    struct statx st{};
+    if (!fullStat(shared.fd, &st) || !sameFileSystem(st, root))
+        return refused("something else is mounted at the cache folder");
+    *own = st.stx_uid == c.uid && c.uid != 0;
+    if (*own) return done("the shared cache folder is the user's own");
+    if (st.stx_uid != 0) return refused("the cache folder belongs to another account");
+    bool legacyDays = false;
+    if (!looksLikeCache(shared.fd, &legacyDays))
+        return refused("a folder that is not a cache stands at the cache's name");
+    const mode_t wanted = legacyDays ? 0755 : kSharedMode;
+    const mode_t mode = st.stx_mode & 07777;
+    if (mode != wanted && ((mode & kGroupOrOthersWrite) != 0 || mode == 0755)) {
+        if (fchmod(shared.fd, wanted) != 0)
+            return failed(errno, "cannot close the shared cache folder");
+        return done("shared cache folder closed to other accounts");
+    }
+    if ((st.stx_mode & S_IXOTH) == 0) return refused("the shared cache folder lets nobody in");
+    return done("shared cache folder ready");
+}
+
+// The user's own folder in root's shared folder, which only root may change: what is made there
+// is what stays there.
+Outcome makeUserFolder(const Context &c, int sharedFd)
+{
+    const std::string name = std::to_string(c.uid);
+    Fd own(openat(sharedFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat st{};
+    if (own.fd >= 0) {
+        if (fstat(own.fd, &st) != 0 || st.st_uid != c.uid || (st.st_mode & kGroupOrOthersWrite))
+            return refused("another account's folder stands at the user's name");
+        return done("the user's cache folder exists");
+    }
+    if (errno != ENOENT) return refused(std::string("the user's name is taken: ") + std::strerror(errno));
+    if (mkdirat(sharedFd, name.c_str(), 0700) != 0)
+        return failed(errno, "cannot create the user's cache folder");
+    own.fd = openat(sharedFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (own.fd < 0 || fstat(own.fd, &st) != 0 || st.st_uid != 0 || st.st_nlink != 2)
+        return refused("the folder made was swapped for another one");
+    // The mode while it is still root's: changing it afterwards would take CAP_FOWNER.
+    if (fchmod(own.fd, 0700) != 0 || fchown(own.fd, c.uid, c.gid) != 0)
+        return failed(errno, "cannot give the user their cache folder");
+    return done("the user's cache folder created");
+}
+
+Outcome createUserCache(const Context &c, const std::string &mountPoint)
+{
     Fd root;
+    struct statx rootStat{};
     std::string why;
-    const auto entry = openMountRoot(c, mountPoint, root, &why);
-    if (!entry) return refused(why);
-    const std::string uuid = volumeid::uuidOf(*entry);
-    if (uuid.empty()) return refused("the volume has no identity");
-    const auto text = readAsUser(c, c.settingsFile);
-    const auto keys = text ? settingsjson::protectedDiskKeys(*text) : std::nullopt;
-    if (!keys) return refused("the user's settings cannot be read");
-    if (std::find(keys->begin(), keys->end(), uuid) == keys->end())
-        return refused("the volume is not protected");
-
-    if (mkdirat(root.fd, kCacheName, 0777) != 0) {
-        const int err = errno;
-        struct stat st{};
-        if (err == EEXIST && fstatat(root.fd, kCacheName, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
-            S_ISDIR(st.st_mode))
-            return done("the cache folder exists");
-        return failed(err, "cannot create the cache folder");
-    }
-    // The cache is shared by every user of the volume (0777 whatever the umask).
-    Fd cache(openat(root.fd, kCacheName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (cache.fd < 0 || fchmod(cache.fd, 0777) != 0)
-        return failed(errno, "cannot set the cache folder's permissions");
-    return done("cache folder created");
-}
-
-Outcome removeInCache(const Context &c, const std::string &cacheFolder, const std::string &relative)
-{
-    if (!isPlainAbsolute(cacheFolder)) return refused("not a plain absolute path");
-    const std::string suffix = std::string("/") + kCacheName;
-    if (cacheFolder.size() <= suffix.size() ||
-        cacheFolder.compare(cacheFolder.size() - suffix.size(), suffix.size(), suffix) != 0)
-        return refused("not a cache folder");
-    if (!saferemove::isCleanRelativePath(relative)) return refused("not a plain relative path");
-    const std::string base = cacheFolder.substr(0, cacheFolder.size() - suffix.size());
-
-    Fd baseFd;
-    if (!c.home.empty() && base == c.home) {
-        baseFd.fd = open(base.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-        struct stat st{};
-        if (baseFd.fd < 0 || fstat(baseFd.fd, &st) != 0)
-            return refused("the home folder cannot be opened");
-        if (st.st_uid != c.uid) return refused("the home folder does not belong to the user");
+    if (!openMountRoot(c, mountPoint, root, &rootStat, &why)) return refused(why);
+    Fd shared(openat(root.fd, kCacheName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    Outcome o;
+    bool own = false;
+    if (shared.fd < 0 && errno == ENOENT) {
+        if (!userMayWrite(c, rootStat))
+            return refused("only an administrator may let this volume keep deleted items",
+                           Status::NeedsConsent);
+        o = makeShared(root.fd, rootStat, shared);
+    } else if (shared.fd < 0) {
+        return refused(std::string("cannot open the cache folder: ") + std::strerror(errno));
     } else {
-        if (!mounttable::isEligible(base) || base == "/")
-            return refused("not a cache folder at the root of a volume or in the home folder");
-        std::string why;
-        if (!openMountRoot(c, base, baseFd, &why)) return refused(why);
+        o = checkShared(c, shared, rootStat, &own);
     }
-    Fd cache(saferemove::openBeneath(baseFd.fd, kCacheName, O_PATH | O_DIRECTORY | O_NOFOLLOW));
-    if (cache.fd < 0)
-        return refused(std::string("the cache folder cannot be opened: ") + std::strerror(errno));
-    const int err = saferemove::removeBeneath(cache.fd, relative);
-    if (err != 0) return failed(err, "cannot remove");
-    return done("removed");
+    if (o.response.status != Status::Done || own) return o;
+    return makeUserFolder(c, shared.fd);
 }
 
 } // namespace
@@ -197,18 +263,32 @@ void log(const std::string &line)
 
 Response handle(const Context &context, const Request &request, std::string *logLine)
 {
-    Outcome o;
-    std::string what;
-    if (request.op == Op::CreateCacheFolder) {
-        what = "create cache folder at " + printable(request.first);
-        o = request.second.empty() ? createCacheFolder(context, request.first)
-                                   : refused("unexpected argument");
-    } else {
-        what = "remove " + printable(request.second) + " in " + printable(request.first);
-        o = removeInCache(context, request.first, request.second);
-    }
+    const std::string what = "create the cache folder on " + printable(request.first);
+    const Outcome o = request.second.empty() ? createUserCache(context, request.first)
+                                             : refused("unexpected argument");
     if (logLine) *logLine = "uid " + std::to_string(context.uid) + ": " + what + ": " + o.note;
     return o.response;
+}
+
+bool allowVolume(const Context &context, const std::string &mountPoint, std::string *message)
+{
+    Outcome o;
+    Fd root;
+    struct statx rootStat{};
+    std::string why;
+    if (!openMountRoot(context, mountPoint, root, &rootStat, &why)) {
+        o = refused(why);
+    } else {
+        Fd shared(openat(root.fd, kCacheName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        bool own = false;
+        o = shared.fd < 0 && errno == ENOENT ? makeShared(root.fd, rootStat, shared)
+            : shared.fd < 0 ? refused(std::string("cannot open the cache folder: ") +
+                                      std::strerror(errno))
+                            : checkShared(context, shared, rootStat, &own);
+    }
+    *message = o.response.message;
+    log("administrator's consent for " + printable(mountPoint) + ": " + o.note);
+    return o.response.status == Status::Done;
 }
 
 void serve(int fd, const Context &context)

@@ -78,8 +78,7 @@ std::optional<Request> decodeRequest(std::string_view datagram)
     if (!header(r) || !r.byte(op) || !r.bytes(request.first, kMaxPath) ||
         !r.bytes(request.second, kMaxPath) || !r.atEnd())
         return std::nullopt;
-    if (op != std::uint8_t(Op::CreateCacheFolder) && op != std::uint8_t(Op::RemoveInCache))
-        return std::nullopt;
+    if (op != std::uint8_t(Op::CreateCacheFolder)) return std::nullopt;
     if (request.first.find('\0') != std::string::npos ||
         request.second.find('\0') != std::string::npos)
         return std::nullopt;
@@ -93,7 +92,7 @@ std::optional<Response> decodeResponse(std::string_view datagram)
     std::uint8_t status = 0;
     std::uint32_t error = 0;
     Response response;
-    if (!header(r) || !r.byte(status) || status > std::uint8_t(Status::Failed)) return std::nullopt;
+    if (!header(r) || !r.byte(status) || status > std::uint8_t(Status::NeedsConsent)) return std::nullopt;
     for (int i = 0; i < 4; ++i) {
         std::uint8_t b = 0;
         if (!r.byte(b)) return std::nullopt;
@@ -103,24 +102,6 @@ std::optional<Response> decodeResponse(std::string_view datagram)
     response.status = Status(status);
     response.error = std::int32_t(error);
     return response;
-}
-
-std::string printable(std::string_view bytes)
-{
-    static const char hex[] = "0123456789abcdef";
-    std::string out;
-    out.reserve(bytes.size());
-    for (const char c : bytes) {
-        const auto u = static_cast<unsigned char>(c);
-        if (u >= 0x20 && u < 0x7f && u != '\\') {
-            out.push_back(c);
-        } else {
-            out += "\\x";
-            out.push_back(hex[u >> 4]);
-            out.push_back(hex[u & 0xf]);
-        }
-    }
-    return out;
 }
 
 } // namespace privileged

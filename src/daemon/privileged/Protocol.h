@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-// The two requests the agent may send to the privileged helper, and its answers. One request
+// The one request the agent may send to the privileged helper, and its answers. One request
 // per datagram on a SOCK_SEQPACKET socket pair, so a message is never split or merged.
 //
 //   request:  'S' 1 op  u16 len  bytes  u16 len  bytes      (little-endian lengths)
@@ -17,8 +17,7 @@
 namespace privileged {
 
 enum class Op : std::uint8_t {
-    CreateCacheFolder = 1, // first: mount point
-    RemoveInCache = 2,     // first: cache folder, second: path relative to it
+    CreateCacheFolder = 1, // first: mount point; second: empty. The user's own cache folder there.
 };
 
 struct Request
@@ -32,6 +31,7 @@ enum class Status : std::uint8_t {
     Done = 0,
     Refused = 1, // the request itself is not allowed
     Failed = 2,  // allowed, but the file system said no (see error)
+    NeedsConsent = 3, // only an administrator may allow it (sv3daemon --allow-volume)
 };
 
 struct Response
@@ -49,9 +49,5 @@ std::string encode(const Request &request);
 std::string encode(const Response &response);
 std::optional<Request> decodeRequest(std::string_view datagram);
 std::optional<Response> decodeResponse(std::string_view datagram);
-
-// Printable ASCII rendering of bytes for log lines (\xHH for anything else), so that a hostile
-// name cannot forge or break a log entry.
-std::string printable(std::string_view bytes);
 
 } // namespace privileged

@@ -1,7 +1,11 @@
 // sv3daemon: the set-user-id root entry point of the daemon. It splits at once into a small
-// helper that keeps root and serves two narrow requests over a socket pair, and the agent,
-// which does everything else with the user's own rights. Plain C++ on purpose: Qt refuses to
-// run set-user-id, and everything this process links runs with root's rights.
+// helper that keeps root and serves one narrow request over a socket pair, and the agent, which
+// does everything else with the user's own rights. Plain C++ on purpose: Qt refuses to run
+// set-user-id, and everything this process links runs with root's rights.
+//
+//   sv3daemon                       the daemon of the calling user's session
+//   sv3daemon --allow-volume PATH   run by root (through pkexec: an administrator's consent):
+//                                   let the users of the volume mounted at PATH keep items there
 
 #include "PrivilegedServer.h"
 
@@ -13,7 +17,6 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
-#include <pwd.h>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -47,35 +50,6 @@ void closeInheritedDescriptors()
         close(fd);
 }
 
-std::string withoutTrailingSlashes(std::string path)
-{
-    while (path.size() > 1 && path.back() == '/')
-        path.pop_back();
-    return path;
-}
-
-// In a set-user-id start secure_getenv() gives nothing, and the user's home comes from the
-// password database; started by root or by the user, the environment is honoured.
-privileged::Context userContext()
-{
-    privileged::Context c;
-    c.uid = getuid();
-    c.gid = getgid();
-    std::string home;
-    if (const char *h = secure_getenv("HOME"); h && h[0] == '/') home = h;
-    if (home.empty())
-        if (const passwd *pw = getpwuid(c.uid); pw && pw->pw_dir && pw->pw_dir[0] == '/')
-            home = pw->pw_dir;
-    c.home = withoutTrailingSlashes(home);
-    std::string config;
-    if (const char *x = secure_getenv("XDG_CONFIG_HOME"); x && x[0] == '/')
-        config = withoutTrailingSlashes(x);
-    else if (!c.home.empty())
-        config = c.home + "/.config";
-    if (!config.empty()) c.settingsFile = config + "/Salvora/Salvora 3.json";
-    return c;
-}
-
 std::string agentPath()
 {
     char buf[PATH_MAX + 1];
@@ -86,11 +60,11 @@ std::string agentPath()
     return self.substr(0, slash + 1) + "sv3daemon-agent";
 }
 
-// Keeps only what removing and creating in other users' folders needs.
+// Keeps only what making a folder at a volume's root and giving it to the user needs.
 void limitCapabilities()
 {
     if (geteuid() != 0) return;
-    const unsigned keep[] = {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER};
+    const unsigned keep[] = {CAP_CHOWN, CAP_DAC_OVERRIDE};
     for (unsigned cap = 0; cap <= CAP_LAST_CAP; ++cap) {
         bool kept = false;
         for (unsigned k : keep)
@@ -110,6 +84,11 @@ void limitCapabilities()
 
 [[noreturn]] void runHelper(int fd, const privileged::Context &context)
 {
+    // Root's ids all through, so that the user can neither signal (stop) nor trace the helper;
+    // its files are root's, not the user's group's.
+    if (geteuid() == 0 &&
+        (setresgid(0, 0, 0) != 0 || setresuid(0, 0, 0) != 0 || prctl(PR_SET_DUMPABLE, 0) != 0))
+        die("cannot take root's ids");
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) die("cannot set no_new_privs");
     clearenv();
     umask(022);
@@ -154,15 +133,38 @@ void dropPrivileges(uid_t uid, gid_t gid)
     }
 }
 
+int allowVolume(const char *mountPoint)
+{
+    // Only root decides this: through pkexec after an administrator authenticated, or at a shell.
+    // The set-user-id bit alone (a user starting this program) is not enough.
+    if (getuid() != 0) {
+        std::fprintf(stderr, "sv3daemon: only an administrator may allow a volume\n");
+        return 1;
+    }
+    clearenv();
+    umask(022);
+    std::string message;
+    const bool ok = privileged::allowVolume(privileged::Context{}, mountPoint, &message);
+    std::fprintf(ok ? stdout : stderr, "sv3daemon: %s\n", message.c_str());
+    return ok ? 0 : 1;
+}
+
 } // namespace
 
-int main()
+int main(int argc, char **argv)
 {
-    // No argument and no environment variable steers this process beyond HOME and
-    // XDG_CONFIG_HOME (and those only when not started set-user-id).
+    // Nothing of the caller's environment steers this process; its one argument is a checked
+    // mount point, for root only.
     ensureStandardDescriptors();
     closeInheritedDescriptors();
-    const privileged::Context context = userContext();
+    if (argc == 3 && std::strcmp(argv[1], "--allow-volume") == 0) return allowVolume(argv[2]);
+    if (argc > 1) {
+        std::fprintf(stderr, "usage: sv3daemon [--allow-volume MOUNT-POINT]\n");
+        return 2;
+    }
+    privileged::Context context;
+    context.uid = getuid();
+    context.gid = getgid();
     const std::string agent = agentPath();
 
     int sv[2];
@@ -179,8 +181,9 @@ int main()
     if (fcntl(sv[0], F_SETFD, 0) != 0) die("cannot hand the socket over");
     const std::string fdArg = "--privileged-fd=" + std::to_string(sv[0]);
     const std::string pidArg = "--privileged-pid=" + std::to_string(helper);
-    char *const argv[] = {const_cast<char *>(agent.c_str()), const_cast<char *>(fdArg.c_str()),
-                          const_cast<char *>(pidArg.c_str()), nullptr};
-    execv(agent.c_str(), argv);
+    char *const agentArgv[] = {const_cast<char *>(agent.c_str()),
+                               const_cast<char *>(fdArg.c_str()),
+                               const_cast<char *>(pidArg.c_str()), nullptr};
+    execv(agent.c_str(), agentArgv);
     die("cannot start sv3daemon-agent");
 }

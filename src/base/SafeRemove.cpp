@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -54,24 +55,59 @@ bool listNames(int dirFd, std::vector<std::string> &names)
     }
 }
 
+// A folder of the user's own that the deleted item brought along read-only (a source tree, an
+// unpacked archive) is opened up so that its entries can go, as `rm -rf` would have to. Works on
+// descriptors opened with O_PATH too, through their /proc link. Never for another owner's folder.
+bool openUpOwnFolder(int fd)
+{
+    struct stat st{};
+    if (fstat(fd, &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != geteuid() ||
+        (st.st_mode & S_IRWXU) == S_IRWXU)
+        return false;
+    const mode_t mode = (st.st_mode & 07777) | S_IRWXU;
+    if (fchmod(fd, mode) == 0) return true;
+    char link[64];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    return errno == EBADF && chmod(link, mode) == 0;
+}
+
+int unlinkOpeningUp(int parentFd, const char *name, int flags)
+{
+    if (unlinkat(parentFd, name, flags) == 0 || errno == ENOENT) return 0;
+    if (errno != EACCES || !openUpOwnFolder(parentFd)) return errno;
+    return unlinkat(parentFd, name, flags) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+int openFolderOpeningUp(int parentFd, const char *name)
+{
+    const int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    const int fd = openBeneath(parentFd, name, flags);
+    if (fd >= 0 || errno != EACCES) return fd;
+    Fd path(openBeneath(parentFd, name, O_PATH | O_DIRECTORY | O_NOFOLLOW));
+    if (path.fd < 0 || !openUpOwnFolder(path.fd)) {
+        errno = EACCES;
+        return -1;
+    }
+    return openBeneath(parentFd, name, flags);
+}
+
 int removeEntry(int parentFd, const char *name, int depth)
 {
     struct stat st{};
     if (fstatat(parentFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT ? 0 : errno;
     if (!S_ISDIR(st.st_mode)) {
-        if (unlinkat(parentFd, name, 0) == 0 || errno == ENOENT) return 0;
-        if (errno != EISDIR) return errno;
+        const int err = unlinkOpeningUp(parentFd, name, 0);
+        if (err != EISDIR) return err;
         // Swapped for a folder since the stat: treat it as one.
     }
     if (depth >= kMaxDepth) return ELOOP;
-    Fd dir(openBeneath(parentFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    Fd dir(openFolderOpeningUp(parentFd, name));
     if (dir.fd < 0) {
         const int err = errno;
         if (err == ENOENT) return 0;
         if (err == ELOOP || err == ENOTDIR) {
             // A link or a file now stands where the folder was: remove that entry itself.
-            if (unlinkat(parentFd, name, 0) == 0 || errno == ENOENT) return 0;
-            return errno;
+            return unlinkOpeningUp(parentFd, name, 0);
         }
         return err;
     }
@@ -81,8 +117,8 @@ int removeEntry(int parentFd, const char *name, int depth)
         const int err = removeEntry(dir.fd, child.c_str(), depth + 1);
         if (err != 0 && first == 0) first = err;
     }
-    if (unlinkat(parentFd, name, AT_REMOVEDIR) != 0 && errno != ENOENT && first == 0) first = errno;
-    return first;
+    const int err = unlinkOpeningUp(parentFd, name, AT_REMOVEDIR);
+    return first != 0 ? first : err;
 }
 
 } // namespace

@@ -3,7 +3,8 @@
 #include <string_view>
 
 // Removal inside a cache folder that never follows a symbolic link and never leaves the folder's
-// mount. Used by the privileged helper and, with the user's own rights, by the agent.
+// mount. Folders of the user's own that are read-only are opened up on the way, as deleting a
+// tree that came with them needs; nothing of another owner is ever changed.
 namespace saferemove {
 
 // A non-empty relative path whose components are neither empty, "." nor "..", without NUL bytes
