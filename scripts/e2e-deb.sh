@@ -77,10 +77,18 @@ session() {
         fail "mount the test volume"
         return
     }
-    # The volume's root stays root's, so that the daemon's privileged half makes its cache
-    # folder; the user gets a folder of files and a trash folder, as an administrator gives them.
+    # The volume's root stays root's; the user gets a folder of files and a trash folder, as an
+    # administrator gives them, and the administrator lets the volume keep deleted items (what
+    # the password dialog the daemon would otherwise show does), so that the daemon's privileged
+    # half makes the user's private cache folder there.
     install -d -o "$uid" -g "$gid" -m 755 "$vol_path/docs"
     install -d -o "$uid" -g "$gid" -m 700 "$vol_path/.Trash-$uid"
+    if /usr/libexec/salvora3/sv3daemon --allow-volume "$vol_path" >/dev/null &&
+        [ "$(stat -c '%U:%G %a' "$vol_path/.Salvora3Cache")" = "root:root 711" ]; then
+        pass "an administrator allowed the volume: its shared cache folder is root's, 711"
+    else
+        fail "sv3daemon --allow-volume"
+    fi
     runtime=$E2E_WORK/runtime
     install -d -o "$uid" -g "$gid" -m 700 "$runtime"
     # pkexec, for this namespace only, records that it was asked and refuses as it does without
@@ -193,7 +201,11 @@ EOF
     }
     if wait_until 150 in_cache; then
         pass "salvora ls --json lists the item in volume $index's cache: $listed"
-        note "the volume's cache folder: $(stat -c '%U:%G %a' "$vol_path/.Salvora3Cache") (made by the daemon's privileged half)"
+        if [ "$(stat -c '%U %a' "$vol_path/.Salvora3Cache/$uid")" = "$E2E_USER 700" ]; then
+            pass "the user's cache folder on the volume is theirs alone (700), made by the daemon's privileged half"
+        else
+            fail "the user's cache folder: $(stat -c '%U:%G %a' "$vol_path/.Salvora3Cache/$uid" 2>&1)"
+        fi
     else
         fail "the item is in the volume's cache (salvora ls --json: $(head -c 300 "$out/ls.json" 2>/dev/null))"
     fi

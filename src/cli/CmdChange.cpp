@@ -47,12 +47,12 @@ bool confirm(const QString &question)
     return a == "y" || a == "yes";
 }
 
-// Makes the missing folders above a path with the user's umask (not the cache's 0777).
+// Makes the missing folders above a path as the user would (0755, narrowed by the umask).
 void makeParents(const QByteArray &path)
 {
     for (qsizetype i = 1; i < path.size(); ++i)
         if (path[i] == '/')
-            mkdir(path.left(i).constData(), 0777);
+            mkdir(path.left(i).constData(), 0755);
 }
 
 // The original path the daemon recorded for CACHE/DAY/TIME/NAME, or empty.

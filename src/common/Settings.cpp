@@ -1,5 +1,8 @@
 #include "common/Settings.h"
 
+#include "cache/Folders.h"
+
+#include <QFile>
 #include <QIODevice>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -7,7 +10,10 @@
 #include <QJsonValue>
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -125,8 +131,34 @@ QSettings::Format jsonFormat()
     return format;
 }
 
+// QSettings reads and replaces its file through paths: a link or a FIFO at the settings' name
+// would be followed or waited on forever. Such a thing is moved aside (and so replaced by the
+// next save); the folder is made private when missing.
+static void guardFile(const QString &path)
+{
+    const QByteArray file = QFile::encodeName(path);
+    const QByteArray folder = file.left(file.lastIndexOf('/'));
+    struct stat st{};
+    if (lstat(folder.constData(), &st) != 0)
+        CommonUtils::createFolder(folder);
+    if (lstat(file.constData(), &st) != 0 || S_ISREG(st.st_mode))
+        return;
+    const QByteArray aside = file + ".not-a-file";
+    if (rename(file.constData(), aside.constData()) != 0)
+        unlink(file.constData());
+    std::fprintf(stderr, "Salvora 3: the settings file was not a regular file; it was moved aside to %s\n",
+                 aside.constData());
+}
+
 std::unique_ptr<QSettings> open()
 {
+    // Constructing the settings reads them already (and the organisation's file, as a fallback):
+    // their folder is learnt from settings that exist nowhere.
+    const QString probe =
+        QSettings(jsonFormat(), QSettings::UserScope, QStringLiteral("Salvora 3 path probe")).fileName();
+    const QString folder = probe.left(probe.lastIndexOf(QLatin1Char('/')) + 1);
+    guardFile(folder + QLatin1String("Salvora.json"));
+    guardFile(folder + QLatin1String("Salvora/Salvora 3.json"));
     auto s = std::make_unique<QSettings>(jsonFormat(), QSettings::UserScope, QStringLiteral("Salvora"),
                                          QStringLiteral("Salvora 3"));
     s->sync();

@@ -8,6 +8,8 @@
 #include <QTest>
 
 #include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 // The test binary doubles as the "other process": `tst_settings --peer get KEY` prints the value
 // (or "absent"), `--peer set KEY N` writes an integer.
@@ -128,6 +130,20 @@ private slots:
         Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
         TestEnv::writeFile(QFile::encodeName(Settings::fileName()), "{ not json");
         QVERIFY(!Settings::integer(SettingsKeys::PrefsLaunchMenu));
+        // Neither waited on nor followed: a FIFO or a link at the settings' name reads as no
+        // settings, and the next save writes a regular file in its place.
+        const QByteArray file = QFile::encodeName(Settings::fileName());
+        const QByteArray victim = env->homeBytes() + "/victim";
+        QVERIFY(TestEnv::writeFile(victim, "{\"PrefsLaunchMenu\": 7}"));
+        for (const bool fifo : {true, false}) {
+            QVERIFY(unlink(file.constData()) == 0);
+            QVERIFY(fifo ? mkfifo(file.constData(), 0600) == 0
+                         : symlink(victim.constData(), file.constData()) == 0);
+            QVERIFY(!Settings::integer(SettingsKeys::PrefsLaunchMenu));
+            Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 2);
+            QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), std::optional<qint64>(2));
+            QCOMPARE(TestEnv::readFile(victim), QByteArray("{\"PrefsLaunchMenu\": 7}"));
+        }
     }
 };
 

@@ -47,6 +47,7 @@ for f in "usr/share/salvora3/Salvora 3.rtf" \
          usr/share/icons/hicolor/scalable/apps/salvora3-symbolic.svg \
          usr/share/metainfo/org.salvora.salvora3.metainfo.xml \
          usr/share/polkit-1/actions/org.salvora.salvora3.adminlauncher.policy \
+         usr/share/polkit-1/actions/org.salvora.salvora3.allow-volume.policy \
          usr/share/man/man1/salvora.1.gz; do
     expect 644 "$f"
 done
@@ -100,9 +101,11 @@ for f in "$stage"/usr/lib/systemd/user/*.service; do
     value=$(sed -n 's/^ExecStart=[-@:+!]*//p' "$f" | head -n 1)
     named "${f#"$stage"/}" ExecStart "${value%% *}"
 done
-policy=$stage/usr/share/polkit-1/actions/org.salvora.salvora3.adminlauncher.policy
-value=$(sed -n 's|.*"org.freedesktop.policykit.exec.path">\(.*\)</annotate>.*|\1|p' "$policy")
-[ "$value" = /usr/libexec/salvora3/adminlauncher ] || fail "the polkit action names '$value'"
+for action in adminlauncher:adminlauncher allow-volume:sv3daemon; do
+    policy=$stage/usr/share/polkit-1/actions/org.salvora.salvora3.${action%%:*}.policy
+    value=$(sed -n 's|.*"org.freedesktop.policykit.exec.path">\(.*\)</annotate>.*|\1|p' "$policy")
+    [ "$value" = "/usr/libexec/salvora3/${action#*:}" ] || fail "the polkit action ${action%%:*} names '$value'"
+done
 
 # The help document is RTF that a word processor opens: the header, plain ASCII (other
 # characters are \u escapes), and braces that close.

@@ -31,8 +31,9 @@ bool copyFile(int srcDirFd, const char *srcName, int dstDirFd, const char *dstNa
     Fd src(openat(srcDirFd, srcName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
     struct stat st{};
     if (src.fd < 0 || fstat(src.fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    // The copy is the user's: it keeps the file's permissions, never a set-id bit.
     Fd dst(openat(dstDirFd, dstName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                  st.st_mode & 07777));
+                  st.st_mode & 0777));
     if (dst.fd < 0) return errno == EEXIST;
     for (off_t left = st.st_size; left > 0;) {
         ssize_t n = copy_file_range(src.fd, nullptr, dst.fd, nullptr, std::size_t(left), 0);
