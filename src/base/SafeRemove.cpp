@@ -91,8 +91,9 @@ int openFolderOpeningUp(int parentFd, const char *name)
     return openBeneath(parentFd, name, flags);
 }
 
-int removeEntry(int parentFd, const char *name, int depth)
+int removeEntry(int parentFd, const char *name, int depth, const std::atomic<bool> *stop)
 {
+    if (stop && stop->load(std::memory_order_relaxed)) return ECANCELED;
     struct stat st{};
     if (fstatat(parentFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT ? 0 : errno;
     if (!S_ISDIR(st.st_mode)) {
@@ -114,7 +115,8 @@ int removeEntry(int parentFd, const char *name, int depth)
     std::vector<std::string> names;
     int first = listNames(dir.fd, names) ? 0 : errno;
     for (const std::string &child : names) {
-        const int err = removeEntry(dir.fd, child.c_str(), depth + 1);
+        const int err = removeEntry(dir.fd, child.c_str(), depth + 1, stop);
+        if (err == ECANCELED) return err;
         if (err != 0 && first == 0) first = err;
     }
     const int err = unlinkOpeningUp(parentFd, name, AT_REMOVEDIR);
@@ -153,16 +155,16 @@ int openBeneath(int dirFd, const char *path, int flags)
     }
 }
 
-int removeBeneath(int dirFd, std::string_view path)
+int removeBeneath(int dirFd, std::string_view path, const std::atomic<bool> *stop)
 {
     if (!isCleanRelativePath(path)) return EINVAL;
     const std::size_t slash = path.rfind('/');
     const std::string name(slash == std::string_view::npos ? path : path.substr(slash + 1));
-    if (slash == std::string_view::npos) return removeEntry(dirFd, name.c_str(), 0);
+    if (slash == std::string_view::npos) return removeEntry(dirFd, name.c_str(), 0, stop);
     const std::string parentPath(path.substr(0, slash));
     Fd parent(openBeneath(dirFd, parentPath.c_str(), O_PATH | O_DIRECTORY));
     if (parent.fd < 0) return errno == ENOENT ? 0 : errno;
-    return removeEntry(parent.fd, name.c_str(), 0);
+    return removeEntry(parent.fd, name.c_str(), 0, stop);
 }
 
 } // namespace saferemove

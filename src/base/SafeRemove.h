@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string_view>
 
 // Removal inside a cache folder that never follows a symbolic link and never leaves the folder's
@@ -17,7 +18,8 @@ int openBeneath(int dirFd, const char *path, int flags);
 
 // Removes `path` (a file, a link itself, or a folder with everything in it) below dirFd.
 // Returns 0, or the first errno met; the removal goes on past entries that fail, so a second
-// attempt with more rights only has the rest to do. ENOENT for the item itself counts as done.
-int removeBeneath(int dirFd, std::string_view path);
+// attempt only has the rest to do. ENOENT for the item itself counts as done. With `stop`, it
+// looks at the flag before each entry and gives up (ECANCELED) once it is set.
+int removeBeneath(int dirFd, std::string_view path, const std::atomic<bool> *stop = nullptr);
 
 } // namespace saferemove

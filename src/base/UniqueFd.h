@@ -15,6 +15,15 @@ struct UniqueFd
         if (fd >= 0) ::close(fd);
     }
     UniqueFd(UniqueFd &&o) noexcept : fd(o.fd) { o.fd = -1; }
+    UniqueFd &operator=(UniqueFd &&o) noexcept
+    {
+        if (this != &o) {
+            if (fd >= 0) ::close(fd);
+            fd = o.fd;
+            o.fd = -1;
+        }
+        return *this;
+    }
     UniqueFd(const UniqueFd &) = delete;
     UniqueFd &operator=(const UniqueFd &) = delete;
 };

@@ -84,6 +84,11 @@ int appendOrigin(int cacheFd, const QByteArray &day, const Origin &origin)
     putBytes(o, "path", origin.path);
     o.insert(QLatin1String("uid"), origin.uid);
     if (origin.ino != 0) o.insert(QLatin1String("ino"), QString::number(origin.ino));
+    if (!origin.completeness.complete) {
+        o.insert(QLatin1String("incomplete"), true);
+        o.insert(QLatin1String("missingFiles"), origin.completeness.missingFiles);
+        o.insert(QLatin1String("missingBytes"), origin.completeness.missingBytes);
+    }
     const QByteArray line = QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
     return safefile::appendRecord(folder.fd, (day + ".jsonl").constData(), line.toStdString(), 0600);
 }
@@ -181,24 +186,34 @@ bool Exclusions::matches(QByteArrayView name) const
     return false;
 }
 
-QByteArray numberedName(const QByteArray &name, int n)
+// The name with `words` before its last extension: "report 2.txt", "photos (incomplete)". A name
+// may not exceed 255 bytes: the stem gives way, whole characters at a time, and an extension too
+// long to leave room for any stem goes before the stem does.
+static QByteArray nameWith(const QByteArray &name, const QByteArray &words)
 {
     const qsizetype dot = name.lastIndexOf('.');
     const bool hasExtension = dot > 0 && dot < name.size() - 1;
     QByteArray stem = hasExtension ? name.left(dot) : name;
     QByteArray extension = hasExtension ? name.mid(dot) : QByteArray();
-    const QByteArray number = ' ' + QByteArray::number(n);
-    // A name may not exceed 255 bytes: the stem gives way, whole characters at a time, and an
-    // extension too long to leave room for any stem goes before the stem does.
-    if (extension.size() + number.size() >= kMaxNameBytes) extension.clear();
-    const qsizetype room = kMaxNameBytes - number.size() - extension.size();
+    if (extension.size() + words.size() >= kMaxNameBytes) extension.clear();
+    const qsizetype room = kMaxNameBytes - words.size() - extension.size();
     if (stem.size() > room) {
         qsizetype cut = room;
         while (cut > 0 && (static_cast<unsigned char>(stem.at(cut)) & 0xC0) == 0x80)
             --cut;
         stem.truncate(cut);
     }
-    return stem + number + extension;
+    return stem + words + extension;
+}
+
+QByteArray numberedName(const QByteArray &name, int n)
+{
+    return nameWith(name, ' ' + QByteArray::number(n));
+}
+
+QByteArray incompleteName(const QByteArray &name)
+{
+    return nameWith(name, " (incomplete)");
 }
 
 Destination destinationFor(dev_t dev, Error *error)
@@ -227,18 +242,22 @@ Destination destinationFor(dev_t dev, Error *error)
 
 Result moveIntoCache(int srcDirFd, const QByteArray &srcName, int cacheFd,
                      const QByteArray &cacheFolder, const QByteArray &name,
-                     const QByteArray &originalPath, const QDateTime &when)
+                     const QByteArray &originalPath, const QDateTime &when,
+                     const Completeness &completeness)
 {
     return moveIntoFolder(srcDirFd, srcName, cacheFd, cacheFolder,
                           CommonUtils::nameForCacheFolder(when).toLatin1(),
-                          CommonUtils::nameForTimeFolder(when).toLatin1(), name, originalPath);
+                          CommonUtils::nameForTimeFolder(when).toLatin1(), name, originalPath,
+                          completeness);
 }
 
 Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
                       const QByteArray &cacheFolder, const QByteArray &day, const QByteArray &time,
-                      const QByteArray &name, const QByteArray &originalPath)
+                      const QByteArray &givenName, const QByteArray &originalPath,
+                      const Completeness &completeness)
 {
     Result r;
+    const QByteArray name = completeness.complete ? givenName : incompleteName(givenName);
     r.path = originalPath;
     struct stat item{};
     if (!isItemName(srcName) || !isItemName(name)) {
@@ -267,9 +286,10 @@ Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
             finalName = numberedName(name, n);
             continue;
         }
-        const int recorded = appendOrigin(
-            cacheFd, day,
-            {time, finalName, originalPath, qint64(getuid()), quint64(item.st_ino)});
+        const int recorded =
+            appendOrigin(cacheFd, day,
+                         {time, finalName, originalPath, qint64(getuid()), quint64(item.st_ino),
+                          completeness});
         if (recorded != 0) {
             r.sysErrno = recorded;
             r.error = Error::NoOrigin;
@@ -385,6 +405,9 @@ QList<Origin> readOrigins(const QByteArray &cacheFolder, const QByteArray &day)
         origin.path = getBytes(o, "path");
         origin.uid = o.value(QLatin1String("uid")).toInteger(-1);
         origin.ino = o.value(QLatin1String("ino")).toString().toULongLong();
+        origin.completeness.complete = !o.value(QLatin1String("incomplete")).toBool();
+        origin.completeness.missingFiles = o.value(QLatin1String("missingFiles")).toInteger();
+        origin.completeness.missingBytes = o.value(QLatin1String("missingBytes")).toInteger();
         if (!origin.time.isEmpty() && !origin.name.isEmpty()) out.append(origin);
     }
     return out;

@@ -76,6 +76,19 @@ struct Destination
 // volumeIndex -1 and *error set when there is none.
 Destination destinationFor(dev_t dev, Error *error);
 
+// What is known to be missing from an item that could not be kept whole (its folder was emptied
+// from the trash before all of it was saved, a copy did not fit on the disk). Such an item is kept
+// all the same, since it may be all there is, under a name that says so ("report
+// (incomplete).pdf") and with this in its origin record.
+struct Completeness
+{
+    bool complete = true;
+    qint64 missingFiles = 0; // files known to be missing (more may be, when the folder went first)
+    qint64 missingBytes = 0; // bytes of files kept in part
+    bool operator==(const Completeness &) const = default;
+};
+QByteArray incompleteName(const QByteArray &name);
+
 // Renames srcDirFd/srcName to <cache>/<day>/<time>/<name or numbered variant>, where cacheFd is
 // the checked cache folder (CacheFolder::open) and cacheFolder its path for the result. The day
 // and time folders are named after `when` (so deletions within one second share a time folder)
@@ -84,13 +97,16 @@ Destination destinationFor(dev_t dev, Error *error);
 Result moveIntoCache(int srcDirFd, const QByteArray &srcName, int cacheFd,
                      const QByteArray &cacheFolder, const QByteArray &name,
                      const QByteArray &originalPath,
-                     const QDateTime &when = QDateTime::currentDateTime());
+                     const QDateTime &when = QDateTime::currentDateTime(),
+                     const Completeness &completeness = {});
+
 
 // The same into a given day and time folder (an item of an earlier version's cache, moved into
-// the user's private one).
+// the user's private one; a shadow that was not complete).
 Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
                       const QByteArray &cacheFolder, const QByteArray &day, const QByteArray &time,
-                      const QByteArray &name, const QByteArray &originalPath);
+                      const QByteArray &name, const QByteArray &originalPath,
+                      const Completeness &completeness = {});
 
 // `salvora rm`: checks protection, exclusions, the volume and the device of each path, then moves
 // it into its cache. All items of one call share one time folder. Posts one
@@ -112,6 +128,7 @@ struct Origin
     qint64 uid = -1; // who deleted it
     quint64 ino = 0; // the item's inode when it was kept (0: not recorded), to tell records of
                      // the same name apart
+    Completeness completeness;
     bool operator==(const Origin &) const = default;
 };
 inline constexpr char kOriginsFolderName[] = ".origins";

@@ -4,7 +4,6 @@
 #include "Inotify.h"
 #include "MidnightTimer.h"
 #include "PrivilegedClient.h"
-#include "Shadow.h"
 #include "TrashWatch.h"
 #include "Printable.h"
 #include "UniqueFd.h"
@@ -12,6 +11,7 @@
 #include "cache/Folders.h"
 #include "common/Locations.h"
 #include "common/Log.h"
+#include "common/Losses.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
@@ -25,7 +25,9 @@
 #include <QLoggingCategory>
 #include <QTimer>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/inotify.h>
@@ -41,13 +43,6 @@ using Fd = UniqueFd;
 QByteArray baseName(const QByteArray &path)
 {
     return path.mid(path.lastIndexOf('/') + 1);
-}
-
-// The name an item gets in the cache: its original one, or its trash name when unknown.
-QByteArray keptName(const ShadowRecord &r)
-{
-    const QByteArray name = baseName(r.origin);
-    return name.isEmpty() || name == "." || name == ".." ? r.trashName : name;
 }
 
 QString describeErrno(int err)
@@ -117,6 +112,9 @@ Agent::Agent(PrivilegedClient *privileged, QObject *parent)
 
 Agent::~Agent()
 {
+    // The workers stop first (within a step), so that nothing they report comes in meanwhile.
+    mShadows.reset();
+    mBackground.reset();
     // Everything that holds inotify watches goes before the inotify instance, which as the first
     // child would otherwise be deleted first.
     for (auto &v : mVolumes)
@@ -140,6 +138,22 @@ bool Agent::start()
         return false;
     }
     mPrefs = Prefs::read();
+
+    // The workers report on their own threads; what they say is handled here, in order.
+    mShadows = std::make_unique<ShadowWorker>(
+        [this](const ShadowTaken &t) {
+            QMetaObject::invokeMethod(this, [this, t] { onShadowTaken(t); }, Qt::QueuedConnection);
+        },
+        [this](const Settled &s) {
+            QMetaObject::invokeMethod(this, [this, s] { onSettled(s); }, Qt::QueuedConnection);
+        });
+    mBackground = std::make_unique<BackgroundWorker>();
+    mLoopTimer = new QTimer(this);
+    mLoopTimer->setInterval(20);
+    connect(mLoopTimer, &QTimer::timeout, this, &Agent::loopBeat);
+    mRetryTimer = new QTimer(this);
+    mRetryTimer->setSingleShot(true);
+    connect(mRetryTimer, &QTimer::timeout, this, &Agent::retryDue);
 
     mAnnounceTimer = new QTimer(this);
     mAnnounceTimer->setSingleShot(true);
@@ -182,10 +196,7 @@ bool Agent::start()
     connect(mMountWatcher, &MountWatcher::deviceDidUnmount, this, mountChanged);
 
     mMidnight = new MidnightTimer(this);
-    connect(mMidnight, &MidnightTimer::midnight, this, [this] {
-        purge(QStringLiteral("midnight"));
-        retryFailedCommits();
-    });
+    connect(mMidnight, &MidnightTimer::midnight, this, [this] { purge(QStringLiteral("midnight")); });
 
     rebuildVolumes();
     purge(QStringLiteral("start"));
@@ -269,7 +280,6 @@ void Agent::rebuildVolumes()
         }
         Volume *gone = it->get();
         qCInfo(lcAgent).noquote() << "no longer watching" << logText(gone->mountPath);
-        mFailedCommits.removeIf([gone](const auto &f) { return f.first == gone; });
         qDeleteAll(gone->trashes);
         it = mVolumes.erase(it);
     }
@@ -313,6 +323,8 @@ void Agent::rebuildVolumes()
             const QByteArray item = r.trashDir + "/files/" + r.trashName;
             if (::lstat(item.constData(), &st) != 0 || quint64(st.st_ino) != r.ino)
                 settle(volume, r);
+            else if (!r.walked)
+                takeShadow(volume, r, false);
         }
         for (TrashWatch *t : volume.trashes)
             t->reconcile();
@@ -325,7 +337,7 @@ void Agent::reconcileAll()
     for (auto &v : mVolumes)
         for (TrashWatch *t : v->trashes)
             t->reconcile();
-    retryFailedCommits();
+    retryDue();
 }
 
 bool Agent::isMounted(const Volume &v) const
@@ -396,91 +408,142 @@ void Agent::askConsent(Volume &v)
              {daemon, QStringLiteral("--allow-volume"), QFile::decodeName(v.mountPath)});
 }
 
-bool Agent::takeShadow(Volume &v, int filesFd, ShadowRecord &r)
+void Agent::takeShadow(Volume &v, const ShadowRecord &r, bool follow)
 {
-    Fd cache(openCacheFolder(v));
-    if (cache.fd < 0) return false;
-    Fd pending(v.pending.open(true));
-    Fd shadow(pending.fd >= 0 ? v.pending.create(pending.fd, r) : -1);
-    if (shadow.fd < 0) {
-        mProblems << QStringLiteral("sv3daemon cannot keep %1 (pending area: %2).")
-                         .arg(logText(r.origin.isEmpty() ? r.trashName : r.origin),
-                              describeErrno(errno));
-        announce();
-        return false;
-    }
-    QElapsedTimer t;
-    t.start();
-    const Shadow::Stats s =
-        Shadow::mirror(filesFd, r.trashName.constData(), shadow.fd, PendingArea::kItemName);
-    qCInfo(lcAgent).noquote() << "shadow of" << logText(r.trashName) << ":" << s.linked << "linked,"
-                              << s.copied << "copied," << s.failed << "failed in" << t.elapsed()
-                              << "ms";
-    if (s.failed > 0) {
-        mProblems << QStringLiteral("sv3daemon could keep only part of %1: %2 entries failed (%3).")
-                         .arg(logText(r.origin.isEmpty() ? r.trashName : r.origin))
-                         .arg(s.failed)
-                         .arg(describeErrno(s.firstError));
-        announce();
-    }
-    return true;
+    mShadows->shadow(v.mountPath, r, follow);
+    watchTheLoop();
 }
 
 void Agent::settle(Volume &v, const ShadowRecord &r)
 {
-    bool keep = mPrefs.protection && !mPrefs.exclusions.matches(keptName(r));
-    // Restored: the same inode is back where it came from, on the trash's file system (whose
-    // device number is the one it has now, not necessarily the one recorded).
-    struct stat st{}, trash{};
-    const quint64 dev = ::stat(r.trashDir.constData(), &trash) == 0 ? quint64(trash.st_dev) : r.dev;
-    if (keep && !r.origin.isEmpty() && ::lstat(r.origin.constData(), &st) == 0 &&
-        quint64(st.st_ino) == r.ino && quint64(st.st_dev) == dev)
-        keep = false;
-    if (!keep) {
-        v.pending.drop(r.id);
-        return;
-    }
-    commit(v, r);
+    mRetries.remove(r.id);
+    mShadows->settle(v.mountPath, r, {mPrefs.protection, mPrefs.exclusions});
+    watchTheLoop();
 }
 
-void Agent::commit(Volume &v, const ShadowRecord &r)
+void Agent::setOrigin(Volume &v, const ShadowRecord &r)
 {
-    QElapsedTimer t;
-    t.start();
-    Fd pending(v.pending.open(false));
-    Fd shadow(pending.fd >= 0 ? openat(pending.fd, r.id.constData(),
-                                       O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
-                              : -1);
-    if (shadow.fd < 0) return; // already committed or dropped by an earlier run
-    Fd cache(openCacheFolder(v));
-    const CacheCommit::Result res =
-        cache.fd < 0 ? CacheCommit::Result{CacheCommit::Error::NoCacheFolder, 0, r.origin, {},
-                                           cacheStateText(v.cacheState)}
-                     : CacheCommit::moveIntoCache(shadow.fd, PendingArea::kItemName, cache.fd,
-                                                  v.cacheFolder, keptName(r), r.origin);
-    if (!res.ok()) {
-        // Left pending: retried at midnight, after an overflow, and at the next start.
-        mFailedCommits.append({&v, r});
-        mProblems << QStringLiteral("sv3daemon could not keep %1: %2.")
-                         .arg(logText(r.origin.isEmpty() ? r.trashName : r.origin), res.message());
+    mShadows->setOrigin(v.mountPath, r.id, r.origin);
+}
+
+Volume *Agent::volumeAt(const QByteArray &mountPath) const
+{
+    for (const auto &v : mVolumes)
+        if (v->mountPath == mountPath) return v.get();
+    return nullptr;
+}
+
+void Agent::onShadowTaken(const ShadowTaken &t)
+{
+    watchTheLoop();
+    const QByteArray what = t.record.origin.isEmpty() ? t.record.trashName : t.record.origin;
+    if (t.startError != 0) {
+        mShadowFailures.insert(t.record.id, describeErrno(t.startError));
+        mProblems << QStringLiteral("sv3daemon cannot keep %1 for now (%2): it is lost if the "
+                                    "trash is emptied before that changes.")
+                         .arg(logText(what), describeErrno(t.startError));
         announce();
         return;
     }
-    v.pending.drop(r.id);
-    mLastCapture = QDateTime::currentDateTime();
-    ++mCaptured;
-    mKeptOrigins << (r.origin.isEmpty() ? r.trashName : r.origin);
-    mMovedToCache = true;
-    qCInfo(lcAgent).noquote() << "kept" << logText(res.cachedPath) << "in" << t.elapsed() << "ms";
-    markDirty();
+    qCInfo(lcAgent).noquote() << "shadow of" << logText(t.record.trashName) << ":"
+                              << t.stats.linked << "linked," << t.stats.copied << "copied,"
+                              << t.stats.failed << "failed in" << t.ms << "ms";
+    if (t.stats.failed > 0) {
+        mProblems << QStringLiteral("sv3daemon could keep only part of %1 so far: %2 entries "
+                                    "failed (%3).")
+                         .arg(logText(what))
+                         .arg(t.stats.failed)
+                         .arg(describeErrno(t.stats.firstError));
+        announce();
+    }
+}
+
+void Agent::onSettled(const Settled &s)
+{
+    watchTheLoop();
+    const QByteArray what = s.record.origin.isEmpty() ? s.record.trashName : s.record.origin;
+    const QString startFailure = mShadowFailures.take(s.record.id);
+    switch (s.outcome) {
+    case Settled::Outcome::Dropped:
+        break;
+    case Settled::Outcome::Lost:
+        reportLost(what, startFailure.isEmpty()
+                             ? s.reason
+                             : QStringLiteral("it could not be saved (%1)").arg(startFailure));
+        break;
+    case Settled::Outcome::Failed:
+        retryLater(s);
+        break;
+    case Settled::Outcome::Kept:
+        mRetries.remove(s.record.id);
+        mLastCapture = QDateTime::currentDateTime();
+        ++mCaptured;
+        mKeptOrigins << what;
+        mMovedToCache = true;
+        qCInfo(lcAgent).noquote() << "kept" << logText(s.result.cachedPath) << "in" << s.ms << "ms";
+        if (!s.completeness.complete) {
+            const QString how =
+                s.completeness.missingBytes > 0
+                    ? QStringLiteral("%1 file(s) and %2 byte(s) missing")
+                          .arg(s.completeness.missingFiles)
+                          .arg(s.completeness.missingBytes)
+                    : QStringLiteral("%1 file(s) missing, perhaps more")
+                          .arg(s.completeness.missingFiles);
+            mProblems << QStringLiteral("sv3daemon kept %1 incomplete, as %2: %3.")
+                             .arg(logText(what), logText(s.result.cachedPath), how);
+            Losses::record({QDateTime::currentDateTime(), what,
+                            QStringLiteral("kept incomplete: %1").arg(how), true});
+        }
+        markDirty();
+        announce();
+        break;
+    }
+}
+
+void Agent::reportLost(const QByteArray &what, const QString &reason)
+{
+    ++mLost;
+    mProblems << QStringLiteral("sv3daemon could not keep %1: %2.").arg(logText(what), reason);
+    if (!Losses::record({QDateTime::currentDateTime(), what, reason, false}))
+        std::fprintf(stderr, "sv3daemon: could not record the loss of %s\n",
+                     qPrintable(logText(what)));
     announce();
 }
 
-void Agent::retryFailedCommits()
+void Agent::retryLater(const Settled &s)
 {
-    const auto failed = std::exchange(mFailedCommits, {});
-    for (const auto &[volume, record] : failed)
-        commit(*volume, record);
+    // Tried again after 1 minute, 5, 30, 2 hours, then daily; told once, with the true reason.
+    static const int delays[] = {60, 300, 1800, 7200, 86400};
+    Retry &r = mRetries[s.record.id];
+    const bool first = r.attempts == 0;
+    r.volume = s.volume;
+    r.record = s.record;
+    r.due = QDateTime::currentDateTime().addSecs(delays[std::min(r.attempts, 4)]);
+    ++r.attempts;
+    if (first || r.reason != s.reason)
+        mProblems << QStringLiteral("sv3daemon could not keep %1 yet: %2. It stays aside and is "
+                                    "tried again.")
+                         .arg(logText(s.record.origin.isEmpty() ? s.record.trashName
+                                                                : s.record.origin),
+                              s.reason);
+    r.reason = s.reason;
+    announce();
+    retryDue();
+}
+
+void Agent::retryDue()
+{
+    if (!mShadows) return;
+    const QDateTime now = QDateTime::currentDateTime();
+    QDateTime next;
+    for (auto it = mRetries.begin(); it != mRetries.end(); ++it) {
+        if (it->due <= now) {
+            it->due = now.addSecs(86400); // until the worker answers
+            mShadows->settle(it->volume, it->record, {mPrefs.protection, mPrefs.exclusions});
+        }
+        if (!next.isValid() || it->due < next) next = it->due;
+    }
+    if (next.isValid()) mRetryTimer->start(int(std::clamp<qint64>(now.msecsTo(next), 0, 86400000)));
 }
 
 void Agent::announce()

@@ -1,11 +1,14 @@
 #pragma once
 
 #include "PendingArea.h"
+#include "Worker.h"
 #include "cache/CacheCommit.h"
 #include "cache/CacheFolder.h"
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QElapsedTimer>
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QStringList>
@@ -57,7 +60,8 @@ struct Volume
 };
 
 // The unprivileged daemon: keeps what leaves the trash by deletion, purges old days, keeps
-// ProtectedVolumesData current and answers the window's requests.
+// ProtectedVolumesData current and answers the window's requests. Its thread only watches and
+// decides; the file-system work runs on its workers (Worker.h), so that it never stops listening.
 class Agent : public QObject
 {
     Q_OBJECT
@@ -69,9 +73,13 @@ public:
     const Prefs &prefs() const { return mPrefs; }
     Inotify *inotify() const { return mInotify; }
 
-    // Trash watches call these.
-    bool takeShadow(Volume &volume, int filesFd, ShadowRecord &record);
+    // Trash watches call these: an item arrived (its shadow is taken on the worker), an item
+    // left (it is settled there), its .trashinfo came late.
+    void takeShadow(Volume &volume, const ShadowRecord &record, bool follow);
     void settle(Volume &volume, const ShadowRecord &record);
+    void setOrigin(Volume &volume, const ShadowRecord &record);
+    // An item that left the trash with no shadow to keep: told, counted, shown.
+    void reportLost(const QByteArray &what, const QString &reason);
     // False once the volume is unmounted: its trash vanishing then means nothing was deleted.
     bool isMounted(const Volume &volume) const;
 
@@ -88,19 +96,24 @@ private:
     int openCacheFolder(Volume &volume);
     void askConsent(Volume &volume);
     void noteCacheState(Volume &volume, const CacheFolder::Status &status);
+    void onShadowTaken(const ShadowTaken &taken);
+    void onSettled(const Settled &settled);
+    void retryLater(const Settled &settled);
+    void retryDue();
+    Volume *volumeAt(const QByteArray &mountPath) const;
+    void announce();
+    void flushAnnouncements();
     // Legacy.cpp
     void migrateLegacy(Volume &volume, int cacheFd);
     void tightenLegacyFolders();
-    void commit(Volume &volume, const ShadowRecord &record);
-    void retryFailedCommits();
-    void announce();
-    void flushAnnouncements();
     // Purge.cpp
     void purge(const QString &reason);
     void handleDeleteRequest(const QByteArrayList &paths);
     // AgentStatus.cpp
     void markDirty();
     void updateProtectedVolumesData();
+    void watchTheLoop();
+    void loopBeat();
 
     PrivilegedClient *mPrivileged;
     Inotify *mInotify = nullptr;
@@ -110,9 +123,24 @@ private:
     NotificationBus *mBus = nullptr;
     QTimer *mAnnounceTimer = nullptr;
     QTimer *mVolumesDataTimer = nullptr;
+    QTimer *mRetryTimer = nullptr;
+    QTimer *mLoopTimer = nullptr;
     Prefs mPrefs;
     std::vector<std::unique_ptr<Volume>> mVolumes;
-    QList<std::pair<Volume *, ShadowRecord>> mFailedCommits;
+    std::unique_ptr<ShadowWorker> mShadows;
+    std::unique_ptr<BackgroundWorker> mBackground;
+
+    // Commits that failed: tried again later, longer and longer apart, told once.
+    struct Retry
+    {
+        QByteArray volume;
+        ShadowRecord record;
+        int attempts = 0;
+        QDateTime due;
+        QString reason;
+    };
+    QHash<QByteArray, Retry> mRetries; // by shadow id
+    QHash<QByteArray, QString> mShadowFailures; // shadows that could not be taken, and why
 
     // Coalesced per batch of events: one log entry and one notification for many items.
     QByteArrayList mKeptOrigins;
@@ -123,6 +151,12 @@ private:
     QDateTime mLastCapture;
     QDateTime mLastPurge;
     qint64 mCaptured = 0;
+    qint64 mLost = 0;
+    // How late the event loop ran its 20 ms beat at worst: the agent's own measure of how well
+    // it keeps listening.
+    QElapsedTimer mLoopClock;
+    QElapsedTimer mLastActivity;
+    qint64 mLongestStallMs = 0;
 };
 
 // Log text for bytes: the log is ASCII, and a name must not be able to forge an entry.

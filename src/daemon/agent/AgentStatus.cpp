@@ -43,7 +43,9 @@ QString Agent::statusText() const
                "sv3daemon status: protection %1; items kept %2; excluded names and extensions: %3; "
                "volumes watched: %4; pending shadows: %5; items kept since start: %6; last "
                "capture: %7; "
-               "last purge: %8; privileged helper: %9; running since %10.")
+               "last purge: %8; privileged helper: %9; running since %10; items not kept since "
+               "start: %11; items waiting to be kept: %12; longest pause of its event loop "
+               "while working: %13 ms.")
         .arg(mPrefs.protection ? QStringLiteral("on") : QStringLiteral("off"),
              mPrefs.retention.value_or(0) > 0 ? QStringLiteral("%1 day(s)").arg(*mPrefs.retention)
                                               : QStringLiteral("for ever"),
@@ -54,7 +56,10 @@ QString Agent::statusText() const
         .arg(timeText(mLastCapture), timeText(mLastPurge),
              mPrivileged->isAvailable() ? QStringLiteral("available")
                                         : QStringLiteral("not available"),
-             timeText(mStarted));
+             timeText(mStarted))
+        .arg(mLost)
+        .arg(mRetries.size())
+        .arg(mLongestStallMs);
 }
 
 void Agent::markDirty()
@@ -64,22 +69,55 @@ void Agent::markDirty()
 
 void Agent::updateProtectedVolumesData()
 {
-    const std::optional<QVariantMap> stored =
-        Settings::dictionary(SettingsKeys::ProtectedVolumesData);
-    QVariantMap data = stored.value_or(QVariantMap());
-    // Volumes the user no longer protects are not offered any more.
-    for (const QString &uuid : data.keys())
-        if (!mPrefs.protectedDisks.contains(uuid)) data.remove(uuid);
-    for (const auto &v : mVolumes) {
-        if (v->uuid.isEmpty() || !isMounted(*v)) continue;
-        QVariantList days;
-        struct stat st{};
-        if (::lstat(v->cacheFolder.constData(), &st) == 0 && S_ISDIR(st.st_mode))
-            for (const DayEntry &d : CommonUtils::getListOfDaysInCache(v->cacheFolder))
-                days.append(d.toVariantMap());
-        data.insert(v->uuid, QVariantMap{{QStringLiteral("path"), QFile::decodeName(v->mountPath)},
-                                         {QStringLiteral("days"), days}});
+    struct Mounted
+    {
+        QString uuid;
+        QByteArray mount;
+        QByteArray cache;
+    };
+    QList<Mounted> mounted;
+    for (const auto &v : mVolumes)
+        if (!v->uuid.isEmpty() && isMounted(*v))
+            mounted.append({v->uuid, v->mountPath, v->cacheFolder});
+    const QVariantMap protectedDisks = mPrefs.protectedDisks;
+    // Listing the days may recount one: on the background worker.
+    mBackground->post([mounted, protectedDisks](const std::atomic<bool> &stop) {
+        const std::optional<QVariantMap> stored =
+            Settings::dictionary(SettingsKeys::ProtectedVolumesData);
+        QVariantMap data = stored.value_or(QVariantMap());
+        // Volumes the user no longer protects are not offered any more.
+        for (const QString &uuid : data.keys())
+            if (!protectedDisks.contains(uuid)) data.remove(uuid);
+        for (const Mounted &m : mounted) {
+            if (stop) return;
+            QVariantList days;
+            struct stat st{};
+            if (::lstat(m.cache.constData(), &st) == 0 && S_ISDIR(st.st_mode))
+                for (const DayEntry &d : CommonUtils::getListOfDaysInCache(m.cache))
+                    days.append(d.toVariantMap());
+            data.insert(m.uuid, QVariantMap{{QStringLiteral("path"), QFile::decodeName(m.mount)},
+                                            {QStringLiteral("days"), days}});
+        }
+        if (!stored || data != *stored)
+            Settings::setDictionary(SettingsKeys::ProtectedVolumesData, data);
+    });
+    watchTheLoop();
+}
+
+void Agent::watchTheLoop()
+{
+    // While work is under way the loop's beat is measured, and for two seconds after; an idle
+    // agent wakes for nothing.
+    mLastActivity.start();
+    if (mLoopTimer && !mLoopTimer->isActive()) {
+        mLoopClock.start();
+        mLoopTimer->start();
     }
-    if (!stored || data != *stored)
-        Settings::setDictionary(SettingsKeys::ProtectedVolumesData, data);
+}
+
+void Agent::loopBeat()
+{
+    const qint64 late = mLoopClock.restart() - mLoopTimer->interval();
+    mLongestStallMs = std::max(mLongestStallMs, late);
+    if (mLastActivity.elapsed() > 2000) mLoopTimer->stop();
 }

@@ -8,6 +8,7 @@
 
 #include <QDateTime>
 
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -33,6 +34,11 @@ QByteArray ShadowRecord::serialize() const
     out += "origin=" + origin.toPercentEncoding("/") + '\n';
     out += "dev=" + QByteArray::number(dev) + '\n';
     out += "ino=" + QByteArray::number(ino) + '\n';
+    if (walked) {
+        out += QByteArray("state=") + (complete ? "complete" : "partial") + '\n';
+        out += "missing-files=" + QByteArray::number(missingFiles) + '\n';
+        out += "missing-bytes=" + QByteArray::number(missingBytes) + '\n';
+    }
     return out;
 }
 
@@ -57,6 +63,13 @@ std::optional<ShadowRecord> ShadowRecord::parse(QByteArrayView text)
             r.dev = value.toULongLong(&okDev);
         else if (key == "ino")
             r.ino = value.toULongLong(&okIno);
+        else if (key == "state") {
+            r.walked = true;
+            r.complete = value == "complete";
+        } else if (key == "missing-files")
+            r.missingFiles = value.toLongLong();
+        else if (key == "missing-bytes")
+            r.missingBytes = value.toLongLong();
     }
     if (!okDev || !okIno || !r.trashDir.startsWith('/') || r.trashName.isEmpty() ||
         r.trashName.contains('/') || r.trashName == "." || r.trashName == ".." ||
@@ -76,7 +89,7 @@ QByteArray PendingArea::folder() const
 int PendingArea::open(bool create) const
 {
     CacheFolder::Status status;
-    Fd cache(CacheFolder::open(mVolumePath, false, &status));
+    Fd cache(CacheFolder::open(mVolumePath, create, &status));
     if (cache.fd < 0) {
         errno = status.sysErrno ? status.sysErrno : EACCES;
         return -1;
@@ -99,10 +112,8 @@ QList<ShadowRecord> PendingArea::load() const
         Fd dir(openat(pending.fd, id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (dir.fd < 0) continue;
         std::optional<ShadowRecord> r = ShadowRecord::parse(readSmallFile(dir.fd, kRecordName));
-        struct stat st{};
-        if (!r || fstatat(dir.fd, kItemName, &st, AT_SYMLINK_NOFOLLOW) != 0) {
-            // A shadow that never got its record or its item (the agent stopped while taking it)
-            // holds nothing that is not still in the trash.
+        if (!r) {
+            // The record comes first: a shadow without one was never started and holds nothing.
             drop(id);
             continue;
         }
@@ -112,30 +123,41 @@ QList<ShadowRecord> PendingArea::load() const
     return records;
 }
 
+std::optional<ShadowRecord> PendingArea::readRecord(const QByteArray &id) const
+{
+    Fd pending(open(false));
+    Fd dir(pending.fd >= 0 ? openat(pending.fd, id.constData(),
+                                    O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                           : -1);
+    if (dir.fd < 0) return std::nullopt;
+    std::optional<ShadowRecord> r = ShadowRecord::parse(readSmallFile(dir.fd, kRecordName));
+    if (r) r->id = id;
+    return r;
+}
+
 int PendingArea::create(int pendingFd, ShadowRecord &record) const
 {
-    const QByteArray base = QByteArray::number(QDateTime::currentMSecsSinceEpoch()) + '-' +
-                            QByteArray::number(record.ino);
-    for (int n = 0; n < 1000; ++n) {
-        const QByteArray id = n == 0 ? base : base + '-' + QByteArray::number(n);
-        if (mkdirat(pendingFd, id.constData(), 0700) != 0) {
-            if (errno == EEXIST) continue;
-            return -1;
-        }
-        const int fd =
-            openat(pendingFd, id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        record.id = id;
-        if (fd < 0 || !safefile::replaceFile(fd, kRecordName, record.serialize().toStdString(), 0600) == 0) {
-            const int err = errno;
-            if (fd >= 0) ::close(fd);
-            saferemove::removeBeneath(pendingFd, id.toStdString());
-            errno = err;
-            return -1;
-        }
-        return fd;
+    if (record.id.isEmpty()) record.id = newId(record.ino);
+    if (mkdirat(pendingFd, record.id.constData(), 0700) != 0) return -1;
+    const int fd =
+        openat(pendingFd, record.id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0 ||
+        safefile::replaceFile(fd, kRecordName, record.serialize().toStdString(), 0600) != 0) {
+        const int err = errno;
+        if (fd >= 0) ::close(fd);
+        saferemove::removeBeneath(pendingFd, record.id.toStdString());
+        errno = err;
+        return -1;
     }
-    errno = EEXIST;
-    return -1;
+    return fd;
+}
+
+QByteArray PendingArea::newId(quint64 ino)
+{
+    // Unique within the process, and across runs through the time.
+    static std::atomic<quint64> counter{0};
+    return QByteArray::number(QDateTime::currentMSecsSinceEpoch()) + '-' +
+           QByteArray::number(++counter) + '-' + QByteArray::number(ino);
 }
 
 bool PendingArea::rewriteRecord(const ShadowRecord &record) const

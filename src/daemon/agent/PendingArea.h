@@ -20,6 +20,12 @@ struct ShadowRecord
     QByteArray origin;    // its original absolute path; empty when the .trashinfo said nothing
     quint64 dev = 0;      // identity of <trash>/files/<name> when the shadow was taken
     quint64 ino = 0;
+    // Written once the walk of the item has ended: whole, or what is missing. A shadow without
+    // it was interrupted (the agent stopped) and is walked again while its item is in the trash.
+    bool walked = false;
+    bool complete = false;
+    qint64 missingFiles = 0;
+    qint64 missingBytes = 0;
 
     QByteArray serialize() const;
     static std::optional<ShadowRecord> parse(QByteArrayView text);
@@ -43,8 +49,12 @@ public:
     int open(bool create) const;
     // Every readable record of the user's pending area.
     QList<ShadowRecord> load() const;
-    // A new, empty shadow folder with its record written; its descriptor, or -1.
+    // A new, empty shadow folder named record.id (chosen here when empty, see newId) with its
+    // record written; its descriptor, or -1.
     int create(int pendingFd, ShadowRecord &record) const;
+    static QByteArray newId(quint64 ino);
+    // The record as it is on disk, or nullopt.
+    std::optional<ShadowRecord> readRecord(const QByteArray &id) const;
     bool rewriteRecord(const ShadowRecord &record) const;
     // Removes a shadow folder and everything in it.
     int drop(const QByteArray &id) const;

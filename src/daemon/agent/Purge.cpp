@@ -4,6 +4,7 @@
 #include "Agent.h"
 
 #include "SafeRemove.h"
+#include "UniqueFd.h"
 #include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
 #include "cache/DayList.h"
@@ -43,14 +44,20 @@ QList<std::pair<QByteArray, QByteArray>> knownCacheFolders()
 }
 
 // Removes a path relative to the user's checked cache folder of a volume.
-int removeInCache(const QByteArray &volumePath, const QByteArray &relative)
+int removeInCache(const QByteArray &volumePath, const QByteArray &relative,
+                  const std::atomic<bool> &stop)
 {
     CacheFolder::Status status;
     const int fd = CacheFolder::open(volumePath, false, &status);
     if (fd < 0) return status.sysErrno ? status.sysErrno : EACCES;
-    const int err = saferemove::removeBeneath(fd, relative.toStdString());
+    const int err = saferemove::removeBeneath(fd, relative.toStdString(), &stop);
     ::close(fd);
     return err;
+}
+
+QString errnoText(int err)
+{
+    return QString::fromLocal8Bit(std::strerror(err));
 }
 
 } // namespace
@@ -60,98 +67,112 @@ void Agent::purge(const QString &reason)
     mLastPurge = QDateTime::currentDateTime();
     const qint64 days = mPrefs.retention.value_or(0);
     if (days <= 0) return;
+    QList<std::pair<QByteArray, QByteArray>> volumes; // mount path, cache folder
+    for (const auto &v : mVolumes)
+        volumes.append({v->mountPath, v->cacheFolder});
     const QDate today = QDate::currentDate();
-    QStringList purged;
-    QStringList failures;
-    for (auto &v : mVolumes) {
-        CacheFolder::Status status;
-        const int fd = CacheFolder::open(v->mountPath, false, &status);
-        if (fd < 0) continue;
-        QByteArrayList old;
-        FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type type) {
-            if (type != FolderWalk::Type::Directory || std::strncmp(name, "20", 2) != 0) return;
-            const auto date = CommonUtils::dateForCacheFolder(QByteArrayView(name));
-            if (date && date->date().daysTo(today) > days) old.append(QByteArray(name));
-        });
-        for (const QByteArray &day : std::as_const(old)) {
-            const int err = removeInCache(v->mountPath, day);
-            const QString where = logText(v->cacheFolder + '/' + day);
-            if (err != 0) {
-                failures << QStringLiteral("%1 (%2)").arg(
-                    where, QString::fromLocal8Bit(std::strerror(err)));
-                continue;
+    // Removing a year of days takes a while: on the background worker, which gives up at once
+    // when the agent quits (the next purge goes on from there).
+    mBackground->post([this, volumes, days, today, reason](const std::atomic<bool> &stop) {
+        QStringList purged;
+        QStringList failures;
+        for (const auto &[mount, cacheFolder] : volumes) {
+            CacheFolder::Status status;
+            UniqueFd fd(CacheFolder::open(mount, false, &status));
+            if (fd.fd < 0) continue;
+            QByteArrayList old;
+            FolderWalk::forEachEntry(fd.fd, [&](const char *name, FolderWalk::Type type) {
+                if (type != FolderWalk::Type::Directory || std::strncmp(name, "20", 2) != 0) return;
+                const auto date = CommonUtils::dateForCacheFolder(QByteArrayView(name));
+                if (date && date->date().daysTo(today) > days) old.append(QByteArray(name));
+            });
+            for (const QByteArray &day : std::as_const(old)) {
+                const int err = removeInCache(mount, day, stop);
+                if (err == ECANCELED) return;
+                const QString where = logText(cacheFolder + '/' + day);
+                if (err != 0) {
+                    failures << QStringLiteral("%1 (%2)").arg(where, errnoText(err));
+                    continue;
+                }
+                unlinkat(fd.fd,
+                         (QByteArray(CacheCommit::kOriginsFolderName) + '/' + day + ".jsonl")
+                             .constData(),
+                         0);
+                purged << where;
             }
-            unlinkat(
-                fd,
-                (QByteArray(CacheCommit::kOriginsFolderName) + '/' + day + ".jsonl").constData(),
-                0);
-            purged << where;
         }
-        ::close(fd);
-    }
-    if (!purged.isEmpty()) {
-        CommonUtils::addToLogFile(
-            QStringLiteral("sv3daemon purged %1 day(s) older than %2 day(s) (%3): %4.")
-                .arg(purged.size())
-                .arg(days)
-                .arg(reason, purged.join(QStringLiteral(", "))));
-        NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
-                              QLatin1String(Notifications::Salvora3CacheModified));
-        markDirty();
-    }
-    if (!failures.isEmpty())
-        CommonUtils::addToLogFile(QStringLiteral("sv3daemon could not purge %1.")
-                                      .arg(failures.join(QStringLiteral(", "))));
+        QMetaObject::invokeMethod(this, [this, purged, failures, days, reason] {
+            if (!purged.isEmpty()) {
+                CommonUtils::addToLogFile(
+                    QStringLiteral("sv3daemon purged %1 day(s) older than %2 day(s) (%3): %4.")
+                        .arg(purged.size())
+                        .arg(days)
+                        .arg(reason, purged.join(QStringLiteral(", "))));
+                NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                                      QLatin1String(Notifications::Salvora3CacheModified));
+                markDirty();
+            }
+            if (!failures.isEmpty())
+                CommonUtils::addToLogFile(QStringLiteral("sv3daemon could not purge %1.")
+                                              .arg(failures.join(QStringLiteral(", "))));
+        }, Qt::QueuedConnection);
+    });
+    watchTheLoop();
 }
 
 void Agent::handleDeleteRequest(const QByteArrayList &paths)
 {
-    const auto caches = knownCacheFolders();
-    int removed = 0;
-    QStringList refused;
-    QStringList failed;
-    for (QByteArray path : paths) {
-        while (path.size() > 1 && path.endsWith('/'))
-            path.chop(1);
-        QByteArray cache, volume;
-        for (const auto &[v, c] : caches)
-            if (path.startsWith(c + '/')) std::tie(volume, cache) = std::tie(v, c);
-        const QByteArray relative = cache.isEmpty() ? QByteArray() : path.mid(cache.size() + 1);
-        if (cache.isEmpty() || !saferemove::isCleanRelativePath(relative.toStdString())) {
-            refused << logText(path);
-            continue;
-        }
-        const int err = removeInCache(volume, relative);
-        if (err != 0) {
-            failed << QStringLiteral("%1 (%2)").arg(logText(path),
-                                                    QString::fromLocal8Bit(std::strerror(err)));
-            continue;
-        }
-        ++removed;
-        const QByteArrayList parts = relative.split('/');
-        if (parts.size() == 1) {
+    mBackground->post([this, paths](const std::atomic<bool> &stop) {
+        const auto caches = knownCacheFolders();
+        int removed = 0;
+        QStringList refused;
+        QStringList failed;
+        for (QByteArray path : paths) {
+            while (path.size() > 1 && path.endsWith('/'))
+                path.chop(1);
+            QByteArray cache, volume;
+            for (const auto &[v, c] : caches)
+                if (path.startsWith(c + '/')) std::tie(volume, cache) = std::tie(v, c);
+            const QByteArray relative = cache.isEmpty() ? QByteArray() : path.mid(cache.size() + 1);
+            if (cache.isEmpty() || !saferemove::isCleanRelativePath(relative.toStdString())) {
+                refused << logText(path);
+                continue;
+            }
+            const int err = removeInCache(volume, relative, stop);
+            if (err == ECANCELED) return;
+            if (err != 0) {
+                failed << QStringLiteral("%1 (%2)").arg(logText(path), errnoText(err));
+                continue;
+            }
+            ++removed;
+            const QByteArrayList parts = relative.split('/');
+            if (parts.size() == 1) {
                 ::unlink((cache + '/' + CacheCommit::kOriginsFolderName + '/' + relative + ".jsonl")
-                         .constData());
-        } else {
-            // As the window does after its own removals: the day is recounted, and an emptied
-            // time folder goes.
-            const QByteArray parent = path.left(path.lastIndexOf('/'));
-            CommonUtils::resetSizeOfCacheIn(parent);
-            if (parts.size() >= 3) CommonUtils::removeEmptyCache(parent);
+                             .constData());
+            } else {
+                // As the window does after its own removals: the day is recounted, and an
+                // emptied time folder goes.
+                const QByteArray parent = path.left(path.lastIndexOf('/'));
+                CommonUtils::resetSizeOfCacheIn(parent);
+                if (parts.size() >= 3) CommonUtils::removeEmptyCache(parent);
+            }
         }
-    }
-    QString line = QStringLiteral("sv3daemon deleted %1 of %2 item(s) on request.")
-                       .arg(removed)
-                       .arg(paths.size());
-    if (!refused.isEmpty())
-        line += QStringLiteral(" Refused (not in a cache): %1.")
-                    .arg(refused.join(QStringLiteral(", ")));
-    if (!failed.isEmpty())
-        line += QStringLiteral(" Failed: %1.").arg(failed.join(QStringLiteral(", ")));
-    CommonUtils::addToLogFile(line);
-    if (removed > 0) {
-        NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
-                              QLatin1String(Notifications::Salvora3CacheModified));
-        markDirty();
-    }
+        QString line = QStringLiteral("sv3daemon deleted %1 of %2 item(s) on request.")
+                           .arg(removed)
+                           .arg(paths.size());
+        if (!refused.isEmpty())
+            line += QStringLiteral(" Refused (not in a cache): %1.")
+                        .arg(refused.join(QStringLiteral(", ")));
+        if (!failed.isEmpty())
+            line += QStringLiteral(" Failed: %1.").arg(failed.join(QStringLiteral(", ")));
+        QMetaObject::invokeMethod(this, [this, line, removed] {
+            CommonUtils::addToLogFile(line);
+            if (removed > 0) {
+                NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                                      QLatin1String(Notifications::Salvora3CacheModified));
+                markDirty();
+            }
+        }, Qt::QueuedConnection);
+    });
+    watchTheLoop();
 }

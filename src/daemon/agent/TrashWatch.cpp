@@ -2,7 +2,6 @@
 
 #include "Agent.h"
 #include "DirWatch.h"
-#include "Shadow.h"
 #include "TrashInfo.h"
 #include "UniqueFd.h"
 #include "cache/FolderWalk.h"
@@ -23,8 +22,6 @@ namespace {
 
 using Fd = UniqueFd;
 
-// An item created in place (copied into the trash rather than renamed) may still be filling.
-constexpr int kCompleteAfterMs = 1000;
 constexpr char kInfoSuffix[] = ".trashinfo";
 
 } // namespace
@@ -117,7 +114,7 @@ void TrashWatch::onInfoEvent(const Inotify::Event &e)
     // The item came before its .trashinfo: learn where it came from now.
     Fd info(openSub("info"));
     it->origin = TrashInfo::originalPath(info.fd, name, mVolume->topdir);
-    if (!it->origin.isEmpty()) mVolume->pending.rewriteRecord(*it);
+    if (!it->origin.isEmpty()) mAgent->setOrigin(*mVolume, *it);
 }
 
 void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
@@ -130,7 +127,8 @@ void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
             // The item we shadowed left unseen and another took its name.
             settle(name);
         } else if (shadowExists(*it)) {
-            if (S_ISDIR(st.st_mode)) complete(name);
+            // A shadow an earlier run did not finish is completed while its item is here.
+            if (!it->walked) mAgent->takeShadow(*mVolume, *it, false);
             return;
         } else {
             // Its shadow went with the cache (every cache removed at once): take a new one.
@@ -144,15 +142,15 @@ void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
     const QByteArray shownName = origin.isEmpty() ? name : origin.mid(origin.lastIndexOf('/') + 1);
     if (mAgent->prefs().exclusions.matches(shownName)) return;
     ShadowRecord r;
+    r.id = PendingArea::newId(quint64(st.st_ino));
     r.trashDir = mTrashDir;
     r.trashName = name;
     r.origin = origin;
     r.dev = quint64(st.st_dev);
     r.ino = quint64(st.st_ino);
-    if (!mAgent->takeShadow(*mVolume, files.fd, r)) return;
     mShadows.insert(name, r);
-    if (mayStillFill && S_ISDIR(st.st_mode))
-        QTimer::singleShot(kCompleteAfterMs, this, [this, name] { complete(name); });
+    // A folder made in place (copied into the trash rather than renamed) may still be filling.
+    mAgent->takeShadow(*mVolume, r, mayStillFill && S_ISDIR(st.st_mode));
 }
 
 bool TrashWatch::shadowExists(const ShadowRecord &r) const
@@ -162,23 +160,6 @@ bool TrashWatch::shadowExists(const ShadowRecord &r) const
     return pending.fd >= 0 &&
            fstatat(pending.fd, r.id.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
            S_ISDIR(st.st_mode);
-}
-
-void TrashWatch::complete(const QByteArray &name)
-{
-    const auto it = mShadows.constFind(name);
-    if (it == mShadows.cend()) return;
-    Fd files(openSub("files"));
-    struct stat st{};
-    if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0 ||
-        it->ino != quint64(st.st_ino))
-        return;
-    Fd pending(mVolume->pending.open(false));
-    Fd shadow(pending.fd >= 0 ? openat(pending.fd, it->id.constData(),
-                                       O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
-                              : -1);
-    if (shadow.fd >= 0)
-        Shadow::mirror(files.fd, name.constData(), shadow.fd, PendingArea::kItemName);
 }
 
 void TrashWatch::left(const QByteArray &name)

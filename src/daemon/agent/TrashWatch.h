@@ -40,7 +40,6 @@ private:
     void arrived(const QByteArray &name, bool mayStillFill);
     void left(const QByteArray &name);
     void processLeaving();
-    void complete(const QByteArray &name);
     void settle(const QByteArray &name);
     bool shadowExists(const ShadowRecord &record) const;
     bool usable() const;
