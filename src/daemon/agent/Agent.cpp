@@ -408,9 +408,9 @@ void Agent::askConsent(Volume &v)
              {daemon, QStringLiteral("--allow-volume"), QFile::decodeName(v.mountPath)});
 }
 
-void Agent::takeShadow(Volume &v, const ShadowRecord &r, bool follow)
+void Agent::takeShadow(Volume &v, const ShadowRecord &r, bool follow, int item)
 {
-    mShadows->shadow(v.mountPath, r, follow);
+    mShadows->shadow(v.mountPath, r, follow, item);
     watchTheLoop();
 }
 
@@ -436,6 +436,9 @@ Volume *Agent::volumeAt(const QByteArray &mountPath) const
 void Agent::onShadowTaken(const ShadowTaken &t)
 {
     watchTheLoop();
+    if (Volume *v = volumeAt(t.volume))
+        for (TrashWatch *trash : v->trashes)
+            if (trash->trashDir() == t.record.trashDir) trash->shadowWalked(t.record);
     const QByteArray what = t.record.origin.isEmpty() ? t.record.trashName : t.record.origin;
     if (t.startError != 0) {
         mShadowFailures.insert(t.record.id, describeErrno(t.startError));
@@ -482,13 +485,15 @@ void Agent::onSettled(const Settled &s)
         mMovedToCache = true;
         qCInfo(lcAgent).noquote() << "kept" << logText(s.result.cachedPath) << "in" << s.ms << "ms";
         if (!s.completeness.complete) {
-            const QString how =
-                s.completeness.missingBytes > 0
-                    ? QStringLiteral("%1 file(s) and %2 byte(s) missing")
-                          .arg(s.completeness.missingFiles)
-                          .arg(s.completeness.missingBytes)
-                    : QStringLiteral("%1 file(s) missing, perhaps more")
-                          .arg(s.completeness.missingFiles);
+            const CacheCommit::Completeness &c = s.completeness;
+            QString how = c.missingBytes > 0
+                              ? QStringLiteral("%1 file(s) and %2 byte(s) missing")
+                                    .arg(c.missingFiles)
+                                    .arg(c.missingBytes)
+                          : c.missingFiles > 0
+                              ? QStringLiteral("%1 file(s) missing").arg(c.missingFiles)
+                              : QStringLiteral("files missing");
+            how += QStringLiteral(" (it left the trash before it could all be saved)");
             mProblems << QStringLiteral("sv3daemon kept %1 incomplete, as %2: %3.")
                              .arg(logText(what), logText(s.result.cachedPath), how);
             Losses::record({QDateTime::currentDateTime(), what,

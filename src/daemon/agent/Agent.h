@@ -75,7 +75,7 @@ public:
 
     // Trash watches call these: an item arrived (its shadow is taken on the worker), an item
     // left (it is settled there), its .trashinfo came late.
-    void takeShadow(Volume &volume, const ShadowRecord &record, bool follow);
+    void takeShadow(Volume &volume, const ShadowRecord &record, bool follow, int item = -1);
     void settle(Volume &volume, const ShadowRecord &record);
     void setOrigin(Volume &volume, const ShadowRecord &record);
     // An item that left the trash with no shadow to keep: told, counted, shown.

@@ -63,9 +63,16 @@ int TrashWatch::openSub(const char *sub) const
     return openat(trash.fd, sub, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
+void TrashWatch::shadowWalked(const ShadowRecord &record)
+{
+    const auto it = mShadows.constFind(record.trashName);
+    if (it != mShadows.cend() && it->id == record.id) mInFlight.remove(record.trashName);
+}
+
 void TrashWatch::adopt(const ShadowRecord &record)
 {
     mShadows.insert(record.trashName, record);
+    if (!record.walked) mResume.insert(record.trashName);
 }
 
 void TrashWatch::onFilesEvent(const Inotify::Event &e)
@@ -126,9 +133,9 @@ void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
         if (it->ino != quint64(st.st_ino)) {
             // The item we shadowed left unseen and another took its name.
             settle(name);
-        } else if (shadowExists(*it)) {
-            // A shadow an earlier run did not finish is completed while its item is here.
-            if (!it->walked) mAgent->takeShadow(*mVolume, *it, false);
+        } else if (mInFlight.contains(name) || shadowExists(*it)) {
+            // Being taken, or taken. One an earlier run did not finish is completed now.
+            if (mResume.remove(name)) mAgent->takeShadow(*mVolume, *it, false);
             return;
         } else {
             // Its shadow went with the cache (every cache removed at once): take a new one.
@@ -149,8 +156,21 @@ void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
     r.dev = quint64(st.st_dev);
     r.ino = quint64(st.st_ino);
     mShadows.insert(name, r);
+    mInFlight.insert(name);
+    // Opened at once: an open file keeps its data whatever happens to its name, so a file
+    // emptied from the trash right away is still saved. The worker does the rest.
+    int item = -1;
+    if (S_ISREG(st.st_mode) || S_ISDIR(st.st_mode)) {
+        item = openat(files.fd, name.constData(),
+                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        struct stat opened{};
+        if (item >= 0 && (fstat(item, &opened) != 0 || opened.st_ino != st.st_ino)) {
+            ::close(item);
+            item = -1;
+        }
+    }
     // A folder made in place (copied into the trash rather than renamed) may still be filling.
-    mAgent->takeShadow(*mVolume, r, mayStillFill && S_ISDIR(st.st_mode));
+    mAgent->takeShadow(*mVolume, r, mayStillFill && S_ISDIR(st.st_mode), item);
 }
 
 bool TrashWatch::shadowExists(const ShadowRecord &r) const
@@ -176,6 +196,8 @@ void TrashWatch::left(const QByteArray &name)
 
 void TrashWatch::settle(const QByteArray &name)
 {
+    mInFlight.remove(name);
+    mResume.remove(name);
     const ShadowRecord r = mShadows.take(name);
     mAgent->settle(*mVolume, r);
 }

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QSet>
 #include <QList>
 #include <QObject>
 
@@ -30,6 +31,8 @@ public:
 
     // Takes over a shadow found in the pending area at start.
     void adopt(const ShadowRecord &record);
+    // The worker walked (or could not start) the shadow of that record.
+    void shadowWalked(const ShadowRecord &record);
     // Brings shadows and trash into line: items without a shadow get one, shadows whose item is
     // gone are settled. At start, after an inotify overflow and when protection comes on.
     void reconcile();
@@ -52,5 +55,7 @@ private:
     DirWatch *mFiles;
     DirWatch *mInfo;
     QHash<QByteArray, ShadowRecord> mShadows;             // by name in files/
+    QSet<QByteArray> mResume;   // names whose shadow an earlier run left unwalked
+    QSet<QByteArray> mInFlight; // names whose shadow the worker has not walked yet
     QList<std::pair<QByteArray, std::uint32_t>> mLeaving; // moved out, waiting for the batch's end
 };

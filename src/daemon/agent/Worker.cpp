@@ -72,6 +72,7 @@ struct ShadowWorker::Command
     ShadowRecord record;
     bool follow = false;
     KeepPolicy policy;
+    std::shared_ptr<UniqueFd> item;
 };
 
 struct ShadowWorker::Task
@@ -80,16 +81,20 @@ struct ShadowWorker::Task
     ShadowRecord record;
     bool follow = false;
     unsigned long long arrival = 0;
+    std::shared_ptr<UniqueFd> item; // opened when it arrived: it holds the item till the walk
     bool started = false;
     bool reported = false;
     bool following = false;
+    // The item left the trash: what is held is saved, then the item is settled with this.
+    bool settling = false;
+    KeepPolicy policy;
     int quietWalks = 0;
     qint64 leftovers = 0;
     Clock::time_point since = Clock::now();
     Clock::time_point nextWalk{};
     std::unique_ptr<Shadow::Mirror> mirror;
 
-    bool runnable(Clock::time_point now) const { return !following || now >= nextWalk; }
+    bool runnable(Clock::time_point now) const { return settling || !following || now >= nextWalk; }
 };
 
 ShadowWorker::ShadowWorker(OnShadow onShadow, OnSettled onSettled)
@@ -121,15 +126,16 @@ void ShadowWorker::post(Command command)
     mWake.notify_one();
 }
 
-void ShadowWorker::shadow(const QByteArray &volume, const ShadowRecord &record, bool follow)
+void ShadowWorker::shadow(const QByteArray &volume, const ShadowRecord &record, bool follow,
+                          int item)
 {
-    post({Command::Kind::Shadow, volume, record, follow, {}});
+    post({Command::Kind::Shadow, volume, record, follow, {}, std::make_shared<UniqueFd>(item)});
 }
 
 void ShadowWorker::settle(const QByteArray &volume, const ShadowRecord &record,
                           const KeepPolicy &policy)
 {
-    post({Command::Kind::Settle, volume, record, false, policy});
+    post({Command::Kind::Settle, volume, record, false, policy, {}});
 }
 
 void ShadowWorker::setOrigin(const QByteArray &volume, const QByteArray &id, const QByteArray &origin)
@@ -137,7 +143,7 @@ void ShadowWorker::setOrigin(const QByteArray &volume, const QByteArray &id, con
     ShadowRecord r;
     r.id = id;
     r.origin = origin;
-    post({Command::Kind::Origin, volume, r, false, {}});
+    post({Command::Kind::Origin, volume, r, false, {}, {}});
 }
 
 void ShadowWorker::run()
@@ -164,7 +170,8 @@ void ShadowWorker::run()
             commands.swap(mInbox);
         }
         take(commands);
-        if (!mSettles.empty()) {
+        // A commit waits while a shadow races with a deletion; it goes before anything else.
+        if (!mSettles.empty() && !racing()) {
             const Command c = std::move(mSettles.front());
             mSettles.pop_front();
             settleNow(c.volume, c.record, c.policy);
@@ -183,13 +190,31 @@ void ShadowWorker::take(std::deque<Command> &commands)
             t->volume = c.volume;
             t->record = c.record;
             t->follow = c.follow;
+            t->item = c.item;
             t->arrival = ++mArrivals;
             mTasks.push_back(std::move(t));
             break;
         }
-        case Command::Kind::Settle:
+        case Command::Kind::Settle: {
+            const auto found = std::find_if(mTasks.begin(), mTasks.end(), [&](const auto &t) {
+                return t->record.id == c.record.id;
+            });
+            if (found != mTasks.end() && ((*found)->mirror || (*found)->item)) {
+                // Gone from the trash while its shadow is taken (or before it began, but held
+                // since it arrived): no more of it is walked than its descriptors reach, what is
+                // held is saved, then it is settled.
+                Task &t = **found;
+                if (t.mirror) t.mirror->sourceGone();
+                t.settling = true;
+                t.policy = c.policy;
+                t.reported = true;
+                t.record.origin = c.record.origin.isEmpty() ? t.record.origin : c.record.origin;
+                break;
+            }
+            if (found != mTasks.end()) mTasks.erase(found); // never started: nothing of it
             mSettles.push_back(std::move(c));
             break;
+        }
         case Command::Kind::Origin: {
             for (auto &t : mTasks)
                 if (t->record.id == c.record.id) t->record.origin = c.record.origin;
@@ -204,12 +229,33 @@ void ShadowWorker::take(std::deque<Command> &commands)
     }
 }
 
+bool ShadowWorker::racing() const
+{
+    return std::any_of(mTasks.begin(), mTasks.end(), [](const auto &t) {
+        return (!t->started && !(t->item && t->item->fd >= 0)) ||
+               (t->mirror && t->mirror->holding());
+    });
+}
+
 bool ShadowWorker::stepNewestShadow()
 {
     const auto now = Clock::now();
+    // Racing first: items that nothing holds yet (a link: only its shadow saves it), and folders
+    // whose files are being opened and held while something may be deleting them. What is held
+    // or shadowed is safe and waits: an item that left the trash, then the newest.
+    const auto rank = [](const Task &t) {
+        if (!t.started && !(t.item && t.item->fd >= 0)) return 3;
+        if (t.mirror && t.mirror->holding()) return 2;
+        if (t.settling) return 1;
+        return 0;
+    };
     Task *task = nullptr;
-    for (const auto &t : mTasks)
-        if (t->runnable(now) && (!task || t->arrival > task->arrival)) task = t.get();
+    for (const auto &t : mTasks) {
+        if (!t->runnable(now)) continue;
+        if (!task || rank(*t) > rank(*task) ||
+            (rank(*t) == rank(*task) && t->arrival > task->arrival))
+            task = t.get();
+    }
     if (!task) return false;
 
     if (!task->started) {
@@ -247,8 +293,11 @@ bool ShadowWorker::stepNewestShadow()
                                       [&](const auto &t) { return t.get() == task; }));
             return true;
         }
-        task->mirror = std::make_unique<Shadow::Mirror>(files.fd, task->record.trashName,
-                                                        shadowDir.fd, PendingArea::kItemName);
+        task->mirror = std::make_unique<Shadow::Mirror>(
+            files.fd, task->record.trashName, shadowDir.fd, PendingArea::kItemName,
+            task->item ? task->item->fd : -1);
+        task->item.reset();
+        if (task->settling) task->mirror->sourceGone();
     }
     if (task->mirror->step(kStepBudget)) finishWalk(*task);
     return true;
@@ -260,10 +309,13 @@ void ShadowWorker::finishWalk(Task &task)
     ShadowRecord &r = task.record;
     const bool wasComplete = r.walked && r.complete;
     r.walked = true;
-    r.complete = m.complete() && task.leftovers == 0;
+    // A folder still being filled when it left may have had more coming.
+    const bool quiet = !task.following || task.quietWalks > 0;
+    r.complete = m.complete() && task.leftovers == 0 && (!task.settling || quiet);
     r.missingFiles = m.stats().failed + task.leftovers;
     r.missingBytes = m.stats().missingBytes;
-    if (!task.reported || wasComplete != r.complete) PendingArea(task.volume).rewriteRecord(r);
+    if (!task.reported || task.settling || wasComplete != r.complete)
+        PendingArea(task.volume).rewriteRecord(r);
     if (!task.reported) {
         task.reported = true;
         ShadowTaken taken;
@@ -273,6 +325,15 @@ void ShadowWorker::finishWalk(Task &task)
         taken.complete = r.complete;
         taken.ms = msSince(task.since);
         mOnShadow(taken);
+    }
+    if (task.settling) {
+        const QByteArray volume = task.volume;
+        const ShadowRecord record = task.record;
+        const KeepPolicy policy = task.policy;
+        const Task *done = &task;
+        mTasks.erase(std::find_if(mTasks.begin(), mTasks.end(),
+                                  [&](const auto &t) { return t.get() == done; }));
+        return settleNow(volume, record, policy);
     }
     if (task.follow) {
         task.quietWalks = task.following && m.madeThisWalk() == 0 ? task.quietWalks + 1 : 0;
@@ -297,25 +358,6 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
     Settled s;
     s.volume = volume;
     s.record = given;
-    const auto found = std::find_if(mTasks.begin(), mTasks.end(),
-                                    [&](const auto &t) { return t->record.id == given.id; });
-    if (found != mTasks.end()) {
-        Task &t = **found;
-        if (t.mirror) {
-            // Gone from the trash: what is saved by now is all there is.
-            t.mirror->abandon();
-            t.reported = true;
-            const bool complete = t.mirror->complete() && t.leftovers == 0;
-            // A folder still being filled may have had more coming.
-            const bool quiet = !t.following || t.quietWalks > 0;
-            t.record.walked = true;
-            t.record.complete = complete && quiet;
-            t.record.missingFiles = t.mirror->stats().failed + t.leftovers;
-            t.record.missingBytes = t.mirror->stats().missingBytes;
-            pending.rewriteRecord(t.record);
-        }
-        mTasks.erase(found);
-    }
     const auto finish = [&](Settled::Outcome outcome, const QString &reason = {}) {
         s.outcome = outcome;
         s.reason = reason;

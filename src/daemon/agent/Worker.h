@@ -76,7 +76,8 @@ public:
     // Takes the shadow of <record.trashDir>/files/<record.trashName> in the pending area of the
     // volume mounted at `volume`; one whose shadow exists already (record.id) is completed. An
     // item being filled in place (`follow`) is walked again until it has been quiet a while.
-    void shadow(const QByteArray &volume, const ShadowRecord &record, bool follow);
+    // `item` is the item opened when it arrived (or -1); the worker takes it over.
+    void shadow(const QByteArray &volume, const ShadowRecord &record, bool follow, int item = -1);
     // The item left the trash: its shadow stops where it is, then is committed (whole or marked
     // incomplete), or dropped when the item was put back or is not to be kept.
     void settle(const QByteArray &volume, const ShadowRecord &record, const KeepPolicy &policy);
@@ -91,6 +92,7 @@ private:
     void run();
     void take(std::deque<Command> &commands);
     bool stepNewestShadow();
+    bool racing() const;
     void finishWalk(Task &task);
     void settleNow(const QByteArray &volume, const ShadowRecord &record, const KeepPolicy &policy);
     void post(Command command);

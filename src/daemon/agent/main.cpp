@@ -3,6 +3,7 @@
 
 #include "Agent.h"
 #include "PrivilegedClient.h"
+#include "Shadow.h"
 #include "common/Log.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -15,7 +16,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <algorithm>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -47,6 +50,25 @@ int main(int argc, char **argv)
     for (int s : {SIGTERM, SIGINT, SIGHUP})
         sigaddset(&quitSignals, s);
     pthread_sigmask(SIG_BLOCK, &quitSignals, nullptr);
+
+    // Taking a shadow holds the item's files open (Shadow.h): as many as the system allows, with
+    // room left for everything else.
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        // sv3daemon raised the hard limit before it dropped its privileges (so may root here).
+        const rlimit wide{1 << 20, 1 << 20};
+        if (setrlimit(RLIMIT_NOFILE, &wide) != 0) {
+            files.rlim_cur = files.rlim_max;
+            setrlimit(RLIMIT_NOFILE, &files);
+        }
+        getrlimit(RLIMIT_NOFILE, &files);
+        const long limit = long(std::min<rlim_t>(files.rlim_cur, 1 << 20));
+        Shadow::Mirror::setHoldLimit(limit > 4096 ? limit - 2048 : limit / 2);
+        // The descriptor table grows in steps, each of which waits for an RCU grace period once
+        // the process has threads (milliseconds): grown once now, for the first 64 Ki files.
+        const int high = int(std::min<rlim_t>(files.rlim_cur, 1 << 16)) - 1;
+        if (high > 2 && dup2(STDERR_FILENO, high) == high) ::close(high);
+    }
 
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("sv3daemon"));

@@ -19,6 +19,7 @@
 #include <linux/capability.h>
 #include <string>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -177,6 +178,12 @@ int main(int argc, char **argv)
         runHelper(sv[1], context);
     }
     close(sv[1]);
+    // The agent holds open the files of what it is saving from a trash being emptied (one
+    // descriptor a file): it may have as many as the system allows a process.
+    if (geteuid() == 0) {
+        const rlimit files{1 << 20, 1 << 20};
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
     dropPrivileges(context.uid, context.gid);
     if (fcntl(sv[0], F_SETFD, 0) != 0) die("cannot hand the socket over");
     const std::string fdArg = "--privileged-fd=" + std::to_string(sv[0]);
