@@ -15,7 +15,7 @@ PACKAGES="
   dbus dbus-bin e2fsprogs util-linux mount xxd
   pkexec
   desktop-file-utils appstream man-db
-  xvfb x11-utils imagemagick adwaita-qt6 adwaita-icon-theme fonts-dejavu-core
+  xvfb x11-utils xdotool imagemagick adwaita-qt6 adwaita-icon-theme fonts-dejavu-core
   libglib2.0-bin gvfs trash-cli
   at-spi2-core python3-gi gir1.2-atspi-2.0
 "

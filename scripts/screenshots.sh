@@ -8,12 +8,15 @@
 #   --scale N          device pixel ratio (QT_SCALE_FACTOR), to see high-DPI rendering; default 1
 #   --size WxH         screen size, default 1280x800
 #   --delay SECONDS    wait after the first window shows, for start-up work; default 3
+#   --keys "K..."      keys (xdotool names) typed into the first window after the delay
+#   --bus ADDRESS      run the program on this session bus instead of a private one
 #
 # For each style it writes OUTPUT_FOLDER/NAME-STYLE.png (the whole screen) and
 # OUTPUT_FOLDER/NAME-STYLE-N.png for each window shown (N from 1, bottom to top), where NAME is the
 # program's file name, and prints one line per file with the window's title. The program runs with
-# the caller's HOME and settings, on a private session bus, so that it never talks to the programs
-# of the caller's desktop session. SALVORA_SKIP_APT=1 skips installing the packages it needs.
+# the caller's HOME and settings, on a private session bus unless given one, so that it never
+# talks to the programs of the caller's desktop session. SALVORA_SKIP_APT=1 skips installing the
+# packages it needs.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -21,18 +24,22 @@ styles="adwaita adwaita-dark"
 scale=1
 size=1280x800
 delay=3
+keys=''
+bus=''
 while [ $# -gt 0 ]; do
     case $1 in
     --styles) styles=$2; shift 2 ;;
     --scale) scale=$2; shift 2 ;;
     --size) size=$2; shift 2 ;;
     --delay) delay=$2; shift 2 ;;
+    --keys) keys=$2; shift 2 ;;
+    --bus) bus=$2; shift 2 ;;
     --) shift; break ;;
     -*) echo "screenshots.sh: unknown option $1" >&2; exit 2 ;;
     *) break ;;
     esac
 done
-[ $# -ge 1 ] || { sed -n '5,16s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+[ $# -ge 1 ] || { sed -n '5,19s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 out=$1
 shift
 if [ $# -ge 1 ]; then program=$1; shift; else program=build/bin/salvora3; fi
@@ -41,7 +48,7 @@ case $program in */*) ;; *) program=$(command -v "$program" || echo "$program") 
 name=$(basename "$program")
 
 scripts/deps.sh
-for tool in Xvfb xwininfo import dbus-daemon; do
+for tool in Xvfb xwininfo import dbus-daemon ${keys:+xdotool}; do
     command -v "$tool" >/dev/null || { echo "screenshots.sh: $tool is missing" >&2; exit 1; }
 done
 
@@ -85,9 +92,13 @@ for style in $styles; do
     wait_for_line "$work/display" 100 || { cat "$work/xvfb.log" >&2; echo "screenshots.sh: Xvfb did not start" >&2; exit 1; }
     DISPLAY=":$(head -n 1 "$work/display")"
     export DISPLAY
-    dbus-daemon --session --nofork --nopidfile --print-address=3 3>"$work/bus" >/dev/null 2>&1 &
-    bus_pid=$!
-    wait_for_line "$work/bus" 100 || { echo "screenshots.sh: no session bus" >&2; exit 1; }
+    if [ -n "$bus" ]; then
+        echo "$bus" >"$work/bus"
+    else
+        dbus-daemon --session --nofork --nopidfile --print-address=3 3>"$work/bus" >/dev/null 2>&1 &
+        bus_pid=$!
+        wait_for_line "$work/bus" 100 || { echo "screenshots.sh: no session bus" >&2; exit 1; }
+    fi
 
     # GNOME's settings: the Adwaita icon theme for the toolbar, the style by name.
     DBUS_SESSION_BUS_ADDRESS=$(head -n 1 "$work/bus") QT_QPA_PLATFORM=xcb XDG_CURRENT_DESKTOP=GNOME \
@@ -108,6 +119,12 @@ for style in $styles; do
         continue
     fi
     sleep "$delay"
+    if [ -n "$keys" ]; then
+        # No window manager here: the focus is given by hand, the keys typed through XTEST.
+        # shellcheck disable=SC2086
+        xdotool windowfocus --sync "$(shown_windows | head -n 1)" key $keys
+        sleep 1
+    fi
     if ! kill -0 "$program_pid" 2>/dev/null; then
         cat "$work/program.log" >&2
         echo "screenshots.sh: $name ended before its screenshot with style $style" >&2
