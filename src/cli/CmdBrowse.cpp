@@ -10,6 +10,7 @@
 #include "cache/CacheLayout.h"
 #include "cache/DayList.h"
 #include "cache/SizeRecords.h"
+#include "common/Losses.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
@@ -289,9 +290,10 @@ int size(int argc, char **argv)
 
 int status(int argc, char **argv)
 {
-    const Args a(argc, argv, 2, {}, {"--json"});
+    const Args a(argc, argv, 2, {}, {"--json", "--seen"});
     if (!a.ok() || !a.positional().isEmpty())
         return CliIo::fail(a.ok() ? QStringLiteral("status takes no arguments") : a.error(), 2);
+    const QList<Losses::Loss> losses = Losses::unseen();
     const auto protection = Settings::integer(SettingsKeys::PrefsProtectionEnabled);
     const QByteArray state = !protection ? "not set" : (*protection ? "on" : "off");
     const QStringList volumes = CommonUtils::getAllProtectedVolumes();
@@ -313,13 +315,30 @@ int status(int argc, char **argv)
             out << (i ? ", " : "") << "{\"volume\": " << jsonString(problems[i].volumePath)
                 << ", \"cache\": " << jsonString(problems[i].status.path)
                 << ", \"reason\": " << CliIo::jsonText(problems[i].status.reason()) << "}";
+        out << "], \"notKept\": [";
+        for (qsizetype i = 0; i < losses.size(); ++i)
+            out << (i ? ", " : "") << "{\"path\": " << jsonString(losses[i].path) << ", \"time\": "
+                << CliIo::jsonText(losses[i].time.toString(Qt::ISODate)) << ", \"reason\": "
+                << CliIo::jsonText(losses[i].reason) << ", \"partly\": " << (losses[i].partly ? "true" : "false")
+                << "}";
         out << "]}\n";
+        if (a.flag("--seen")) Losses::markSeen();
         return 0;
     }
     out << "protection: " << state << '\n' << "protected volumes: " << volumes.join(QStringLiteral(", ")) << '\n'
         << "cache size: " << CommonUtils::getSizeStr(total) << '\n' << "daemon: " << daemon << '\n';
     for (const CacheFolder::Problem &p : problems)
         out << "keeping nothing on " << CliIo::terminalText(p.volumePath) << ": " << p.status.reason() << '\n';
+    // Never a silent loss: what could not be kept (or only in part), until the user has seen it.
+    if (!losses.isEmpty()) {
+        out << "not kept: " << (long long)losses.size() << " item(s) since "
+            << losses.first().time.toString(QStringLiteral("yyyy-MM-dd HH:mm")) << '\n';
+        for (const Losses::Loss &l : losses)
+            out << "  " << l.time.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) << ' '
+                << CliIo::terminalText(l.path) << ": " << l.reason << '\n';
+        if (!a.flag("--seen")) out << "(salvora status --seen stops listing them)\n";
+    }
+    if (a.flag("--seen")) Losses::markSeen();
     return 0;
 }
 

@@ -39,9 +39,10 @@ const Command kCommands[] = {
     {"rm", Commands::rm, "rm PATH... [--json]",
      "Deletes files and folders into the cache of their volume instead of losing them, as the\n"
      "daemon does for the trash: today's day folder, one time folder for the whole call."},
-    {"status", Commands::status, "status [--json]",
-     "Whether protection is on, the protected volumes, the total cache size, and whether the\n"
-     "daemon runs."},
+    {"status", Commands::status, "status [--json] [--seen]",
+     "Whether protection is on, the protected volumes, the total cache size, whether the daemon\n"
+     "runs, volumes that keep nothing and why, and every item that could not be kept (or only\n"
+     "in part) since you last looked: --seen marks those as seen."},
 };
 
 const Command *find(const char *name)
