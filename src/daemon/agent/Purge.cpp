@@ -12,6 +12,7 @@
 #include "cache/SizeRecords.h"
 #include "common/Locations.h"
 #include "common/Log.h"
+#include "common/PostTo.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "volumes/MountInfo.h"
@@ -101,7 +102,7 @@ void Agent::purge(const QString &reason)
                 purged << where;
             }
         }
-        QMetaObject::invokeMethod(this, [this, purged, failures, days, reason] {
+        PostTo::receiver(this, [this, purged, failures, days, reason] {
             if (!purged.isEmpty()) {
                 CommonUtils::addToLogFile(
                     QStringLiteral("sv3daemon purged %1 day(s) older than %2 day(s) (%3): %4.")
@@ -115,7 +116,7 @@ void Agent::purge(const QString &reason)
             if (!failures.isEmpty())
                 CommonUtils::addToLogFile(QStringLiteral("sv3daemon could not purge %1.")
                                               .arg(failures.join(QStringLiteral(", "))));
-        }, Qt::QueuedConnection);
+        });
     });
     watchTheLoop();
 }
@@ -165,14 +166,14 @@ void Agent::handleDeleteRequest(const QByteArrayList &paths)
                         .arg(refused.join(QStringLiteral(", ")));
         if (!failed.isEmpty())
             line += QStringLiteral(" Failed: %1.").arg(failed.join(QStringLiteral(", ")));
-        QMetaObject::invokeMethod(this, [this, line, removed] {
+        PostTo::receiver(this, [this, line, removed] {
             CommonUtils::addToLogFile(line);
             if (removed > 0) {
                 NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
                                       QLatin1String(Notifications::Salvora3CacheModified));
                 markDirty();
             }
-        }, Qt::QueuedConnection);
+        });
     });
     watchTheLoop();
 }
