@@ -377,6 +377,8 @@ if env DEBIAN_FRONTEND=noninteractive apt-get install -y "$deb" >"$out/install.l
     pass "apt-get install -y $(basename "$deb")"
 else
     fail "apt-get install (see $out/install.log)"
+    # CI keeps only what is printed.
+    tail -n 40 "$out/install.log" | sed 's/^/      /'
     exit 1
 fi
 rights=ok

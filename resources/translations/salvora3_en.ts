@@ -451,5 +451,41 @@
         <source>Deleting %1 of %2</source>
         <translation>Deleting %1 of %2</translation>
     </message>
+    <message id="CacheReady">
+        <source>Deleted items are kept here.</source>
+        <translation>Deleted items are kept here.</translation>
+    </message>
+    <message id="CacheNoVolume">
+        <source>The volume cannot be opened.</source>
+        <translation>The volume cannot be opened.</translation>
+    </message>
+    <message id="CacheMissing">
+        <source>Nothing has been kept on this volume yet.</source>
+        <translation>Nothing has been kept on this volume yet.</translation>
+    </message>
+    <message id="CacheNeedsHelper">
+        <source>The daemon has not set up this volume's cache yet; on a volume only an administrator may write to, an administrator must allow it once.</source>
+        <translation>The daemon has not set up this volume's cache yet; on a volume only an administrator may write to, an administrator must allow it once.</translation>
+    </message>
+    <message id="CacheUnsafe">
+        <source>Nothing is kept on this volume: a link or a file, or a folder open to every account, stands where its cache should be.</source>
+        <translation>Nothing is kept on this volume: a link or a file, or a folder open to every account, stands where its cache should be.</translation>
+    </message>
+    <message id="CacheNotOwned">
+        <source>Nothing is kept on this volume: another account's folder stands where your cache should be.</source>
+        <translation>Nothing is kept on this volume: another account's folder stands where your cache should be.</translation>
+    </message>
+    <message id="CacheOtherDevice">
+        <source>Nothing is kept on this volume: another volume is mounted where its cache should be.</source>
+        <translation>Nothing is kept on this volume: another volume is mounted where its cache should be.</translation>
+    </message>
+    <message id="CacheFailed">
+        <source>Nothing is kept on this volume: %1.</source>
+        <translation>Nothing is kept on this volume: %1.</translation>
+    </message>
+    <message id="VolumeKeepsNothing">
+        <source>%1: %2</source>
+        <translation>%1: %2</translation>
+    </message>
 </context>
 </TS>

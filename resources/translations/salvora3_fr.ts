@@ -451,5 +451,41 @@
         <source>Deleting %1 of %2</source>
         <translation>Suppression de %1 sur %2</translation>
     </message>
+    <message id="CacheReady">
+        <source>Deleted items are kept here.</source>
+        <translation>Les éléments supprimés sont conservés ici.</translation>
+    </message>
+    <message id="CacheNoVolume">
+        <source>The volume cannot be opened.</source>
+        <translation>Le volume ne peut pas être ouvert.</translation>
+    </message>
+    <message id="CacheMissing">
+        <source>Nothing has been kept on this volume yet.</source>
+        <translation>Rien n’a encore été conservé sur ce volume.</translation>
+    </message>
+    <message id="CacheNeedsHelper">
+        <source>The daemon has not set up this volume&apos;s cache yet; on a volume only an administrator may write to, an administrator must allow it once.</source>
+        <translation>Le démon n’a pas encore préparé le cache de ce volume ; sur un volume où seul un administrateur peut écrire, un administrateur doit l’autoriser une fois.</translation>
+    </message>
+    <message id="CacheUnsafe">
+        <source>Nothing is kept on this volume: a link or a file, or a folder open to every account, stands where its cache should be.</source>
+        <translation>Rien n’est conservé sur ce volume : un lien ou un fichier, ou un dossier ouvert à tous les comptes, occupe la place de son cache.</translation>
+    </message>
+    <message id="CacheNotOwned">
+        <source>Nothing is kept on this volume: another account&apos;s folder stands where your cache should be.</source>
+        <translation>Rien n’est conservé sur ce volume : le dossier d’un autre compte occupe la place de votre cache.</translation>
+    </message>
+    <message id="CacheOtherDevice">
+        <source>Nothing is kept on this volume: another volume is mounted where its cache should be.</source>
+        <translation>Rien n’est conservé sur ce volume : un autre volume est monté à la place de son cache.</translation>
+    </message>
+    <message id="CacheFailed">
+        <source>Nothing is kept on this volume: %1.</source>
+        <translation>Rien n’est conservé sur ce volume : %1.</translation>
+    </message>
+    <message id="VolumeKeepsNothing">
+        <source>%1: %2</source>
+        <translation>%1 : %2</translation>
+    </message>
 </context>
 </TS>

@@ -154,7 +154,11 @@ int openFolder(int dirFd, const char *name, bool create, mode_t mode, bool *made
     const bool didMake = create && mkdirat(dirFd, name, mode) == 0;
     if (made) *made = didMake;
     if (create && !didMake && errno != EEXIST) return -1;
-    const int fd = openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    int fd = openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    // A folder we may only pass through (root's shared 0711 folder on a volume) is still a
+    // folder we can open our own inside of.
+    if (fd < 0 && errno == EACCES)
+        fd = openat(dirFd, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd >= 0 && didMake) fchmod(fd, mode);
     return fd;
 }

@@ -50,7 +50,8 @@ int makePrivate(int fd);
 
 // Opens dirFd/name as a folder without following a link; with `create`, makes it first (mode,
 // narrowed by the umask) when missing. *made tells whether it was made here. A folder made here
-// is set to exactly `mode` on its descriptor.
+// is set to exactly `mode` on its descriptor. A folder the user may only pass through comes back
+// as an O_PATH descriptor: good for fstat and for opening what is inside, not for reading.
 int openFolder(int dirFd, const char *name, bool create, mode_t mode, bool *made = nullptr);
 
 // Opens an absolute path as a folder, creating each missing folder on the way with `mode`
