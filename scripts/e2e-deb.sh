@@ -373,7 +373,7 @@ listing() {
 listing >"$work/before"
 
 # 2. Installation.
-if env DEBIAN_FRONTEND=noninteractive apt-get install -y "$deb" >"$out/install.log" 2>&1; then
+if env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=120 install -y "$deb" >"$out/install.log" 2>&1; then
     pass "apt-get install -y $(basename "$deb")"
 else
     fail "apt-get install (see $out/install.log)"
