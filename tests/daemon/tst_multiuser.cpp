@@ -578,10 +578,14 @@ private slots:
         for (const QByteArray &t : targets)
             targetsBefore.insert(t, tree(kShared + '/' + t));
         // Items the victim trashed above, while its cache was out of reach, may still be
-        // shadowed into its pending area meanwhile; the rest of its cache stays as it is.
+        // shadowed into its pending area meanwhile, and size records rewritten; the rest of its
+        // cache stays as it is.
         const auto keptPart = [&] {
             auto t = tree(victim.cache(kShared));
-            t.removeIf([](auto it) { return it.key().startsWith(".pending/"); });
+            t.removeIf([](auto it) {
+                return it.key().startsWith(".pending/") ||
+                       it.key().endsWith(CommonUtils::kCacheInformationName);
+            });
             return t;
         };
         const auto victimBefore = keptPart();
