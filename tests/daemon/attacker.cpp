@@ -49,7 +49,8 @@ int race(const char *dirPath, int seconds, const char *name, std::vector<const c
         // place between its mkdir and its open.
         if (renameat2(dir, name, dir, ".away", RENAME_NOREPLACE) != 0) continue;
         ++fresh;
-        for (const auto until = Clock::now() + std::chrono::milliseconds(5); Clock::now() < until;) {
+        for (const auto until = Clock::now() + std::chrono::milliseconds(5);
+             Clock::now() < until;) {
             if (exchange(dir, name, target) == 0) {
                 ++caught;
                 exchange(dir, name, target);

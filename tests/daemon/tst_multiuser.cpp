@@ -14,8 +14,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <dirent.h>
-#include <sys/mount.h>
 #include <pwd.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -144,8 +144,8 @@ struct Account
         p.setProcessEnvironment(env());
         p.setProcessChannelMode(out ? QProcess::SeparateChannels : QProcess::ForwardedChannels);
         p.start(QStringLiteral("setpriv"), as() + args);
-        const bool ok = p.waitForFinished(30000) && p.exitStatus() == QProcess::NormalExit &&
-                        p.exitCode() == 0;
+        const bool ok =
+            p.waitForFinished(30000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
         if (out) *out = p.readAllStandardOutput().trimmed();
         return ok;
     }
@@ -205,7 +205,8 @@ struct Account
         const int mark = daemon->shadowsTaken();
         const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
         return run({QStringLiteral("trash-put"), str(path)}) && daemon->waitForShadows(mark + 1) &&
-               run({QStringLiteral("trash-empty"), QStringLiteral("--trash-dir=") + str(trash(volume))}) &&
+               run({QStringLiteral("trash-empty"),
+                    QStringLiteral("--trash-dir=") + str(trash(volume))}) &&
                QTest::qWaitFor([&] { return !kept(cache(volume), name).isEmpty(); }, 10000);
     }
 };
@@ -284,9 +285,8 @@ class TstMultiUser : public QObject
     {
         removeAccount(a.name); // left by a run that crashed
         a.home = "/mnt/home/" + a.name;
-        if (!run(QStringLiteral("useradd"),
-                 {"--no-create-home", "--home-dir", str(a.home), "--shell", "/bin/sh",
-                  "--user-group", str(a.name)}))
+        if (!run(QStringLiteral("useradd"), {"--no-create-home", "--home-dir", str(a.home),
+                                             "--shell", "/bin/sh", "--user-group", str(a.name)}))
             return false;
         const passwd *pw = getpwnam(a.name.constData());
         if (!pw) return false;
@@ -303,7 +303,8 @@ class TstMultiUser : public QObject
     {
         QJsonObject o;
         o.insert(QLatin1String(SettingsKeys::PrefsProtectionEnabled), 1);
-        o.insert(QLatin1String(SettingsKeys::PrefsProtectedDisks), QJsonObject::fromVariantMap(disks));
+        o.insert(QLatin1String(SettingsKeys::PrefsProtectedDisks),
+                 QJsonObject::fromVariantMap(disks));
         QByteArray json = QJsonDocument(o).toJson();
         if (padTo > json.size()) json += QByteArray(padTo - json.size(), ' ');
         const QByteArray file = a.home + "/.config/Salvora/Salvora 3.json";
@@ -329,7 +330,8 @@ class TstMultiUser : public QObject
     bool makeSwapTargets()
     {
         if (TestEnv::exists(kShared + "/victim-dir")) return true;
-        return victim.sh("mkdir -m 700 /mnt/shared/victim-dir; echo v > /mnt/shared/victim-dir/v") &&
+        return victim.sh(
+                   "mkdir -m 700 /mnt/shared/victim-dir; echo v > /mnt/shared/victim-dir/v") &&
                ::mkdir("/mnt/shared/root-empty", 0755) == 0 &&
                ::mkdir("/mnt/shared/root-drop", 0777) == 0 &&
                ::chmod("/mnt/shared/root-drop", 01777) == 0;
@@ -341,8 +343,10 @@ private slots:
         QString why;
         if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
         for (const char *p : {"useradd", "setpriv", "dbus-run-session", "trash-put", "mkfifo"})
-            if (!haveProgram(p)) QSKIP(qPrintable(QStringLiteral("needs %1").arg(QLatin1String(p))));
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "-o", "mode=0755", "sv3multi", "/mnt"}));
+            if (!haveProgram(p))
+                QSKIP(qPrintable(QStringLiteral("needs %1").arg(QLatin1String(p))));
+        QVERIFY(
+            run(QStringLiteral("mount"), {"-t", "tmpfs", "-o", "mode=0755", "sv3multi", "/mnt"}));
         QVERIFY(::mkdir("/mnt/home", 0755) == 0 && ::mkdir(kBin.constData(), 0755) == 0);
         QVERIFY(addAccount(victim));
         QVERIFY(addAccount(attacker));
@@ -356,9 +360,11 @@ private slots:
         // learn it. Only in this mount namespace (an empty /dev/disk is made when missing).
         madeDevDisk = !TestEnv::exists("/dev/disk");
         QVERIFY(!madeDevDisk || ::mkdir("/dev/disk", 0755) == 0);
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "-o", "mode=0755", "sv3disk", "/dev/disk"}));
+        QVERIFY(run(QStringLiteral("mount"),
+                    {"-t", "tmpfs", "-o", "mode=0755", "sv3disk", "/dev/disk"}));
         QVERIFY(::mkdir("/dev/disk/by-uuid", 0755) == 0);
-        for (const auto &[mount, uuid] : {std::pair(kShared, kSharedUuid), std::pair(kRootOnly, kRootOnlyUuid)}) {
+        for (const auto &[mount, uuid] :
+             {std::pair(kShared, kSharedUuid), std::pair(kRootOnly, kRootOnlyUuid)}) {
             struct stat st{};
             QVERIFY(::stat(mount.constData(), &st) == 0);
             const QByteArray node = "/dev/disk/by-uuid/" + uuid.toLower().toLatin1();
@@ -371,8 +377,8 @@ private slots:
 
         QVERIFY(writeSettings(victim, {{kSharedUuid, str(kShared)}}));
         // The attacker lists the root-only volume too, in a 16 MB settings file.
-        QVERIFY(writeSettings(attacker, {{kSharedUuid, str(kShared)}, {kRootOnlyUuid, str(kRootOnly)}},
-                              16 << 20));
+        QVERIFY(writeSettings(
+            attacker, {{kSharedUuid, str(kShared)}, {kRootOnlyUuid, str(kRootOnly)}}, 16 << 20));
         QVERIFY2(victim.start(), victim.daemon->output().constData());
         QVERIFY2(attacker.start(), attacker.daemon->output().constData());
     }
@@ -428,8 +434,8 @@ private slots:
         const QByteArray origins = victim.cache(volume) + "/.origins/" + today() + ".jsonl";
         QCOMPARE(TestEnv::modeOf(origins), mode_t(0600));
         QVERIFY(TestEnv::readFile(origins).contains("secret.txt"));
-        const QByteArray sizes = victim.cache(volume) + '/' + today() + '/' +
-                                 CommonUtils::kCacheInformationName;
+        const QByteArray sizes =
+            victim.cache(volume) + '/' + today() + '/' + CommonUtils::kCacheInformationName;
         if (TestEnv::exists(sizes)) QCOMPARE(TestEnv::modeOf(sizes), mode_t(0600));
         QByteArray out;
         QVERIFY(attacker.run({str(kBin + "/sv3daemon-attacker"), "open", str(item), str(origins),
@@ -472,23 +478,28 @@ private slots:
         const QByteArray day = today();
         QTest::newRow("create: victim's folder")
             << "create " + hex(vShared) << QByteArray("refused");
-        QTest::newRow("create: victim's day") << "create " + hex(vShared + '/' + day) << QByteArray("refused");
-        QTest::newRow("create: victim's home") << "create " + hex(victim.home) << QByteArray("refused");
+        QTest::newRow("create: victim's day")
+            << "create " + hex(vShared + '/' + day) << QByteArray("refused");
+        QTest::newRow("create: victim's home")
+            << "create " + hex(victim.home) << QByteArray("refused");
         QTest::newRow("remove: victim's day")
             << "remove " + hex(vShared) + ' ' + hex(day) << QByteArray("refused");
-        QTest::newRow("remove: victim's folder")
-            << "remove " + hex(kShared + "/.Salvora3Cache") + ' ' + hex(QByteArray::number(victim.uid))
-            << QByteArray("refused");
+        QTest::newRow("remove: victim's folder") << "remove " + hex(kShared + "/.Salvora3Cache") +
+                                                        ' ' + hex(QByteArray::number(victim.uid))
+                                                 << QByteArray("refused");
         QTest::newRow("remove: victim's pending")
             << "remove " + hex(vShared) + ' ' + hex(".pending/" + QByteArray::number(victim.uid))
             << QByteArray("refused");
         QTest::newRow("remove: in victim's home cache")
             << "remove " + hex(vHome) + ' ' + hex(day) << QByteArray("refused");
         // A root-only volume: only with an administrator's consent.
-        QTest::newRow("create: root-only volume") << "create " + hex(kRootOnly) << QByteArray("consent");
+        QTest::newRow("create: root-only volume")
+            << "create " + hex(kRootOnly) << QByteArray("consent");
         QTest::newRow("create: its own") << "create " + hex(kShared) << QByteArray("done");
-        QTest::newRow("rm: victim's day, volume") << "rm " + vShared + '/' + day << QByteArray("failed");
-        QTest::newRow("rm: victim's day, home") << "rm " + vHome + '/' + day << QByteArray("failed");
+        QTest::newRow("rm: victim's day, volume")
+            << "rm " + vShared + '/' + day << QByteArray("failed");
+        QTest::newRow("rm: victim's day, home")
+            << "rm " + vHome + '/' + day << QByteArray("failed");
         QTest::newRow("rm: victim's folder") << "rm " + vShared << QByteArray("failed");
     }
     void stolenSocket()
@@ -511,17 +522,18 @@ private slots:
             stealer.setProcessEnvironment(attacker.env());
             stealer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
             stealer.start(QStringLiteral("setpriv"),
-                          attacker.as() << str(kBin + "/sv3daemon-attacker") << "steal"
-                                        << QString::number(attacker.agent) << fd
-                                        << str(kBin + "/sv3daemon-fakeagent")
-                                        << QStringLiteral("--privileged-pid=%1").arg(attacker.helper));
+                          attacker.as()
+                              << str(kBin + "/sv3daemon-attacker") << "steal"
+                              << QString::number(attacker.agent) << fd
+                              << str(kBin + "/sv3daemon-fakeagent")
+                              << QStringLiteral("--privileged-pid=%1").arg(attacker.helper));
             QVERIFY(stealer.waitForStarted(5000));
             QVERIFY(stealer.waitForReadyRead(10000));
             QCOMPARE(stealer.readLine().trimmed(), QByteArray("fakeagent ready"));
         }
         if (command.startsWith("rm ")) {
             QCOMPARE(attacker.run({"rm", "-rf", str(command.mid(3))}) ? QByteArray("done")
-                                                                     : QByteArray("failed"),
+                                                                      : QByteArray("failed"),
                      answer);
         } else {
             QCOMPARE(ask(command), answer);
@@ -547,7 +559,8 @@ private slots:
         QVERIFY(attacker.sh("cd /mnt/shared; mv .Salvora3Cache .real; mv " + folder +
                             " .Salvora3Cache"));
         auto restore = qScopeGuard([&] {
-            attacker.sh("cd /mnt/shared; mv .Salvora3Cache " + folder + "; mv .real .Salvora3Cache");
+            attacker.sh("cd /mnt/shared; mv .Salvora3Cache " + folder +
+                        "; mv .real .Salvora3Cache");
         });
         const QByteArray file = kShared + "/victim-private/at-" + folder + ".txt";
         // The attacker's helper is asked for the attacker's folder there.
@@ -651,10 +664,11 @@ private slots:
         const QByteArray day = today(), info = CommonUtils::kCacheInformationName;
         for (const Account *a : {&victim, &attacker}) {
             // As root, what the earlier version did as the account: folders open to all.
-            QVERIFY(a->sh("mkdir -p ~/docs ~/.Salvora3Cache/" + day + " ~/.Salvora3Cache/.origins;"
+            QVERIFY(a->sh("mkdir -p ~/docs ~/.Salvora3Cache/" + day +
+                          " ~/.Salvora3Cache/.origins;"
                           "echo notes > ~/notes.txt; echo doc > ~/docs/doc.txt; chmod 755 ~/docs"));
             for (const char *f : {"/.local", "/.local/share", "/.local/share/Salvora 3",
-                                        "/.Salvora3Cache", "/.Salvora3Cache/.origins"})
+                                  "/.Salvora3Cache", "/.Salvora3Cache/.origins"})
                 QVERIFY(::chmod((a->home + f).constData(), 0777) == 0);
             QVERIFY(::chmod((a->home + "/.Salvora3Cache/" + day).constData(), 0777) == 0);
             for (const char *target : {"/notes.txt", "/docs"})
@@ -663,15 +677,21 @@ private slots:
         const QByteArray v = victim.home, at = attacker.home;
         // The victim's log and origin folder are links to the victim's own things; its size
         // record is a FIFO.
-        QVERIFY(attacker.sh("cd '" + v + "/.local/share/Salvora 3'; rm -f 'Salvora 3 Log.txt';"
-                            "ln -s " + v + "/notes.txt 'Salvora 3 Log.txt'; cd " + v +
-                            "/.Salvora3Cache; mv .origins .origins-old; ln -s " + v + "/docs .origins;"
-                            "rm -f " + day + '/' + info + "; mkfifo " + day + '/' + info));
+        QVERIFY(attacker.sh("cd '" + v +
+                            "/.local/share/Salvora 3'; rm -f 'Salvora 3 Log.txt';"
+                            "ln -s " +
+                            v + "/notes.txt 'Salvora 3 Log.txt'; cd " + v +
+                            "/.Salvora3Cache; mv .origins .origins-old; ln -s " + v +
+                            "/docs .origins;"
+                            "rm -f " +
+                            day + '/' + info + "; mkfifo " + day + '/' + info));
         // The attacker's log and origin record are FIFOs; its size record links to its notes.
-        QVERIFY(victim.sh("cd '" + at + "/.local/share/Salvora 3'; rm -f 'Salvora 3 Log.txt';"
-                          "mkfifo 'Salvora 3 Log.txt'; cd " + at + "/.Salvora3Cache; rm -f .origins/" +
-                          day + ".jsonl; mkfifo .origins/" + day + ".jsonl; rm -f " + day + '/' +
-                          info + "; ln -s " + at + "/notes.txt " + day + '/' + info));
+        QVERIFY(victim.sh("cd '" + at +
+                          "/.local/share/Salvora 3'; rm -f 'Salvora 3 Log.txt';"
+                          "mkfifo 'Salvora 3 Log.txt'; cd " +
+                          at + "/.Salvora3Cache; rm -f .origins/" + day +
+                          ".jsonl; mkfifo .origins/" + day + ".jsonl; rm -f " + day + '/' + info +
+                          "; ln -s " + at + "/notes.txt " + day + '/' + info));
 
         for (Account *a : {&victim, &attacker}) {
             QVERIFY2(a->start(), a->daemon->output().constData());
@@ -683,13 +703,13 @@ private slots:
             // Kept, or (while its origin cannot be recorded) kept aside and tried again, and
             // said so: never lost.
             QTRY_VERIFY2_WITH_TIMEOUT(
-                TestEnv::readFile(a->logFile()).contains(a->home + "/again.txt"), a->said().constData(),
-                10000);
+                TestEnv::readFile(a->logFile()).contains(a->home + "/again.txt"),
+                a->said().constData(), 10000);
             const QByteArray pending = a->cache("/") + "/.pending/" + QByteArray::number(a->uid);
             QVERIFY2(!kept(a->cache("/"), "again.txt").isEmpty() || tree(pending).size() > 1,
                      a->said().constData());
-            for (const char *f : {"/.local", "/.local/share", "/.local/share/Salvora 3",
-                                        "/.Salvora3Cache"})
+            for (const char *f :
+                 {"/.local", "/.local/share", "/.local/share/Salvora 3", "/.Salvora3Cache"})
                 QVERIFY2((TestEnv::modeOf(a->home + f) & 022) == 0, (a->home + f).constData());
             // What stood at the log's name was replaced by the log, not written through.
             struct stat st{};
