@@ -79,6 +79,9 @@ int openVolumeCache(const QByteArray &volumePath, bool create, Status *status)
     const bool aloneAtRoot = rst.st_uid == me && (rst.st_mode & kGroupOrOthersWrite) == 0;
     // Root's own shared folder lets the other users through to theirs.
     Fd shared(safefile::openFolder(root.fd, kName, create && aloneAtRoot, me == 0 ? 0711 : 0700));
+    // Root's shared folder lets its users pass through to their own folders, not list it.
+    if (shared.fd < 0 && errno == EACCES)
+        shared.fd = openat(root.fd, kName, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (shared.fd < 0) {
         const int err = errno;
         // Nothing there yet: the daemon makes it, with help where the user may not write.
@@ -91,6 +94,9 @@ int openVolumeCache(const QByteArray &volumePath, bool create, Status *status)
     if (sst.st_dev != rst.st_dev) return finish(status, State::OtherDevice);
     const bool rootOwned = sst.st_uid == 0 && me != 0;
     if (!rootOwned && sst.st_uid != me) return finish(status, State::NotOwned);
+    // Where others may write the volume's root, any folder of the user's there may have been
+    // renamed to the cache's name by someone else: only root's shared folder is used there.
+    if (!rootOwned && !aloneAtRoot) return finish(status, State::Unsafe);
     if (rootOwned && (sst.st_mode & kGroupOrOthersWrite) != 0) {
         // A shared folder of an earlier version, open to all: only the helper may close it.
         return finish(status, create ? State::NeedsHelper : State::Unsafe);

@@ -127,9 +127,15 @@ bool canMountPrivately(QString *why)
         *why = QStringLiteral("needs root to loop-mount a volume");
         return false;
     }
-    // Refuse to mount anything in the machine's own namespace.
-    if (QFileInfo(QStringLiteral("/proc/self/ns/mnt")).symLinkTarget() ==
-        QFileInfo(QStringLiteral("/proc/1/ns/mnt")).symLinkTarget()) {
+    // Refuse to mount anything in the machine's own namespace: only in the one that
+    // in-private-mount-ns.sh made (comparing with /proc/1/ns/mnt is not enough, as init's may be
+    // unreadable even to root).
+    char self[64] = {};
+    const ssize_t n = ::readlink("/proc/self/ns/mnt", self, sizeof self - 1);
+    const QByteArray made = qgetenv("SALVORA_PRIVATE_MOUNT_NS");
+    if (n <= 0 || made.isEmpty() || made != QByteArray(self, n) ||
+        QFileInfo(QStringLiteral("/proc/self/ns/mnt")).symLinkTarget() ==
+            QFileInfo(QStringLiteral("/proc/1/ns/mnt")).symLinkTarget()) {
         *why = QStringLiteral("not in a private mount namespace (run it through ctest)");
         return false;
     }

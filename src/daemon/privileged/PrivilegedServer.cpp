@@ -123,10 +123,11 @@ bool userMayWrite(const Context &c, const struct statx &root)
 
 // Only a folder that holds nothing but what a cache holds is taken for a shared cache folder:
 // users' folders, and an earlier version's day folders and hidden bookkeeping (*legacyDays tells
-// whether any day folder is left).
-bool looksLikeCache(int fd, bool *legacyDays)
+// whether any day folder is left, *empty whether it holds nothing at all).
+bool looksLikeCache(int fd, bool *legacyDays, bool *empty)
 {
     *legacyDays = false;
+    *empty = true;
     Fd dir(openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (dir.fd < 0) return false;
     alignas(8) char buf[16384];
@@ -143,10 +144,10 @@ bool looksLikeCache(int fd, bool *legacyDays)
                 return ch >= '0' && ch <= '9';
             });
             const bool day = name.substr(0, 2) == "20";
+            if (name == "." || name == "..") continue;
             *legacyDays = *legacyDays || day;
-            if (name == "." || name == ".." || name == ".pending" || name == ".origins" || day ||
-                digits)
-                continue;
+            *empty = false;
+            if (name == ".pending" || name == ".origins" || day || digits) continue;
             return false;
         }
     }
@@ -177,11 +178,13 @@ Outcome makeShared(int rootFd, const struct statx &root, Fd &shared)
     return done("shared cache folder created");
 }
 
-// An existing shared folder: root's, holding nothing but a cache's entries, and closed to
-// writers; or the user's own (nothing for root to do there). An earlier version's folder, open to
-// all, is closed now: to everyone while day folders of that version are left in it, whose owners'
-// daemons still have to find and move their items (they may list it, not change it), and then
-// to all but passing through.
+// An existing shared folder: root's, holding nothing but a cache's entries, and exactly the mode
+// the helper gives it; or the user's own (nothing for root to do there). An earlier version's
+// folder, open to all, is closed now: to everyone while day folders of that version are left in
+// it, whose owners' daemons still have to find and move their items (they may list it, not change
+// it), and then to all but passing through. Where others may write the volume's root, any folder
+// of root's there may have been renamed to the cache's name: one that holds no cache entry, or
+// has another mode, is never changed nor used.
 Outcome checkShared(const Context &c, const Fd &shared, const struct statx &root, bool *own)
 {
     struct statx st{};
@@ -190,18 +193,18 @@ Outcome checkShared(const Context &c, const Fd &shared, const struct statx &root
     *own = st.stx_uid == c.uid && c.uid != 0;
     if (*own) return done("the shared cache folder is the user's own");
     if (st.stx_uid != 0) return refused("the cache folder belongs to another account");
-    bool legacyDays = false;
-    if (!looksLikeCache(shared.fd, &legacyDays))
+    bool legacyDays = false, empty = true;
+    if (!looksLikeCache(shared.fd, &legacyDays, &empty))
         return refused("a folder that is not a cache stands at the cache's name");
     const mode_t wanted = legacyDays ? 0755 : kSharedMode;
     const mode_t mode = st.stx_mode & 07777;
-    if (mode != wanted && ((mode & kGroupOrOthersWrite) != 0 || mode == 0755)) {
-        if (fchmod(shared.fd, wanted) != 0)
-            return failed(errno, "cannot close the shared cache folder");
-        return done("shared cache folder closed to other accounts");
-    }
-    if ((st.stx_mode & S_IXOTH) == 0) return refused("the shared cache folder lets nobody in");
-    return done("shared cache folder ready");
+    if (mode == wanted) return done("shared cache folder ready");
+    // Earlier versions made it 0777; 0755 is the step above.
+    if ((mode != 0777 && mode != 0755) || empty)
+        return refused("a folder of root's that is not the shared cache stands at its name");
+    if (fchmod(shared.fd, wanted) != 0)
+        return failed(errno, "cannot close the shared cache folder");
+    return done("shared cache folder closed to other accounts");
 }
 
 // The user's own folder in root's shared folder, which only root may change: what is made there

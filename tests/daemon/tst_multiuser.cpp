@@ -1,0 +1,754 @@
+#include "DaemonHarness.h"
+#include "TestEnv.h"
+
+#include "cache/CacheLayout.h"
+#include "common/SettingsKeys.h"
+
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QScopeGuard>
+#include <QTest>
+
+#include <csignal>
+#include <cstdlib>
+#include <dirent.h>
+#include <pwd.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Harness;
+
+// Two real accounts on one machine, each with its own daemon on its own session bus, and a shared
+// data volume whose root every account may write (0777), as on a family computer: everything the
+// one account tries against what Salvora 3 keeps or writes for the other fails.
+namespace {
+
+const QByteArray kBin = "/mnt/bin";
+const QByteArray kShared = "/mnt/shared";     // ext4, root 0777
+const QByteArray kRootOnly = "/mnt/rootonly"; // ext4, root 0755 root's
+const QString kSharedUuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-00000000A11C");
+const QString kRootOnlyUuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-00000000B0B0");
+constexpr int kRaceSeconds = 30;
+
+QByteArray today()
+{
+    return CommonUtils::nameForCacheFolderForToday().toLatin1();
+}
+
+// Every entry below `path` (and `path` itself, as ""): type, mode, owner and a file's content.
+void treeInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray, QByteArray> &out)
+{
+    const QByteArray full = rel.isEmpty() ? base : base + '/' + rel;
+    struct stat st{};
+    if (::lstat(full.constData(), &st) != 0) return;
+    QByteArray v = QByteArray::number(st.st_mode, 8) + ' ' + QByteArray::number(st.st_uid);
+    if (S_ISREG(st.st_mode)) v += ' ' + TestEnv::readFile(full);
+    out.insert(rel, v);
+    if (!S_ISDIR(st.st_mode)) return;
+    if (DIR *d = ::opendir(full.constData())) {
+        while (const dirent *e = ::readdir(d))
+            if (qstrcmp(e->d_name, ".") != 0 && qstrcmp(e->d_name, "..") != 0)
+                treeInto(base, rel.isEmpty() ? e->d_name : rel + '/' + e->d_name, out);
+        ::closedir(d);
+    }
+}
+
+QMap<QByteArray, QByteArray> tree(const QByteArray &path)
+{
+    QMap<QByteArray, QByteArray> out;
+    treeInto(path, {}, out);
+    return out;
+}
+
+qint64 parentOf(qint64 pid)
+{
+    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!f.open(QIODevice::ReadOnly)) return -1;
+    const QByteArray stat = f.readAll();
+    return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1).toLongLong();
+}
+
+// A live descendant of `ancestor` whose executable is `path`, or -1.
+qint64 descendant(const QByteArray &path, qint64 ancestor)
+{
+    QDirIterator it(QStringLiteral("/proc"));
+    while (it.hasNext()) {
+        const QString dir = it.next();
+        bool ok = false;
+        const qint64 pid = it.fileName().toLongLong(&ok);
+        if (!ok || QFile::encodeName(QFile::symLinkTarget(dir + QLatin1String("/exe"))) != path)
+            continue;
+        for (qint64 p = pid; p > 1; p = parentOf(p))
+            if (p == ancestor) return pid;
+    }
+    return -1;
+}
+
+QByteArray statusLine(qint64 pid, const char *key)
+{
+    QFile f(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    for (const QByteArray &line : f.readAll().split('\n'))
+        if (line.startsWith(QByteArray(key) + ':')) return line.mid(qstrlen(key) + 1).simplified();
+    return {};
+}
+
+// The value of --NAME=VALUE on a process's command line.
+QByteArray argumentOf(qint64 pid, const QByteArray &name)
+{
+    QFile f(QStringLiteral("/proc/%1/cmdline").arg(pid));
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    for (const QByteArray &arg : f.readAll().split('\0'))
+        if (arg.startsWith("--" + name + '=')) return arg.mid(name.size() + 3);
+    return {};
+}
+
+bool installExecutable(const QString &from, const QByteArray &to, mode_t mode)
+{
+    QFile::remove(str(to));
+    return QFile::copy(from, str(to)) && ::chown(to.constData(), 0, 0) == 0 &&
+           ::chmod(to.constData(), mode) == 0;
+}
+
+struct Account
+{
+    explicit Account(QByteArray n) : name(std::move(n)) {}
+    QByteArray name;
+    uid_t uid = 0;
+    gid_t gid = 0;
+    QByteArray home;
+    std::unique_ptr<Daemon> daemon;
+    qint64 agent = -1;
+    qint64 helper = -1;
+
+    QStringList as() const
+    {
+        return {QStringLiteral("--reuid=%1").arg(uid), QStringLiteral("--regid=%1").arg(gid),
+                QStringLiteral("--clear-groups"), QStringLiteral("--")};
+    }
+    QProcessEnvironment env() const
+    {
+        QProcessEnvironment e;
+        e.insert(QStringLiteral("PATH"), QStringLiteral("/usr/bin:/bin"));
+        e.insert(QStringLiteral("HOME"), str(home));
+        e.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
+        return e;
+    }
+    // Runs a program as this account; true when it exited 0.
+    bool run(const QStringList &args, QByteArray *out = nullptr) const
+    {
+        QProcess p;
+        p.setProcessEnvironment(env());
+        p.setProcessChannelMode(out ? QProcess::SeparateChannels : QProcess::ForwardedChannels);
+        p.start(QStringLiteral("setpriv"), as() + args);
+        const bool ok =
+            p.waitForFinished(30000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+        if (out) *out = p.readAllStandardOutput().trimmed();
+        return ok;
+    }
+    bool sh(const QByteArray &script) const
+    {
+        return run({QStringLiteral("sh"), QStringLiteral("-ec"), str(script)});
+    }
+    QByteArray cache(const QByteArray &volume) const
+    {
+        return volume == "/" ? home + "/.Salvora3Cache"
+                             : volume + "/.Salvora3Cache/" + QByteArray::number(uid);
+    }
+    QByteArray trash(const QByteArray &volume) const
+    {
+        return volume == "/" ? home + "/.local/share/Trash"
+                             : volume + "/.Trash-" + QByteArray::number(uid);
+    }
+    QByteArray logFile() const { return home + "/.local/share/Salvora 3/Salvora 3 Log.txt"; }
+    // What the daemon said lately, for a failure's message.
+    QByteArray said() const
+    {
+        return daemon->output().right(2000) + "\nlog:\n" + TestEnv::readFile(logFile()).left(2000);
+    }
+
+    // The daemon as the desktop session starts it: as the account, on a bus of its own.
+    bool start()
+    {
+        daemon = std::make_unique<Daemon>(QStringLiteral("setpriv"));
+        QProcess &p = daemon->process();
+        p.setProcessEnvironment(env());
+        p.setProgram(QStringLiteral("setpriv"));
+        p.setArguments(as() << QStringLiteral("dbus-run-session") << QStringLiteral("--")
+                            << str(kBin + "/sv3daemon"));
+        p.start();
+        if (!daemon->waitForOutput("sv3daemon ready", 15000)) return false;
+        agent = descendant(kBin + "/sv3daemon-agent", daemon->pid());
+        helper = argumentOf(agent, "privileged-pid").toLongLong();
+        return agent > 0 && helper > 0;
+    }
+    // SIGTERM to the agent; how long it took to end (-1: it did not, and was killed).
+    qint64 stop()
+    {
+        if (!daemon || !daemon->isRunning()) return 0;
+        QElapsedTimer t;
+        t.start();
+        ::kill(pid_t(agent), SIGTERM);
+        if (daemon->process().waitForFinished(10000)) return t.elapsed();
+        ::kill(pid_t(agent), SIGKILL);
+        daemon->process().kill();
+        daemon->process().waitForFinished(5000);
+        return -1;
+    }
+    // Trashes `path` (the account's), lets the daemon shadow it, empties that trash and waits
+    // until the item is kept.
+    bool trashAndKeep(const QByteArray &volume, const QByteArray &path)
+    {
+        const int mark = daemon->shadowsTaken();
+        const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
+        return run({QStringLiteral("trash-put"), str(path)}) && daemon->waitForShadows(mark + 1) &&
+               run({QStringLiteral("trash-empty"),
+                    QStringLiteral("--trash-dir=") + str(trash(volume))}) &&
+               QTest::qWaitFor([&] { return !kept(cache(volume), name).isEmpty(); }, 10000);
+    }
+};
+
+// A path as the stand-in agent takes it.
+QByteArray hex(const QByteArray &b)
+{
+    return b.isEmpty() ? QByteArray("-") : b.toHex();
+}
+
+// What is wrong with the modes below a home after Salvora 3 used it: a folder others may write
+// anywhere, and in what Salvora 3 made, a folder other than 0700 or a record other than 0600.
+QByteArrayList modeProblems(const Account &a)
+{
+    QByteArrayList problems;
+    const auto home = tree(a.home);
+    for (auto it = home.begin(); it != home.end(); ++it)
+        if (it.value().startsWith("40") && (it.value().mid(2, 3).toInt(nullptr, 8) & 022))
+            problems << a.home + '/' + it.key() + ": " + it.value();
+    const auto check = [&](const QByteArray &root) {
+        const auto t = tree(root);
+        if (t.isEmpty()) problems << root + ": missing";
+        for (auto it = t.begin(); it != t.end(); ++it) {
+            const QByteArray &rel = it.key();
+            const QByteArray mode = it.value().left(it.value().indexOf(' '));
+            // Kept items keep their own modes, behind their 0700 folders.
+            const QByteArrayList parts = rel.split('/');
+            const bool item = (rel.startsWith("20") && parts.size() > 2) ||
+                              (rel.startsWith(".pending/") && parts.size() > 3);
+            if (item && parts.last() != "record") continue;
+            const bool folder = mode.startsWith("40");
+            if (mode != (folder ? "40700" : "100600"))
+                problems << root + '/' + rel + ": " + it.value().left(40);
+        }
+    };
+    check(a.home + "/.Salvora3Cache");
+    check(a.home + "/.local/share/Salvora 3");
+    check(a.cache(kShared));
+    return problems;
+}
+
+} // namespace
+
+class TstMultiUser : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir images;
+    bool madeDevDisk = false;
+    Account victim{"sv3victim"};
+    Account attacker{"sv3attacker"};
+    QProcess stealer; // the attacker's stand-in agent, on the socket taken from its real agent
+    QMap<QByteArray, QByteArray> victimCaches;
+    QMap<QByteArray, QMap<QByteArray, QByteArray>> before;
+
+    QMap<QByteArray, QByteArray> cachesOf(const Account &a) const
+    {
+        QMap<QByteArray, QByteArray> all;
+        for (const QByteArray &v : {QByteArray("/"), kShared})
+            for (auto [k, val] : tree(a.cache(v)).asKeyValueRange())
+                // Size records are the daemon's to rewrite whenever it likes.
+                if (!k.endsWith(CommonUtils::kCacheInformationName))
+                    all.insert(a.cache(v) + '/' + k, val);
+        return all;
+    }
+
+    static void removeAccount(const QByteArray &name)
+    {
+        QProcess p;
+        p.start(QStringLiteral("userdel"), {QStringLiteral("--force"), str(name)});
+        p.waitForFinished(30000);
+        p.start(QStringLiteral("groupdel"), {str(name)});
+        p.waitForFinished(30000);
+    }
+
+    bool addAccount(Account &a)
+    {
+        removeAccount(a.name); // left by a run that crashed
+        a.home = "/mnt/home/" + a.name;
+        if (!run(QStringLiteral("useradd"), {"--no-create-home", "--home-dir", str(a.home),
+                                             "--shell", "/bin/sh", "--user-group", str(a.name)}))
+            return false;
+        const passwd *pw = getpwnam(a.name.constData());
+        if (!pw) return false;
+        a.uid = pw->pw_uid;
+        a.gid = pw->pw_gid;
+        // A home as Debian makes it: the account's, open to all for reading.
+        return ::mkdir(a.home.constData(), 0755) == 0 && ::chmod(a.home.constData(), 0755) == 0 &&
+               ::chown(a.home.constData(), a.uid, a.gid) == 0;
+    }
+
+    // The account's settings: protection on, the volumes of `disks` protected; padded with blanks
+    // to `padTo` bytes.
+    bool writeSettings(const Account &a, const QVariantMap &disks, qsizetype padTo = 0)
+    {
+        QJsonObject o;
+        o.insert(QLatin1String(SettingsKeys::PrefsProtectionEnabled), 1);
+        o.insert(QLatin1String(SettingsKeys::PrefsProtectedDisks),
+                 QJsonObject::fromVariantMap(disks));
+        QByteArray json = QJsonDocument(o).toJson();
+        if (padTo > json.size()) json += QByteArray(padTo - json.size(), ' ');
+        const QByteArray file = a.home + "/.config/Salvora/Salvora 3.json";
+        return a.sh("mkdir -p -m 700 ~/.config ~/.config/Salvora") &&
+               TestEnv::writeFile(file, json) && ::chown(file.constData(), a.uid, a.gid) == 0 &&
+               ::chmod(file.constData(), 0600) == 0;
+    }
+
+    // One line to the stand-in agent, one line back: its first word (done, refused, consent,
+    // failed).
+    QByteArray ask(const QByteArray &command)
+    {
+        stealer.write(command + '\n');
+        while (!stealer.canReadLine())
+            if (!stealer.waitForReadyRead(10000)) return "timeout";
+        const QByteArray line = stealer.readLine().trimmed();
+        return line.left(line.indexOf(' '));
+    }
+
+    // Folders at the volume's root that another account may rename to the cache's name: one of
+    // the victim's, an empty one of root's, root's drop folder open to all.
+    const QByteArrayList swapTargets{"victim-dir", "root-empty", "root-drop", "lost+found"};
+    bool makeSwapTargets()
+    {
+        if (TestEnv::exists(kShared + "/victim-dir")) return true;
+        return victim.sh(
+                   "mkdir -m 700 /mnt/shared/victim-dir; echo v > /mnt/shared/victim-dir/v") &&
+               ::mkdir("/mnt/shared/root-empty", 0755) == 0 &&
+               ::mkdir("/mnt/shared/root-drop", 0777) == 0 &&
+               ::chmod("/mnt/shared/root-drop", 01777) == 0;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QString why;
+        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
+        for (const char *p : {"useradd", "setpriv", "dbus-run-session", "trash-put", "mkfifo"})
+            if (!haveProgram(p))
+                QSKIP(qPrintable(QStringLiteral("needs %1").arg(QLatin1String(p))));
+        QVERIFY(
+            run(QStringLiteral("mount"), {"-t", "tmpfs", "-o", "mode=0755", "sv3multi", "/mnt"}));
+        QVERIFY(::mkdir("/mnt/home", 0755) == 0 && ::mkdir(kBin.constData(), 0755) == 0);
+        QVERIFY(addAccount(victim));
+        QVERIFY(addAccount(attacker));
+        QVERIFY(TestEnv::mountExt4Image(images.filePath(QStringLiteral("shared.img")), kSharedUuid,
+                                        str(kShared), 16));
+        QVERIFY(::chmod(kShared.constData(), 0777) == 0);
+        QVERIFY(TestEnv::mountExt4Image(images.filePath(QStringLiteral("rootonly.img")),
+                                        kRootOnlyUuid, str(kRootOnly)));
+        QCOMPARE(TestEnv::modeOf(kRootOnly), mode_t(0755));
+        // What udev gives a desktop: each volume by its UUID, where accounts other than root
+        // learn it. Only in this mount namespace (an empty /dev/disk is made when missing).
+        madeDevDisk = !TestEnv::exists("/dev/disk");
+        QVERIFY(!madeDevDisk || ::mkdir("/dev/disk", 0755) == 0);
+        QVERIFY(run(QStringLiteral("mount"),
+                    {"-t", "tmpfs", "-o", "mode=0755", "sv3disk", "/dev/disk"}));
+        QVERIFY(::mkdir("/dev/disk/by-uuid", 0755) == 0);
+        for (const auto &[mount, uuid] :
+             {std::pair(kShared, kSharedUuid), std::pair(kRootOnly, kRootOnlyUuid)}) {
+            struct stat st{};
+            QVERIFY(::stat(mount.constData(), &st) == 0);
+            const QByteArray node = "/dev/disk/by-uuid/" + uuid.toLower().toLatin1();
+            QVERIFY(::mknod(node.constData(), S_IFBLK | 0600, st.st_dev) == 0);
+        }
+
+        QVERIFY(installExecutable(binary("sv3daemon"), kBin + "/sv3daemon", 04755));
+        for (const char *name : {"sv3daemon-agent", "sv3daemon-fakeagent", "sv3daemon-attacker"})
+            QVERIFY(installExecutable(binary(name), kBin + '/' + name, 0755));
+
+        QVERIFY(writeSettings(victim, {{kSharedUuid, str(kShared)}}));
+        // The attacker lists the root-only volume too, in a 16 MB settings file.
+        QVERIFY(writeSettings(
+            attacker, {{kSharedUuid, str(kShared)}, {kRootOnlyUuid, str(kRootOnly)}}, 16 << 20));
+        QVERIFY2(victim.start(), victim.daemon->output().constData());
+        QVERIFY2(attacker.start(), attacker.daemon->output().constData());
+    }
+
+    void cleanupTestCase()
+    {
+        if (stealer.state() != QProcess::NotRunning) {
+            stealer.write("quit\n");
+            if (!stealer.waitForFinished(5000)) stealer.kill();
+        }
+        victim.stop();
+        attacker.stop();
+        for (const Account *a : {&victim, &attacker})
+            if (a->uid) removeAccount(a->name);
+        if (::umount("/dev/disk") == 0 && madeDevDisk) ::rmdir("/dev/disk");
+    }
+
+    // The root helper of each account keeps root's ids all through (the account can neither
+    // stop nor trace it), and reads nothing of the account's: a 16 MB settings file costs it
+    // nothing.
+    void helperIsRootsAndSmall()
+    {
+        for (const Account *a : {&victim, &attacker}) {
+            QCOMPARE(statusLine(a->helper, "Uid"), QByteArray("0 0 0 0"));
+            const QByteArray u = QByteArray::number(a->uid);
+            QCOMPARE(statusLine(a->agent, "Uid"), u + ' ' + u + ' ' + u + ' ' + u);
+            QVERIFY(::kill(pid_t(a->helper), 0) == 0);
+        }
+        QVERIFY(!attacker.sh("kill -STOP " + QByteArray::number(attacker.helper) + " 2>/dev/null"));
+        const qint64 hwm = statusLine(attacker.helper, "VmHWM").split(' ').value(0).toLongLong();
+        qInfo("attacker's helper VmHWM: %lld kB", hwm);
+        QVERIFY(hwm > 0 && hwm < 16000);
+    }
+
+    // What the victim deletes is kept where only the victim may look: items, origin records and
+    // size records alike.
+    void keptItemsArePrivate_data()
+    {
+        QTest::addColumn<QByteArray>("volume");
+        QTest::addColumn<QByteArray>("folder");
+        QTest::newRow("home") << QByteArray("/") << victim.home + "/private";
+        QTest::newRow("shared volume") << kShared << kShared + "/victim-private";
+    }
+    void keptItemsArePrivate()
+    {
+        QFETCH(QByteArray, volume);
+        QFETCH(QByteArray, folder);
+        QVERIFY(victim.sh("mkdir -m 700 '" + folder + "'; echo secret > '" + folder +
+                          "/secret.txt'; chmod 644 '" + folder + "/secret.txt'"));
+        QVERIFY2(victim.trashAndKeep(volume, folder + "/secret.txt"), victim.said().constData());
+        const QByteArray item = kept(victim.cache(volume), "secret.txt");
+        QCOMPARE(TestEnv::readFile(item), QByteArray("secret\n"));
+        const QByteArray origins = victim.cache(volume) + "/.origins/" + today() + ".jsonl";
+        QCOMPARE(TestEnv::modeOf(origins), mode_t(0600));
+        QVERIFY(TestEnv::readFile(origins).contains("secret.txt"));
+        const QByteArray sizes =
+            victim.cache(volume) + '/' + today() + '/' + CommonUtils::kCacheInformationName;
+        if (TestEnv::exists(sizes)) QCOMPARE(TestEnv::modeOf(sizes), mode_t(0600));
+        QByteArray out;
+        QVERIFY(attacker.run({str(kBin + "/sv3daemon-attacker"), "open", str(item), str(origins),
+                              str(victim.cache(volume))},
+                             &out));
+        QCOMPARE(out, QByteArray("EACCES EACCES EACCES"));
+        // The attacker keeps something there too, for the checks below.
+        QVERIFY(attacker.sh("echo mine > '" + (volume == "/" ? attacker.home : kShared) +
+                            "/attacker-" + QTest::currentDataTag() + ".txt'"));
+        QVERIFY(attacker.trashAndKeep(volume, (volume == "/" ? attacker.home : kShared) +
+                                                  "/attacker-" + QTest::currentDataTag() + ".txt"));
+    }
+
+    // Nothing that others may write anywhere in either home; in what Salvora 3 made, folders
+    // 0700 and records 0600; the volume's shared folder root's and 0711.
+    void modesAfterUse()
+    {
+        for (const Account *a : {&victim, &attacker}) {
+            const QByteArrayList problems = modeProblems(*a);
+            QVERIFY2(problems.isEmpty(), problems.join('\n').constData());
+            for (const char *parent : {"/.local", "/.local/share"}) {
+                const mode_t m = TestEnv::modeOf(a->home + parent);
+                QVERIFY2(m == 0700 || m == 0755, (a->home + parent).constData());
+            }
+            QCOMPARE(TestEnv::modeOf(a->logFile()), mode_t(0600));
+        }
+        struct stat st{};
+        QVERIFY(::lstat((kShared + "/.Salvora3Cache").constData(), &st) == 0);
+        QCOMPARE(st.st_uid, uid_t(0));
+        QCOMPARE(st.st_mode & 07777, mode_t(0711));
+    }
+
+    // The attacker takes the helper's socket from its own agent and asks for everything it may
+    // not have; `rm` by hand fails too. The victim's caches stay exactly as they were.
+    void stolenSocket_data()
+    {
+        QTest::addColumn<QByteArray>("command");
+        QTest::addColumn<QByteArray>("answer");
+        const QByteArray vShared = victim.cache(kShared), vHome = victim.cache("/");
+        const QByteArray day = today();
+        QTest::newRow("create: victim's folder")
+            << "create " + hex(vShared) << QByteArray("refused");
+        QTest::newRow("create: victim's day")
+            << "create " + hex(vShared + '/' + day) << QByteArray("refused");
+        QTest::newRow("create: victim's home")
+            << "create " + hex(victim.home) << QByteArray("refused");
+        QTest::newRow("remove: victim's day")
+            << "remove " + hex(vShared) + ' ' + hex(day) << QByteArray("refused");
+        QTest::newRow("remove: victim's folder") << "remove " + hex(kShared + "/.Salvora3Cache") +
+                                                        ' ' + hex(QByteArray::number(victim.uid))
+                                                 << QByteArray("refused");
+        QTest::newRow("remove: victim's pending")
+            << "remove " + hex(vShared) + ' ' + hex(".pending/" + QByteArray::number(victim.uid))
+            << QByteArray("refused");
+        QTest::newRow("remove: in victim's home cache")
+            << "remove " + hex(vHome) + ' ' + hex(day) << QByteArray("refused");
+        // A root-only volume: only with an administrator's consent.
+        QTest::newRow("create: root-only volume")
+            << "create " + hex(kRootOnly) << QByteArray("consent");
+        QTest::newRow("create: its own") << "create " + hex(kShared) << QByteArray("done");
+        QTest::newRow("rm: victim's day, volume")
+            << "rm " + vShared + '/' + day << QByteArray("failed");
+        QTest::newRow("rm: victim's day, home")
+            << "rm " + vHome + '/' + day << QByteArray("failed");
+        QTest::newRow("rm: victim's folder") << "rm " + vShared << QByteArray("failed");
+    }
+    void stolenSocket()
+    {
+        QFETCH(QByteArray, command);
+        QFETCH(QByteArray, answer);
+        if (stealer.state() == QProcess::NotRunning) {
+            // The victim's processes and the helpers, root's, are out of its reach.
+            for (const qint64 pid : {victim.agent, victim.helper, attacker.helper}) {
+                QByteArray out;
+                QVERIFY(!attacker.run({str(kBin + "/sv3daemon-attacker"), "steal",
+                                       QString::number(pid), "3", "/bin/true"},
+                                      &out));
+                QCOMPARE(out, QByteArray("pidfd_getfd: EPERM"));
+            }
+            victimCaches = cachesOf(victim);
+            QVERIFY(!victimCaches.isEmpty());
+            const QByteArray fd = argumentOf(attacker.agent, "privileged-fd");
+            QVERIFY(!fd.isEmpty());
+            stealer.setProcessEnvironment(attacker.env());
+            stealer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            stealer.start(QStringLiteral("setpriv"),
+                          attacker.as()
+                              << str(kBin + "/sv3daemon-attacker") << "steal"
+                              << QString::number(attacker.agent) << fd
+                              << str(kBin + "/sv3daemon-fakeagent")
+                              << QStringLiteral("--privileged-pid=%1").arg(attacker.helper));
+            QVERIFY(stealer.waitForStarted(5000));
+            QVERIFY(stealer.waitForReadyRead(10000));
+            QCOMPARE(stealer.readLine().trimmed(), QByteArray("fakeagent ready"));
+        }
+        if (command.startsWith("rm ")) {
+            QCOMPARE(attacker.run({"rm", "-rf", str(command.mid(3))}) ? QByteArray("done")
+                                                                      : QByteArray("failed"),
+                     answer);
+        } else {
+            QCOMPARE(ask(command), answer);
+        }
+        QCOMPARE(cachesOf(victim), victimCaches);
+        QVERIFY(!TestEnv::exists(kRootOnly + "/.Salvora3Cache"));
+    }
+
+    // The attacker moves root's shared folder aside and puts another folder in its place, asks
+    // its helper for its own folder there, and the victim trashes something there. Neither agent
+    // nor helper uses or changes that folder.
+    void foreignFolderAtCacheName_data()
+    {
+        QTest::addColumn<QByteArray>("folder");
+        for (const QByteArray &t : swapTargets.first(3))
+            QTest::newRow(t.constData()) << t;
+    }
+    void foreignFolderAtCacheName()
+    {
+        QFETCH(QByteArray, folder);
+        QVERIFY(makeSwapTargets());
+        const auto targetBefore = tree(kShared + '/' + folder);
+        QVERIFY(attacker.sh("cd /mnt/shared; mv .Salvora3Cache .real; mv " + folder +
+                            " .Salvora3Cache"));
+        auto restore = qScopeGuard([&] {
+            attacker.sh("cd /mnt/shared; mv .Salvora3Cache " + folder +
+                        "; mv .real .Salvora3Cache");
+        });
+        const QByteArray file = kShared + "/victim-private/at-" + folder + ".txt";
+        // The attacker's helper is asked for the attacker's folder there.
+        QVERIFY(stealer.state() == QProcess::Running);
+        QCOMPARE(ask("create " + hex(kShared)), QByteArray("refused"));
+        const int mark = victim.daemon->shadowsTaken();
+        QVERIFY(victim.sh("echo x > " + file + "; trash-put " + file));
+        // Its agent says it cannot keep the item (or has shadowed it somewhere).
+        QTRY_VERIFY2_WITH_TIMEOUT(TestEnv::readFile(victim.logFile()).contains(file) ||
+                                      victim.daemon->shadowsTaken() > mark,
+                                  victim.said().constData(), 10000);
+        restore.dismiss();
+        QVERIFY(attacker.sh("cd /mnt/shared; mv .Salvora3Cache " + folder +
+                            "; mv .real .Salvora3Cache"));
+        QCOMPARE(tree(kShared + '/' + folder), targetBefore);
+    }
+
+    // The attacker swaps the volume's shared folder (which it may rename: the volume's root is
+    // open to all) with folders of the victim's and of root's, and moves it away so that a new
+    // one is made, while its helper makes the attacker's folder as fast as it is asked to.
+    // No folder of the victim or of root changes in any way.
+    void renameExchangeRace()
+    {
+        QVERIFY(stealer.state() == QProcess::Running);
+        QVERIFY(makeSwapTargets());
+        const QByteArrayList &targets = swapTargets;
+        QMap<QByteArray, QMap<QByteArray, QByteArray>> targetsBefore;
+        for (const QByteArray &t : targets)
+            targetsBefore.insert(t, tree(kShared + '/' + t));
+        // Items the victim trashed above, while its cache was out of reach, may still be
+        // shadowed into its pending area meanwhile, and size records rewritten; the rest of its
+        // cache stays as it is.
+        const auto keptPart = [&] {
+            auto t = tree(victim.cache(kShared));
+            t.removeIf([](auto it) {
+                return it.key().startsWith(".pending/") ||
+                       it.key().endsWith(CommonUtils::kCacheInformationName);
+            });
+            return t;
+        };
+        const auto victimBefore = keptPart();
+        struct stat shared{};
+        QVERIFY(::lstat((kShared + "/.Salvora3Cache").constData(), &shared) == 0);
+        QTest::qWait(1100); // nothing above passes for a folder the helper has just made
+
+        QProcess racer;
+        racer.setProcessEnvironment(attacker.env());
+        QStringList args = attacker.as();
+        args << str(kBin + "/sv3daemon-attacker") << "race" << str(kShared)
+             << QString::number(kRaceSeconds) << ".Salvora3Cache";
+        for (const QByteArray &t : targets)
+            args << str(t);
+        racer.start(QStringLiteral("setpriv"), args);
+        QVERIFY(racer.waitForStarted(5000));
+        QMap<QByteArray, int> answers;
+        for (int i = 0; racer.state() != QProcess::NotRunning; ++i) {
+            ++answers[ask("create " + hex(kShared))];
+            // The helper logs each request on the daemon's output: keep its pipe flowing.
+            if (i % 32 == 0) {
+                QCoreApplication::processEvents();
+                attacker.daemon->output();
+            }
+        }
+        racer.waitForFinished(5000);
+        const QByteArray result = racer.readAllStandardOutput().trimmed();
+        QByteArray counts;
+        for (auto [answer, n] : answers.asKeyValueRange())
+            counts += ' ' + answer + ' ' + QByteArray::number(n);
+        qInfo("race: %s; helper answers:%s", result.constData(), counts.constData());
+        QVERIFY(result.startsWith("swaps=") && !result.startsWith("swaps=0 "));
+        QVERIFY(answers.value("done") > 0 && answers.value("refused") > 0);
+        QVERIFY(!answers.contains("timeout"));
+
+        for (const QByteArray &t : targets)
+            QCOMPARE(tree(kShared + '/' + t), targetsBefore.value(t));
+        QCOMPARE(keptPart(), victimBefore);
+        const QByteArrayList problems = modeProblems(victim);
+        QVERIFY2(problems.isEmpty(), problems.join('\n').constData());
+        struct stat after{};
+        QVERIFY(::lstat((kShared + "/.Salvora3Cache").constData(), &after) == 0);
+        QCOMPARE(after.st_ino, shared.st_ino);
+        QCOMPARE(after.st_mode & 07777, mode_t(0711));
+        // Every folder the helper made in the race is root's and closed, or the attacker's own.
+        for (const QByteArray &name : tree(kShared).keys()) {
+            if (!name.startsWith(".made-") || name.contains('/')) continue;
+            struct stat st{};
+            QVERIFY(::lstat((kShared + '/' + name).constData(), &st) == 0);
+            QVERIFY2((st.st_uid == 0 && (st.st_mode & 022) == 0) || st.st_uid == attacker.uid,
+                     name.constData());
+        }
+    }
+
+    // Caches and log folders that an earlier version left open to all (0777), with things the
+    // other account planted in them: links to the account's own files and folders, and FIFOs.
+    // Each daemon starts again, closes what is its own and keeps a new item; nothing planted is
+    // followed or waited on.
+    void plantedLinksAndFifos()
+    {
+        QCOMPARE(victim.stop() >= 0, true);
+        QCOMPARE(attacker.stop() >= 0, true);
+        const QByteArray day = today(), info = CommonUtils::kCacheInformationName;
+        for (const Account *a : {&victim, &attacker}) {
+            // As root, what the earlier version did as the account: folders open to all.
+            QVERIFY(a->sh("mkdir -p ~/docs ~/.Salvora3Cache/" + day +
+                          " ~/.Salvora3Cache/.origins;"
+                          "echo notes > ~/notes.txt; echo doc > ~/docs/doc.txt; chmod 755 ~/docs"));
+            for (const char *f : {"/.local", "/.local/share", "/.local/share/Salvora 3",
+                                  "/.Salvora3Cache", "/.Salvora3Cache/.origins"})
+                QVERIFY(::chmod((a->home + f).constData(), 0777) == 0);
+            QVERIFY(::chmod((a->home + "/.Salvora3Cache/" + day).constData(), 0777) == 0);
+            for (const char *target : {"/notes.txt", "/docs"})
+                before.insert(a->name + target, tree(a->home + target));
+        }
+        const QByteArray v = victim.home, at = attacker.home;
+        // The victim's log and origin folder are links to the victim's own things; its size
+        // record is a FIFO.
+        QVERIFY(attacker.sh("cd '" + v +
+                            "/.local/share/Salvora 3'; rm -f 'Salvora 3 Log.txt';"
+                            "ln -s " +
+                            v + "/notes.txt 'Salvora 3 Log.txt'; cd " + v +
+                            "/.Salvora3Cache; mv .origins .origins-old; ln -s " + v +
+                            "/docs .origins;"
+                            "rm -f " +
+                            day + '/' + info + "; mkfifo " + day + '/' + info));
+        // The attacker's log and origin record are FIFOs; its size record links to its notes.
+        QVERIFY(victim.sh("cd '" + at +
+                          "/.local/share/Salvora 3'; rm -f 'Salvora 3 Log.txt';"
+                          "mkfifo 'Salvora 3 Log.txt'; cd " +
+                          at + "/.Salvora3Cache; rm -f .origins/" + day +
+                          ".jsonl; mkfifo .origins/" + day + ".jsonl; rm -f " + day + '/' + info +
+                          "; ln -s " + at + "/notes.txt " + day + '/' + info));
+
+        for (Account *a : {&victim, &attacker}) {
+            QVERIFY2(a->start(), a->daemon->output().constData());
+            QVERIFY(a->sh("echo again > ~/again.txt"));
+            const int mark = a->daemon->shadowsTaken();
+            QVERIFY(a->run({"trash-put", str(a->home + "/again.txt")}));
+            QVERIFY2(a->daemon->waitForShadows(mark + 1), a->said().constData());
+            QVERIFY(a->run({"trash-empty", "--trash-dir=" + str(a->trash("/"))}));
+            // Kept, or (while its origin cannot be recorded) kept aside and tried again, and
+            // said so: never lost.
+            QTRY_VERIFY2_WITH_TIMEOUT(
+                TestEnv::readFile(a->logFile()).contains(a->home + "/again.txt"),
+                a->said().constData(), 10000);
+            const QByteArray pending = a->cache("/") + "/.pending/" + QByteArray::number(a->uid);
+            QVERIFY2(!kept(a->cache("/"), "again.txt").isEmpty() || tree(pending).size() > 1,
+                     a->said().constData());
+            for (const char *f :
+                 {"/.local", "/.local/share", "/.local/share/Salvora 3", "/.Salvora3Cache"})
+                QVERIFY2((TestEnv::modeOf(a->home + f) & 022) == 0, (a->home + f).constData());
+            // What stood at the log's name was replaced by the log, not written through.
+            struct stat st{};
+            QVERIFY(::lstat(a->logFile().constData(), &st) == 0 && S_ISREG(st.st_mode) &&
+                    (st.st_mode & 07777) == 0600 && st.st_uid == a->uid);
+        }
+    }
+    void plantsNotFollowed_data()
+    {
+        QTest::addColumn<QByteArray>("target");
+        QTest::newRow("victim: log -> notes") << victim.name + "/notes.txt";
+        QTest::newRow("victim: .origins -> docs") << victim.name + "/docs";
+        QTest::newRow("attacker: size record -> notes") << attacker.name + "/notes.txt";
+    }
+    void plantsNotFollowed()
+    {
+        QFETCH(QByteArray, target);
+        QVERIFY(before.contains(target));
+        QCOMPARE(tree("/mnt/home/" + target), before.value(target));
+    }
+
+    // Neither FIFO planted as its log, origin record or size record holds a daemon: each ends
+    // within 2 s of SIGTERM.
+    void endsOnSigterm_data()
+    {
+        QTest::addColumn<int>("which");
+        QTest::newRow("victim (size record FIFO)") << 0;
+        QTest::newRow("attacker (log and origin record FIFOs)") << 1;
+    }
+    void endsOnSigterm()
+    {
+        QFETCH(int, which);
+        Account &a = which == 0 ? victim : attacker;
+        QVERIFY(a.daemon && a.daemon->isRunning());
+        const qint64 ms = a.stop();
+        qInfo("%s's daemon ended %lld ms after SIGTERM", a.name.constData(), ms);
+        QVERIFY(ms >= 0 && ms < 2000);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstMultiUser)
+#include "tst_multiuser.moc"
