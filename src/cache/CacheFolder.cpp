@@ -79,9 +79,6 @@ int openVolumeCache(const QByteArray &volumePath, bool create, Status *status)
     const bool aloneAtRoot = rst.st_uid == me && (rst.st_mode & kGroupOrOthersWrite) == 0;
     // Root's own shared folder lets the other users through to theirs.
     Fd shared(safefile::openFolder(root.fd, kName, create && aloneAtRoot, me == 0 ? 0711 : 0700));
-    // Root's shared folder lets its users pass through to their own folders, not list it.
-    if (shared.fd < 0 && errno == EACCES)
-        shared.fd = openat(root.fd, kName, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (shared.fd < 0) {
         const int err = errno;
         // Nothing there yet: the daemon makes it, with help where the user may not write.
