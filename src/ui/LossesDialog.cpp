@@ -99,4 +99,6 @@ void LossesDialog::fill()
         rows.append(row);
     }
     mList->addTopLevelItems(rows);
+    mList->resizeColumnToContents(0);
+    mList->resizeColumnToContents(2);
 }
