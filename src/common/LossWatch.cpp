@@ -10,6 +10,7 @@
 #include <fcntl.h>
 
 #include <memory>
+#include <mutex>
 #include <utility>
 
 namespace {
@@ -90,15 +91,28 @@ void LossWatch::read()
         mReadAgain = true;
         return;
     }
-    // The result belongs to the thread as much as to this object: either may go first.
-    auto result = std::make_shared<QList<Losses::Loss>>();
+    // The result belongs to the thread as much as to this object: either may go first. Its lock
+    // orders the thread's writes before the reads here where sanitizers can see it.
+    struct Result
+    {
+        std::mutex lock;
+        QList<Losses::Loss> losses;
+    };
+    auto result = std::make_shared<Result>();
     const qsizetype mark = std::exchange(mMarkShown, -1);
     mReader = QThread::create([result, mark] {
         if (mark >= 0) Losses::markSeen(mark);
-        *result = Losses::unseen();
+        QList<Losses::Loss> losses = Losses::unseen();
+        std::lock_guard lock(result->lock);
+        result->losses = std::move(losses);
     });
     mReader->setParent(this);
-    connect(mReader, &QThread::finished, this, [this, result] { readDone(std::move(*result)); });
+    connect(mReader, &QThread::finished, this, [this, result] {
+        std::unique_lock lock(result->lock);
+        QList<Losses::Loss> losses = std::move(result->losses);
+        lock.unlock();
+        readDone(std::move(losses));
+    });
     mReader->start(QThread::LowPriority);
 }
 

@@ -4,6 +4,7 @@
 #include <QThread>
 
 #include <memory>
+#include <mutex>
 
 IncompleteLookup::IncompleteLookup(QObject *parent) : QObject(parent) {}
 
@@ -46,14 +47,28 @@ void IncompleteLookup::readNext()
 {
     if (mReader || mToRead.isEmpty()) return;
     const QByteArray day = mToRead.takeFirst();
-    auto result = std::make_shared<IncompleteItems::DayMap>();
-    mReader = QThread::create([day, result] { *result = IncompleteItems::ofDay(day); });
+    // Shared with the thread, which may outlive this object; the lock orders its writes before
+    // the reads here where sanitizers can see it.
+    struct Result
+    {
+        std::mutex lock;
+        IncompleteItems::DayMap map;
+    };
+    auto result = std::make_shared<Result>();
+    mReader = QThread::create([day, result] {
+        IncompleteItems::DayMap map = IncompleteItems::ofDay(day);
+        std::lock_guard lock(result->lock);
+        result->map = std::move(map);
+    });
     mReader->setParent(this);
     connect(mReader, &QThread::finished, this, [this, day, result, generation = mGeneration] {
         mReader->deleteLater();
         mReader = nullptr;
         const bool current = generation == mGeneration;
-        if (current) mDays.insert(day, std::move(*result));
+        if (current) {
+            std::lock_guard lock(result->lock);
+            mDays.insert(day, std::move(result->map));
+        }
         readNext();
         if (current) emit loaded();
     });
