@@ -2,8 +2,8 @@
 
 #include "browser/DayTexts.h"
 #include "cache/CacheLayout.h"
-#include "controller/IncompleteLookup.h"
 #include "common/SizeText.h"
+#include "controller/IncompleteLookup.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 #include "volumes/Volumes.h"

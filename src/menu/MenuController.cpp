@@ -1,16 +1,16 @@
 #include "MenuController.h"
 
 #include "cache/SizeRecords.h"
-#include "common/LossWatch.h"
 #include "common/Locations.h"
 #include "common/Log.h"
+#include "common/LossWatch.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
-#include "volumes/MountWatcher.h"
 #include "ui/LossesDialog.h"
+#include "volumes/MountWatcher.h"
 #include "volumes/Volumes.h"
 
 #include <QAction>
@@ -275,8 +275,7 @@ void MenuController::onNotification(const QString &name, const QString &object)
             object == QLatin1String(Notifications::Salvora3DataMovedToCache)) {
             refreshCacheSize();
             mLosses->refresh();
-        }
-        else if (object == QLatin1String(Notifications::Salvora3SettingsDidChange))
+        } else if (object == QLatin1String(Notifications::Salvora3SettingsDidChange))
             readSettings();
     }
 }

@@ -92,8 +92,8 @@ void LossesDialog::fill()
     const QString no = qtTrId("LossesNotKept");
     for (const Losses::Loss &l : losses) {
         const QString path = displayPath(l.path);
-        auto *row = new QTreeWidgetItem(QStringList{
-            locale.toString(l.time, QLocale::ShortFormat), path, l.partly ? inPart : no, l.reason});
+        auto *row = new QTreeWidgetItem(QStringList{locale.toString(l.time, QLocale::ShortFormat),
+                                                    path, l.partly ? inPart : no, l.reason});
         row->setToolTip(1, path);
         row->setToolTip(3, l.reason);
         rows.append(row);

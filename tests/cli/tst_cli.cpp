@@ -249,7 +249,8 @@ private slots:
         const Run json = salvora({"ls", "--json"});
         QCOMPARE(json.status, 0);
         QHash<QString, QJsonObject> items;
-        for (const QJsonValue &v : QJsonDocument::fromJson(json.out).object().value("items").toArray())
+        for (const QJsonValue &v :
+             QJsonDocument::fromJson(json.out).object().value("items").toArray())
             items.insert(v.toObject().value("name").toString(), v.toObject());
         const Run plain = salvora({"ls"});
         for (const Expected &e : table) {
@@ -267,13 +268,17 @@ private slots:
     void statusListsLossesUntilSeen()
     {
         const QDateTime when(QDate(2026, 3, 1), QTime(9, 0));
-        QVERIFY(Losses::record({when, "/home/u/big.iso", QStringLiteral("no space left on the disk"), false}));
-        QVERIFY(Losses::record({when.addSecs(60), "/home/u/caf\xe9", QStringLiteral("kept incomplete: 1 file(s) missing"), true}));
+        QVERIFY(Losses::record(
+            {when, "/home/u/big.iso", QStringLiteral("no space left on the disk"), false}));
+        QVERIFY(Losses::record({when.addSecs(60), "/home/u/caf\xe9",
+                                QStringLiteral("kept incomplete: 1 file(s) missing"), true}));
         Run r = salvora({"status", "--json"});
         QCOMPARE(r.status, 0);
-        const QJsonArray notKept = QJsonDocument::fromJson(r.out).object().value("notKept").toArray();
+        const QJsonArray notKept =
+            QJsonDocument::fromJson(r.out).object().value("notKept").toArray();
         QCOMPARE(notKept.size(), 2);
-        QCOMPARE(notKept[0].toObject().value("reason").toString(), QStringLiteral("no space left on the disk"));
+        QCOMPARE(notKept[0].toObject().value("reason").toString(),
+                 QStringLiteral("no space left on the disk"));
         QVERIFY(notKept[1].toObject().value("partly").toBool());
         QVERIFY(r.out.contains(CliIo::jsonString("/home/u/caf\xe9")));
         r = salvora({"status", "--seen"});

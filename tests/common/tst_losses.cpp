@@ -17,7 +17,8 @@ class TstLosses : public QObject
     QByteArray pathOf(int i) { return "/home/u/f" + QByteArray::number(i); }
     void record(int i, bool partly = false)
     {
-        QVERIFY(Losses::record({base.addSecs(60 * i), pathOf(i), QStringLiteral("no space"), partly}));
+        QVERIFY(
+            Losses::record({base.addSecs(60 * i), pathOf(i), QStringLiteral("no space"), partly}));
     }
 
 private slots:
@@ -30,7 +31,8 @@ private slots:
         QCOMPARE(Losses::summary().count, 0);
         QVERIFY(Losses::summaryText(Losses::summary()).isEmpty());
         const QByteArray odd = "/home/u/caf\xe9\nreport.pdf";
-        QVERIFY(Losses::record({base, odd, QStringLiteral("kept incomplete: 2 file(s) missing"), true}));
+        QVERIFY(Losses::record(
+            {base, odd, QStringLiteral("kept incomplete: 2 file(s) missing"), true}));
         const QList<Losses::Loss> all = Losses::unseen();
         QCOMPARE(all.size(), 1);
         QCOMPARE(all[0].path, odd); // bytes, not their display

@@ -15,10 +15,10 @@
 #include "common/Texts.h"
 #include "controller/RemovalQueue.h"
 #include "controller/RestoreActions.h"
-#include "ui/ProgressArea.h"
-#include "ui/PreferencesSheet.h"
 #include "ui/LossesDialog.h"
+#include "ui/PreferencesSheet.h"
 #include "ui/PreviewPanel.h"
+#include "ui/ProgressArea.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 #include "ui_PreferencesSheet.h"
@@ -610,10 +610,10 @@ private slots:
         QTest::addColumn<QByteArray>("name");
         QTest::addColumn<QString>("tip"); // empty: shown as a whole item
         const CacheCommit::Completeness files{false, 2, 0}, both{false, 1, 1500};
-        QTest::newRow("files missing") << QByteArray("report (incomplete).pdf")
-                                       << IncompleteItems::describe(files);
-        QTest::newRow("bytes too") << QByteArray("photos (incomplete)")
-                                   << IncompleteItems::describe(both);
+        QTest::newRow("files missing")
+            << QByteArray("report (incomplete).pdf") << IncompleteItems::describe(files);
+        QTest::newRow("bytes too")
+            << QByteArray("photos (incomplete)") << IncompleteItems::describe(both);
         QTest::newRow("whole") << QByteArray("whole.txt") << QString();
         QTest::newRow("name alone") << QByteArray("decoy (incomplete).txt") << QString();
     }

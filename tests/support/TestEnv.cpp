@@ -79,9 +79,8 @@ QByteArray TestEnv::keep(const QByteArray &cache, const QByteArray &day, const Q
     if (!makeFolders(cache) || !writeFile(from + '/' + name, "kept")) return {};
     const int src = ::open(from.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const int dst = ::open(cache.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const CacheCommit::Result r =
-        CacheCommit::moveIntoFolder(src, name, dst, cache, day, time, name,
-                                    homeBytes() + "/docs/" + name, completeness);
+    const CacheCommit::Result r = CacheCommit::moveIntoFolder(
+        src, name, dst, cache, day, time, name, homeBytes() + "/docs/" + name, completeness);
     ::close(src);
     ::close(dst);
     return r.cachedPath;
