@@ -334,7 +334,7 @@ int status(int argc, char **argv)
                 << CliIo::jsonText(losses[i].reason) << ", \"partly\": " << (losses[i].partly ? "true" : "false")
                 << "}";
         out << "]}\n";
-        if (a.flag("--seen")) Losses::markSeen();
+        if (a.flag("--seen")) Losses::markSeen(losses.size());
         return 0;
     }
     out << "protection: " << state << '\n' << "protected volumes: " << volumes.join(QStringLiteral(", ")) << '\n'
@@ -350,7 +350,7 @@ int status(int argc, char **argv)
                 << CliIo::terminalText(l.path) << ": " << l.reason << '\n';
         if (!a.flag("--seen")) out << "(salvora status --seen stops listing them)\n";
     }
-    if (a.flag("--seen")) Losses::markSeen();
+    if (a.flag("--seen")) Losses::markSeen(losses.size());
     return 0;
 }
 
