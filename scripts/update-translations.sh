@@ -13,8 +13,17 @@ path = sys.argv[1]
 tree = ET.parse(path)
 for m in tree.iter('message'):
     t = m.find('translation')
-    t.text = m.findtext('source')
+    source = m.findtext('source')
     t.attrib.pop('type', None)
+    if m.get('numerus') == 'yes':
+        # English has two forms, written in the source as "%n item(s)".
+        for f in list(t):
+            t.remove(f)
+        t.text = None
+        for form in (source.replace('(s)', ''), source.replace('(s)', 's')):
+            ET.SubElement(t, 'numerusform').text = form
+    else:
+        t.text = source
 with open(path, 'wb') as f:
     f.write(b'<?xml version="1.0" encoding="utf-8"?>\n<!DOCTYPE TS>\n')
     tree.write(f, encoding='utf-8')

@@ -6,6 +6,7 @@
 #include "browser/ContentsScan.h"
 #include "browser/ContentsSort.h"
 #include "browser/DayTexts.h"
+#include "browser/IncompleteItems.h"
 #include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
 #include "cache/DayList.h"
@@ -176,6 +177,7 @@ int ls(int argc, char **argv)
     ContentsSort::sortParallel(items, code);
 
     const bool json = a.flag("--json");
+    const QHash<qsizetype, CacheCommit::Completeness> incomplete = IncompleteItems::inList(items);
     // Everything that depends only on the time folder is made once per folder.
     struct FolderText
     {
@@ -223,7 +225,15 @@ int ls(int argc, char **argv)
                 out += f.time;
                 out += "\", \"cachingTime\": \"";
                 out += f.caching;
-                out += "\"}";
+                if (const auto part = incomplete.constFind(i); part != incomplete.cend()) {
+                    out += "\", \"incomplete\": true, \"missingFiles\": ";
+                    out += std::to_string(part->missingFiles);
+                    out += ", \"missingBytes\": ";
+                    out += std::to_string(part->missingBytes);
+                    out += "}";
+                } else {
+                    out += "\", \"incomplete\": false}";
+                }
             } else {
                 CliIo::appendTerminalText(name, items.name(r));
                 out += name;
@@ -234,6 +244,8 @@ int ls(int argc, char **argv)
                 out += '\t';
                 out += f.path;
                 out += name;
+                if (incomplete.contains(i))
+                    out += "\t(incomplete)";
                 out += '\n';
             }
         }
@@ -322,7 +334,7 @@ int status(int argc, char **argv)
                 << CliIo::jsonText(losses[i].reason) << ", \"partly\": " << (losses[i].partly ? "true" : "false")
                 << "}";
         out << "]}\n";
-        if (a.flag("--seen")) Losses::markSeen();
+        if (a.flag("--seen")) Losses::markSeen(losses.size());
         return 0;
     }
     out << "protection: " << state << '\n' << "protected volumes: " << volumes.join(QStringLiteral(", ")) << '\n'
@@ -338,7 +350,7 @@ int status(int argc, char **argv)
                 << CliIo::terminalText(l.path) << ": " << l.reason << '\n';
         if (!a.flag("--seen")) out << "(salvora status --seen stops listing them)\n";
     }
-    if (a.flag("--seen")) Losses::markSeen();
+    if (a.flag("--seen")) Losses::markSeen(losses.size());
     return 0;
 }
 

@@ -26,8 +26,9 @@ const Command kCommands[] = {
     {"ls", Commands::ls, "ls [-v N] [-d DAY]... [-t TIMEFOLDER] [-s TEXT] [--sort name|time] [-r] [--no-sizes]\n     [--json]",
      "The items of the given days (default: all days), or of one time folder, whose own names\n"
      "contain TEXT (ignoring case), sorted as the window sorts them. Each row: name, size (empty\n"
-     "for folders), caching time, full path. --no-sizes leaves sizes out (null in JSON), which\n"
-     "spares a file-system call per file."},
+     "for folders), caching time, full path, and \"(incomplete)\" for an item kept only in part\n"
+     "(JSON: incomplete, missingFiles, missingBytes). --no-sizes leaves sizes out (null in JSON),\n"
+     "which spares a file-system call per file."},
     {"size", Commands::size, "size PATH [--json]", "The recursive size of a cached folder."},
     {"restore", Commands::restore, "restore ITEM... --to DIR | --to-original [--json]",
      "Copies items out of the cache into DIR, or back where they were deleted from when the\n"

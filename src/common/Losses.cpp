@@ -8,8 +8,11 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocale>
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -19,6 +22,7 @@ namespace {
 
 constexpr char kFileName[] = "Salvora 3 Not Kept.jsonl";
 constexpr char kSeenName[] = "Salvora 3 Not Kept (seen).jsonl";
+constexpr char kMarkingName[] = "Salvora 3 Not Kept (marking).jsonl";
 constexpr std::size_t kReadLimit = 16u << 20;
 constexpr char kTimeFormat[] = "yyyy-MM-dd HH:mm:ss";
 
@@ -84,14 +88,48 @@ Summary summary()
     const QList<Loss> all = unseen();
     Summary s;
     s.count = all.size();
-    if (!all.isEmpty()) s.since = all.first().time;
+    // Losses put back by markSeen(shown) follow newer ones: the oldest is not always the first.
+    for (const Loss &l : all)
+        if (!s.since.isValid() || (l.time.isValid() && l.time < s.since)) s.since = l.time;
     return s;
 }
 
 void markSeen()
 {
+    markSeen(-1);
+}
+
+void markSeen(qsizetype shown)
+{
     UniqueFd dir(openFolder());
-    if (dir.fd >= 0) renameat(dir.fd, kFileName, dir.fd, kSeenName);
+    if (dir.fd < 0) return;
+    if (shown < 0) {
+        renameat(dir.fd, kFileName, dir.fd, kSeenName);
+        return;
+    }
+    // Taken aside first, so that the daemon's next record starts a new file; whatever came after
+    // the losses the user saw goes back to it.
+    if (renameat(dir.fd, kFileName, dir.fd, kMarkingName) != 0) return;
+    const safefile::ReadResult file = safefile::readRegular(dir.fd, kMarkingName, kReadLimit);
+    std::string rest;
+    qsizetype counted = 0;
+    for (const QByteArray &line : QByteArray::fromStdString(file.data).split('\n')) {
+        if (QJsonDocument::fromJson(line).object().isEmpty()) continue;
+        if (++counted > shown) rest += line.toStdString() + '\n';
+    }
+    if (!rest.empty() && safefile::appendRecord(dir.fd, kFileName, rest, 0600) != 0) {
+        // Better shown twice than never: all of it stays unseen.
+        if (renameat2(dir.fd, kMarkingName, dir.fd, kFileName, RENAME_NOREPLACE) == 0) return;
+    }
+    renameat(dir.fd, kMarkingName, dir.fd, kSeenName);
+}
+
+QString summaryText(const Summary &summary)
+{
+    if (summary.count <= 0) return {};
+    //% "%n item(s) could not be kept since %1"
+    return qtTrId("LossesSince", int(std::min<qsizetype>(summary.count, INT_MAX)))
+        .arg(QLocale().toString(summary.since, QLocale::ShortFormat));
 }
 
 } // namespace Losses

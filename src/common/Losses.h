@@ -31,6 +31,10 @@ struct Summary
 Summary summary();
 // The user has seen them: they no longer count (they stay readable in the log).
 void markSeen();
+// Only the first `shown` of them, as unseen() listed them: a loss recorded since stays unseen.
+void markSeen(qsizetype shown);
 QString filePath();
+// "N items could not be kept since DATE", translated; empty when there is none.
+QString summaryText(const Summary &summary);
 
 } // namespace Losses

@@ -27,7 +27,13 @@
 #include <memory>
 #include <optional>
 
+namespace CacheCommit {
+struct Completeness;
+}
 class ContentsScanJob;
+class IncompleteLookup;
+class LossWatch;
+class LossesDialog;
 class MessageBoxPresenter;
 class ProgressArea;
 class RemovalQueue;
@@ -100,6 +106,9 @@ public:
     void aboutWindow() override;
     void showHelp() override;
     void enableToolBarItem(const QString &identifier, bool enable);
+    // Items that could not be kept: a line under the status with their list (LossesStatus.cpp).
+    void updateLossesInfo();
+    void showLosses();
 
     // Table display (Tables.cpp).
     int numberOfRowsInTableView(const TableModel *table) override;
@@ -178,6 +187,11 @@ public:
     QToolButton *mShowHelpButton = nullptr;
     QLabel *mProtectionInfos = nullptr;
     QLabel *mProtectionInfosMore = nullptr;
+    QLabel *mLossesInfo = nullptr;
+    LossesDialog *mLossesDialog = nullptr;
+    LossWatch *mLossWatch = nullptr;
+    // Which contents rows were kept only in part.
+    IncompleteLookup *mIncomplete = nullptr;
     QLineEdit *mSearchString = nullptr;
     QComboBox *mSelectedVolumeMenu = nullptr;
     QLabel *mCacheInfos = nullptr;
@@ -249,6 +263,7 @@ private:
     void createToolbar();
     void setUpTables();
     void registerObservers();
+    void watchLosses();
     void connectActions();
     void setUpProgress();
     void progressChanged();
@@ -264,6 +279,7 @@ private:
     QVariant contentsCell(int row, const QString &column, int role);
     void readItemAttributes(qsizetype row);
     QIcon iconForItem(qsizetype row);
+    const CacheCommit::Completeness *incompleteOf(qsizetype row);
 
     // Texts with a colour that follows the theme: remembered, so a theme change re-colours them.
     void setText(QLabel *label, const QString &text, QColor (*color)() = nullptr);

@@ -3,6 +3,7 @@
 #include "browser/ContentsSort.h"
 #include "cache/CacheLayout.h"
 #include "controller/ContentsScanJob.h"
+#include "controller/IncompleteLookup.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 
@@ -24,6 +25,7 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
     }
 
     mContents = CacheItems();
+    if (mIncomplete) mIncomplete->clear();
     mContentsModel->reloadData();
     clickContentsList();
 

@@ -234,6 +234,7 @@ void AppDelegate::registerObservers()
     mMountWatcher = new MountWatcher(this);
     connect(mMountWatcher, &MountWatcher::deviceDidMount, this, &AppDelegate::deviceDidMount);
     connect(mMountWatcher, &MountWatcher::deviceDidUnmount, this, &AppDelegate::deviceDidUnmount);
+    watchLosses();
 }
 
 bool AppDelegate::applicationDidFinishLaunching()

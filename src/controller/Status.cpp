@@ -4,6 +4,7 @@
 #include "cache/CacheFolder.h"
 #include "cache/SizeRecords.h"
 #include "common/Locations.h"
+#include "common/LossWatch.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
@@ -19,6 +20,8 @@
 
 void AppDelegate::updateStatusInfos()
 {
+    // Whatever made the status change may have cost an item too; the watch reads only on change.
+    if (mLossWatch) mLossWatch->refresh();
     const bool enabled = Settings::integer(SettingsKeys::PrefsProtectionEnabled).value_or(0) != 0;
     if (!enabled) {
         //% "Protection is off."

@@ -3,6 +3,7 @@
 #include "browser/DayTexts.h"
 #include "cache/CacheLayout.h"
 #include "common/SizeText.h"
+#include "controller/IncompleteLookup.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 #include "volumes/Volumes.h"
@@ -119,6 +120,13 @@ QIcon AppDelegate::iconForItem(qsizetype row)
     return icon;
 }
 
+const CacheCommit::Completeness *AppDelegate::incompleteOf(qsizetype row)
+{
+    if (!mIncomplete) return nullptr;
+    const CacheItems::Row &r = mContents.row(row);
+    return mIncomplete->find(mContents.timeFolderPath(r.folder), mContents.name(r));
+}
+
 QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
 {
     const int c = column.size() == 1 ? column[0].unicode() - '0' : 0;
@@ -159,8 +167,16 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
         return iconForItem(row);
     case Qt::TextAlignmentRole:
         return alignment(c == 1 ? Qt::AlignLeading : (c == 2 ? Qt::AlignRight : Qt::AlignHCenter));
-    case Qt::FontRole:
-        return TableModel::fontOfSize(c == 1 ? 13 : (c == 2 ? 12 : 11));
+    case Qt::FontRole: {
+        QFont font = TableModel::fontOfSize(c == 1 ? 13 : (c == 2 ? 12 : 11));
+        // An item kept only in part is in italics, its tip says what is missing.
+        if (c == 1 && incompleteOf(row)) font.setItalic(true);
+        return font;
+    }
+    case Qt::ToolTipRole:
+        if (const CacheCommit::Completeness *part = c == 1 ? incompleteOf(row) : nullptr)
+            return IncompleteItems::describe(*part);
+        return {};
     case Qt::ForegroundRole:
         return c == 1 ? ZEL_Colors::getBlackColor_Adaptable()
                       : ZEL_Colors::getDarkGrayColor_Adaptable();

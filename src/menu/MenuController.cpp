@@ -3,11 +3,13 @@
 #include "cache/SizeRecords.h"
 #include "common/Locations.h"
 #include "common/Log.h"
+#include "common/LossWatch.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
+#include "ui/LossesDialog.h"
 #include "volumes/MountWatcher.h"
 #include "volumes/Volumes.h"
 
@@ -56,12 +58,15 @@ MenuController::Options MenuController::defaultOptions()
 
 MenuController::MenuController(Options options, QObject *parent)
     : QObject(parent), mOptions(std::move(options)), mBus(new NotificationBus(this)),
-      mMounts(new MountWatcher(this)), mMenu(new QMenu)
+      mMounts(new MountWatcher(this)), mMenu(new QMenu), mLosses(new LossWatch(this))
 {
     mStateLine = mMenu->addAction(QString());
     mStateLine->setEnabled(false);
     mSizeLine = mMenu->addAction(QString());
     mSizeLine->setEnabled(false);
+    // Shown only while items that could not be kept are unseen; it opens their list.
+    mLossesLine = mMenu->addAction(QString(), this, &MenuController::showLosses);
+    mLossesLine->setVisible(false);
     mMenu->addSeparator();
     //% "Turn Protection On"
     mProtectionOn =
@@ -82,6 +87,7 @@ MenuController::MenuController(Options options, QObject *parent)
             [this](const QString &name, const QString &object, const QVariantMap &) {
                 onNotification(name, object);
             });
+    connect(mLosses, &LossWatch::changed, this, &MenuController::updateTexts);
     auto volumesChanged = [this] {
         CommonUtils::resetVolumesLists();
         refreshCacheSize();
@@ -100,6 +106,7 @@ MenuController::~MenuController()
             connect(mSizeWorker, &QThread::finished, mSizeWorker, &QObject::deleteLater);
         }
     }
+    delete mLossesDialog;
     delete mTray;
     delete mMenu;
 }
@@ -110,6 +117,7 @@ void MenuController::start()
     // The window's notifications say when the caches changed, which changes the total.
     mBus->observe(QLatin1String(Notifications::Salvora3Notification));
     readSettings();
+    mLosses->start();
 
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         mTray = new QSystemTrayIcon(stateIcon(mProtectionEnabled));
@@ -154,6 +162,11 @@ QString MenuController::sizeText() const
         return qtTrId("MenuSizeUnknown");
     //% "Caches: %1"
     return qtTrId("MenuSize").arg(CommonUtils::getSizeStr(mCacheSize));
+}
+
+QString MenuController::lossesText() const
+{
+    return Losses::summaryText(mLosses->summary());
 }
 
 QString MenuController::statusLine() const
@@ -216,11 +229,16 @@ void MenuController::updateTexts()
 {
     mStateLine->setText(stateText());
     mSizeLine->setText(sizeText());
+    const QString losses = lossesText();
+    mLossesLine->setText(losses);
+    mLossesLine->setVisible(!losses.isEmpty());
     mProtectionOn->setEnabled(!mProtectionEnabled);
     mProtectionOff->setEnabled(mProtectionEnabled);
     if (mTray) {
         mTray->setIcon(stateIcon(mProtectionEnabled));
-        mTray->setToolTip(QStringLiteral("Salvora 3 Menu\n%1\n%2").arg(stateText(), sizeText()));
+        QString tip = QStringLiteral("Salvora 3 Menu\n%1\n%2").arg(stateText(), sizeText());
+        if (!losses.isEmpty()) tip += QLatin1Char('\n') + losses;
+        mTray->setToolTip(tip);
     }
     emit stateChanged();
 }
@@ -236,6 +254,13 @@ void MenuController::showLog()
     QDesktopServices::openUrl(QUrl::fromLocalFile(CommonUtils::logFilePath()));
 }
 
+void MenuController::showLosses()
+{
+    // The companion has no window of its own: the list is a window of its own.
+    if (!mLossesDialog) mLossesDialog = new LossesDialog(mLosses);
+    mLossesDialog->present();
+}
+
 void MenuController::onNotification(const QString &name, const QString &object)
 {
     if (name == QLatin1String(Notifications::Salvora3MenuNotification)) {
@@ -247,9 +272,10 @@ void MenuController::onNotification(const QString &name, const QString &object)
             emit quitRequested();
     } else if (name == QLatin1String(Notifications::Salvora3Notification)) {
         if (object == QLatin1String(Notifications::Salvora3CacheModified) ||
-            object == QLatin1String(Notifications::Salvora3DataMovedToCache))
+            object == QLatin1String(Notifications::Salvora3DataMovedToCache)) {
             refreshCacheSize();
-        else if (object == QLatin1String(Notifications::Salvora3SettingsDidChange))
+            mLosses->refresh();
+        } else if (object == QLatin1String(Notifications::Salvora3SettingsDidChange))
             readSettings();
     }
 }

@@ -3,6 +3,8 @@
 #include <QObject>
 #include <QString>
 
+class LossWatch;
+class LossesDialog;
 class NotificationBus;
 class MountWatcher;
 class QAction;
@@ -36,6 +38,8 @@ public:
     qint64 cacheSize() const { return mCacheSize; }
     QString stateText() const;
     QString sizeText() const;
+    // "N items could not be kept since DATE"; empty when there is none unseen.
+    QString lossesText() const;
     // One line for the log, in English like every log line.
     QString statusLine() const;
     bool trayAvailable() const;
@@ -43,6 +47,10 @@ public:
     QMenu *menu() const { return mMenu; }
     QAction *protectionOnAction() const { return mProtectionOn; }
     QAction *protectionOffAction() const { return mProtectionOff; }
+    QAction *lossesAction() const { return mLossesLine; }
+    LossWatch *lossWatch() const { return mLosses; }
+    // The list of them, once shown.
+    LossesDialog *lossesDialog() const { return mLossesDialog; }
 
 public slots:
     void readSettings();
@@ -50,6 +58,7 @@ public slots:
     void refreshCacheSize();
     void openMainApp();
     void showLog();
+    void showLosses();
 
 signals:
     void stateChanged();
@@ -68,6 +77,9 @@ private:
     QMenu *mMenu = nullptr;
     QAction *mStateLine = nullptr;
     QAction *mSizeLine = nullptr;
+    QAction *mLossesLine = nullptr;
+    LossWatch *mLosses = nullptr;
+    LossesDialog *mLossesDialog = nullptr;
     QAction *mProtectionOn = nullptr;
     QAction *mProtectionOff = nullptr;
     bool mProtectionEnabled = false;

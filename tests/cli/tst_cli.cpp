@@ -1,6 +1,7 @@
 #include "TestEnv.h"
 
 #include "cli/CliIo.h"
+#include "common/Losses.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 
@@ -224,6 +225,68 @@ private slots:
         back = salvora({"restore", "--to-original", cache + "/2024-05-03/2024-05-03 11_30_00/zeta.txt"});
         QCOMPARE(back.status, 1);
         QVERIFY(back.err.contains("no original location"));
+    }
+
+    // Kept in part: marked by their origin record, not by their name alone.
+    void incompleteItems()
+    {
+        const QByteArray day = "2024-05-04", time = "2024-05-04 10_00_00";
+        QVERIFY(!env->keep(cache, day, time, "report.pdf", {false, 2, 300}).isEmpty());
+        QVERIFY(!env->keep(cache, day, time, "notes.txt", {false, 0, 0}).isEmpty());
+        QVERIFY(!env->keep(cache, day, time, "whole.txt").isEmpty());
+        file(day + '/' + time + "/decoy (incomplete).txt"); // no record says so
+        struct Expected
+        {
+            const char *name;
+            bool incomplete;
+            int missingFiles, missingBytes;
+        };
+        const QList<Expected> table{{"report (incomplete).pdf", true, 2, 300},
+                                    {"notes (incomplete).txt", true, 0, 0},
+                                    {"whole.txt", false, 0, 0},
+                                    {"decoy (incomplete).txt", false, 0, 0},
+                                    {"zeta.txt", false, 0, 0}};
+        const Run json = salvora({"ls", "--json"});
+        QCOMPARE(json.status, 0);
+        QHash<QString, QJsonObject> items;
+        for (const QJsonValue &v :
+             QJsonDocument::fromJson(json.out).object().value("items").toArray())
+            items.insert(v.toObject().value("name").toString(), v.toObject());
+        const Run plain = salvora({"ls"});
+        for (const Expected &e : table) {
+            const QJsonObject o = items.value(QLatin1String(e.name));
+            QVERIFY2(!o.isEmpty(), e.name);
+            QCOMPARE(o.value("incomplete").toBool(), e.incomplete);
+            QCOMPARE(o.contains("missingFiles"), e.incomplete);
+            QCOMPARE(o.value("missingFiles").toInt(), e.missingFiles);
+            QCOMPARE(o.value("missingBytes").toInt(), e.missingBytes);
+            const QByteArray line = plain.out.mid(plain.out.indexOf(QByteArray(e.name) + '\t'));
+            QCOMPARE(line.left(line.indexOf('\n')).endsWith("\t(incomplete)"), e.incomplete);
+        }
+    }
+
+    void statusListsLossesUntilSeen()
+    {
+        const QDateTime when(QDate(2026, 3, 1), QTime(9, 0));
+        QVERIFY(Losses::record(
+            {when, "/home/u/big.iso", QStringLiteral("no space left on the disk"), false}));
+        QVERIFY(Losses::record({when.addSecs(60), "/home/u/caf\xe9",
+                                QStringLiteral("kept incomplete: 1 file(s) missing"), true}));
+        Run r = salvora({"status", "--json"});
+        QCOMPARE(r.status, 0);
+        const QJsonArray notKept =
+            QJsonDocument::fromJson(r.out).object().value("notKept").toArray();
+        QCOMPARE(notKept.size(), 2);
+        QCOMPARE(notKept[0].toObject().value("reason").toString(),
+                 QStringLiteral("no space left on the disk"));
+        QVERIFY(notKept[1].toObject().value("partly").toBool());
+        QVERIFY(r.out.contains(CliIo::jsonString("/home/u/caf\xe9")));
+        r = salvora({"status", "--seen"});
+        QVERIFY(r.out.contains("not kept: 2 item(s) since 2026-03-01 09:00\n"));
+        QVERIFY(r.out.contains("/home/u/caf\\xe9: kept incomplete")); // escaped for the terminal
+        r = salvora({"status"});
+        QVERIFY(!r.out.contains("not kept"));
+        QVERIFY(Losses::unseen().isEmpty());
     }
 
     void errors()

@@ -44,7 +44,22 @@ QMap<QString, Message> readTs(const QString &path, QString *error)
                 current.source = xml.readElementText();
             } else if (xml.name() == QLatin1String("translation")) {
                 current.type = xml.attributes().value(QLatin1String("type")).toString();
-                current.translation = xml.readElementText();
+                // A text with a count has one form per plural of the language: each must be
+                // filled in, and the first one stands for all.
+                QString text, firstForm;
+                bool numerus = false;
+                while (!xml.atEnd() && !(xml.readNext() == QXmlStreamReader::EndElement &&
+                                         xml.name() == QLatin1String("translation"))) {
+                    if (xml.isCharacters()) {
+                        text += xml.text();
+                    } else if (xml.isStartElement() && xml.name() == QLatin1String("numerusform")) {
+                        const QString form = xml.readElementText();
+                        if (form.isEmpty()) current.type = QStringLiteral("unfinished");
+                        if (!numerus) firstForm = form;
+                        numerus = true;
+                    }
+                }
+                current.translation = numerus ? firstForm : text;
             }
         } else if (xml.isEndElement() && xml.name() == QLatin1String("message")) {
             messages.insert(id, current);

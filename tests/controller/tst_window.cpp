@@ -1,9 +1,12 @@
 #include "WindowFixture.h"
 
 #include "browser/DayTexts.h"
+#include "browser/IncompleteItems.h"
 #include "cache/CacheLayout.h"
 #include "common/Alerts.h"
 #include "common/Log.h"
+#include "common/LossWatch.h"
+#include "common/Losses.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
@@ -12,9 +15,10 @@
 #include "common/Texts.h"
 #include "controller/RemovalQueue.h"
 #include "controller/RestoreActions.h"
-#include "ui/ProgressArea.h"
+#include "ui/LossesDialog.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/PreviewPanel.h"
+#include "ui/ProgressArea.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 #include "ui_PreferencesSheet.h"
@@ -36,6 +40,7 @@
 #include <QStatusBar>
 #include <QThread>
 #include <QToolButton>
+#include <QTreeWidget>
 
 #include <unistd.h>
 
@@ -562,6 +567,74 @@ private slots:
         QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks)->size(), 3);
         QTRY_COMPARE_WITH_TIMEOUT(c->menuInstalledAt.size(), 2,
                                   2000); // start-up, then confirmation
+    }
+
+    // A loss appears under the status lines by itself (the daemon announces none), lists in
+    // the dialog, and goes once marked seen.
+    void lossesInTheStatusLine()
+    {
+        const QDateTime when(QDate(2026, 3, 1), QTime(9, 0));
+        QVERIFY(Losses::record({when, "/home/u/big.iso", QStringLiteral("no space left"), false}));
+        launch();
+        QTRY_VERIFY_WITH_TIMEOUT(!c->mLossesInfo->isHidden(), 3000);
+        QVERIFY(Losses::record(
+            {when.addSecs(60), "/home/u/a\nb", QStringLiteral("kept incomplete"), true}));
+        QTRY_COMPARE_WITH_TIMEOUT(c->mLossWatch->summary().count, 2, 3000);
+        QVERIFY(c->mLossesInfo->text().contains(Losses::summaryText({2, when}).toHtmlEscaped()));
+        QCOMPARE(textColor(c->mLossesInfo), ZEL_Colors::getRedColor_Adaptable());
+
+        emit c->mLossesInfo->linkActivated(QStringLiteral("losses"));
+        QVERIFY(c->mLossesDialog && c->mLossesDialog->isVisible());
+        QVERIFY(!c->mLossesDialog->isModal());
+        const QTreeWidget *list = c->mLossesDialog->list();
+        QCOMPARE(list->topLevelItemCount(), 2);
+        QCOMPARE(list->topLevelItem(0)->text(1), QStringLiteral("/home/u/big.iso"));
+        QCOMPARE(list->topLevelItem(0)->text(2), qtTrId("LossesNotKept"));
+        // A line feed in a path would break the row: shown replaced.
+        QCOMPARE(list->topLevelItem(1)->text(1), QStringLiteral("/home/u/a\uFFFDb"));
+        QCOMPARE(list->topLevelItem(1)->text(2), qtTrId("LossesKeptInPart"));
+
+        c->mLossesDialog->markSeenButton()->click();
+        QVERIFY(!c->mLossesDialog->isVisible());
+        QVERIFY(c->mLossesInfo->isHidden());
+        QTRY_VERIFY(Losses::unseen().isEmpty());
+        // The next one shows again.
+        QVERIFY(Losses::record({when.addSecs(120), "/home/u/c", QStringLiteral("gone"), false}));
+        QTRY_VERIFY_WITH_TIMEOUT(!c->mLossesInfo->isHidden(), 3000);
+        QTRY_COMPARE(c->mLossWatch->losses().size(), 1);
+    }
+
+    // Items kept in part: italics and a tip that says what is missing; a name alone is no proof.
+    void incompleteItemsMarked_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QString>("tip"); // empty: shown as a whole item
+        const CacheCommit::Completeness files{false, 2, 0}, both{false, 1, 1500};
+        QTest::newRow("files missing")
+            << QByteArray("report (incomplete).pdf") << IncompleteItems::describe(files);
+        QTest::newRow("bytes too")
+            << QByteArray("photos (incomplete)") << IncompleteItems::describe(both);
+        QTest::newRow("whole") << QByteArray("whole.txt") << QString();
+        QTest::newRow("name alone") << QByteArray("decoy (incomplete).txt") << QString();
+    }
+    void incompleteItemsMarked()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(QString, tip);
+        const QByteArray cache = Fixture::cachePath(*env), day = "2024-05-01",
+                         time = "2024-05-01 09_00_00";
+        QVERIFY(!env->keep(cache, day, time, "report.pdf", {false, 2, 0}).isEmpty());
+        QVERIFY(!env->keep(cache, day, time, "photos", {false, 1, 1500}).isEmpty());
+        QVERIFY(!env->keep(cache, day, time, "whole.txt").isEmpty());
+        item("2024-05-01", "09_00_00", "decoy (incomplete).txt");
+        launch();
+        const int row = int(Fixture::names(*c).indexOf(name));
+        QVERIFY(row >= 0);
+        const QModelIndex cell = c->mContentsModel->index(row, 0);
+        c->mContentsModel->data(cell, Qt::ToolTipRole); // asks for the day's records
+        QTRY_COMPARE(c->mContentsModel->data(cell, Qt::ToolTipRole).toString(), tip);
+        QCOMPARE(c->mContentsModel->data(cell, Qt::FontRole).value<QFont>().italic(),
+                 !tip.isEmpty());
     }
 
     void notificationRefreshes()

@@ -5,12 +5,15 @@
 
 #include "MenuController.h"
 #include "common/Log.h"
+#include "common/LossWatch.h"
+#include "common/Losses.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
 #include "common/Texts.h"
+#include "ui/LossesDialog.h"
 
 #include <QAction>
 #include <QApplication>
@@ -18,8 +21,10 @@
 #include <QElapsedTimer>
 #include <QMenu>
 #include <QProcess>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTreeWidget>
 
 #include <sys/stat.h>
 
@@ -130,6 +135,28 @@ private slots:
         QCOMPARE(quit.size(), 0);
         post(Notifications::Salvora3MenuNotification, Notifications::Salvora3MenuMustQuit);
         QTRY_COMPARE(quit.size(), 1);
+    }
+
+    // A line while items that could not be kept are unseen; it opens their list.
+    void lossesLine()
+    {
+        MenuController menu(fakePrograms());
+        menu.start();
+        QVERIFY(!menu.lossesAction()->isVisible());
+        QVERIFY(Losses::record({QDateTime::currentDateTime(), "/home/u/big.iso",
+                                QStringLiteral("no space left"), false}));
+        QTRY_VERIFY_WITH_TIMEOUT(menu.lossesAction()->isVisible(), 3000);
+        QCOMPARE(menu.lossWatch()->summary().count, 1);
+        QCOMPARE(menu.lossesAction()->text(), menu.lossesText());
+        QVERIFY(menu.lossesAction()->isEnabled());
+        QVERIFY(actionTexts(menu.menu()).indexOf(menu.lossesText()) == 2); // under the size
+
+        menu.lossesAction()->trigger();
+        QVERIFY(menu.lossesDialog() && menu.lossesDialog()->isVisible());
+        QCOMPARE(menu.lossesDialog()->list()->topLevelItemCount(), 1);
+        menu.lossesDialog()->markSeenButton()->click();
+        QVERIFY(!menu.lossesAction()->isVisible());
+        QTRY_VERIFY(Losses::unseen().isEmpty());
     }
 
     void startsTheDaemonOnlyWhenNobodyOwnsItsName()

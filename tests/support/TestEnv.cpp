@@ -72,6 +72,20 @@ bool TestEnv::exists(const QByteArray &path)
     return lstat(path.constData(), &st) == 0;
 }
 
+QByteArray TestEnv::keep(const QByteArray &cache, const QByteArray &day, const QByteArray &time,
+                         const QByteArray &name, const CacheCommit::Completeness &completeness)
+{
+    const QByteArray from = homeBytes() + "/.keep";
+    if (!makeFolders(cache) || !writeFile(from + '/' + name, "kept")) return {};
+    const int src = ::open(from.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int dst = ::open(cache.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const CacheCommit::Result r = CacheCommit::moveIntoFolder(
+        src, name, dst, cache, day, time, name, homeBytes() + "/docs/" + name, completeness);
+    ::close(src);
+    ::close(dst);
+    return r.cachedPath;
+}
+
 QByteArray TestEnv::homeBytes() const
 {
     return QFile::encodeName(mDir.path());

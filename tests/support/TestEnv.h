@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cache/CacheCommit.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QTemporaryDir>
@@ -26,6 +28,11 @@ public:
     // Writes bytes to a file, creating its folders.
     static bool writeFile(const QByteArray &path, QByteArrayView content);
     static QByteArray readFile(const QByteArray &path);
+    // Keeps a new file in `cache` as the daemon does (with its origin record), under day
+    // "yyyy-MM-dd" and time "yyyy-MM-dd HH_mm_ss"; an incomplete one takes the marked name.
+    // Returns where it lies, empty on failure.
+    QByteArray keep(const QByteArray &cache, const QByteArray &day, const QByteArray &time,
+                    const QByteArray &name, const CacheCommit::Completeness &completeness = {});
     static bool exists(const QByteArray &path);
     // Permission bits (with set-user-id and sticky) of a path, links not followed; 0 when absent.
     static mode_t modeOf(const QByteArray &path);
