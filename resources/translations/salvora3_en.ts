@@ -487,5 +487,65 @@
         <source>%1: %2</source>
         <translation>%1: %2</translation>
     </message>
+    <message id="IncompleteFilesAndBytes" numerus="yes">
+        <source>Kept in part: %n file(s) and %1 missing</source>
+        <translation><numerusform>Kept in part: %n file and %1 missing</numerusform><numerusform>Kept in part: %n files and %1 missing</numerusform></translation>
+    </message>
+    <message id="IncompleteFiles" numerus="yes">
+        <source>Kept in part: %n file(s) missing</source>
+        <translation><numerusform>Kept in part: %n file missing</numerusform><numerusform>Kept in part: %n files missing</numerusform></translation>
+    </message>
+    <message id="IncompleteBytes">
+        <source>Kept in part: %1 missing</source>
+        <translation>Kept in part: %1 missing</translation>
+    </message>
+    <message id="IncompleteUnknown">
+        <source>Kept in part: some of it could not be saved</source>
+        <translation>Kept in part: some of it could not be saved</translation>
+    </message>
+    <message id="LossesSince" numerus="yes">
+        <source>%n item(s) could not be kept since %1</source>
+        <translation><numerusform>%n item could not be kept since %1</numerusform><numerusform>%n items could not be kept since %1</numerusform></translation>
+    </message>
+    <message id="LossesShow">
+        <source>Show Which…</source>
+        <translation>Show Which…</translation>
+    </message>
+    <message id="LossesTitle">
+        <source>Items Not Kept</source>
+        <translation>Items Not Kept</translation>
+    </message>
+    <message id="LossesColumnTime">
+        <source>Time</source>
+        <translation>Time</translation>
+    </message>
+    <message id="LossesColumnItem">
+        <source>Item</source>
+        <translation>Item</translation>
+    </message>
+    <message id="LossesColumnKept">
+        <source>Kept</source>
+        <translation>Kept</translation>
+    </message>
+    <message id="LossesColumnReason">
+        <source>Reason</source>
+        <translation>Reason</translation>
+    </message>
+    <message id="LossesMarkSeen">
+        <source>Mark as Seen</source>
+        <translation>Mark as Seen</translation>
+    </message>
+    <message id="LossesNone">
+        <source>Every item was kept.</source>
+        <translation>Every item was kept.</translation>
+    </message>
+    <message id="LossesKeptInPart">
+        <source>In part</source>
+        <translation>In part</translation>
+    </message>
+    <message id="LossesNotKept">
+        <source>No</source>
+        <translation>No</translation>
+    </message>
 </context>
 </TS>

@@ -487,5 +487,74 @@
         <source>%1: %2</source>
         <translation>%1 : %2</translation>
     </message>
+    <message id="IncompleteFilesAndBytes" numerus="yes">
+        <source>Kept in part: %n file(s) and %1 missing</source>
+        <translation>
+            <numerusform>Conservé en partie : %n fichier et %1 manquent</numerusform>
+            <numerusform>Conservé en partie : %n fichiers et %1 manquent</numerusform>
+        </translation>
+    </message>
+    <message id="IncompleteFiles" numerus="yes">
+        <source>Kept in part: %n file(s) missing</source>
+        <translation>
+            <numerusform>Conservé en partie : %n fichier manque</numerusform>
+            <numerusform>Conservé en partie : %n fichiers manquent</numerusform>
+        </translation>
+    </message>
+    <message id="IncompleteBytes">
+        <source>Kept in part: %1 missing</source>
+        <translation>Conservé en partie : %1 manquent</translation>
+    </message>
+    <message id="IncompleteUnknown">
+        <source>Kept in part: some of it could not be saved</source>
+        <translation>Conservé en partie : une partie n’a pas pu être sauvée</translation>
+    </message>
+    <message id="LossesSince" numerus="yes">
+        <source>%n item(s) could not be kept since %1</source>
+        <translation>
+            <numerusform>%n élément n’a pas pu être conservé depuis le %1</numerusform>
+            <numerusform>%n éléments n’ont pas pu être conservés depuis le %1</numerusform>
+        </translation>
+    </message>
+    <message id="LossesShow">
+        <source>Show Which…</source>
+        <translation>Voir lesquels…</translation>
+    </message>
+    <message id="LossesTitle">
+        <source>Items Not Kept</source>
+        <translation>Éléments non conservés</translation>
+    </message>
+    <message id="LossesColumnTime">
+        <source>Time</source>
+        <translation>Heure</translation>
+    </message>
+    <message id="LossesColumnItem">
+        <source>Item</source>
+        <translation>Élément</translation>
+    </message>
+    <message id="LossesColumnKept">
+        <source>Kept</source>
+        <translation>Conservé</translation>
+    </message>
+    <message id="LossesColumnReason">
+        <source>Reason</source>
+        <translation>Raison</translation>
+    </message>
+    <message id="LossesMarkSeen">
+        <source>Mark as Seen</source>
+        <translation>Marquer comme vus</translation>
+    </message>
+    <message id="LossesNone">
+        <source>Every item was kept.</source>
+        <translation>Tous les éléments ont été conservés.</translation>
+    </message>
+    <message id="LossesKeptInPart">
+        <source>In part</source>
+        <translation>En partie</translation>
+    </message>
+    <message id="LossesNotKept">
+        <source>No</source>
+        <translation>Non</translation>
+    </message>
 </context>
 </TS>
