@@ -163,6 +163,7 @@ void ShadowWorker::run()
             const auto now = Clock::now();
             const bool ready = std::any_of(mTasks.begin(), mTasks.end(),
                                            [&](const auto &t) { return t->runnable(now); });
+            mBusy = ready || !mSettles.empty() || !mInbox.empty();
             if (!ready && mSettles.empty()) {
                 // Asleep until told something, or until a followed folder is due for a walk.
                 auto until = Clock::time_point::max();
@@ -175,6 +176,7 @@ void ShadowWorker::run()
                     mWake.wait_until(lock, until, woken);
             }
             if (mStop) return;
+            mBusy = true;
             commands.swap(mInbox);
         }
         take(commands);
@@ -425,8 +427,10 @@ BackgroundWorker::BackgroundWorker()
               Job job;
               {
                   std::unique_lock lock(mMutex);
+                  mBusy = !mJobs.empty();
                   mWake.wait(lock, [&] { return mStop || !mJobs.empty(); });
                   if (mStop) return;
+                  mBusy = true;
                   job = std::move(mJobs.front());
                   mJobs.pop_front();
               }
