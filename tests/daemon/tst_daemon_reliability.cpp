@@ -35,7 +35,6 @@ class TstDaemonReliability : public QObject
     Q_OBJECT
     Session *s = nullptr;
     QByteArray home, cache, trash;
-    QByteArray log; // the log when the last check of it was made
 
     // One item as the user had it, and what it must come back as.
     struct Original
@@ -158,7 +157,6 @@ class TstDaemonReliability : public QObject
         return run(QStringLiteral("umount"), {QStringLiteral("-l"), str(path)});
     }
 
-public:
     // Hash of every file below a path ("" for the path itself when it is a file).
     static QMap<QByteArray, QByteArray> digests(const QByteArray &path)
     {
@@ -452,21 +450,21 @@ private slots:
                     .isEmpty(),
             20000);
         QTest::qWait(300);
-        // Checked against the volume's cache.
-        const QByteArray homeCache = std::exchange(cache, volumeCache);
-        const auto back = qScopeGuard([&] { cache = homeCache; });
         const QJsonObject st = status();
         const QByteArray logNow = logContent();
         for (const Original &o : originals) {
-            const QByteArray whole = kept(cache, o.name);
+            const QByteArray whole = kept(volumeCache, o.name);
             if (!whole.isEmpty()) {
                 QVERIFY2(digests(whole) == o.digest, o.name.constData());
-                QVERIFY(originOf(cache, whole) && originOf(cache, whole)->completeness.complete);
+                const auto origin = originOf(volumeCache, whole);
+                QVERIFY(origin && origin->completeness.complete);
                 continue;
             }
-            const QByteArray part = kept(cache, CacheCommit::incompleteName(o.name));
-            if (!part.isEmpty())
-                QVERIFY(originOf(cache, part) && !originOf(cache, part)->completeness.complete);
+            const QByteArray part = kept(volumeCache, CacheCommit::incompleteName(o.name));
+            if (!part.isEmpty()) {
+                const auto origin = originOf(volumeCache, part);
+                QVERIFY(origin && !origin->completeness.complete);
+            }
             // With the true reason.
             QVERIFY2(notKept(st, o.name).contains(QLatin1String("No space left on device")) ||
                          !part.isEmpty(),
