@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 size=${1:-large}
 dir=${SALVORA_BENCH_DIR:-/tmp/salvora-bench}
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_cli salvora bench_window >/dev/null
+cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_cli salvora bench_window bench_agent sv3daemon \
+    sv3daemon-agent >/dev/null
 case $size in
     small) entries=100000 ;;
     large) entries=1000000 ;;
@@ -29,3 +30,6 @@ build/bin/bench_cache "$cache" 3
 build/bin/bench_cli build/bin/salvora "$dir/$size" 3
 # The window, offscreen: scans against find, first rows, event-loop gaps, start-up, memory.
 build/bin/bench_window --cache "$cache" --flat "$flat" --runs 3
+# The daemon's agent on a private session bus: idle CPU, event-loop stalls and SIGTERM-to-exit
+# while it shadows 60,000 files and purges 300 days of 3,000 files.
+dbus-run-session -- build/bin/bench_agent build/bin/sv3daemon "$dir/agent"

@@ -453,6 +453,8 @@ void Agent::onShadowTaken(const ShadowTaken &t)
                               << t.stats.linked << "linked," << t.stats.copied << "copied,"
                               << t.stats.failed << "failed in" << t.ms << "ms";
     if (t.stats.failed > 0) {
+        // Should the item leave before a new walk saves the rest, this is why it was not kept.
+        mShadowFailures.insert(t.record.id, describeErrno(t.stats.firstError));
         mProblems << QStringLiteral("sv3daemon could keep only part of %1 so far: %2 entries "
                                     "failed (%3).")
                          .arg(logText(what))

@@ -106,8 +106,8 @@ void Agent::updateProtectedVolumesData()
 
 void Agent::watchTheLoop()
 {
-    // While work is under way the loop's beat is measured, and for two seconds after; an idle
-    // agent wakes for nothing.
+    // While work is under way (on either worker, however long it takes) the loop's beat is
+    // measured, and for two seconds after; an idle agent wakes for nothing.
     mLastActivity.start();
     if (mLoopTimer && !mLoopTimer->isActive()) {
         mLoopClock.start();
@@ -119,5 +119,8 @@ void Agent::loopBeat()
 {
     const qint64 late = mLoopClock.restart() - mLoopTimer->interval();
     mLongestStallMs = std::max(mLongestStallMs, late);
-    if (mLastActivity.elapsed() > 2000) mLoopTimer->stop();
+    if ((mShadows && mShadows->busy()) || (mBackground && mBackground->busy()))
+        mLastActivity.start();
+    else if (mLastActivity.elapsed() > 2000)
+        mLoopTimer->stop();
 }

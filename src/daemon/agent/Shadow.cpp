@@ -670,10 +670,12 @@ bool Mirror::step(int budget)
     // A copy still under way keeps the walk open.
     if (d->phase == Phase::Done && d->copy) d->phase = Phase::Rescue;
     if (d->phase == Phase::Done && d->gone) {
+        // Only a walk that actually kept a partial copy is incomplete for it: an item saved
+        // whole from what was held is whole.
         for (Partial &p : d->partials)
             renameat2(p.dir.fd, p.tmp.constData(), p.dir.fd, p.name.constData(), RENAME_NOREPLACE);
+        if (!d->partials.empty()) d->keptPartials = true;
         d->partials.clear();
-        d->keptPartials = true;
     }
     return d->phase == Phase::Done;
 }

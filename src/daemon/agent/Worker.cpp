@@ -82,6 +82,14 @@ struct ShadowWorker::Task
     bool follow = false;
     unsigned long long arrival = 0;
     std::shared_ptr<UniqueFd> item; // opened when it arrived: it holds the item till the walk
+    // A folder's descriptor holds the folder, not its files: until its walk has begun, what is
+    // in it is as exposed as an item nothing holds.
+    bool itemIsFolder = false;
+
+    bool exposed() const
+    {
+        return !started && (!(item && item->fd >= 0) || itemIsFolder);
+    }
     bool started = false;
     bool reported = false;
     bool following = false;
@@ -155,6 +163,7 @@ void ShadowWorker::run()
             const auto now = Clock::now();
             const bool ready = std::any_of(mTasks.begin(), mTasks.end(),
                                            [&](const auto &t) { return t->runnable(now); });
+            mBusy = ready || !mSettles.empty() || !mInbox.empty();
             if (!ready && mSettles.empty()) {
                 // Asleep until told something, or until a followed folder is due for a walk.
                 auto until = Clock::time_point::max();
@@ -167,6 +176,7 @@ void ShadowWorker::run()
                     mWake.wait_until(lock, until, woken);
             }
             if (mStop) return;
+            mBusy = true;
             commands.swap(mInbox);
         }
         take(commands);
@@ -191,6 +201,9 @@ void ShadowWorker::take(std::deque<Command> &commands)
             t->record = c.record;
             t->follow = c.follow;
             t->item = c.item;
+            struct stat st{};
+            t->itemIsFolder = t->item && t->item->fd >= 0 && fstat(t->item->fd, &st) == 0 &&
+                              S_ISDIR(st.st_mode);
             t->arrival = ++mArrivals;
             mTasks.push_back(std::move(t));
             break;
@@ -232,19 +245,19 @@ void ShadowWorker::take(std::deque<Command> &commands)
 bool ShadowWorker::racing() const
 {
     return std::any_of(mTasks.begin(), mTasks.end(), [](const auto &t) {
-        return (!t->started && !(t->item && t->item->fd >= 0)) ||
-               (t->mirror && t->mirror->holding());
+        return t->exposed() || (t->mirror && t->mirror->holding());
     });
 }
 
 bool ShadowWorker::stepNewestShadow()
 {
     const auto now = Clock::now();
-    // Racing first: items that nothing holds yet (a link: only its shadow saves it), and folders
-    // whose files are being opened and held while something may be deleting them. What is held
-    // or shadowed is safe and waits: an item that left the trash, then the newest.
+    // Racing first: items that nothing holds yet (a link: only its shadow saves it; a folder:
+    // only its walk holds its files), and folders whose files are being opened and held while
+    // something may be deleting them. What is held or shadowed is safe and waits: an item that
+    // left the trash, then the newest.
     const auto rank = [](const Task &t) {
-        if (!t.started && !(t.item && t.item->fd >= 0)) return 3;
+        if (t.exposed()) return 3;
         if (t.mirror && t.mirror->holding()) return 2;
         if (t.settling) return 1;
         return 0;
@@ -414,8 +427,10 @@ BackgroundWorker::BackgroundWorker()
               Job job;
               {
                   std::unique_lock lock(mMutex);
+                  mBusy = !mJobs.empty();
                   mWake.wait(lock, [&] { return mStop || !mJobs.empty(); });
                   if (mStop) return;
+                  mBusy = true;
                   job = std::move(mJobs.front());
                   mJobs.pop_front();
               }

@@ -85,6 +85,8 @@ public:
     void setOrigin(const QByteArray &volume, const QByteArray &id, const QByteArray &origin);
     // Stops after the current step and waits for the thread.
     void stop();
+    // Shadows or commits are under way (read from any thread).
+    bool busy() const { return mBusy.load(std::memory_order_relaxed); }
 
 private:
     struct Task;
@@ -103,6 +105,7 @@ private:
     std::condition_variable mWake;
     std::deque<Command> mInbox; // guarded by mMutex
     std::atomic<bool> mStop{false};
+    std::atomic<bool> mBusy{false};
     // The worker thread's own state.
     std::vector<std::unique_ptr<Task>> mTasks;
     std::deque<Command> mSettles;
@@ -120,11 +123,13 @@ public:
     BackgroundWorker &operator=(const BackgroundWorker &) = delete;
     void post(Job job);
     void stop();
+    bool busy() const { return mBusy.load(std::memory_order_relaxed); }
 
 private:
     std::mutex mMutex;
     std::condition_variable mWake;
     std::deque<Job> mJobs;
     std::atomic<bool> mStop{false};
+    std::atomic<bool> mBusy{false};
     std::thread mThread;
 };

@@ -63,7 +63,7 @@ int main(int argc, char **argv)
         }
         getrlimit(RLIMIT_NOFILE, &files);
         const long limit = long(std::min<rlim_t>(files.rlim_cur, 1 << 20));
-        Shadow::Mirror::setHoldLimit(limit > 4096 ? limit - 2048 : limit / 2);
+        Shadow::Mirror::setHoldLimit(limit > 4096 ? limit - 512 : limit / 2);
         // The descriptor table grows in steps, each of which waits for an RCU grace period once
         // the process has threads (milliseconds): grown once now, for the first 64 Ki files.
         const int high = int(std::min<rlim_t>(files.rlim_cur, 1 << 16)) - 1;
