@@ -1,6 +1,9 @@
 #include "browser/ContentsScan.h"
 
+#include "cache/CacheCommit.h"
 #include "cache/FolderWalk.h"
+
+#include <QHash>
 
 #include <algorithm>
 #include <cstring>
@@ -29,10 +32,63 @@ CacheItems::Kind kindOf(FolderWalk::Type t)
     return CacheItems::Kind::Unknown;
 }
 
-void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o, const std::atomic<bool> &stop,
-                    CacheItems &out)
+QByteArray parentOf(const QByteArray &path)
+{
+    const qsizetype slash = path.lastIndexOf('/');
+    return slash <= 0 ? QByteArray("/") : path.left(slash);
+}
+
+// The origin records of the days a scan meets, each day's file read once by whichever thread
+// first needs it: "time/name" to the origin table's id of the folder it came from.
+class DayOrigins
+{
+public:
+    using Map = QHash<QByteArray, std::uint32_t>;
+
+    explicit DayOrigins(std::shared_ptr<OriginFolders> table) : mTable(std::move(table)) {}
+
+    std::shared_ptr<const Map> forTimeFolder(const QByteArray &timeFolder)
+    {
+        const QByteArray day = parentOf(timeFolder);
+        std::lock_guard lock(mMutex);
+        auto &map = mDays[day];
+        if (!map) {
+            auto fresh = std::make_shared<Map>();
+            const qsizetype slash = day.lastIndexOf('/');
+            for (const CacheCommit::Origin &o : CacheCommit::readOrigins(parentOf(day), day.mid(slash + 1))) {
+                if (o.path.isEmpty())
+                    continue;
+                // The last record of a name wins: it is the latest deletion under that name.
+                fresh->insert(o.time + '/' + o.name, mTable->intern(parentOf(o.path)));
+            }
+            map = std::move(fresh);
+        }
+        return map;
+    }
+
+    const std::shared_ptr<OriginFolders> &table() const { return mTable; }
+
+private:
+    std::shared_ptr<OriginFolders> mTable;
+    std::mutex mMutex;
+    QHash<QByteArray, std::shared_ptr<const Map>> mDays;
+};
+
+void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o, DayOrigins *origins,
+                    const std::atomic<bool> &stop, CacheItems &out)
 {
     const std::uint32_t folder = out.addFolder(path);
+    std::shared_ptr<const DayOrigins::Map> recorded;
+    QByteArray key;
+    if (origins) {
+        out.setOrigins(origins->table());
+        recorded = origins->forTimeFolder(path);
+        if (recorded->isEmpty())
+            recorded.reset();
+        else
+            key = path.mid(path.lastIndexOf('/') + 1) + '/';
+    }
+    const qsizetype keyPrefix = key.size();
     const int fd = FolderWalk::openFolder(path);
     if (fd < 0)
         return;
@@ -47,6 +103,11 @@ void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o, cons
         if (o.readSizes && kind != CacheItems::Kind::Folder)
             size = FolderWalk::entrySize(fd, name);
         out.addItem(folder, name, length, kind, size);
+        if (recorded) {
+            key.truncate(keyPrefix);
+            key.append(name, qsizetype(length));
+            out.rows().back().origin = recorded->value(key, 0);
+        }
     });
     close(fd);
 }
@@ -88,13 +149,16 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
     std::atomic<std::size_t> next{0};
     std::mutex deliverMutex;
     std::size_t delivered = 0;
+    std::optional<DayOrigins> origins;
+    if (options.origins)
+        origins.emplace(options.origins);
 
     auto worker = [&] {
         for (std::size_t k; (k = next.fetch_add(1)) < n;) {
             if (stop.load(std::memory_order_relaxed))
                 return;
             CacheItems items;
-            readTimeFolder(folders[qsizetype(k)], options, stop, items);
+            readTimeFolder(folders[qsizetype(k)], options, origins ? &*origins : nullptr, stop, items);
             if (options.prepare)
                 options.prepare(items);
             std::lock_guard lock(deliverMutex);

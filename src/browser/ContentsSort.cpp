@@ -343,6 +343,7 @@ void sortCompact(CacheItems &items, int code)
 {
     const std::vector<std::uint32_t> order = orderOf(items, code);
     CacheItems out;
+    out.setOrigins(items.origins());
     out.reserve(order.size(), items.nameBytes());
     for (std::uint32_t f = 0; f < items.folderCount(); ++f)
         out.addFolder(items.timeFolderPath(f));

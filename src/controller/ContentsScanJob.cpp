@@ -16,6 +16,7 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
     // The order of the folders does not matter, the list is sorted anyway. Each reading thread
     // sorts its own folders; this thread only merges them.
     options.inOrder = false;
+    options.origins = std::make_shared<OriginFolders>();
     options.prepare = [this](CacheItems &folder) {
         const int code = sortCode.load();
         ContentsSort::sort(folder, code);
