@@ -1,5 +1,7 @@
 #include "controller/AppDelegate.h"
 
+#include "ui/MessageBar.h"
+
 #include "cache/CacheLayout.h"
 #include "common/Log.h"
 #include "common/NotificationBus.h"
@@ -126,11 +128,13 @@ void AppDelegate::loadInterface()
     const QString nameTitle = qtTrId("ColumnName");
     //% "Moved to the cache"
     const QString timeTitle = qtTrId("ColumnCachingTime");
+    //% "Original Location"
+    const QString originTitle = qtTrId("ColumnOriginalLocation");
     const QStringList ids{QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")};
     mDateModel = new TableModel(this, ids, this);
     mDateModel->setHeaderTitles({dateTitle, sizeTitle, countTitle});
-    mContentsModel = new TableModel(this, ids, this);
-    mContentsModel->setHeaderTitles({nameTitle, sizeTitle, timeTitle});
+    mContentsModel = new TableModel(this, ids + QStringList{QStringLiteral("4")}, this);
+    mContentsModel->setHeaderTitles({nameTitle, sizeTitle, timeTitle, originTitle});
     mTableViewDate->setModel(mDateModel);
     mTableViewContents->setModel(mContentsModel);
 
@@ -140,6 +144,11 @@ void AppDelegate::loadInterface()
     mTableViewContents->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     mTableViewContents->horizontalHeader()->resizeSection(1, 90);
     mTableViewContents->horizontalHeader()->resizeSection(2, 150);
+    mTableViewContents->horizontalHeader()->resizeSection(3, 200);
+
+    // What a restore did shows above the list it is about.
+    mMessageBar = new MessageBar(mainUi.contentsPane);
+    mainUi.contentsPaneLayout->insertWidget(mainUi.contentsPaneLayout->indexOf(mTableViewContents), mMessageBar);
     mainUi.mSplitter->setStretchFactor(1, 3);
 
     mNotifications = new NotificationProtocol(*this, this);

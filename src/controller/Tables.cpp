@@ -8,6 +8,7 @@
 #include "volumes/Volumes.h"
 
 #include <QDateTime>
+#include <QFile>
 #include <QFileIconProvider>
 #include <QLabel>
 #include <QLocale>
@@ -152,15 +153,20 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
         }
         if (c == 3)
             return DayTexts::cachingTime(mContents.timeFolderName(mContents.row(row).folder));
+        if (c == 4) return QFile::decodeName(mContents.originFolder(mContents.row(row)));
         return QString();
+    case Qt::ToolTipRole:
+        // The whole folder, which the column shortens in the middle.
+        if (c == 4) return QFile::decodeName(mContents.originFolder(mContents.row(row)));
+        return {};
     case Qt::DecorationRole:
         if (c != 1) return {};
         readItemAttributes(row);
         return iconForItem(row);
     case Qt::TextAlignmentRole:
-        return alignment(c == 1 ? Qt::AlignLeading : (c == 2 ? Qt::AlignRight : Qt::AlignHCenter));
+        return alignment(c == 1 || c == 4 ? Qt::AlignLeading : (c == 2 ? Qt::AlignRight : Qt::AlignHCenter));
     case Qt::FontRole:
-        return TableModel::fontOfSize(c == 1 ? 13 : (c == 2 ? 12 : 11));
+        return TableModel::fontOfSize(c == 1 ? 13 : (c == 2 || c == 4 ? 12 : 11));
     case Qt::ForegroundRole:
         return c == 1 ? ZEL_Colors::getBlackColor_Adaptable()
                       : ZEL_Colors::getDarkGrayColor_Adaptable();
@@ -223,4 +229,5 @@ void AppDelegate::clickContentsList()
     setText(mContentsInfos, text, &ZEL_Colors::getDarkGrayColor_Adaptable);
     enableToolBarItem(QStringLiteral("copyButton"), s >= 0);
     enableToolBarItem(QStringLiteral("removeButton"), s >= 0);
+    updatePutBackAction();
 }
