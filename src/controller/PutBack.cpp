@@ -46,8 +46,8 @@ void AppDelegate::putBackPlanned(const QList<QPair<QByteArray, QByteArray>> &ite
                             .arg(QString::fromUtf8(Restore::lastComponent(taken.first())),
                                  RestoreActions::folderTitle(RestoreActions::parentFolder(taken.first())));
         else
-            //% "%n item(s) already exist where the selected items were."
-            a.message = qtTrId("PutBackNamesTaken", int(taken.size()));
+            //% "%1 items already exist where the selected items were."
+            a.message = qtTrId("PutBackNamesTaken").arg(taken.size());
         //% "Keep Both puts an item back under a numbered name; Skip leaves it in the cache."
         a.informativeText = qtTrId("PutBackNameTakenText");
         //% "Keep Both"

@@ -125,30 +125,38 @@ Message describe(const RestoreReport &report)
             QStringList pieces;
             for (const Restore::LeftOut &l : r.leftOut)
                 pieces.append(QStringLiteral("%1 (%2)").arg(QString::fromUtf8(l.path), l.reason));
-            //% "“%1” was restored without %n item(s) it holds: %2"
-            lines.append(qtTrId("RestorePartial", int(r.leftOut.size()))
-                             .arg(nameOf(r.target), pieces.join(QLatin1String(", "))));
+            //% "“%1” was restored without what could not be copied: %2"
+            lines.append(qtTrId("RestorePartial").arg(nameOf(r.target), pieces.join(QLatin1String(", "))));
         }
     }
     for (const QByteArray &u : report.unrecorded)
         //% "“%1” was not put back: where it was deleted from is not known. Use Restore To… instead."
         lines.append(qtTrId("PutBackNoOrigin").arg(nameOf(u)));
-    if (!taken.isEmpty())
-        //% "%n item(s) were not restored because their names are taken in %1: %2"
-        lines.prepend(qtTrId("RestoreNamesTaken", int(taken.size()))
-                          .arg(folderTitle(takenFolder), namesOf(taken)));
-    const int n = int(m.restored.size());
+    if (taken.size() == 1)
+        //% "1 item was not restored because its name is taken in %1: %2"
+        lines.prepend(qtTrId("RestoreNameTaken").arg(folderTitle(takenFolder), namesOf(taken)));
+    else if (taken.size() > 1)
+        //% "%1 items were not restored because their names are taken in %2: %3"
+        lines.prepend(qtTrId("RestoreNamesTaken").arg(QString::number(taken.size()), folderTitle(takenFolder),
+                                                      namesOf(taken)));
+    const qsizetype n = m.restored.size();
     if (n > 0) {
         QString done;
-        if (putBack && sameFolder)
-            //% "%n item(s) put back in %1"
-            done = qtTrId("PutBackDone", n).arg(folderTitle(restoredFolder));
+        if (putBack && n == 1)
+            //% "1 item put back in %1"
+            done = qtTrId("PutBackDone1").arg(folderTitle(restoredFolder));
+        else if (putBack && sameFolder)
+            //% "%1 items put back in %2"
+            done = qtTrId("PutBackDone").arg(QString::number(n), folderTitle(restoredFolder));
         else if (putBack)
-            //% "%n item(s) put back where they were"
-            done = qtTrId("PutBackDoneMany", n);
+            //% "%1 items put back where they were"
+            done = qtTrId("PutBackDoneMany").arg(n);
+        else if (n == 1)
+            //% "1 item restored to %1"
+            done = qtTrId("RestoreDone1").arg(folderTitle(report.destination));
         else
-            //% "%n item(s) restored to %1"
-            done = qtTrId("RestoreDone", n).arg(folderTitle(report.destination));
+            //% "%1 items restored to %2"
+            done = qtTrId("RestoreDone").arg(QString::number(n), folderTitle(report.destination));
         lines.prepend(done);
     }
     m.text = lines.join(QLatin1Char('\n'));
