@@ -167,6 +167,8 @@ public:
     virtual void doubleClickContentsList();
     // Opens a document with the user's default application.
     virtual void openFile(const QString &path);
+    // The "Restore To" folder chooser; nullopt when cancelled.
+    virtual std::optional<QByteArray> chooseRestoreFolder();
     // The help document "Salvora 3.rtf" among the installed resources.
     virtual QString helpDocumentPath() const;
     // Ends the program (a refused privilege check).

@@ -1,7 +1,5 @@
 #include "ui/RestoreUi.h"
 
-#include "controller/RestoreActions.h"
-
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
@@ -32,14 +30,6 @@ std::optional<QByteArray> chooseDestinationFolder(QWidget *parent)
     if (folder.isEmpty()) return std::nullopt;
     lastFolder() = folder;
     return QFile::encodeName(folder);
-}
-
-bool copySelectedItems(QWidget *parent, const QByteArrayList &selectedPaths, CopyJobs &jobs)
-{
-    if (selectedPaths.isEmpty()) return false;
-    const std::optional<QByteArray> destination = chooseDestinationFolder(parent);
-    if (!destination) return false;
-    return jobs.start(RestoreActions::makeJob(*destination, selectedPaths));
 }
 
 bool openUrl(const QUrl &url)

@@ -5,7 +5,6 @@
 
 #include <optional>
 
-class CopyJobs;
 class QWidget;
 
 // The desktop's side of restoring: the folder chooser and opening a location.
@@ -15,9 +14,6 @@ namespace RestoreUi {
 // in the folder chosen last, else the home folder. nullopt when cancelled.
 std::optional<QByteArray> chooseDestinationFolder(QWidget *parent);
 QString startFolder();
-// copySelectedItems: with nothing selected, no chooser; otherwise the chooser, then a copy job
-// on its own thread. Returns at once; the jobs' progress shows the rest.
-bool copySelectedItems(QWidget *parent, const QByteArrayList &selectedPaths, CopyJobs &jobs);
 // The file manager reveal's fallback: QDesktopServices::openUrl.
 bool openUrl(const QUrl &url);
 
