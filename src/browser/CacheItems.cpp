@@ -1,5 +1,7 @@
 #include "browser/CacheItems.h"
 
+#include "browser/NameMatch.h"
+
 #include <algorithm>
 
 std::uint32_t OriginFolders::intern(const QByteArray &folder)
@@ -18,6 +20,16 @@ QByteArray OriginFolders::folder(std::uint32_t id) const
 {
     std::lock_guard lock(mMutex);
     return id == 0 || id > mFolders.size() ? QByteArray() : mFolders[id - 1];
+}
+
+int OriginFolders::compare(std::uint32_t a, std::uint32_t b) const
+{
+    if (a == b)
+        return 0;
+    if (a == 0 || b == 0)
+        return a == 0 ? -1 : 1;
+    std::lock_guard lock(mMutex);
+    return NameMatch::compare(mFolders[a - 1], mFolders[b - 1]);
 }
 
 std::size_t OriginFolders::bytes() const

@@ -19,6 +19,8 @@ public:
     // 1-based; 0 stands for "not recorded".
     std::uint32_t intern(const QByteArray &folder);
     QByteArray folder(std::uint32_t id) const;
+    // The order of two folders (NameMatch::compare), without copying them; 0 sorts first.
+    int compare(std::uint32_t a, std::uint32_t b) const;
     std::size_t bytes() const;
 
 private:

@@ -20,7 +20,7 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
     options.prepare = [this](CacheItems &folder) {
         const int code = sortCode.load();
         ContentsSort::sort(folder, code);
-        if (!folder.isEmpty()) mFolderCodes.fetch_or(1u << (code & 3));
+        if (!folder.isEmpty()) mFolderCodes.fetch_or(1u << (code & 7));
     };
     bool first = true;
     std::thread scanner([this, options, &first, &wake] {
@@ -63,7 +63,7 @@ int ContentsScanJob::prepareChunk(CacheItems &chunk)
 {
     const int code = sortCode.load();
     // The folders come sorted; after a change of order mid-scan they may not all agree.
-    if (mFolderCodes.load() == (1u << (code & 3)))
+    if (mFolderCodes.load() == (1u << (code & 7)))
         ContentsSort::mergeRuns(chunk, code);
     else
         ContentsSort::sort(chunk, code);

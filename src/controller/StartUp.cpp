@@ -197,12 +197,12 @@ void AppDelegate::connectActions()
     connect(header, &QHeaderView::sortIndicatorChanged, this,
             [this](int section, Qt::SortOrder order) {
                 const QString id = mContentsModel->columnIdentifier(section);
-                if (id == QLatin1String("1") || id == QLatin1String("3"))
+                if (id == QLatin1String("1") || id == QLatin1String("3") || id == QLatin1String("4"))
                     sortDescriptorsDidChange(order == Qt::AscendingOrder);
             });
     connect(header, &QHeaderView::sectionClicked, this, [this, header](int section) {
         const QString id = mContentsModel->columnIdentifier(section);
-        if (id == QLatin1String("1") || id == QLatin1String("3")) {
+        if (id == QLatin1String("1") || id == QLatin1String("3") || id == QLatin1String("4")) {
             mSortSection = section;
             mSortOrder = header->sortIndicatorOrder();
         } else {

@@ -194,6 +194,8 @@ void AppDelegate::didClickTableColumn(const QString &identifier)
         mSortByCaching = mSortAscending ? 0 : 2;
     else if (identifier == QLatin1String("3"))
         mSortByCaching = mSortAscending ? 1 : 3;
+    else if (identifier == QLatin1String("4"))
+        mSortByCaching = mSortAscending ? 4 : 6;
     else
         return; // the list cannot be sorted by size
     sortContents();

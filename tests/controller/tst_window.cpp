@@ -828,6 +828,18 @@ private slots:
         QCOMPARE(c->mTableViewContents->textElideMode(), Qt::ElideMiddle);
         // Rows still cost no more than before.
         QCOMPARE(sizeof(CacheItems::Row), std::size_t(40));
+        // It sorts like the name column: by folder (none first), then by name.
+        c->window->resize(1200, 600);
+        Fixture::clickHeader(*c, QStringLiteral("4"));
+        QCOMPARE(c->mSortByCaching, 4);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"orphan.txt", "notes.txt", "report.txt", "photos"}));
+        Fixture::clickHeader(*c, QStringLiteral("4"));
+        QCOMPARE(c->mSortByCaching, 6);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
+        scanAndWait(); // a new scan lists in that order too
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
+        Fixture::clickHeader(*c, QStringLiteral("1"));
+        QCOMPARE(c->mSortByCaching, 0);
 
         QAction *putBack = toolbarAction("putBackButton");
         QVERIFY(putBack);
