@@ -346,6 +346,8 @@ void AppDelegate::applicationWillTerminate()
     mReadingCacheContentsMustStop = true;
     mCalculatingSizeContentsMustStop = true;
     mCopyJobs.stopAll();
+    // A stopped copy takes away its hidden temporary; it gets the time to.
+    mCopyJobs.waitForAll(RemovalQueue::kQuitWaitMs);
     // The item being deleted is finished rather than left to a dying thread.
     mRemovals->shutdown(RemovalQueue::kQuitWaitMs);
     if (mLaunched) CommonUtils::addToLogFile(QStringLiteral("Salvora 3 quits."));
