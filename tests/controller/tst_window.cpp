@@ -36,6 +36,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QScreen>
 #include <QStatusBar>
 #include <QThread>
 #include <QToolBar>
@@ -780,6 +781,8 @@ private slots:
     {
         item("2024-05-01", "09_00_00", "note.txt");
         launch();
+        c->window->move(40, 30);
+        c->window->show();
         c->mTableViewContents->clearSelection();
         c->doKeyDown(QStringLiteral(" "));
         QVERIFY(!c->mQuickLook.sharedPreviewPanelExists());
@@ -790,6 +793,9 @@ private slots:
         auto *panel = dynamic_cast<PreviewPanel *>(c->mQuickLook.controlledPanel());
         QVERIFY(panel);
         QVERIFY(panel->isVisible());
+        // Over the main window, and on its screen.
+        QVERIFY(c->window->frameGeometry().contains(panel->frameGeometry().center()));
+        QVERIFY(c->window->screen()->availableGeometry().contains(panel->frameGeometry().topLeft()));
         QCOMPARE(c->mQuickLook.items(), QByteArrayList{c->mContents.fullPath(0)});
         // Shown once its loading thread handed it over (which also orders that thread's file
         // closing before the clean-up's).
