@@ -12,14 +12,22 @@
 
 namespace {
 
-// The desktop theme's icon (its symbolic variant first, for the styles that draw those), else the
-// style's own.
+// GNOME and its Adwaita icons draw toolbars with symbolic (monochrome) icons; others in colour.
+bool prefersSymbolicIcons()
+{
+    return QIcon::themeName().contains(QLatin1String("Adwaita"), Qt::CaseInsensitive) ||
+           qEnvironmentVariable("XDG_CURRENT_DESKTOP").contains(QLatin1String("GNOME"), Qt::CaseInsensitive);
+}
+
+// The desktop theme's icon (its symbolic variant where the desktop uses those), else the style's
+// own.
 QIcon themeIcon(const char *name, QStyle::StandardPixmap fallback)
 {
     QStyle *style = QApplication::style();
     const QIcon shipped = style ? style->standardIcon(fallback) : QIcon();
     const QString plain = QLatin1String(name);
-    return QIcon::fromTheme(plain + QLatin1String("-symbolic"), QIcon::fromTheme(plain, shipped));
+    const QIcon colour = QIcon::fromTheme(plain, shipped);
+    return prefersSymbolicIcons() ? QIcon::fromTheme(plain + QLatin1String("-symbolic"), colour) : colour;
 }
 
 QWidget *spacer(bool flexible)
