@@ -59,8 +59,13 @@ QByteArrayList itemsNamed(const QByteArray &given, const CliVolume &v, const QBy
     if (given.startsWith('/'))
         return {given};
     if (given.contains('/')) {
-        const QByteArray path = v.cache + '/' + given;
+        // Relative to the current folder as any path is, else DAY/TIME/NAME in the cache.
         struct stat st{};
+        if (lstat(given.constData(), &st) == 0) {
+            char here[4096];
+            return {getcwd(here, sizeof here) ? QByteArray(here) + '/' + given : given};
+        }
+        const QByteArray path = v.cache + '/' + given;
         return lstat(path.constData(), &st) == 0 ? QByteArrayList{path} : QByteArrayList{};
     }
     QList<ContentsScan::Root> roots;
