@@ -211,10 +211,6 @@
         <source>Stop Protection</source>
         <translation>Stop Protection</translation>
     </message>
-    <message id="CopyItem">
-        <source>Copy</source>
-        <translation>Copy</translation>
-    </message>
     <message id="RemoveItem">
         <source>Delete</source>
         <translation>Delete</translation>
@@ -546,6 +542,126 @@
     <message id="LossesNotKept">
         <source>No</source>
         <translation>No</translation>
+    </message>
+    <message id="RestoreToItem">
+        <source>Restore To…</source>
+        <translation>Restore To…</translation>
+    </message>
+    <message id="PutBackNameTaken">
+        <source>An item named “%1” already exists in %2.</source>
+        <translation>An item named “%1” already exists in %2.</translation>
+    </message>
+    <message id="PutBackNamesTaken">
+        <source>%1 items already exist where the selected items were.</source>
+        <translation>%1 items already exist where the selected items were.</translation>
+    </message>
+    <message id="PutBackNameTakenText">
+        <source>Keep Both puts an item back under a numbered name; Skip leaves it in the cache.</source>
+        <translation>Keep Both puts an item back under a numbered name; Skip leaves it in the cache.</translation>
+    </message>
+    <message id="KeepBothButton">
+        <source>Keep Both</source>
+        <translation>Keep Both</translation>
+    </message>
+    <message id="SkipButton">
+        <source>Skip</source>
+        <translation>Skip</translation>
+    </message>
+    <message id="MessageBarShow">
+        <source>Show</source>
+        <translation>Show</translation>
+    </message>
+    <message id="PutBackTip">
+        <source>Put the selected items back where they were deleted from</source>
+        <translation>Put the selected items back where they were deleted from</translation>
+    </message>
+    <message id="PutBackNoOriginTip">
+        <source>Where the selected items were deleted from is not known: use Restore To… instead</source>
+        <translation>Where the selected items were deleted from is not known: use Restore To… instead</translation>
+    </message>
+    <message id="DeleteOneItemTitle">
+        <source>Delete “%1” for good?</source>
+        <translation>Delete “%1” for good?</translation>
+    </message>
+    <message id="DeleteItemsTitle">
+        <source>Delete %1 items for good?</source>
+        <translation>Delete %1 items for good?</translation>
+    </message>
+    <message id="RestoreItemFailed">
+        <source>“%1” was not restored: %2</source>
+        <translation>“%1” was not restored: %2</translation>
+    </message>
+    <message id="RestoreStopped">
+        <source>stopped</source>
+        <translation>stopped</translation>
+    </message>
+    <message id="RestorePartial">
+        <source>“%1” was restored without what could not be copied: %2</source>
+        <translation>“%1” was restored without what could not be copied: %2</translation>
+    </message>
+    <message id="PutBackNoOrigin">
+        <source>“%1” was not put back: where it was deleted from is not known. Use Restore To… instead.</source>
+        <translation>“%1” was not put back: where it was deleted from is not known. Use Restore To… instead.</translation>
+    </message>
+    <message id="RestoreNameTaken">
+        <source>1 item was not restored because its name is taken in %1: %2</source>
+        <translation>1 item was not restored because its name is taken in %1: %2</translation>
+    </message>
+    <message id="RestoreNamesTaken">
+        <source>%1 items were not restored because their names are taken in %2: %3</source>
+        <translation>%1 items were not restored because their names are taken in %2: %3</translation>
+    </message>
+    <message id="PutBackDone1">
+        <source>1 item put back in %1</source>
+        <translation>1 item put back in %1</translation>
+    </message>
+    <message id="PutBackDone">
+        <source>%1 items put back in %2</source>
+        <translation>%1 items put back in %2</translation>
+    </message>
+    <message id="PutBackDoneMany">
+        <source>%1 items put back where they were</source>
+        <translation>%1 items put back where they were</translation>
+    </message>
+    <message id="RestoreDone1">
+        <source>1 item restored to %1</source>
+        <translation>1 item restored to %1</translation>
+    </message>
+    <message id="RestoreDone">
+        <source>%1 items restored to %2</source>
+        <translation>%1 items restored to %2</translation>
+    </message>
+    <message id="ColumnOriginalLocation">
+        <source>Original Location</source>
+        <translation>Original Location</translation>
+    </message>
+    <message id="PutBackItem">
+        <source>Put Back</source>
+        <translation>Put Back</translation>
+    </message>
+    <message id="CommandRefresh">
+        <source>&amp;Refresh</source>
+        <translation>&amp;Refresh</translation>
+    </message>
+    <message id="CommandFind">
+        <source>&amp;Find</source>
+        <translation>&amp;Find</translation>
+    </message>
+    <message id="MessageBarDismiss">
+        <source>Dismiss</source>
+        <translation>Dismiss</translation>
+    </message>
+    <message id="PreferencesExcludeNamePlaceholder">
+        <source>Names separated by “;”, e.g. .DS_Store;Thumbs.db</source>
+        <translation>Names separated by “;”, e.g. .DS_Store;Thumbs.db</translation>
+    </message>
+    <message id="PreferencesExcludeExtensionsPlaceholder">
+        <source>Extensions separated by “;”, e.g. tmp;part</source>
+        <translation>Extensions separated by “;”, e.g. tmp;part</translation>
+    </message>
+    <message id="RestoreToTitle">
+        <source>Restore To</source>
+        <translation>Restore To</translation>
     </message>
 </context>
 </TS>

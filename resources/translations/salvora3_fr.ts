@@ -211,10 +211,6 @@
         <source>Stop Protection</source>
         <translation>Désactiver la protection</translation>
     </message>
-    <message id="CopyItem">
-        <source>Copy</source>
-        <translation>Copier</translation>
-    </message>
     <message id="RemoveItem">
         <source>Delete</source>
         <translation>Supprimer</translation>
@@ -555,6 +551,126 @@
     <message id="LossesNotKept">
         <source>No</source>
         <translation>Non</translation>
+    </message>
+    <message id="RestoreToItem">
+        <source>Restore To…</source>
+        <translation>Restaurer vers…</translation>
+    </message>
+    <message id="PutBackNameTaken">
+        <source>An item named “%1” already exists in %2.</source>
+        <translation>Un élément nommé « %1 » existe déjà dans %2.</translation>
+    </message>
+    <message id="PutBackNamesTaken">
+        <source>%1 items already exist where the selected items were.</source>
+        <translation>%1 éléments existent déjà là où se trouvaient les éléments sélectionnés.</translation>
+    </message>
+    <message id="PutBackNameTakenText">
+        <source>Keep Both puts an item back under a numbered name; Skip leaves it in the cache.</source>
+        <translation>Conserver les deux remet l’élément en place sous un nom numéroté ; Ignorer le laisse dans le cache.</translation>
+    </message>
+    <message id="KeepBothButton">
+        <source>Keep Both</source>
+        <translation>Conserver les deux</translation>
+    </message>
+    <message id="SkipButton">
+        <source>Skip</source>
+        <translation>Ignorer</translation>
+    </message>
+    <message id="MessageBarShow">
+        <source>Show</source>
+        <translation>Afficher</translation>
+    </message>
+    <message id="PutBackTip">
+        <source>Put the selected items back where they were deleted from</source>
+        <translation>Remettre les éléments sélectionnés là d’où ils ont été supprimés</translation>
+    </message>
+    <message id="PutBackNoOriginTip">
+        <source>Where the selected items were deleted from is not known: use Restore To… instead</source>
+        <translation>On ne sait pas d’où les éléments sélectionnés ont été supprimés : utilisez Restaurer vers… à la place</translation>
+    </message>
+    <message id="DeleteOneItemTitle">
+        <source>Delete “%1” for good?</source>
+        <translation>Supprimer définitivement « %1 » ?</translation>
+    </message>
+    <message id="DeleteItemsTitle">
+        <source>Delete %1 items for good?</source>
+        <translation>Supprimer définitivement %1 éléments ?</translation>
+    </message>
+    <message id="RestoreItemFailed">
+        <source>“%1” was not restored: %2</source>
+        <translation>« %1 » n’a pas été restauré : %2</translation>
+    </message>
+    <message id="RestoreStopped">
+        <source>stopped</source>
+        <translation>arrêté</translation>
+    </message>
+    <message id="RestorePartial">
+        <source>“%1” was restored without what could not be copied: %2</source>
+        <translation>« %1 » a été restauré sans ce qui n’a pas pu être copié : %2</translation>
+    </message>
+    <message id="PutBackNoOrigin">
+        <source>“%1” was not put back: where it was deleted from is not known. Use Restore To… instead.</source>
+        <translation>« %1 » n’a pas été remis en place : on ne sait pas d’où il a été supprimé. Utilisez Restaurer vers… à la place.</translation>
+    </message>
+    <message id="RestoreNameTaken">
+        <source>1 item was not restored because its name is taken in %1: %2</source>
+        <translation>1 élément n’a pas été restauré car son nom est déjà pris dans %1 : %2</translation>
+    </message>
+    <message id="RestoreNamesTaken">
+        <source>%1 items were not restored because their names are taken in %2: %3</source>
+        <translation>%1 éléments n’ont pas été restaurés car leurs noms sont déjà pris dans %2 : %3</translation>
+    </message>
+    <message id="PutBackDone1">
+        <source>1 item put back in %1</source>
+        <translation>1 élément remis en place dans %1</translation>
+    </message>
+    <message id="PutBackDone">
+        <source>%1 items put back in %2</source>
+        <translation>%1 éléments remis en place dans %2</translation>
+    </message>
+    <message id="PutBackDoneMany">
+        <source>%1 items put back where they were</source>
+        <translation>%1 éléments remis à leur place</translation>
+    </message>
+    <message id="RestoreDone1">
+        <source>1 item restored to %1</source>
+        <translation>1 élément restauré dans %1</translation>
+    </message>
+    <message id="RestoreDone">
+        <source>%1 items restored to %2</source>
+        <translation>%1 éléments restaurés dans %2</translation>
+    </message>
+    <message id="ColumnOriginalLocation">
+        <source>Original Location</source>
+        <translation>Emplacement d’origine</translation>
+    </message>
+    <message id="PutBackItem">
+        <source>Put Back</source>
+        <translation>Remettre en place</translation>
+    </message>
+    <message id="CommandRefresh">
+        <source>&amp;Refresh</source>
+        <translation>&amp;Actualiser</translation>
+    </message>
+    <message id="CommandFind">
+        <source>&amp;Find</source>
+        <translation>&amp;Rechercher</translation>
+    </message>
+    <message id="MessageBarDismiss">
+        <source>Dismiss</source>
+        <translation>Fermer</translation>
+    </message>
+    <message id="PreferencesExcludeNamePlaceholder">
+        <source>Names separated by “;”, e.g. .DS_Store;Thumbs.db</source>
+        <translation>Noms séparés par « ; », p. ex. .DS_Store;Thumbs.db</translation>
+    </message>
+    <message id="PreferencesExcludeExtensionsPlaceholder">
+        <source>Extensions separated by “;”, e.g. tmp;part</source>
+        <translation>Extensions séparées par « ; », p. ex. tmp;part</translation>
+    </message>
+    <message id="RestoreToTitle">
+        <source>Restore To</source>
+        <translation>Restaurer vers</translation>
     </message>
 </context>
 </TS>

@@ -1,3 +1,4 @@
+#include "common/QuitSignals.h"
 #include "common/Texts.h"
 #include "controller/AppDelegate.h"
 
@@ -17,6 +18,13 @@ int main(int argc, char **argv)
     AppDelegate controller;
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &controller,
                      &AppDelegate::applicationWillTerminate);
+    // A session that ends sends SIGTERM: quit as when the last window closes.
+    QuitSignals::install();
     if (!controller.applicationDidFinishLaunching()) return 0;
+    // A signal during start-up, before the event loop ran, ends the program here.
+    if (QuitSignals::requested()) {
+        controller.applicationWillTerminate();
+        return 0;
+    }
     return QApplication::exec();
 }

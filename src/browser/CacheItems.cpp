@@ -1,9 +1,63 @@
 #include "browser/CacheItems.h"
 
+#include "browser/NameMatch.h"
+
 #include <algorithm>
+
+std::uint32_t OriginFolders::intern(const QByteArray &folder)
+{
+    std::lock_guard lock(mMutex);
+    const auto it = mIds.constFind(folder);
+    if (it != mIds.cend())
+        return *it;
+    mFolders.push_back(folder);
+    const auto id = std::uint32_t(mFolders.size());
+    mIds.insert(folder, id);
+    return id;
+}
+
+QByteArray OriginFolders::folder(std::uint32_t id) const
+{
+    std::lock_guard lock(mMutex);
+    return id == 0 || id > mFolders.size() ? QByteArray() : mFolders[id - 1];
+}
+
+int OriginFolders::compare(std::uint32_t a, std::uint32_t b) const
+{
+    if (a == b)
+        return 0;
+    if (a == 0 || b == 0)
+        return a == 0 ? -1 : 1;
+    std::lock_guard lock(mMutex);
+    return NameMatch::compare(mFolders[a - 1], mFolders[b - 1]);
+}
+
+std::size_t OriginFolders::bytes() const
+{
+    std::lock_guard lock(mMutex);
+    std::size_t n = mFolders.capacity() * sizeof(QByteArray) + std::size_t(mIds.capacity()) * 2 * sizeof(void *);
+    for (const QByteArray &f : mFolders)
+        n += std::size_t(f.capacity());
+    return n;
+}
+
+QByteArray CacheItems::originFolder(const Row &r) const
+{
+    return r.origin && mOrigins ? mOrigins->folder(r.origin) : QByteArray();
+}
+
+std::uint32_t CacheItems::adoptOrigin(const CacheItems &from, std::uint32_t id)
+{
+    if (id == 0 || !from.mOrigins)
+        return 0;
+    if (!mOrigins)
+        mOrigins = from.mOrigins;
+    return mOrigins == from.mOrigins ? id : mOrigins->intern(from.mOrigins->folder(id));
+}
 
 void CacheItems::clear()
 {
+    mOrigins.reset();
     mFolders.clear();
     mFolderNameOffsets.clear();
     mArena.clear();
@@ -94,6 +148,7 @@ void CacheItems::copyItem(const CacheItems &from, const Row &row, std::uint32_t 
     Row r = row;
     r.folder = folder;
     r.offset = std::uint32_t(mArena.size());
+    r.origin = adoptOrigin(from, row.origin);
     mArena.append(from.mArena.data() + row.offset, row.length);
     mRows.push_back(r);
 }
@@ -115,9 +170,14 @@ void CacheItems::append(CacheItems &&other)
     const std::size_t needed = mRows.size() + other.mRows.size();
     if (mRows.capacity() < needed)
         mRows.reserve(std::max(needed, mRows.capacity() * 2));
+    if (!mOrigins)
+        mOrigins = other.mOrigins;
+    const bool sameOrigins = mOrigins == other.mOrigins;
     for (Row r : other.mRows) {
         r.folder += folderBase;
         r.offset += offsetBase;
+        if (!sameOrigins)
+            r.origin = adoptOrigin(other, r.origin);
         mRows.push_back(r);
     }
     other.clear();
@@ -150,5 +210,6 @@ std::size_t CacheItems::overheadBytes() const
     std::size_t folders = 0;
     for (const QByteArray &f : mFolders)
         folders += sizeof(QByteArray) + std::size_t(f.capacity()) + sizeof(std::uint32_t);
-    return mRows.capacity() * sizeof(Row) + folders + (mArena.capacity() - mArena.size());
+    return mRows.capacity() * sizeof(Row) + folders + (mArena.capacity() - mArena.size()) +
+           (mOrigins ? mOrigins->bytes() : 0);
 }

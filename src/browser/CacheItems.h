@@ -3,9 +3,31 @@
 #include <QByteArray>
 #include <QString>
 
+#include <QHash>
+
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
+
+// The folders items were deleted from, each held once however many items came from it. One scan
+// fills one table from all its threads, and its lists share it.
+class OriginFolders
+{
+public:
+    // 1-based; 0 stands for "not recorded".
+    std::uint32_t intern(const QByteArray &folder);
+    QByteArray folder(std::uint32_t id) const;
+    // The order of two folders (NameMatch::compare), without copying them; 0 sorts first.
+    int compare(std::uint32_t a, std::uint32_t b) const;
+    std::size_t bytes() const;
+
+private:
+    mutable std::mutex mMutex;
+    std::vector<QByteArray> mFolders;
+    QHash<QByteArray, std::uint32_t> mIds;
+};
 
 // A compact list of cache items. An item is its time folder plus its own name as bytes; names
 // live in one shared arena and time folders in a table, so a row costs a few bytes beyond its
@@ -27,6 +49,9 @@ public:
         // counts the packed bytes (kKeyLengthMask); kKeyComplete marks a name packed whole,
         // kKeyAsciiBytes a key made of the name's own first bytes.
         std::uint8_t keyLength = 0;
+        // The folder it was deleted from, in origins(); 0 when none was recorded. It fills the
+        // padding before `size`: a row stays 40 bytes.
+        std::uint32_t origin = 0;
         std::int64_t size = -1; // -1 when not read
         std::uint64_t key[2] = {0, 0};
     };
@@ -64,6 +89,12 @@ public:
     // For display only: names that are not UTF-8 show with replacement characters.
     QString displayName(qsizetype i) const;
 
+    // The table that rows' origins refer to; rows of lists with another table are moved over.
+    void setOrigins(std::shared_ptr<OriginFolders> origins) { mOrigins = std::move(origins); }
+    const std::shared_ptr<OriginFolders> &origins() const { return mOrigins; }
+    // The folder the row's item was deleted from; empty when not recorded.
+    QByteArray originFolder(const Row &r) const;
+
     // Approximate heap bytes held, names excluded (for the memory benchmark).
     std::size_t overheadBytes() const;
     std::size_t nameBytes() const { return mArena.size(); }
@@ -72,9 +103,12 @@ public:
 
 private:
     static void setKey(Row &r, const char *name, std::size_t length);
+    // A row's origin id in this list's table, for a row of `from`.
+    std::uint32_t adoptOrigin(const CacheItems &from, std::uint32_t id);
 
     std::vector<QByteArray> mFolders;
     std::vector<std::uint32_t> mFolderNameOffsets; // where the last component starts
     std::string mArena;
     std::vector<Row> mRows;
+    std::shared_ptr<OriginFolders> mOrigins;
 };

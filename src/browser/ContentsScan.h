@@ -28,6 +28,9 @@ struct Options
     // Called on the reading thread with each time folder's items before they are handed on
     // (to sort them while they are fresh in that core's cache, for one).
     std::function<void(CacheItems &folderItems)> prepare;
+    // Set: each row learns the folder its item was deleted from, from its day's origin records
+    // (<cache>/.origins/<day>.jsonl, each read once), and every list shares this table.
+    std::shared_ptr<OriginFolders> origins;
 };
 
 // The time folders to read, in scan order: each root's entries in file-system order, keeping

@@ -36,13 +36,25 @@ inline int compareNames(const CacheItems &x, const CacheItems::Row &a, const Cac
     return NameMatch::compare(x.name(a), y.name(b));
 }
 
+// Origin folders of two lists' rows: one table when they share it, else the folders themselves.
+inline int compareOrigins(const CacheItems &x, const CacheItems::Row &a, const CacheItems &y, const CacheItems::Row &b)
+{
+    if (x.origins() == y.origins())
+        return x.origins() ? x.origins()->compare(a.origin, b.origin) : 0;
+    return NameMatch::compare(x.originFolder(a), y.originFolder(b));
+}
+
 } // namespace
 
 int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, int code)
 {
     code &= 0xff;
     int c = 0;
-    if (code & 1) {
+    if (code & 4) {
+        c = compareOrigins(items, a, items, b);
+        if (c == 0)
+            c = compareNames(items, a, items, b);
+    } else if (code & 1) {
         // Time-folder names are ASCII digits, so equal folders need no look at the names.
         if (a.folder == b.folder)
             return 0;
@@ -84,6 +96,8 @@ auto lessFor(const CacheItems &items, int code, const std::vector<std::uint32_t>
     code &= 0xff;
     return [&items, code, &ranks](const CacheItems::Row &a, const CacheItems::Row &b) {
         int c = 0;
+        if (code & 4)
+            return compare(items, a, b, code) < 0;
         if (code & 1)
             c = ranks[a.folder] == ranks[b.folder] ? 0 : (ranks[a.folder] < ranks[b.folder] ? -1 : 1);
         else
@@ -103,7 +117,7 @@ struct RowLess
     int code;
     bool operator()(const CacheItems::Row &a, const CacheItems::Row &b) const
     {
-        if ((code & 1) == 0) {
+        if ((code & 5) == 0) {
             const bool descending = code & 2;
             if (a.key[0] != b.key[0])
                 return descending ? a.key[0] > b.key[0] : a.key[0] < b.key[0];
@@ -194,6 +208,16 @@ std::vector<std::uint32_t> timeOrder(const CacheItems &items, bool descending)
 std::vector<std::uint32_t> orderOf(const CacheItems &items, int code)
 {
     code &= 0xff;
+    if (code & 4) {
+        // Few folders, many names: by name first, then stably by folder.
+        std::vector<std::uint32_t> order = nameOrder(items, code & 2);
+        const auto &rows = items.rows();
+        std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            const int c = compareOrigins(items, rows[a], items, rows[b]);
+            return (code & 2) ? c > 0 : c < 0;
+        });
+        return order;
+    }
     return (code & 1) ? timeOrder(items, code & 2) : nameOrder(items, code & 2);
 }
 
@@ -256,7 +280,11 @@ struct CrossCompare
     int operator()(const CacheItems::Row &a, const CacheItems::Row &b)
     {
         int c = 0;
-        if (code & 1) {
+        if (code & 4) {
+            c = compareOrigins(x, a, y, b);
+            if (c == 0)
+                c = compareNames(x, a, y, b);
+        } else if (code & 1) {
             if (a.folder != lastX || b.folder != lastY) {
                 lastX = a.folder;
                 lastY = b.folder;
@@ -343,6 +371,7 @@ void sortCompact(CacheItems &items, int code)
 {
     const std::vector<std::uint32_t> order = orderOf(items, code);
     CacheItems out;
+    out.setOrigins(items.origins());
     out.reserve(order.size(), items.nameBytes());
     for (std::uint32_t f = 0; f < items.folderCount(); ++f)
         out.addFolder(items.timeFolderPath(f));

@@ -3,11 +3,19 @@
 #include "browser/CacheItems.h"
 
 // Order of the contents list. Sort code: bit 0 sorts by caching time (the time folder's name)
-// instead of the item's name; bit 1 reverses. There is deliberately no secondary key: items of
-// one time folder are equal under the time sort, equal names are equal under the name sort.
+// instead of the item's name; bit 2 by the folder the item was deleted from, then by name; bit 1
+// reverses. The time and name sorts deliberately have no secondary key: items of one time folder
+// are equal under the time sort, equal names are equal under the name sort.
 namespace ContentsSort {
 
-enum Code : int { ByName = 0, ByTime = 1, ByNameDescending = 2, ByTimeDescending = 3 };
+enum Code : int {
+    ByName = 0,
+    ByTime = 1,
+    ByNameDescending = 2,
+    ByTimeDescending = 3,
+    ByOrigin = 4,
+    ByOriginDescending = 6
+};
 
 // <0, 0, >0 like a comparison function.
 int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, int code);

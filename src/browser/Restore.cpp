@@ -1,7 +1,11 @@
 #include "browser/Restore.h"
 
+#include "base/SafeFile.h"
+#include "base/UniqueFd.h"
 #include "browser/Removal.h"
+#include "cache/CacheCommit.h"
 #include "cache/FolderWalk.h"
+#include "cache/SizeRecords.h"
 
 #include <QRandomGenerator>
 
@@ -81,9 +85,18 @@ bool copyData(int in, int out, const std::atomic<bool> *stop, QString &error)
     }
 }
 
-// Copies the entry `name` of srcDir to `dstName` in dstDir (which must not exist yet).
+// Takes away what a failed copy of one piece left in a folder being copied.
+void discard(int dirFd, const char *name)
+{
+    if (unlinkat(dirFd, name, 0) != 0)
+        unlinkat(dirFd, name, AT_REMOVEDIR);
+}
+
+// Copies the entry `name` of srcDir to `dstName` in dstDir (which must not exist yet). Pieces of
+// a folder that cannot be copied are listed in *leftOut (`below` is the folder's path inside the
+// item) and the rest is copied; only a stop gives up the whole.
 bool copyEntry(int srcDir, const char *name, int dstDir, const char *dstName, const std::atomic<bool> *stop,
-               QString &error)
+               QString &error, QList<Restore::LeftOut> *leftOut, const QByteArray &below)
 {
     if (stopped(stop)) {
         error = QStringLiteral("stopped");
@@ -125,9 +138,17 @@ bool copyEntry(int srcDir, const char *name, int dstDir, const char *dstName, co
             QByteArrayList children;
             FolderWalk::forEachEntry(in, [&](const char *child, FolderWalk::Type) { children.append(child); });
             for (const QByteArray &child : children) {
-                if (!ok)
+                const QByteArray inside = below.isEmpty() ? child : below + '/' + child;
+                QString childError;
+                if (copyEntry(in, child.constData(), out, child.constData(), stop, childError, leftOut, inside))
+                    continue;
+                discard(out, child.constData());
+                if (stopped(stop) || !leftOut) {
+                    ok = false;
+                    error = childError;
                     break;
-                ok = copyEntry(in, child.constData(), out, child.constData(), stop, error);
+                }
+                leftOut->append({inside, childError});
             }
             fchmod(out, st.st_mode & 07777);
             close(out);
@@ -184,6 +205,40 @@ bool exists(int dirFd, const char *name)
     return fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+// Copies srcDir/sourceName to dst/targetName under a temporary name, then renames it into place
+// if the name is still free.
+void copyInto(int src, const QByteArray &sourceName, int dst, const QByteArray &dstFolder,
+              const QByteArray &targetName, const std::atomic<bool> *stop, Restore::ItemResult &r)
+{
+    if (exists(dst, targetName.constData())) {
+        r.outcome = Restore::Outcome::SkippedExisting;
+        return;
+    }
+    const QByteArray temp = temporaryName();
+    QString error;
+    if (!copyEntry(src, sourceName.constData(), dst, temp.constData(), stop, error, &r.leftOut, {})) {
+        r.outcome = stopped(stop) ? Restore::Outcome::Stopped : Restore::Outcome::Failed;
+        r.error = error;
+    } else if (renameat2(dst, temp.constData(), dst, targetName.constData(), RENAME_NOREPLACE) == 0) {
+        r.outcome = Restore::Outcome::Copied;
+        return;
+    } else if (errno == EEXIST) {
+        r.outcome = Restore::Outcome::SkippedExisting; // the name was taken while we copied
+    } else {
+        r.error = errnoText("rename", errno);
+    }
+    r.leftOut.clear();
+    // Still under its hidden name: nothing half-made ever shows under the final one.
+    Removal::removeTree(dstFolder + '/' + temp);
+}
+
+QByteArray folderOf(const QByteArray &path)
+{
+    const QByteArray name = Restore::lastComponent(path);
+    const qsizetype cut = path.size() - name.size();
+    return cut <= 0 ? QByteArray(".") : (cut == 1 ? QByteArray("/") : path.left(cut - 1));
+}
+
 } // namespace
 
 namespace Restore {
@@ -198,45 +253,130 @@ QByteArray lastComponent(const QByteArray &path)
 
 ItemResult copyItem(const QByteArray &source, const QByteArray &target, const std::atomic<bool> *stop)
 {
-    ItemResult r{source, target, Outcome::Failed, {}};
-    const QByteArray targetName = lastComponent(target);
-    const qsizetype cut = target.size() - targetName.size();
-    const QByteArray targetFolder = cut <= 0 ? QByteArray(".") : (cut == 1 ? QByteArray("/") : target.left(cut - 1));
-    const QByteArray sourceName = lastComponent(source);
-    const qsizetype scut = source.size() - sourceName.size();
-    const QByteArray sourceFolder = scut <= 0 ? QByteArray(".") : (scut == 1 ? QByteArray("/") : source.left(scut - 1));
-
+    ItemResult r{source, target, Outcome::Failed, {}, {}, false};
+    const QByteArray targetFolder = folderOf(target);
     const int dst = FolderWalk::openFolder(targetFolder);
     if (dst < 0) {
         r.error = errnoText("destination", errno);
         return r;
     }
-    const int src = FolderWalk::openFolder(sourceFolder);
+    const int src = FolderWalk::openFolder(folderOf(source));
     if (src < 0) {
         r.error = errnoText("source", errno);
         close(dst);
         return r;
     }
-    if (exists(dst, targetName.constData())) {
-        r.outcome = Outcome::SkippedExisting;
-    } else {
-        const QByteArray temp = temporaryName();
-        QString error;
-        if (!copyEntry(src, sourceName.constData(), dst, temp.constData(), stop, error)) {
-            r.outcome = stopped(stop) ? Outcome::Stopped : Outcome::Failed;
-            r.error = error;
-        } else if (renameat2(dst, temp.constData(), dst, targetName.constData(), RENAME_NOREPLACE) == 0) {
-            r.outcome = Outcome::Copied;
-        } else if (errno == EEXIST) {
-            r.outcome = Outcome::SkippedExisting; // the name was taken while we copied
-        } else {
-            r.error = errnoText("rename", errno);
-        }
-        if (r.outcome != Outcome::Copied)
-            Removal::removeTree(targetFolder + '/' + temp);
-    }
+    copyInto(src, lastComponent(source), dst, targetFolder, lastComponent(target), stop, r);
     close(src);
     close(dst);
+    return r;
+}
+
+bool pathTaken(const QByteArray &path)
+{
+    struct stat st{};
+    return lstat(path.constData(), &st) == 0;
+}
+
+QByteArray freeNumberedPath(const QByteArray &path)
+{
+    const QByteArray folder = folderOf(path);
+    const QByteArray name = lastComponent(path);
+    const QByteArray base = folder == "/" ? folder : folder + '/';
+    for (int n = 2; n < CacheCommit::kMaxNumberedNames; ++n) {
+        const QByteArray candidate = base + CacheCommit::numberedName(name, n);
+        if (!pathTaken(candidate))
+            return candidate;
+    }
+    return {};
+}
+
+QByteArray originalPathOf(const QByteArray &cachedItem)
+{
+    const QByteArray name = lastComponent(cachedItem);
+    const QByteArray timeFolder = folderOf(cachedItem);
+    const QByteArray dayFolder = folderOf(timeFolder);
+    const QByteArray cache = folderOf(dayFolder);
+    if (name.isEmpty() || timeFolder == "/" || dayFolder == "/")
+        return {};
+    const QByteArray time = lastComponent(timeFolder);
+    struct stat st{};
+    const quint64 ino = lstat(cachedItem.constData(), &st) == 0 ? quint64(st.st_ino) : 0;
+    QByteArray found;
+    for (const CacheCommit::Origin &o : CacheCommit::readOrigins(cache, lastComponent(dayFolder))) {
+        if (o.time != time || o.name != name || o.path.isEmpty())
+            continue;
+        if (ino != 0 && o.ino == ino)
+            return o.path;
+        found = o.path;
+    }
+    return found;
+}
+
+ItemResult putBack(const QByteArray &cachedItem, const QByteArray &original, Clash clash,
+                   const std::atomic<bool> *stop)
+{
+    ItemResult r{cachedItem, original, Outcome::Failed, {}, {}, false};
+    if (!original.startsWith('/') || lastComponent(original).isEmpty() || original == "/") {
+        r.error = QStringLiteral("no original location was recorded");
+        return r;
+    }
+    const QByteArray folder = folderOf(original);
+    // The user's own folders, made again as the user would.
+    UniqueFd dst(safefile::openPathCreating(folder.toStdString(), 0777));
+    if (dst.fd < 0) {
+        r.error = errnoText("original folder", errno);
+        return r;
+    }
+    const QByteArray sourceFolder = folderOf(cachedItem);
+    UniqueFd src(FolderWalk::openFolder(sourceFolder));
+    if (src.fd < 0) {
+        r.error = errnoText("source", errno);
+        return r;
+    }
+    const QByteArray sourceName = lastComponent(cachedItem);
+    QByteArray name = lastComponent(original);
+    // A name taken meanwhile moves on to the next number; a few rounds are enough.
+    for (int round = 0; round < 8; ++round) {
+        if (exists(dst.fd, name.constData())) {
+            if (clash == Clash::Skip) {
+                r.outcome = Outcome::SkippedExisting;
+                return r;
+            }
+            const QByteArray free = freeNumberedPath(original);
+            if (free.isEmpty()) {
+                r.error = errnoText("rename", EEXIST);
+                return r;
+            }
+            name = lastComponent(free);
+        }
+        r.target = (folder == "/" ? folder : folder + '/') + name;
+        if (renameat2(src.fd, sourceName.constData(), dst.fd, name.constData(), RENAME_NOREPLACE) == 0) {
+            r.outcome = Outcome::Copied;
+            r.moved = true;
+            break;
+        }
+        if (errno == EEXIST)
+            continue;
+        if (errno != EXDEV) {
+            r.error = errnoText("rename", errno);
+            return r;
+        }
+        copyInto(src.fd, sourceName, dst.fd, folder, name, stop, r);
+        if (r.outcome == Outcome::SkippedExisting && clash == Clash::KeepBoth)
+            continue;
+        if (r.outcome != Outcome::Copied)
+            return r;
+        // A folder copied in part stays in the cache, so nothing of it is lost.
+        if (r.leftOut.isEmpty())
+            r.moved = Removal::removeTree(cachedItem);
+        break;
+    }
+    if (r.moved) {
+        // The emptied time folder goes; the day's total is counted again when next shown.
+        rmdir(sourceFolder.constData());
+        CommonUtils::resetSizeOfCacheIn(folderOf(sourceFolder));
+    }
     return r;
 }
 

@@ -192,6 +192,30 @@ void appendTerminalText(std::string &out, QByteArrayView bytes)
     }
 }
 
+void appendShellText(std::string &out, QByteArrayView bytes)
+{
+    std::string escaped;
+    appendTerminalText(escaped, bytes);
+    if (escaped.size() == std::size_t(bytes.size()) && !bytes.contains('\'')) {
+        out += escaped;
+        return;
+    }
+    out += "$'";
+    for (const char c : escaped) {
+        if (c == '\'')
+            out += '\\';
+        out += c;
+    }
+    out += '\'';
+}
+
+QByteArray shellText(QByteArrayView bytes)
+{
+    std::string out;
+    appendShellText(out, bytes);
+    return QByteArray(out.data(), qsizetype(out.size()));
+}
+
 int fail(const QString &message, int status)
 {
     std::fprintf(stderr, "salvora: %s\n", message.toLocal8Bit().constData());

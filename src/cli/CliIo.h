@@ -48,6 +48,11 @@ QByteArray decodeSurrogateEscapes(const QString &text);
 QByteArray terminalText(QByteArrayView bytes);
 void appendTerminalText(std::string &out, QByteArrayView bytes);
 
+// A name as a shell reads it back: as it is when it needs no escape, else in $'…' quotes with
+// the escapes above (and \' for a quote), which bash, zsh and ksh turn back into the same bytes.
+QByteArray shellText(QByteArrayView bytes);
+void appendShellText(std::string &out, QByteArrayView bytes);
+
 // One line on stderr: "salvora: message".
 int fail(const QString &message, int status = 1);
 

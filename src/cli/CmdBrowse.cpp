@@ -25,6 +25,7 @@
 #include <cstring>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using CliIo::jsonString;
@@ -132,8 +133,10 @@ int ls(int argc, char **argv)
     if (!a.ok() || !a.positional().isEmpty())
         return CliIo::fail(a.ok() ? QStringLiteral("ls takes no arguments but options (see --help)") : a.error(), 2);
     const QByteArray sortBy = a.value("--sort").value_or("name");
-    if (sortBy != "name" && sortBy != "time")
-        return CliIo::fail(QStringLiteral("--sort takes name or time"), 2);
+    if (sortBy != "name" && sortBy != "time" && sortBy != "size")
+        return CliIo::fail(QStringLiteral("--sort takes name, time or size"), 2);
+    if (sortBy == "size" && a.flag("--no-sizes"))
+        return CliIo::fail(QStringLiteral("--sort size needs the sizes"), 2);
     const int code = (sortBy == "time" ? ContentsSort::ByTime : ContentsSort::ByName) | (a.flag("-r") ? 2 : 0);
     const auto v = volumeFromArgs(a);
     if (!v)
@@ -147,7 +150,8 @@ int ls(int argc, char **argv)
         const QByteArray path = t->startsWith('/') ? *t : v->cache + '/' + t->left(10) + '/' + *t;
         roots.append({path, true});
     } else if (const QByteArrayList wanted = a.values("-d"); !wanted.isEmpty()) {
-        for (const QByteArray &name : wanted) {
+        for (const QByteArray &given : wanted) {
+            const QByteArray name = CliVolumes::dayName(given);
             const auto it = std::find_if(v->days.cbegin(), v->days.cend(), [&](const DayEntry &d) { return d.name == name; });
             if (it == v->days.cend())
                 return CliIo::fail(QStringLiteral("no day %1 in volume %2").arg(QString::fromUtf8(name)).arg(v->index));
@@ -175,6 +179,14 @@ int ls(int argc, char **argv)
     items.reserve(std::size_t(expected), std::size_t(expected) * 32);
     ContentsScan::scan(roots, options, stop, [&](CacheItems &&batch) { items.append(std::move(batch)); });
     ContentsSort::sortParallel(items, code);
+    if (sortBy == "size") {
+        // Smallest first (folders, which have no size, before files), names ordering equals.
+        const bool descending = a.flag("-r");
+        std::stable_sort(items.rows().begin(), items.rows().end(),
+                         [descending](const CacheItems::Row &x, const CacheItems::Row &y) {
+                             return descending ? x.size > y.size : x.size < y.size;
+                         });
+    }
 
     const bool json = a.flag("--json");
     const QHash<qsizetype, CacheCommit::Completeness> incomplete = IncompleteItems::inList(items);
@@ -193,15 +205,15 @@ int ls(int argc, char **argv)
             CliIo::appendJsonChars(t.path, items.timeFolderPath(f));
             CliIo::appendJsonChars(t.time, items.timeFolderName(f));
             CliIo::appendJsonChars(t.caching, caching);
+            t.path += '/';
         } else {
-            CliIo::appendTerminalText(t.path, items.timeFolderPath(f));
+            t.path = items.timeFolderPath(f).toStdString() + '/';
             t.caching.assign(caching.constData(), std::size_t(caching.size()));
         }
-        t.path += '/';
     }
     const CommonUtils::SizeUnits units = CommonUtils::SizeUnits::current();
     auto format = [&](qsizetype from, qsizetype to, std::string &out) {
-        std::string name, size;
+        std::string name, size, path;
         for (qsizetype i = from; i < to; ++i) {
             const CacheItems::Row &r = items.row(i);
             const FolderText &f = folders[r.folder];
@@ -235,15 +247,17 @@ int ls(int argc, char **argv)
                     out += "\", \"incomplete\": false}";
                 }
             } else {
-                CliIo::appendTerminalText(name, items.name(r));
+                // Names and paths as a shell reads them back, to paste into `salvora restore`.
+                CliIo::appendShellText(name, items.name(r));
+                path.assign(f.path);
+                path.append(items.name(r).data(), std::size_t(items.name(r).size()));
                 out += name;
                 out += '\t';
                 out += size;
                 out += '\t';
                 out += f.caching;
                 out += '\t';
-                out += f.path;
-                out += name;
+                CliIo::appendShellText(out, QByteArrayView(path.data(), qsizetype(path.size())));
                 if (incomplete.contains(i))
                     out += "\t(incomplete)";
                 out += '\n';
@@ -255,6 +269,8 @@ int ls(int argc, char **argv)
     CliIo::Out out;
     if (json)
         out << "{\"volume\": " << (long long)v->index << ", \"items\": [";
+    else if (isatty(STDOUT_FILENO))
+        out << "NAME\tSIZE\tMOVED TO THE CACHE\tPATH\n";
     const qsizetype n = items.size();
     const qsizetype cores = std::max<qsizetype>(1, std::thread::hardware_concurrency());
     constexpr qsizetype kChunk = 4096;

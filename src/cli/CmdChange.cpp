@@ -3,6 +3,7 @@
 #include "cli/Commands.h"
 #include "cli/Volumes.h"
 
+#include "browser/ContentsScan.h"
 #include "browser/Removal.h"
 #include "browser/Restore.h"
 #include "cache/CacheCommit.h"
@@ -16,6 +17,10 @@
 #include <unistd.h>
 
 namespace {
+
+// What restore exits with when it restored all it could but skipped something (a name taken, a
+// piece of a folder that cannot be copied); 1 is for failures, 2 for a wrong command line.
+constexpr int kRestoreSkipped = 3;
 
 // Only entries of a cache (cache/day/time/item) may be removed: the tool is no general rm.
 bool isCacheItem(const QByteArray &path)
@@ -47,26 +52,35 @@ bool confirm(const QString &question)
     return a == "y" || a == "yes";
 }
 
-// Makes the missing folders above a path as the user would (0755, narrowed by the umask).
-void makeParents(const QByteArray &path)
+// The cache items an argument names: a path, DAY/TIME/NAME below the volume's cache, or a bare
+// NAME looked up in the given days (all when none), as `ls` prints them.
+QByteArrayList itemsNamed(const QByteArray &given, const CliVolume &v, const QByteArrayList &days)
 {
-    for (qsizetype i = 1; i < path.size(); ++i)
-        if (path[i] == '/')
-            mkdir(path.left(i).constData(), 0755);
-}
-
-// The original path the daemon recorded for CACHE/DAY/TIME/NAME, or empty.
-QByteArray originalPathOf(const QByteArray &item)
-{
-    if (!isCacheItem(item))
-        return {};
-    const QByteArrayList parts = item.split('/');
-    const qsizetype n = parts.size();
-    const QByteArray cache = parts.mid(0, n - 3).join('/');
-    for (const CacheCommit::Origin &o : CacheCommit::readOrigins(cache, parts[n - 3]))
-        if (o.time == parts[n - 2] && o.name == parts[n - 1])
-            return o.path;
-    return {};
+    if (given.startsWith('/'))
+        return {given};
+    if (given.contains('/')) {
+        // Relative to the current folder as any path is, else DAY/TIME/NAME in the cache.
+        struct stat st{};
+        if (lstat(given.constData(), &st) == 0) {
+            char here[4096];
+            return {getcwd(here, sizeof here) ? QByteArray(here) + '/' + given : given};
+        }
+        const QByteArray path = v.cache + '/' + given;
+        return lstat(path.constData(), &st) == 0 ? QByteArrayList{path} : QByteArrayList{};
+    }
+    QList<ContentsScan::Root> roots;
+    for (const DayEntry &d : v.days)
+        if (days.isEmpty() || days.contains(d.name))
+            roots.append({d.path, false});
+    const std::atomic<bool> stop{false};
+    QByteArrayList found;
+    for (const QByteArray &folder : ContentsScan::timeFoldersOf(roots, stop)) {
+        struct stat st{};
+        const QByteArray path = folder + '/' + given;
+        if (given != "." && given != ".." && lstat(path.constData(), &st) == 0)
+            found.append(path);
+    }
+    return found;
 }
 
 void announceChange(const QByteArrayList &deleted)
@@ -85,68 +99,113 @@ namespace Commands {
 
 int restore(int argc, char **argv)
 {
-    const Args a(argc, argv, 2, {"--to"}, {"--json", "--to-original"});
+    const Args a(argc, argv, 2, {"--to", "-v", "-d"}, {"--json", "--to-original", "--keep-both", "--skip"});
     if (!a.ok())
         return CliIo::fail(a.error(), 2);
     const bool toOriginal = a.flag("--to-original");
     if (a.positional().isEmpty() || toOriginal == bool(a.value("--to")))
         return CliIo::fail(QStringLiteral("restore takes ITEM... --to DIR, or ITEM... --to-original"), 2);
+    if (a.flag("--keep-both") && a.flag("--skip"))
+        return CliIo::fail(QStringLiteral("--keep-both and --skip exclude each other"), 2);
+    if (!toOriginal && a.flag("--keep-both"))
+        return CliIo::fail(QStringLiteral("--keep-both goes with --to-original"), 2);
+    const Restore::Clash clash = a.flag("--keep-both") ? Restore::Clash::KeepBoth : Restore::Clash::Skip;
     int failures = 0;
+    int skips = 0;
     const QByteArray to = a.value("--to").value_or(QByteArray());
-    QList<QPair<QByteArray, QByteArray>> jobs; // source, target
-    for (const QByteArray &item : a.positional()) {
-        if (!toOriginal) {
-            jobs.append({item, (to.endsWith('/') ? to : to + '/') + Restore::lastComponent(item)});
-            continue;
-        }
-        const QByteArray original = originalPathOf(item);
-        if (original.isEmpty()) {
-            CliIo::fail(QStringLiteral("%1: no original location was recorded")
-                            .arg(QString::fromUtf8(CliIo::terminalText(item))));
-            ++failures;
-            continue;
-        }
-        jobs.append({item, original});
-    }
     if (!toOriginal) {
         struct stat st{};
         if (stat(to.constData(), &st) != 0 || !S_ISDIR(st.st_mode))
             return CliIo::fail(QStringLiteral("%1 is not a folder").arg(QString::fromLocal8Bit(to)));
+    }
+    // Names as `ls` prints them are looked up in the volume's cache.
+    std::optional<CliVolume> volume;
+    QByteArrayList days;
+    for (const QByteArray &d : a.values("-d"))
+        days.append(CliVolumes::dayName(d));
+    QList<QPair<QByteArray, QByteArray>> jobs; // source, target
+    for (const QByteArray &given : a.positional()) {
+        QByteArray item = given;
+        if (!given.startsWith('/')) {
+            if (!volume) {
+                QString error;
+                volume = CliVolumes::choose(a.integer("-v", 0).value_or(-1), &error);
+                if (!volume)
+                    return CliIo::fail(error);
+            }
+            const QByteArrayList found = itemsNamed(given, *volume, days);
+            if (found.size() != 1) {
+                ++failures;
+                if (found.isEmpty()) {
+                    CliIo::fail(QStringLiteral("%1: no such item in the cache").arg(QString::fromUtf8(CliIo::shellText(given))));
+                    continue;
+                }
+                CliIo::fail(QStringLiteral("%1: %2 items have that name; name one of them:")
+                                .arg(QString::fromUtf8(CliIo::shellText(given)))
+                                .arg(found.size()));
+                for (const QByteArray &f : found)
+                    std::fprintf(stderr, "  %s\n", CliIo::shellText(f).constData());
+                continue;
+            }
+            item = found.first();
+        }
+        if (!toOriginal) {
+            jobs.append({item, (to.endsWith('/') ? to : to + '/') + Restore::lastComponent(item)});
+            continue;
+        }
+        const QByteArray original = isCacheItem(item) ? Restore::originalPathOf(item) : QByteArray();
+        if (original.isEmpty()) {
+            CliIo::fail(QStringLiteral("%1: no original location was recorded")
+                            .arg(QString::fromUtf8(CliIo::shellText(item))));
+            ++failures;
+            continue;
+        }
+        jobs.append({item, original});
     }
     CliIo::Out out;
     const bool json = a.flag("--json");
     if (json)
         out << "[";
     bool first = true;
+    bool moved = false;
     auto report = [&](const Restore::ItemResult &r) {
-        const char *what = r.outcome == Restore::Outcome::Copied            ? "copied"
+        const char *what = r.outcome == Restore::Outcome::Copied            ? (r.moved ? "moved" : "copied")
                            : r.outcome == Restore::Outcome::SkippedExisting ? "skipped"
                                                                             : "failed";
+        moved = moved || r.moved;
         if (r.outcome == Restore::Outcome::Failed || r.outcome == Restore::Outcome::Stopped)
             ++failures;
+        // A folder copied in part is not all that was asked for.
+        if (r.outcome == Restore::Outcome::SkippedExisting || !r.leftOut.isEmpty())
+            ++skips;
         if (json) {
             out << (first ? "\n " : ",\n ") << "{\"source\": " << CliIo::jsonString(r.source)
                 << ", \"target\": " << CliIo::jsonString(r.target) << ", \"result\": \"" << what << "\""
-                << ", \"error\": " << CliIo::jsonText(r.error) << "}";
+                << ", \"error\": " << CliIo::jsonText(r.error) << ", \"leftOut\": [";
+            for (qsizetype i = 0; i < r.leftOut.size(); ++i)
+                out << (i ? ", " : "") << "{\"path\": " << CliIo::jsonString(r.leftOut[i].path)
+                    << ", \"reason\": " << CliIo::jsonText(r.leftOut[i].reason) << "}";
+            out << "]}";
         } else if (r.outcome == Restore::Outcome::SkippedExisting) {
-            out << "skipped, name exists: " << CliIo::terminalText(r.target) << '\n';
+            out << "skipped, name exists: " << CliIo::shellText(r.target) << '\n';
         } else if (r.outcome == Restore::Outcome::Copied) {
-            out << "copied: " << CliIo::terminalText(r.target) << '\n';
+            out << (r.moved ? "put back: " : "copied: ") << CliIo::shellText(r.target) << '\n';
+            for (const Restore::LeftOut &l : r.leftOut)
+                out << "  left out: " << CliIo::shellText(l.path) << " (" << l.reason << ")\n";
         } else {
             out.flush();
-            CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromUtf8(CliIo::terminalText(r.source)), r.error));
+            CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromUtf8(CliIo::shellText(r.source)), r.error));
         }
         first = false;
     };
-    for (const auto &[source, target] : jobs) {
-        // The original folder may be gone too: it is made again, as the user would.
-        if (toOriginal)
-            makeParents(target);
-        report(Restore::copyItem(source, target));
-    }
+    for (const auto &[source, target] : jobs)
+        report(toOriginal ? Restore::putBack(source, target, clash) : Restore::copyItem(source, target));
     if (json)
         out << "\n]\n";
-    return failures ? 1 : 0;
+    out.flush();
+    if (moved)
+        announceChange({});
+    return failures ? 1 : (skips ? kRestoreSkipped : 0);
 }
 
 int rm(int argc, char **argv)

@@ -5,6 +5,8 @@
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
+#include <QDate>
+
 namespace CliVolumes {
 
 QList<DayEntry> rememberedDays(const QString &uuid)
@@ -34,6 +36,16 @@ std::optional<CliVolume> choose(qsizetype index, QString *error)
         v.days = rememberedDays(v.entry.uuid);
     }
     return v;
+}
+
+QByteArray dayName(const QByteArray &given)
+{
+    const QDate today = QDate::currentDate();
+    if (given == "today")
+        return today.toString(QStringLiteral("yyyy-MM-dd")).toLatin1();
+    if (given == "yesterday")
+        return today.addDays(-1).toString(QStringLiteral("yyyy-MM-dd")).toLatin1();
+    return given;
 }
 
 } // namespace CliVolumes

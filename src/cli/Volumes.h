@@ -21,4 +21,6 @@ namespace CliVolumes {
 // nullopt with a one-line error when there is no such volume.
 std::optional<CliVolume> choose(qsizetype index, QString *error);
 QList<DayEntry> rememberedDays(const QString &uuid);
+// A day folder's name from what the user typed: "today", "yesterday" or the name itself.
+QByteArray dayName(const QByteArray &given);
 } // namespace CliVolumes

@@ -23,17 +23,25 @@ const Command kCommands[] = {
     {"days", Commands::days, "days [-v N] [--json]",
      "The days in the cache of volume N (default 0): name, label, size, item count; then the\n"
      "two summary lines of the window's day list."},
-    {"ls", Commands::ls, "ls [-v N] [-d DAY]... [-t TIMEFOLDER] [-s TEXT] [--sort name|time] [-r] [--no-sizes]\n     [--json]",
+    {"ls", Commands::ls, "ls [-v N] [-d DAY|today|yesterday]... [-t TIMEFOLDER] [-s TEXT] [--sort name|time|size] [-r]\n     [--no-sizes] [--json]",
      "The items of the given days (default: all days), or of one time folder, whose own names\n"
-     "contain TEXT (ignoring case), sorted as the window sorts them. Each row: name, size (empty\n"
-     "for folders), caching time, full path, and \"(incomplete)\" for an item kept only in part\n"
-     "(JSON: incomplete, missingFiles, missingBytes). --no-sizes leaves sizes out (null in JSON),\n"
-     "which spares a file-system call per file."},
+     "contain TEXT (ignoring case), sorted as the window sorts them, or by size. Each row: name,\n"
+     "size (empty for folders), caching time, full path, and \"(incomplete)\" for an item kept only\n"
+     "in part (JSON: incomplete, missingFiles, missingBytes); a header row comes first on a\n"
+     "terminal. Names and paths that need it are quoted as $'...', which a shell reads back byte\n"
+     "for byte. --no-sizes leaves sizes out (null in JSON), which spares a file-system call per file."},
     {"size", Commands::size, "size PATH [--json]", "The recursive size of a cached folder."},
-    {"restore", Commands::restore, "restore ITEM... --to DIR | --to-original [--json]",
-     "Copies items out of the cache into DIR, or back where they were deleted from when the\n"
-     "daemon recorded it (--to-original; missing folders are made again). Nothing is ever\n"
-     "overwritten: an item whose name exists there is skipped and reported."},
+    {"restore", Commands::restore,
+     "restore ITEM... [-v N] [-d DAY]... --to DIR | --to-original [--keep-both | --skip] [--json]",
+     "Copies items out of the cache into DIR, or puts them back where they were deleted from\n"
+     "(--to-original: they leave the cache, and missing folders are made again). An ITEM is a\n"
+     "path, DAY/TIMEFOLDER/NAME, or a NAME as 'salvora ls' prints it, looked up in the days given\n"
+     "with -d (default: all); a name several items share lists them instead. Nothing is ever\n"
+     "overwritten: an item whose name is taken is skipped (--skip, the default) or, with\n"
+     "--keep-both, put back under a numbered name (\"report 2.txt\").\n"
+     "Exit status: 0 when everything asked for was restored, 3 when something was skipped (a\n"
+     "name taken, a piece of a folder that cannot be copied), 1 when something failed or was\n"
+     "not found, 2 for a wrong command line."},
     {"remove", Commands::remove, "remove ITEM... | --day DAY... [-v N] | --all [--yes]",
      "Deletes items, whole days, or every cache, for good. Asks first unless --yes; refuses when\n"
      "it cannot ask. Removing everything also turns protection off."},

@@ -1,5 +1,7 @@
 #include "common/Alerts.h"
 
+#include "common/QuitSignals.h"
+
 #include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QThread>
@@ -48,7 +50,8 @@ void runUntil(const Alert &alert, int button)
         run(alert);
         return;
     }
-    while (run(alert) != button) {
+    // A quit asked for by a signal ends the asking too.
+    while (run(alert) != button && !QuitSignals::requested()) {
     }
 }
 

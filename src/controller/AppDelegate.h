@@ -34,6 +34,7 @@ class ContentsScanJob;
 class IncompleteLookup;
 class LossWatch;
 class LossesDialog;
+class MessageBar;
 class MessageBoxPresenter;
 class ProgressArea;
 class RemovalQueue;
@@ -163,9 +164,20 @@ public:
     void protectionOFF() override;
     void copySelectedItems() override;
     void removeContents() override;
+
+    // Put Back, the restores' messages and the keyboard's commands (PutBack.cpp).
+    void putBack() override;
+    void refresh() override;
+    void focusSearch() override;
+    // Whether any selected item has a recorded origin; the command and its tooltip follow.
+    void updatePutBackAction();
+    // Shows what a restore did in the message bar, and refreshes after a put back.
+    void restoreFinished(const RestoreReport &report);
     virtual void doubleClickContentsList();
     // Opens a document with the user's default application.
     virtual void openFile(const QString &path);
+    // The "Restore To" folder chooser; nullopt when cancelled.
+    virtual std::optional<QByteArray> chooseRestoreFolder();
     // The help document "Salvora 3.rtf" among the installed resources.
     virtual QString helpDocumentPath() const;
     // Ends the program (a refused privilege check).
@@ -208,6 +220,8 @@ public:
     // only while one of them does.
     ProgressArea *mRestoreProgressArea = nullptr;
     ProgressArea *mRemovalProgressArea = nullptr;
+    // The restores' outcome, above the contents list.
+    MessageBar *mMessageBar = nullptr;
 
     // ---- State.
     QList<DayEntry> mDates;
@@ -267,6 +281,8 @@ private:
     void connectActions();
     void setUpProgress();
     void progressChanged();
+    void putBackPlanned(const QList<QPair<QByteArray, QByteArray>> &items, const QByteArrayList &unrecorded,
+                        const QByteArrayList &taken);
 
     // Contents scan.
     void contentsReady(const std::shared_ptr<ContentsScanJob> &job);

@@ -22,7 +22,15 @@ void AppDelegate::doubleClickContentsList()
 
 void AppDelegate::copySelectedItems()
 {
-    RestoreUi::copySelectedItems(window, selectedContentsPaths(), mCopyJobs);
+    const QByteArrayList paths = selectedContentsPaths();
+    if (paths.isEmpty()) return;
+    const std::optional<QByteArray> destination = chooseRestoreFolder();
+    if (destination) mCopyJobs.start(RestoreActions::makeJob(*destination, paths));
+}
+
+std::optional<QByteArray> AppDelegate::chooseRestoreFolder()
+{
+    return RestoreUi::chooseDestinationFolder(window);
 }
 
 void AppDelegate::quit()

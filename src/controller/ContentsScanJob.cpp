@@ -16,10 +16,11 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
     // The order of the folders does not matter, the list is sorted anyway. Each reading thread
     // sorts its own folders; this thread only merges them.
     options.inOrder = false;
+    options.origins = std::make_shared<OriginFolders>();
     options.prepare = [this](CacheItems &folder) {
         const int code = sortCode.load();
         ContentsSort::sort(folder, code);
-        if (!folder.isEmpty()) mFolderCodes.fetch_or(1u << (code & 3));
+        if (!folder.isEmpty()) mFolderCodes.fetch_or(1u << (code & 7));
     };
     bool first = true;
     std::thread scanner([this, options, &first, &wake] {
@@ -62,7 +63,7 @@ int ContentsScanJob::prepareChunk(CacheItems &chunk)
 {
     const int code = sortCode.load();
     // The folders come sorted; after a change of order mid-scan they may not all agree.
-    if (mFolderCodes.load() == (1u << (code & 3)))
+    if (mFolderCodes.load() == (1u << (code & 7)))
         ContentsSort::mergeRuns(chunk, code);
     else
         ContentsSort::sort(chunk, code);

@@ -20,8 +20,8 @@ void AppDelegate::translateInterface()
     mProtectionONButton->setText(qtTrId("StartProtection"));
     //% "Stop Protection"
     mProtectionOFFButton->setText(qtTrId("StopProtection"));
-    //% "Copy"
-    mCopySelectedItemsButton->setText(qtTrId("CopyItem"));
+    //% "Restore To…"
+    mCopySelectedItemsButton->setText(qtTrId("RestoreToItem"));
     //% "Delete"
     mRemoveSelectedItemsButton->setText(qtTrId("RemoveItem"));
     //% "Settings"

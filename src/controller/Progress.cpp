@@ -12,6 +12,7 @@ void AppDelegate::setUpProgress()
     mProgress = new WorkProgress(this);
     mRemovals = new RemovalQueue(mProgress, this);
     mCopyJobs.setProgress(mProgress);
+    mCopyJobs.setReporter(mWorkers, [this](const RestoreReport &report) { restoreFinished(report); });
     // Permanent widgets: a message shown in the status bar never hides them.
     QStatusBar *bar = window->statusBar();
     mRestoreProgressArea = new ProgressArea(*mProgress, WorkJob::Kind::Restore, bar);

@@ -5,13 +5,21 @@
 
 namespace RemovalActions {
 
-Alerts::Alert confirmationAlert(Command command)
+Alerts::Alert confirmationAlert(Command command, const QByteArrayList &items)
 {
     Alerts::Alert a;
     switch (command) {
     case Command::Contents:
         //% "Delete the selected items from the cache?"
         a.message = qtTrId("DeleteContentsTitle");
+        if (items.size() == 1) {
+            const qsizetype slash = items.first().lastIndexOf('/');
+            //% "Delete “%1” for good?"
+            a.message = qtTrId("DeleteOneItemTitle").arg(QString::fromUtf8(items.first().mid(slash + 1)));
+        } else if (items.size() > 1) {
+            //% "Delete %1 items for good?"
+            a.message = qtTrId("DeleteItemsTitle").arg(items.size());
+        }
         //% "The items will be deleted for good. This cannot be undone."
         a.informativeText = qtTrId("DeleteContentsText");
         break;
@@ -37,9 +45,9 @@ Alerts::Alert confirmationAlert(Command command)
     return a;
 }
 
-bool confirm(Command command)
+bool confirm(Command command, const QByteArrayList &items)
 {
-    const Alerts::Alert alert = confirmationAlert(command);
+    const Alerts::Alert alert = confirmationAlert(command, items);
     for (;;) {
         const int chosen = Alerts::run(alert);
         if (chosen == kCancelIndex) return false;
@@ -51,7 +59,7 @@ bool confirm(Command command)
 bool removeContents(const QByteArrayList &itemPaths, RemovalTarget &target, RemovalQueue &queue,
                     std::function<void()> beforeRefresh)
 {
-    if (itemPaths.isEmpty() || !confirm(Command::Contents)) return false;
+    if (itemPaths.isEmpty() || !confirm(Command::Contents, itemPaths)) return false;
     RemovalQueue::Request r;
     r.mode = RemovalQueue::Request::Mode::Items;
     r.paths = itemPaths;

@@ -26,13 +26,14 @@ namespace RemovalActions {
 
 enum class Command { Contents, Days, AllCaches };
 
-// Critical style; buttons: "CancelButton" (default, index 0), "DeleteButton" (index 1).
-Alerts::Alert confirmationAlert(Command command);
+// Critical style; buttons: "CancelButton" (default, index 0), "DeleteButton" (index 1). Given the
+// items, the question names the one item or counts them.
+Alerts::Alert confirmationAlert(Command command, const QByteArrayList &items = {});
 inline constexpr int kCancelIndex = 0;
 inline constexpr int kDeleteIndex = 1;
 // Shows the alert until one of its two buttons is chosen; true for Delete. Any other answer
 // (the box closed some other way) shows it again.
-bool confirm(Command command);
+bool confirm(Command command, const QByteArrayList &items = {});
 
 // removeContents: the selected items' paths in row order. Nothing selected: no alert, false.
 // Confirmed (true): deleted (each time folder's record reset, emptied time folders removed),

@@ -68,6 +68,103 @@ QByteArrayList pathsFromMimeData(const QMimeData &data)
     return paths;
 }
 
+QString folderTitle(const QByteArray &folder)
+{
+    const QByteArray name = Restore::lastComponent(folder);
+    return name.isEmpty() ? QStringLiteral("/") : QString::fromUtf8(name);
+}
+
+namespace {
+
+QString nameOf(const QByteArray &path)
+{
+    return QString::fromUtf8(Restore::lastComponent(path));
+}
+
+QString namesOf(const QList<QByteArray> &paths)
+{
+    QStringList names;
+    for (const QByteArray &p : paths)
+        names.append(nameOf(p));
+    return names.join(QLatin1String(", "));
+}
+
+} // namespace
+
+Message describe(const RestoreReport &report)
+{
+    const bool putBack = report.kind == RestoreReport::Kind::PutBack;
+    Message m;
+    QStringList lines;
+    QByteArrayList taken;
+    QByteArray takenFolder;
+    bool sameFolder = true;
+    QByteArray restoredFolder;
+    for (const Restore::ItemResult &r : report.results) {
+        switch (r.outcome) {
+        case Restore::Outcome::Copied:
+            if (!m.restored.isEmpty() && parentFolder(r.target) != restoredFolder) sameFolder = false;
+            restoredFolder = parentFolder(r.target);
+            m.restored.append(r.target);
+            break;
+        case Restore::Outcome::SkippedExisting:
+            if (takenFolder.isEmpty()) takenFolder = parentFolder(r.target);
+            taken.append(r.target);
+            break;
+        case Restore::Outcome::Failed:
+        case Restore::Outcome::Stopped: {
+            //% "stopped"
+            const QString why = r.outcome == Restore::Outcome::Stopped ? qtTrId("RestoreStopped") : r.error;
+            //% "“%1” was not restored: %2"
+            lines.append(qtTrId("RestoreItemFailed").arg(nameOf(r.source), why));
+            break;
+        }
+        }
+        if (r.outcome == Restore::Outcome::Copied && !r.leftOut.isEmpty()) {
+            QStringList pieces;
+            for (const Restore::LeftOut &l : r.leftOut)
+                pieces.append(QStringLiteral("%1 (%2)").arg(QString::fromUtf8(l.path), l.reason));
+            //% "“%1” was restored without what could not be copied: %2"
+            lines.append(qtTrId("RestorePartial").arg(nameOf(r.target), pieces.join(QLatin1String(", "))));
+        }
+    }
+    for (const QByteArray &u : report.unrecorded)
+        //% "“%1” was not put back: where it was deleted from is not known. Use Restore To… instead."
+        lines.append(qtTrId("PutBackNoOrigin").arg(nameOf(u)));
+    if (taken.size() == 1)
+        //% "1 item was not restored because its name is taken in %1: %2"
+        lines.prepend(qtTrId("RestoreNameTaken").arg(folderTitle(takenFolder), namesOf(taken)));
+    else if (taken.size() > 1)
+        //% "%1 items were not restored because their names are taken in %2: %3"
+        lines.prepend(qtTrId("RestoreNamesTaken").arg(QString::number(taken.size()), folderTitle(takenFolder),
+                                                      namesOf(taken)));
+    const qsizetype n = m.restored.size();
+    if (n > 0) {
+        QString done;
+        if (putBack && n == 1)
+            //% "1 item put back in %1"
+            done = qtTrId("PutBackDone1").arg(folderTitle(restoredFolder));
+        else if (putBack && sameFolder)
+            //% "%1 items put back in %2"
+            done = qtTrId("PutBackDone").arg(QString::number(n), folderTitle(restoredFolder));
+        else if (putBack)
+            //% "%1 items put back where they were"
+            done = qtTrId("PutBackDoneMany").arg(n);
+        else if (n == 1)
+            //% "1 item restored to %1"
+            done = qtTrId("RestoreDone1").arg(folderTitle(report.destination));
+        else
+            //% "%1 items restored to %2"
+            done = qtTrId("RestoreDone").arg(QString::number(n), folderTitle(report.destination));
+        lines.prepend(done);
+    }
+    m.text = lines.join(QLatin1Char('\n'));
+    const bool problems = !taken.isEmpty() || lines.size() > (n > 0 ? 1 : 0);
+    m.level = !problems ? Message::Level::Success
+                        : (n > 0 || !taken.isEmpty() ? Message::Level::Warning : Message::Level::Error);
+    return m;
+}
+
 } // namespace RestoreActions
 
 CopyJobs::CopyJobs() : mShared(std::make_shared<Shared>()) {}
@@ -86,13 +183,49 @@ bool CopyJobs::start(const QByteArrayList &job)
     mJobs.append(work);
     mShared->running.fetch_add(1);
     // The thread owns its copy of the job and shares only the running count and its job's counts and stop flag.
-    std::thread([shared = mShared, work, job, hook = mItemHook] {
-        Restore::copyItems(job.first(), job.mid(1), work->stopFlag(),
-                           [&](const Restore::ItemResult &r) {
-                               work->advance();
-                               if (hook) hook(r.source);
-                           });
+    std::thread([shared = mShared, work, job, hook = mItemHook, mailbox = mMailbox, reporter = mReporter] {
+        RestoreReport report;
+        report.destination = job.first();
+        report.results = Restore::copyItems(job.first(), job.mid(1), work->stopFlag(),
+                                            [&](const Restore::ItemResult &r) {
+                                                work->advance();
+                                                if (hook) hook(r.source);
+                                            });
         work->finish();
+        if (mailbox && reporter) mailbox->post([reporter, report] { reporter(report); });
+        shared->running.fetch_sub(1);
+    }).detach();
+    return true;
+}
+
+void CopyJobs::setReporter(std::shared_ptr<WorkerState> mailbox, Reporter reporter)
+{
+    mMailbox = std::move(mailbox);
+    mReporter = std::move(reporter);
+}
+
+bool CopyJobs::startPutBack(const QList<QPair<QByteArray, QByteArray>> &items, Restore::Clash clash,
+                            const QByteArrayList &unrecorded)
+{
+    if (mStopped || (items.isEmpty() && unrecorded.isEmpty())) return false;
+    auto work = std::make_shared<WorkJob>(WorkJob::Kind::Restore, items.size());
+    if (mProgress) mProgress->track(work);
+    mJobs.removeIf([](const std::weak_ptr<WorkJob> &w) { return w.expired(); });
+    mJobs.append(work);
+    mShared->running.fetch_add(1);
+    std::thread([shared = mShared, work, items, clash, unrecorded, hook = mItemHook, mailbox = mMailbox,
+                 reporter = mReporter] {
+        RestoreReport report;
+        report.kind = RestoreReport::Kind::PutBack;
+        report.unrecorded = unrecorded;
+        for (const auto &[cached, original] : items) {
+            if (work->stopRequested()) break;
+            report.results.append(Restore::putBack(cached, original, clash, work->stopFlag()));
+            work->advance();
+            if (hook) hook(cached);
+        }
+        work->finish();
+        if (mailbox && reporter) mailbox->post([reporter, report] { reporter(report); });
         shared->running.fetch_sub(1);
     }).detach();
     return true;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "browser/Restore.h"
 #include "controller/WorkProgress.h"
+#include "controller/WorkerState.h"
 
 #include <QByteArrayList>
 #include <QDBusConnection>
@@ -14,6 +16,16 @@
 #include <optional>
 
 class QMimeData;
+
+// What one restore did, item by item, for the window to say.
+struct RestoreReport
+{
+    enum class Kind { ToFolder, PutBack };
+    Kind kind = Kind::ToFolder;
+    QByteArray destination; // ToFolder: the chosen folder
+    QList<Restore::ItemResult> results;
+    QByteArrayList unrecorded; // PutBack: items whose original location was never recorded
+};
 
 // Getting items back out of the cache without the window: copy jobs on their own threads,
 // file URLs made from byte paths, the drag data, and revealing items in the file manager.
@@ -37,6 +49,19 @@ QMimeData *dragMimeData(const QByteArrayList &paths);
 // The paths a drag carries (for receivers and tests).
 QByteArrayList pathsFromMimeData(const QMimeData &data);
 
+// The message the window shows after a restore: what was restored and where, then each thing
+// that was not, with its reason. Nothing fails silently.
+struct Message
+{
+    enum class Level { Success, Warning, Error };
+    Level level = Level::Success;
+    QString text;
+    QByteArrayList restored; // what "Show" reveals
+};
+Message describe(const RestoreReport &report);
+// A folder as the message names it: its last name ("Documents"), "/" for the root.
+QString folderTitle(const QByteArray &folder);
+
 } // namespace RestoreActions
 
 // Runs copy jobs, each on a thread of its own with its own copy of the job, and no window state.
@@ -54,9 +79,16 @@ public:
 
     // Jobs started afterwards are followed there (main thread; it must outlive their start).
     void setProgress(WorkProgress *progress) { mProgress = progress; }
+    // Each finished job's report goes to `reporter` on the mailbox's thread.
+    using Reporter = std::function<void(const RestoreReport &)>;
+    void setReporter(std::shared_ptr<WorkerState> mailbox, Reporter reporter);
     // Starts copySelectedItemsThread on the job; false (nothing started) without a destination
     // and at least one source, or after stopAll().
     bool start(const QByteArrayList &job);
+    // Puts each cached item back at its original path (pairs of cached, original); the items
+    // without a record are only reported.
+    bool startPutBack(const QList<QPair<QByteArray, QByteArray>> &items, Restore::Clash clash,
+                      const QByteArrayList &unrecorded = {});
     void stopAll();
     // Waits until no job runs, at most `timeoutMs`; true when none runs any more.
     bool waitForAll(int timeoutMs) const;
@@ -77,6 +109,8 @@ private:
     // The jobs that may still run, to stop them at quit.
     QList<std::weak_ptr<WorkJob>> mJobs;
     std::function<void(const QByteArray &)> mItemHook;
+    std::shared_ptr<WorkerState> mMailbox;
+    Reporter mReporter;
 };
 
 // Shows items in the file manager: org.freedesktop.FileManager1.ShowItems on the session bus,

@@ -1,5 +1,7 @@
 #include "controller/AppDelegate.h"
 
+#include "ui/MessageBar.h"
+
 #include "cache/CacheLayout.h"
 #include "common/Log.h"
 #include "common/NotificationBus.h"
@@ -126,11 +128,13 @@ void AppDelegate::loadInterface()
     const QString nameTitle = qtTrId("ColumnName");
     //% "Moved to the cache"
     const QString timeTitle = qtTrId("ColumnCachingTime");
+    //% "Original Location"
+    const QString originTitle = qtTrId("ColumnOriginalLocation");
     const QStringList ids{QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")};
     mDateModel = new TableModel(this, ids, this);
     mDateModel->setHeaderTitles({dateTitle, sizeTitle, countTitle});
-    mContentsModel = new TableModel(this, ids, this);
-    mContentsModel->setHeaderTitles({nameTitle, sizeTitle, timeTitle});
+    mContentsModel = new TableModel(this, ids + QStringList{QStringLiteral("4")}, this);
+    mContentsModel->setHeaderTitles({nameTitle, sizeTitle, timeTitle, originTitle});
     mTableViewDate->setModel(mDateModel);
     mTableViewContents->setModel(mContentsModel);
 
@@ -140,6 +144,11 @@ void AppDelegate::loadInterface()
     mTableViewContents->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     mTableViewContents->horizontalHeader()->resizeSection(1, 90);
     mTableViewContents->horizontalHeader()->resizeSection(2, 150);
+    mTableViewContents->horizontalHeader()->resizeSection(3, 200);
+
+    // What a restore did shows above the list it is about.
+    mMessageBar = new MessageBar(mainUi.contentsPane);
+    mainUi.contentsPaneLayout->insertWidget(mainUi.contentsPaneLayout->indexOf(mTableViewContents), mMessageBar);
     mainUi.mSplitter->setStretchFactor(1, 3);
 
     mNotifications = new NotificationProtocol(*this, this);
@@ -188,12 +197,12 @@ void AppDelegate::connectActions()
     connect(header, &QHeaderView::sortIndicatorChanged, this,
             [this](int section, Qt::SortOrder order) {
                 const QString id = mContentsModel->columnIdentifier(section);
-                if (id == QLatin1String("1") || id == QLatin1String("3"))
+                if (id == QLatin1String("1") || id == QLatin1String("3") || id == QLatin1String("4"))
                     sortDescriptorsDidChange(order == Qt::AscendingOrder);
             });
     connect(header, &QHeaderView::sectionClicked, this, [this, header](int section) {
         const QString id = mContentsModel->columnIdentifier(section);
-        if (id == QLatin1String("1") || id == QLatin1String("3")) {
+        if (id == QLatin1String("1") || id == QLatin1String("3") || id == QLatin1String("4")) {
             mSortSection = section;
             mSortOrder = header->sortIndicatorOrder();
         } else {
@@ -338,6 +347,8 @@ void AppDelegate::applicationWillTerminate()
     mReadingCacheContentsMustStop = true;
     mCalculatingSizeContentsMustStop = true;
     mCopyJobs.stopAll();
+    // A stopped copy takes away its hidden temporary; it gets the time to.
+    mCopyJobs.waitForAll(RemovalQueue::kQuitWaitMs);
     // The item being deleted is finished rather than left to a dying thread.
     mRemovals->shutdown(RemovalQueue::kQuitWaitMs);
     if (mLaunched) CommonUtils::addToLogFile(QStringLiteral("Salvora 3 quits."));

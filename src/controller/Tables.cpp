@@ -9,6 +9,7 @@
 #include "volumes/Volumes.h"
 
 #include <QDateTime>
+#include <QFile>
 #include <QFileIconProvider>
 #include <QLabel>
 #include <QLocale>
@@ -160,23 +161,26 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
         }
         if (c == 3)
             return DayTexts::cachingTime(mContents.timeFolderName(mContents.row(row).folder));
+        if (c == 4) return QFile::decodeName(mContents.originFolder(mContents.row(row)));
         return QString();
+    case Qt::ToolTipRole:
+        // The whole folder, which the column shortens in the middle.
+        if (c == 4) return QFile::decodeName(mContents.originFolder(mContents.row(row)));
+        if (const CacheCommit::Completeness *part = c == 1 ? incompleteOf(row) : nullptr)
+            return IncompleteItems::describe(*part);
+        return {};
     case Qt::DecorationRole:
         if (c != 1) return {};
         readItemAttributes(row);
         return iconForItem(row);
     case Qt::TextAlignmentRole:
-        return alignment(c == 1 ? Qt::AlignLeading : (c == 2 ? Qt::AlignRight : Qt::AlignHCenter));
+        return alignment(c == 1 || c == 4 ? Qt::AlignLeading : (c == 2 ? Qt::AlignRight : Qt::AlignHCenter));
     case Qt::FontRole: {
-        QFont font = TableModel::fontOfSize(c == 1 ? 13 : (c == 2 ? 12 : 11));
+        QFont font = TableModel::fontOfSize(c == 1 ? 13 : (c == 2 || c == 4 ? 12 : 11));
         // An item kept only in part is in italics, its tip says what is missing.
         if (c == 1 && incompleteOf(row)) font.setItalic(true);
         return font;
     }
-    case Qt::ToolTipRole:
-        if (const CacheCommit::Completeness *part = c == 1 ? incompleteOf(row) : nullptr)
-            return IncompleteItems::describe(*part);
-        return {};
     case Qt::ForegroundRole:
         return c == 1 ? ZEL_Colors::getBlackColor_Adaptable()
                       : ZEL_Colors::getDarkGrayColor_Adaptable();
@@ -204,6 +208,8 @@ void AppDelegate::didClickTableColumn(const QString &identifier)
         mSortByCaching = mSortAscending ? 0 : 2;
     else if (identifier == QLatin1String("3"))
         mSortByCaching = mSortAscending ? 1 : 3;
+    else if (identifier == QLatin1String("4"))
+        mSortByCaching = mSortAscending ? 4 : 6;
     else
         return; // the list cannot be sorted by size
     sortContents();
@@ -239,4 +245,5 @@ void AppDelegate::clickContentsList()
     setText(mContentsInfos, text, &ZEL_Colors::getDarkGrayColor_Adaptable);
     enableToolBarItem(QStringLiteral("copyButton"), s >= 0);
     enableToolBarItem(QStringLiteral("removeButton"), s >= 0);
+    updatePutBackAction();
 }

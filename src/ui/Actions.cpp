@@ -12,10 +12,22 @@
 
 namespace {
 
+// GNOME and its Adwaita icons draw toolbars with symbolic (monochrome) icons; others in colour.
+bool prefersSymbolicIcons()
+{
+    return QIcon::themeName().contains(QLatin1String("Adwaita"), Qt::CaseInsensitive) ||
+           qEnvironmentVariable("XDG_CURRENT_DESKTOP").contains(QLatin1String("GNOME"), Qt::CaseInsensitive);
+}
+
+// The desktop theme's icon (its symbolic variant where the desktop uses those), else the style's
+// own.
 QIcon themeIcon(const char *name, QStyle::StandardPixmap fallback)
 {
     QStyle *style = QApplication::style();
-    return QIcon::fromTheme(QLatin1String(name), style ? style->standardIcon(fallback) : QIcon());
+    const QIcon shipped = style ? style->standardIcon(fallback) : QIcon();
+    const QString plain = QLatin1String(name);
+    const QIcon colour = QIcon::fromTheme(plain, shipped);
+    return prefersSymbolicIcons() ? QIcon::fromTheme(plain + QLatin1String("-symbolic"), colour) : colour;
 }
 
 QWidget *spacer(bool flexible)
@@ -51,12 +63,19 @@ WindowActions::WindowActions(WindowCommands &receiver, QObject *parent)
     //% "Stop Protection"
     make(Command::ProtectionOFF, qtTrId("StopProtection"), &W::protectionOFF)
         ->setIcon(themeIcon("security-low", QStyle::SP_DialogNoButton));
-    //% "Copy"
-    make(Command::CopyItems, qtTrId("CopyItem"), &W::copySelectedItems)
-        ->setIcon(themeIcon("edit-copy", QStyle::SP_DialogSaveButton));
+    //% "Restore To…"
+    QAction *copy = make(Command::CopyItems, qtTrId("RestoreToItem"), &W::copySelectedItems);
+    copy->setIcon(themeIcon("document-save-as", QStyle::SP_DialogSaveButton));
+    copy->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));
+    //% "Put Back"
+    QAction *putBack = make(Command::PutBack, qtTrId("PutBackItem"), &W::putBack);
+    putBack->setIcon(themeIcon("edit-undo", QStyle::SP_ArrowBack));
+    putBack->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
     //% "Delete"
-    make(Command::RemoveItems, qtTrId("RemoveItem"), &W::removeContents)
-        ->setIcon(themeIcon("edit-delete", QStyle::SP_TrashIcon));
+    QAction *remove = make(Command::RemoveItems, qtTrId("RemoveItem"), &W::removeContents);
+    remove->setIcon(themeIcon("edit-delete", QStyle::SP_TrashIcon));
+    // The search field keeps its own Delete while it has the focus.
+    remove->setShortcut(QKeySequence(QKeySequence::Delete));
     //% "Settings"
     QAction *prefs = make(Command::Preferences, qtTrId("Settings"), &W::editPreferences);
     prefs->setIcon(themeIcon("preferences-system", QStyle::SP_FileDialogDetailedView));
@@ -85,6 +104,12 @@ WindowActions::WindowActions(WindowCommands &receiver, QObject *parent)
     // without stealing it from the search field.
     //% "&Preview"
     make(Command::TogglePreview, qtTrId("CommandTogglePreview"), &W::toggleQL);
+    //% "&Refresh"
+    make(Command::Refresh, qtTrId("CommandRefresh"), &W::refresh)
+        ->setShortcuts(shortcuts(QKeySequence(Qt::Key_F5), QKeySequence::Refresh));
+    //% "&Find"
+    make(Command::FocusSearch, qtTrId("CommandFind"), &W::focusSearch)
+        ->setShortcuts(shortcuts(QKeySequence(Qt::CTRL | Qt::Key_F), QKeySequence::Find));
     //% "&Quit"
     QAction *quit = make(Command::Quit, qtTrId("CommandQuit"), &W::quit);
     quit->setShortcuts(shortcuts(QKeySequence(Qt::CTRL | Qt::Key_Q), QKeySequence::Quit));
@@ -113,6 +138,7 @@ QStringList WindowActions::toolbarDefaultItemIdentifiers()
             QLatin1String(kProtectionOFF),
             s,
             s,
+            QLatin1String(kPutBackButton),
             QLatin1String(kCopyButton),
             s,
             QLatin1String(kRemoveButton),
@@ -127,6 +153,7 @@ QAction *WindowActions::toolbarItem(const QString &identifier) const
         {QLatin1String(kProtectionON), Command::ProtectionON},
         {QLatin1String(kProtectionOFF), Command::ProtectionOFF},
         {QLatin1String(kCopyButton), Command::CopyItems},
+        {QLatin1String(kPutBackButton), Command::PutBack},
         {QLatin1String(kRemoveButton), Command::RemoveItems},
         {QLatin1String(kPreferences), Command::Preferences},
         {QLatin1String(kShowHelp), Command::ShowHelp},
@@ -172,6 +199,15 @@ void WindowActions::populateMenuBar(QMenuBar *menuBar) const
 
     //% "&Edit"
     QMenu *edit = menuBar->addMenu(qtTrId("MenuEdit"));
+    edit->addAction(action(Command::PutBack));
+    edit->addAction(action(Command::CopyItems));
+    edit->addAction(action(Command::RemoveItems));
+    edit->addSeparator();
+    edit->addAction(action(Command::ProtectionON));
+    edit->addAction(action(Command::ProtectionOFF));
+    edit->addSeparator();
+    edit->addAction(action(Command::FocusSearch));
+    edit->addSeparator();
     edit->addAction(action(Command::RemoveSelectedDays));
     edit->addAction(action(Command::RemoveAllCaches));
     edit->addSeparator();
@@ -182,6 +218,7 @@ void WindowActions::populateMenuBar(QMenuBar *menuBar) const
     //% "&View"
     QMenu *view = menuBar->addMenu(qtTrId("MenuView"));
     view->addAction(action(Command::TogglePreview));
+    view->addAction(action(Command::Refresh));
 
     //% "&Help"
     QMenu *help = menuBar->addMenu(qtTrId("MenuHelp"));
@@ -198,6 +235,11 @@ QMenu *WindowActions::contentsMenu(const QByteArray &selectedItemPath, QWidget *
     menu->setObjectName(QStringLiteral("menu"));
     WindowCommands *r = &mReceiver;
     menu->addAction(ContextMenus::revealTitle(*name), menu, [r] { r->showInFinder(); });
+    menu->addSeparator();
+    // The window's own actions: their state, tooltip and shortcut show as they are.
+    menu->addAction(action(Command::PutBack));
+    menu->addAction(action(Command::CopyItems));
+    menu->addSeparator();
     menu->addAction(ContextMenus::deleteTitle(*name), menu, [r] { r->removeContents(); });
     return menu;
 }

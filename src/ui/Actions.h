@@ -21,6 +21,7 @@ public:
     virtual void protectionON() = 0;
     virtual void protectionOFF() = 0;
     virtual void copySelectedItems() = 0;
+    virtual void putBack() = 0;
     virtual void removeContents() = 0;
     virtual void editPreferences() = 0;
     virtual void showHelp() = 0;
@@ -32,6 +33,8 @@ public:
     virtual void openLogs() = 0;
     virtual void toggleProtection() = 0;
     virtual void toggleQL() = 0;
+    virtual void refresh() = 0;
+    virtual void focusSearch() = 0;
     virtual void quit() = 0;
     // Contextual menus.
     virtual void showInFinder() = 0;
@@ -50,6 +53,7 @@ public:
         ProtectionON,
         ProtectionOFF,
         CopyItems,
+        PutBack,
         RemoveItems,
         Preferences,
         ShowHelp,
@@ -60,6 +64,8 @@ public:
         OpenLogs,
         ToggleProtection,
         TogglePreview,
+        Refresh,
+        FocusSearch,
         Quit,
     };
 
@@ -67,6 +73,7 @@ public:
     static constexpr char kProtectionON[] = "protectionON";
     static constexpr char kProtectionOFF[] = "protectionOFF";
     static constexpr char kCopyButton[] = "copyButton";
+    static constexpr char kPutBackButton[] = "putBackButton";
     static constexpr char kRemoveButton[] = "removeButton";
     static constexpr char kPreferences[] = "preferences";
     static constexpr char kShowHelp[] = "showHelp";
@@ -94,8 +101,9 @@ public:
     // File, Edit, View, Help menus with the menu-bar commands.
     void populateMenuBar(QMenuBar *menuBar) const;
 
-    // The contents list's menu for its selected item: reveal and delete, titled with its name.
-    // nullptr when nothing exists at the path. The caller owns the menu.
+    // The contents list's menu for its selected item: reveal, put back, restore to and delete,
+    // titled with its name; put back is offered as the command's action is enabled. nullptr
+    // when nothing exists at the path. The caller owns the menu.
     QMenu *contentsMenu(const QByteArray &selectedItemPath, QWidget *parent = nullptr) const;
     // The day list's menu for a day folder: one item per time folder, tag = index in
     // `cacheTimesInDay`, which is rebuilt (mCacheTimesInDay). Never nullptr, maybe empty.

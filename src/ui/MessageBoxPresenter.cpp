@@ -15,9 +15,15 @@ int MessageBoxPresenter::present(const Alerts::Alert &alert)
     box.setInformativeText(alert.informativeText);
     QList<QAbstractButton *> buttons;
     const QString cancel = qtTrId("CancelButton");
+    const QString remove = qtTrId("DeleteButton");
     for (qsizetype i = 0; i < alert.buttons.size(); ++i) {
-        QPushButton *b = box.addButton(alert.buttons[i],
-                                       i == 0 ? QMessageBox::AcceptRole : QMessageBox::ActionRole);
+        // The styles mark what cannot be undone, and place Cancel where the desktop expects it.
+        QMessageBox::ButtonRole role = i == 0 ? QMessageBox::AcceptRole : QMessageBox::ActionRole;
+        if (alert.buttons[i] == cancel)
+            role = QMessageBox::RejectRole;
+        else if (alert.style == Alerts::Alert::Style::Critical && alert.buttons[i] == remove)
+            role = QMessageBox::DestructiveRole;
+        QPushButton *b = box.addButton(alert.buttons[i], role);
         if (i == 0) box.setDefaultButton(b);
         if (alert.buttons[i] == cancel) box.setEscapeButton(b);
         buttons.append(b);

@@ -163,6 +163,10 @@ void PreferencesSheet::translate()
     mUi->excludeNameLabel->setText(qtTrId("PreferencesExcludeName"));
     //% "Exclude extensions:"
     mUi->excludeExtensionsLabel->setText(qtTrId("PreferencesExcludeExtensions"));
+    //% "Names separated by “;”, e.g. .DS_Store;Thumbs.db"
+    mUi->mPreferencesExcludeName->setPlaceholderText(qtTrId("PreferencesExcludeNamePlaceholder"));
+    //% "Extensions separated by “;”, e.g. tmp;part"
+    mUi->mPreferencesExcludeExtensions->setPlaceholderText(qtTrId("PreferencesExcludeExtensionsPlaceholder"));
     //% "Protect"
     mUi->mProtectedVolumesProtectButton->setText(qtTrId("ProtectVolume"));
     //% "Do Not Protect"

@@ -16,6 +16,7 @@
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QPointer>
+#include <QScreen>
 #include <QStackedWidget>
 #include <QThread>
 #include <QVBoxLayout>
@@ -24,6 +25,7 @@
 #include <QPdfDocument>
 #endif
 
+#include <algorithm>
 #include <fcntl.h>
 #include <mutex>
 #include <sys/stat.h>
@@ -271,6 +273,18 @@ void PreviewPanel::reloadData()
 
 void PreviewPanel::makeKeyAndOrderFront()
 {
+    // Opened over the window it belongs to, and wholly on its screen.
+    if (!isVisible() && parentWidget()) {
+        const QWidget *main = parentWidget()->window();
+        QRect r(QPoint(), frameGeometry().size());
+        r.moveCenter(main->frameGeometry().center());
+        if (const QScreen *screen = main->screen()) {
+            const QRect room = screen->availableGeometry();
+            r.moveLeft(std::max(room.left(), std::min(r.left(), room.right() + 1 - r.width())));
+            r.moveTop(std::max(room.top(), std::min(r.top(), room.bottom() + 1 - r.height())));
+        }
+        move(r.topLeft());
+    }
     QWidget::show();
     raise();
     activateWindow();

@@ -1,27 +1,35 @@
 #include "ui/RestoreUi.h"
 
-#include "controller/RestoreActions.h"
-
 #include <QDesktopServices>
+#include <QDir>
 #include <QFile>
 #include <QFileDialog>
+#include <QFileInfo>
 
 namespace RestoreUi {
 
-std::optional<QByteArray> chooseDestinationFolder(QWidget *parent)
+namespace {
+QString &lastFolder()
 {
-    const QString folder =
-        QFileDialog::getExistingDirectory(parent, QString(), QString(), QFileDialog::ShowDirsOnly);
-    if (folder.isEmpty()) return std::nullopt;
-    return QFile::encodeName(folder);
+    static QString folder;
+    return folder;
+}
+} // namespace
+
+QString startFolder()
+{
+    const QString last = lastFolder();
+    return !last.isEmpty() && QFileInfo(last).isDir() ? last : QDir::homePath();
 }
 
-bool copySelectedItems(QWidget *parent, const QByteArrayList &selectedPaths, CopyJobs &jobs)
+std::optional<QByteArray> chooseDestinationFolder(QWidget *parent)
 {
-    if (selectedPaths.isEmpty()) return false;
-    const std::optional<QByteArray> destination = chooseDestinationFolder(parent);
-    if (!destination) return false;
-    return jobs.start(RestoreActions::makeJob(*destination, selectedPaths));
+    //% "Restore To"
+    const QString folder = QFileDialog::getExistingDirectory(parent, qtTrId("RestoreToTitle"), startFolder(),
+                                                             QFileDialog::ShowDirsOnly);
+    if (folder.isEmpty()) return std::nullopt;
+    lastFolder() = folder;
+    return QFile::encodeName(folder);
 }
 
 bool openUrl(const QUrl &url)

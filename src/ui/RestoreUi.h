@@ -5,17 +5,15 @@
 
 #include <optional>
 
-class CopyJobs;
 class QWidget;
 
 // The desktop's side of restoring: the folder chooser and opening a location.
 namespace RestoreUi {
 
-// A modal folder chooser (one folder; new folders can be made in it). nullopt when cancelled.
+// A modal folder chooser titled "Restore To" (one folder; new folders can be made in it), starting
+// in the folder chosen last, else the home folder. nullopt when cancelled.
 std::optional<QByteArray> chooseDestinationFolder(QWidget *parent);
-// copySelectedItems: with nothing selected, no chooser; otherwise the chooser, then a copy job
-// on its own thread. Returns at once; the jobs' progress shows the rest.
-bool copySelectedItems(QWidget *parent, const QByteArrayList &selectedPaths, CopyJobs &jobs);
+QString startFolder();
 // The file manager reveal's fallback: QDesktopServices::openUrl.
 bool openUrl(const QUrl &url);
 

@@ -28,6 +28,8 @@ TableView::TableView(QWidget *parent) : QTableView(parent)
     setContextMenuPolicy(Qt::PreventContextMenu);
     setAcceptDrops(false);
     setDropIndicatorShown(false);
+    // Tab moves on to the next control; the arrows move within the list.
+    setTabKeyNavigation(false);
 }
 
 bool TableView::handsOverKey(const QString &text, Qt::KeyboardModifiers modifiers)
@@ -43,6 +45,17 @@ void TableView::keyPressEvent(QKeyEvent *event)
     if (mDelegate && handsOverKey(event->text(), event->modifiers())) {
         mDelegate->doKeyDown(event->text());
         event->accept();
+        return;
+    }
+    // The menu key and Shift+F10 open the contextual menu under the current row.
+    const bool menuKey = event->key() == Qt::Key_Menu ||
+                         (event->key() == Qt::Key_F10 && event->modifiers() == Qt::ShiftModifier);
+    if (menuKey) {
+        event->accept();
+        const int row = selectedRow();
+        const QRect cell = row >= 0 ? visualRect(model()->index(row, 0)) : QRect();
+        const QPoint at = cell.isValid() ? cell.center() : QPoint(0, 0);
+        doContextualMenu(viewport()->mapToGlobal(at));
         return;
     }
     QTableView::keyPressEvent(event);

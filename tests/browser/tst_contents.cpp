@@ -3,7 +3,9 @@
 #include "browser/ContentsScan.h"
 #include "browser/ContentsSort.h"
 #include "browser/NameMatch.h"
+#include "cache/CacheCommit.h"
 
+#include <QFile>
 #include <QTest>
 
 #include <sys/stat.h>
@@ -55,6 +57,47 @@ private slots:
         file("2024-05-03/2024-05-03 08_00_00/line\nfeed");
         file("2024-05-03/2024-05-03 08_00_00/" + QByteArray(251, 'n') + ".txt");
         file("2024-05-03/2024-05-03 08_00_00/\xc3\x89t\xc3\xa9 Report.odt"); // "Été Report.odt"
+    }
+
+    // Each row learns the folder its item came from, from its day's records, whatever bytes or
+    // escapes the names hold; the last record of a name wins, and lines that are no record are
+    // passed over.
+    void originsOfTheRows_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QByteArray>("folder"); // empty: no record
+        QTest::newRow("plain") << QByteArray("zeta.txt") << QByteArray("/home/u/Docs");
+        QTest::newRow("not UTF-8") << QByteArray("bad\xff report") << QByteArray("/home/u/caf\xe9");
+        QTest::newRow("line feed") << QByteArray("line\nfeed") << QByteArray("/home/u/a \"quoted\" \\ folder");
+        QTest::newRow("beyond ASCII") << QByteArray("\xc3\x89t\xc3\xa9 Report.odt") << QByteArray("/home/u/\xf0\x9f\x98\x80 smile");
+        QTest::newRow("last record wins") << QByteArray("Alpha.txt") << QByteArray("/home/u/later");
+        QTest::newRow("no record") << QByteArray(251, 'n') + ".txt" << QByteArray();
+    }
+    void originsOfTheRows()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(QByteArray, folder);
+        const QByteArray time = "2024-05-03 08_00_00";
+        const QByteArray records = CacheCommit::originsFileFor(cache, "2024-05-03");
+        QVERIFY(TestEnv::writeFile(records, "not a record\n{\"time\": 3}\n"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", time, "Alpha.txt", "/home/u/earlier/Alpha.txt"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", time, "zeta.txt", "/home/u/Docs/zeta.txt"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", time, "bad\xff report", "/home/u/caf\xe9/bad\xff report"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", time, "line\nfeed", "/home/u/a \"quoted\" \\ folder/line\nfeed"));
+        // Escaped as other writers may: \u escapes, a surrogate pair among them.
+        QVERIFY(TestEnv::writeFile(records, TestEnv::readFile(records) +
+                                                "{\"time\":\"2024-05-03 08_00_00\",\"name\":\"\\u00c9t\\u00e9 Report.odt\","
+                                                "\"path\":\"/home/u/\\ud83d\\ude00 smile/x\",\"uid\":0}\n"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", time, "Alpha.txt", "/home/u/later/Alpha.txt"));
+        ContentsScan::Options o;
+        o.origins = std::make_shared<OriginFolders>();
+        std::atomic<bool> stop{false};
+        CacheItems all;
+        ContentsScan::scan({{cache + "/2024-05-03", false}}, o, stop, [&](CacheItems &&b) { all.append(std::move(b)); });
+        QFile::remove(QFile::decodeName(records));
+        const qsizetype row = names(all).indexOf(name);
+        QVERIFY(row >= 0);
+        QCOMPARE(all.originFolder(all.row(row)), folder);
     }
 
     void searchMatchesOwnNameOnly()

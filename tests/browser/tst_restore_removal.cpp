@@ -2,6 +2,7 @@
 
 #include "browser/Removal.h"
 #include "browser/Restore.h"
+#include "cache/CacheCommit.h"
 #include "cache/SizeRecords.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -11,7 +12,14 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <cstring>
+
 #include <dirent.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,6 +38,18 @@ QByteArrayList entries(const QByteArray &folder)
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+bool makeSocket(const QByteArray &path)
+{
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    if (fd < 0 || std::size_t(path.size()) >= sizeof addr.sun_path) return false;
+    std::memcpy(addr.sun_path, path.constData(), std::size_t(path.size()));
+    const bool ok = bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) == 0;
+    close(fd);
+    return ok;
 }
 
 } // namespace
@@ -89,6 +109,113 @@ private slots:
         QCOMPARE(again.outcome, Restore::Outcome::Copied);
         QVERIFY(lstat(out + "/a copy.txt", &st) == 0);
         QCOMPARE(st.st_mtim.tv_sec, time_t(1000000000));
+    }
+
+    // A folder with pieces that cannot be copied is copied without them, and says which.
+    void partialFolderCopiesTheRest()
+    {
+        QVERIFY(makeSocket(time + "/tree/sub/sock"));
+        const auto r = Restore::copyItem(time + "/tree", out + "/tree");
+        QCOMPARE(r.outcome, Restore::Outcome::Copied);
+        QCOMPARE(r.leftOut.size(), 1);
+        QCOMPARE(r.leftOut[0].path, QByteArray("sub/sock"));
+        QVERIFY(!r.leftOut[0].reason.isEmpty());
+        QCOMPARE(TestEnv::readFile(out + "/tree/sub/deep.txt"), QByteArray("deep"));
+        QCOMPARE(entries(out + "/tree/sub"), QByteArrayList{"deep.txt"});
+        QCOMPARE(entries(out), QByteArrayList{"tree"}); // no temporary left
+        // A socket alone is no partial success.
+        const auto alone = Restore::copyItem(time + "/tree/sub/sock", out + "/sock");
+        QCOMPARE(alone.outcome, Restore::Outcome::Failed);
+        QCOMPARE(entries(out), QByteArrayList{"tree"});
+    }
+
+    // Put Back: the item leaves the cache for where it was deleted from; a taken name is
+    // skipped or numbered; missing parents are made with the usual modes.
+    void putBack_data()
+    {
+        QTest::addColumn<QByteArray>("original"); // below the home folder
+        QTest::addColumn<bool>("taken");
+        QTest::addColumn<int>("clash");
+        QTest::addColumn<int>("outcome");
+        QTest::addColumn<QByteArray>("landed"); // below the home folder; empty: stays in the cache
+        const int skip = int(Restore::Clash::Skip), both = int(Restore::Clash::KeepBoth);
+        const int copied = int(Restore::Outcome::Copied), skipped = int(Restore::Outcome::SkippedExisting);
+        QTest::newRow("into its folder") << QByteArray("docs/a.txt") << false << skip << copied
+                                         << QByteArray("docs/a.txt");
+        QTest::newRow("parents deleted") << QByteArray("gone/deeper/a.txt") << false << skip << copied
+                                         << QByteArray("gone/deeper/a.txt");
+        QTest::newRow("taken, skip") << QByteArray("docs/a.txt") << true << skip << skipped << QByteArray();
+        QTest::newRow("taken, keep both") << QByteArray("docs/a.txt") << true << both << copied
+                                          << QByteArray("docs/a 2.txt");
+    }
+    void putBack()
+    {
+        QFETCH(QByteArray, original);
+        QFETCH(bool, taken);
+        QFETCH(int, clash);
+        QFETCH(int, outcome);
+        QFETCH(QByteArray, landed);
+        const QByteArray home = env->homeBytes();
+        const QByteArray cache = home + "/.Salvora3Cache";
+        QVERIFY(TestEnv::makeFolders(home + "/docs"));
+        if (taken) QVERIFY(TestEnv::writeFile(home + "/docs/a.txt", "mine"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", "2024-05-03 10_00_00", "a.txt", home + "/elsewhere"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", "2024-05-03 10_00_00", "a.txt", home + '/' + original));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", "2024-05-03 09_00_00", "a.txt", home + "/other"));
+        // The latest record of the name in its time folder.
+        QCOMPARE(Restore::originalPathOf(time + "/a.txt"), home + '/' + original);
+        QVERIFY(Restore::originalPathOf(time + "/tree").isEmpty());
+        qint64 n = 0;
+        CommonUtils::saveSizeOfCache(cache + "/2024-05-03", &n);
+
+        const mode_t oldMask = umask(022);
+        const auto r = Restore::putBack(time + "/a.txt", home + '/' + original, Restore::Clash(clash));
+        umask(oldMask);
+        QCOMPARE(int(r.outcome), outcome);
+        if (landed.isEmpty()) {
+            QVERIFY(!r.moved);
+            QVERIFY(TestEnv::exists(time + "/a.txt"));
+            QCOMPARE(TestEnv::readFile(home + "/docs/a.txt"), QByteArray("mine"));
+            QVERIFY(TestEnv::exists(cache + "/2024-05-03/.Salvora3_CacheInformation"));
+            return;
+        }
+        QVERIFY(r.moved);
+        QCOMPARE(r.target, home + '/' + landed);
+        QCOMPARE(TestEnv::readFile(home + '/' + landed), QByteArray("cache a"));
+        QVERIFY(!TestEnv::exists(time + "/a.txt"));
+        if (taken) QCOMPARE(TestEnv::readFile(home + "/docs/a.txt"), QByteArray("mine"));
+        // The day is counted again next time.
+        QVERIFY(!TestEnv::exists(cache + "/2024-05-03/.Salvora3_CacheInformation"));
+        if (original.startsWith("gone/")) {
+            QCOMPARE(TestEnv::modeOf(home + "/gone") & 0777, mode_t(0755));
+            QCOMPARE(TestEnv::modeOf(home + "/gone/deeper") & 0777, mode_t(0755));
+        }
+    }
+
+    // To another file system the item is copied, and leaves the cache only when copied whole;
+    // its emptied time folder goes.
+    void putBackAcrossFileSystems()
+    {
+        QTemporaryDir other(QStringLiteral("/dev/shm/salvora-test-XXXXXX"));
+        struct stat a{}, b{};
+        if (!other.isValid() || stat("/dev/shm", &a) != 0 || stat(time.constData(), &b) != 0 || a.st_dev == b.st_dev)
+            QSKIP("no second file system at /dev/shm");
+        const QByteArray there = QFile::encodeName(other.path());
+        const auto whole = Restore::putBack(time + "/a.txt", there + "/a.txt", Restore::Clash::Skip);
+        QCOMPARE(whole.outcome, Restore::Outcome::Copied);
+        QVERIFY(whole.moved);
+        QVERIFY(!TestEnv::exists(time + "/a.txt"));
+        QVERIFY(makeSocket(time + "/tree/sock"));
+        const auto partial = Restore::putBack(time + "/tree", there + "/back/tree", Restore::Clash::Skip);
+        QCOMPARE(partial.outcome, Restore::Outcome::Copied);
+        QCOMPARE(partial.leftOut.size(), 1);
+        QVERIFY(!partial.moved);
+        QVERIFY(TestEnv::exists(time + "/tree/sock"));
+        QCOMPARE(TestEnv::readFile(there + "/back/tree/sub/deep.txt"), QByteArray("deep"));
+        QCOMPARE(entries(there + "/back"), QByteArrayList{"tree"});
+        const auto last = Restore::putBack(time + "/b\xff\xfe.bin", there + "/b\xff\xfe.bin", Restore::Clash::Skip);
+        QVERIFY(last.moved);
+        QVERIFY(TestEnv::exists(time)); // the tree is still in it
     }
 
     void interruptedOrFailedCopyLeavesNothing()

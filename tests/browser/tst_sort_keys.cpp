@@ -25,6 +25,24 @@ class TstSortKeys : public QObject
         return items;
     }
 
+    // Gives the rows origin folders from `table`, a few of them none: "/f0".."/f3", by row.
+    static void giveOrigins(CacheItems &items, const std::shared_ptr<OriginFolders> &table)
+    {
+        items.setOrigins(table);
+        for (qsizetype i = 0; i < items.size(); ++i)
+            items.rows()[std::size_t(i)].origin = i % 5 == 4 ? 0 : table->intern("/f" + QByteArray::number(i % 4));
+    }
+
+    // Name and origin folder of each row, sorted: what a merge must keep whatever it moves.
+    static QList<QByteArray> namesWithOrigins(const CacheItems &items)
+    {
+        QList<QByteArray> out;
+        for (qsizetype i = 0; i < items.size(); ++i)
+            out.append(items.name(i).toByteArray() + '|' + items.originFolder(items.row(i)));
+        std::sort(out.begin(), out.end());
+        return out;
+    }
+
     static QList<QByteArray> namesOf(const CacheItems &items)
     {
         QList<QByteArray> out;
@@ -156,7 +174,7 @@ private slots:
     void mergedEqualsSorted_data()
     {
         QTest::addColumn<int>("code");
-        for (int code = 0; code < 4; ++code)
+        for (int code : {0, 1, 2, 3, 4, 6})
             QTest::newRow(qPrintable(QString::number(code))) << code;
     }
     void mergedEqualsSorted()
@@ -167,6 +185,12 @@ private slots:
         CacheItems a = listOf(all.mid(0, 20), "/c/2024-05-02/2024-05-02 10_00_00");
         CacheItems b = listOf(all.mid(20), "/c/2024-05-01/2024-05-01 09_00_00");
         CacheItems c = listOf({"report", "zz", "a"}, "/c/2024-05-03/2024-05-03 08_00_00");
+        // Two lists share a table of origin folders, the third has its own.
+        const auto shared = std::make_shared<OriginFolders>();
+        giveOrigins(a, shared);
+        giveOrigins(b, shared);
+        giveOrigins(c, std::make_shared<OriginFolders>());
+        const QList<QByteArray> before = namesWithOrigins(a) + namesWithOrigins(b) + namesWithOrigins(c);
         ContentsSort::sortCompact(a, code);
         ContentsSort::sortCompact(b, code);
         ContentsSort::sortCompact(c, code);
@@ -183,6 +207,9 @@ private slots:
         QList<QByteArray> expected = all + QList<QByteArray>{"report", "zz", "a"};
         std::sort(expected.begin(), expected.end());
         QCOMPARE(sortedNames, expected);
+        QList<QByteArray> kept = before;
+        std::sort(kept.begin(), kept.end());
+        QCOMPARE(namesWithOrigins(abc), kept);
         for (qsizetype i = 0; i < abc.size(); ++i) {
             if (abc.name(i) == QByteArrayView("zz"))
                 QCOMPARE(abc.timeFolderName(abc.row(i).folder),
@@ -203,11 +230,13 @@ private slots:
         QFETCH(int, code);
         // As a scan delivers them: one sorted run per time folder, runs one after another.
         const QList<QByteArray> all = trickyNames();
+        const auto table = std::make_shared<OriginFolders>();
         CacheItems runs;
         for (int f = 0; f < 4; ++f) {
             CacheItems folder =
                 listOf(all.mid(f * 13, 13),
                        "/c/2024-05-0" + QByteArray::number(4 - f) + "/t " + QByteArray::number(f));
+            giveOrigins(folder, table);
             ContentsSort::sort(folder, code);
             runs.append(std::move(folder));
         }

@@ -8,6 +8,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QDate>
 #include <QFile>
 #include <QSignalSpy>
@@ -110,7 +111,8 @@ private slots:
         QCOMPARE(r.out.count('\n'), 2);
         QVERIFY(r.out.startsWith("Annual report.pdf\t1.5 KB\t"));
         QVERIFY(salvora({"ls", "-s", "annual", "--no-sizes"}).out.startsWith("Annual report.pdf\t\t"));
-        QVERIFY(r.out.contains("caf\\xe9 report\\n2.txt\t")); // escaped for the terminal
+        QVERIFY(r.out.startsWith("Annual report.pdf\t")); // no header row but on a terminal
+        QVERIFY(r.out.contains("$'caf\\xe9 report\\n2.txt'\t")); // quoted for a shell
         QVERIFY(!r.out.contains("rep_ort"));
 
         r = salvora({"ls", "--sort", "time", "-r"});
@@ -148,7 +150,7 @@ private slots:
         QVERIFY(TestEnv::writeFile(out + "/zeta.txt", "mine"));
         const QByteArray odd = cache + "/2024-05-03/2024-05-03 08_00_00/caf\xe9 report\n2.txt";
         const Run r = salvora({"restore", odd, cache + "/2024-05-03/2024-05-03 11_30_00/zeta.txt", "--to", out});
-        QCOMPARE(r.status, 0);
+        QCOMPARE(r.status, 3); // one was skipped
         QCOMPARE(TestEnv::readFile(out + "/caf\xe9 report\n2.txt"), QByteArray("latin-1 name with a line feed"));
         QCOMPARE(TestEnv::readFile(out + "/zeta.txt"), QByteArray("mine"));
         QVERIFY(r.out.contains("skipped, name exists"));
@@ -216,15 +218,110 @@ private slots:
         const QByteArray timeFolder = QFile::encodeName(cached.section('/', 0, -2));
         QCOMPARE(TestEnv::readFile(timeFolder + "/tree/sub/deep\xff.txt"), QByteArray("deep"));
 
-        // Back where it came from; never over what is there now.
+        // Back where it came from: it leaves the cache.
         Run back = salvora({"restore", "--to-original", timeFolder + "/note.txt"});
         QCOMPARE(back.status, 0);
         QCOMPARE(TestEnv::readFile(docs + "/note.txt"), QByteArray("note"));
-        back = salvora({"restore", "--to-original", timeFolder + "/note.txt"});
-        QVERIFY(back.out.contains("skipped"));
+        QVERIFY(!TestEnv::exists(timeFolder + "/note.txt"));
         back = salvora({"restore", "--to-original", cache + "/2024-05-03/2024-05-03 11_30_00/zeta.txt"});
         QCOMPARE(back.status, 1);
         QVERIFY(back.err.contains("no original location"));
+
+        // Never over what is there now: skipped (status 3), or numbered with --keep-both.
+        QCOMPARE(salvora({"rm", docs + "/note.txt"}).status, 0);
+        QVERIFY(TestEnv::writeFile(docs + "/note.txt", "new"));
+        back = salvora({"restore", "--to-original", "note.txt", "-d", "today"});
+        QCOMPARE(back.status, 3);
+        QVERIFY(back.out.startsWith("skipped, name exists: "));
+        QCOMPARE(TestEnv::readFile(docs + "/note.txt"), QByteArray("new"));
+        back = salvora({"restore", "--to-original", "--keep-both", "note.txt"});
+        QCOMPARE(back.status, 0);
+        QCOMPARE(TestEnv::readFile(docs + "/note 2.txt"), QByteArray("note"));
+        QCOMPARE(TestEnv::readFile(docs + "/note.txt"), QByteArray("new"));
+    }
+
+    // An item as `ls` prints it: a unique name, DAY/TIME/NAME, a name narrowed to a day; a
+    // shared name lists the candidates. 0 only when all was restored, 3 when something was skipped.
+    void restoreByListedName_data()
+    {
+        QTest::addColumn<QByteArrayList>("args");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("restored"); // a name in the destination, or nothing
+        QTest::addColumn<QByteArray>("said");     // on stderr
+        QTest::newRow("unique name") << QByteArrayList{"rep_ort.txt"} << 0 << QByteArray("rep_ort.txt") << QByteArray();
+        QTest::newRow("shared name") << QByteArrayList{"zeta.txt"} << 1 << QByteArray()
+                                     << QByteArray("zeta.txt: 2 items have that name");
+        QTest::newRow("narrowed to a day") << QByteArrayList{"zeta.txt", "-d", "2024-05-03"} << 0
+                                           << QByteArray("zeta.txt") << QByteArray();
+        QTest::newRow("day/time/name") << QByteArrayList{"2024-05-01/2024-05-01 09_00_00/zeta.txt"} << 0
+                                       << QByteArray("zeta.txt") << QByteArray();
+        QTest::newRow("no such item") << QByteArrayList{"nothing.txt"} << 1 << QByteArray()
+                                      << QByteArray("nothing.txt: no such item");
+        QTest::newRow("name taken") << QByteArrayList{"Annual report.pdf"} << 3 << QByteArray() << QByteArray();
+        QTest::newRow("one of two skipped") << QByteArrayList{"Annual report.pdf", "rep_ort.txt"} << 3
+                                            << QByteArray("rep_ort.txt") << QByteArray();
+    }
+    void restoreByListedName()
+    {
+        QFETCH(QByteArrayList, args);
+        QFETCH(int, status);
+        QFETCH(QByteArray, restored);
+        QFETCH(QByteArray, said);
+        file("2024-05-01/2024-05-01 09_00_00/zeta.txt", "older zeta");
+        const QByteArray out = env->homeBytes() + "/restored";
+        QVERIFY(TestEnv::writeFile(out + "/Annual report.pdf", "mine"));
+        const Run r = salvora(QByteArrayList{"restore"} + args + QByteArrayList{"--to", out});
+        QCOMPARE(r.status, status);
+        if (!restored.isEmpty()) QVERIFY(TestEnv::exists(out + '/' + restored));
+        if (status == 1) QVERIFY(!TestEnv::exists(out + "/zeta.txt"));
+        QVERIFY2(r.err.contains(said), r.err.constData());
+        if (QByteArray(QTest::currentDataTag()) == "shared name") {
+            // Both candidates, each as a shell reads it back.
+            QVERIFY(r.err.contains("  " + cache + "/2024-05-01/2024-05-01 09_00_00/zeta.txt\n"));
+            QVERIFY(r.err.contains("  " + cache + "/2024-05-03/2024-05-03 11_30_00/zeta.txt\n"));
+        }
+        QCOMPARE(TestEnv::readFile(out + "/Annual report.pdf"), QByteArray("mine"));
+    }
+
+    // A name that is not UTF-8, pasted from `ls` into a shell, names the same bytes again.
+    void nonUtf8NamePastedBack()
+    {
+        const Run listed = salvora({"ls", "-s", "caf"});
+        QCOMPARE(listed.status, 0);
+        const QByteArray pasted = listed.out.split('\t').first();
+        QCOMPARE(pasted, QByteArray("$'caf\\xe9 report\\n2.txt'"));
+        const QByteArray out = env->homeBytes() + "/restored";
+        QVERIFY(TestEnv::makeFolders(out));
+        const QString program = qEnvironmentVariable("SALVORA_BIN_DIR") + QStringLiteral("/salvora");
+        QProcess shell;
+        shell.start(QStringLiteral("bash"), {QStringLiteral("-c"), QStringLiteral("\"$0\" restore %1 --to \"$1\"").arg(QString::fromLatin1(pasted)), program, QFile::decodeName(out)});
+        QVERIFY(shell.waitForFinished(10000));
+        QCOMPARE(shell.exitCode(), 0);
+        QCOMPARE(TestEnv::readFile(out + "/caf\xe9 report\n2.txt"), QByteArray("latin-1 name with a line feed"));
+        QCOMPARE(CliIo::shellText("it's"), QByteArray("$'it\\'s'"));
+        QCOMPARE(CliIo::shellText("plain name.txt"), QByteArray("plain name.txt"));
+    }
+
+    // -d today|yesterday, and the sort by size.
+    void daysByWordAndSortBySize()
+    {
+        const QByteArray yesterday = QDate::currentDate().addDays(-1).toString(QStringLiteral("yyyy-MM-dd")).toLatin1();
+        file(yesterday + '/' + yesterday + " 10_00_00/late.txt", "late");
+        Run r = salvora({"ls", "-d", "yesterday"});
+        QCOMPARE(r.status, 0);
+        QVERIFY(r.out.startsWith("late.txt\t"));
+        QCOMPARE(r.out.count('\n'), 1);
+        QCOMPARE(salvora({"ls", "-d", "today"}).status, 1); // nothing deleted today
+
+        r = salvora({"ls", "--sort", "size", "-d", "2024-05-01", "-d", "2024-05-03"});
+        QCOMPARE(r.status, 0);
+        QList<QByteArray> names;
+        for (const QByteArray &line : r.out.split('\n'))
+            if (!line.isEmpty()) names.append(line.split('\t').first());
+        QCOMPARE(names, QList<QByteArray>({"tree", "rep_ort.txt", "zeta.txt", "$'caf\\xe9 report\\n2.txt'",
+                                           "Annual report.pdf"}));
+        r = salvora({"ls", "--sort", "size", "-r", "-d", "2024-05-01"});
+        QVERIFY(r.out.startsWith("Annual report.pdf\t"));
     }
 
     // Kept in part: marked by their origin record, not by their name alone.
@@ -292,7 +389,9 @@ private slots:
     void errors()
     {
         QCOMPARE(salvora({"frobnicate"}).status, 2);
-        QCOMPARE(salvora({"ls", "--sort", "size"}).status, 2);
+        QCOMPARE(salvora({"ls", "--sort", "size", "--no-sizes"}).status, 2);
+        QCOMPARE(salvora({"ls", "--sort", "colour"}).status, 2);
+        QCOMPARE(salvora({"restore", "zeta.txt", "--to-original", "--skip", "--keep-both"}).status, 2);
         const Run r = salvora({"days", "-v", "7"});
         QCOMPARE(r.status, 1);
         QVERIFY(r.err.contains("no volume 7"));

@@ -58,6 +58,43 @@ private slots:
         QVERIFY2(agent.waitForFinished(6000), "the agent outlived its session bus");
         QDBusConnection::disconnectFromBus(QStringLiteral("session-end-test"));
     }
+
+    // The window quits on SIGTERM (a session ending) and SIGINT as when its last window closes:
+    // at once, with status 0, and saying so in the log.
+    void windowQuitsOnSignals_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::newRow("SIGTERM") << int(SIGTERM);
+        QTest::newRow("SIGINT") << int(SIGINT);
+    }
+    void windowQuitsOnSignals()
+    {
+        QFETCH(int, signal);
+        TestEnv env;
+        QString address;
+        qint64 busPid = 0;
+        if (!startBus(address, busPid)) QSKIP("no dbus-daemon to start");
+        QProcess window;
+        QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
+        e.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), address);
+        e.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        window.setProcessEnvironment(e);
+        window.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        window.start(QStringLiteral(SALVORA_WINDOW));
+        QVERIFY(window.waitForStarted());
+        const QByteArray log = env.homeBytes() + "/.local/share/Salvora 3/Salvora 3 Log.txt";
+        // Up and running: launched, or asking for its privileges (a build that has none).
+        QTest::qWait(1500);
+        QCOMPARE(window.state(), QProcess::Running);
+        ::kill(pid_t(window.processId()), signal);
+        const bool ended = window.waitForFinished(10000);
+        ::kill(pid_t(busPid), SIGTERM);
+        QVERIFY2(ended, "the window outlived the signal");
+        QCOMPARE(window.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(window.exitCode(), 0);
+        if (TestEnv::readFile(log).contains("Salvora 3 Launched."))
+            QVERIFY(TestEnv::readFile(log).contains("Salvora 3 quits."));
+    }
 };
 
 QTEST_GUILESS_MAIN(TstSessionEnd)

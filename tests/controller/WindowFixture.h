@@ -20,6 +20,9 @@ public:
     QStringList openedFiles;
     QList<qint64> menuInstalledAt; // ms after construction
     QString helpPath;
+    // What the "Restore To" chooser answers (nullopt: cancelled), and how often it was asked.
+    std::optional<QByteArray> restoreFolder;
+    int restoreFolderAsked = 0;
     QElapsedTimer clock;
 
     TestDelegate() { clock.start(); }
@@ -29,6 +32,11 @@ public:
     void openFile(const QString &path) override { openedFiles.append(path); }
     QString helpDocumentPath() const override { return helpPath; }
     void terminate() override { ++terminated; }
+    std::optional<QByteArray> chooseRestoreFolder() override
+    {
+        ++restoreFolderAsked;
+        return restoreFolder;
+    }
 };
 
 namespace Fixture {

@@ -16,6 +16,8 @@
 
 #include <thread>
 
+Q_DECLARE_METATYPE(Restore::ItemResult)
+
 namespace {
 
 const QByteArrayList kAwkwardNames{
@@ -44,8 +46,90 @@ class TstRestoreActions : public QObject
     Q_OBJECT
     TestEnv *env = nullptr;
 
+    static Restore::ItemResult result(const QByteArray &target, Restore::Outcome outcome, bool moved = false)
+    {
+        Restore::ItemResult r;
+        r.source = "/c/2024-05-01/2024-05-01 09_00_00/" + Restore::lastComponent(target);
+        r.target = target;
+        r.outcome = outcome;
+        r.moved = moved;
+        if (outcome == Restore::Outcome::Failed) r.error = QStringLiteral("read: Permission denied");
+        return r;
+    }
+
 private slots:
     void init() { env = new TestEnv; }
+
+    // What the message after a restore says, and how loud: a plain success, names taken, failures,
+    // a folder restored in part, items without a recorded origin.
+    void restoreMessages_data()
+    {
+        using O = Restore::Outcome;
+        using L = RestoreActions::Message::Level;
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QList<Restore::ItemResult>>("results");
+        QTest::addColumn<QByteArrayList>("unrecorded");
+        QTest::addColumn<int>("level");
+        QTest::addColumn<QStringList>("lines");
+        QTest::addColumn<int>("shown"); // what "Show" reveals
+        const int toFolder = int(RestoreReport::Kind::ToFolder), putBack = int(RestoreReport::Kind::PutBack);
+        Restore::ItemResult partial = result("/out/box", O::Copied);
+        partial.leftOut = {{"sub/sock", QStringLiteral("a device or socket cannot be restored")}};
+
+        QTest::newRow("one copied") << toFolder << QList<Restore::ItemResult>{result("/out/a", O::Copied)}
+                                    << QByteArrayList() << int(L::Success)
+                                    << QStringList{qtTrId("RestoreDone1").arg("out")} << 1;
+        QTest::newRow("two copied, one taken")
+            << toFolder
+            << QList<Restore::ItemResult>{result("/out/a", O::Copied), result("/out/b", O::SkippedExisting),
+                                          result("/out/c", O::Copied)}
+            << QByteArrayList() << int(L::Warning)
+            << QStringList{qtTrId("RestoreDone").arg("2", "out"), qtTrId("RestoreNameTaken").arg("out", "b")} << 2;
+        QTest::newRow("all taken") << toFolder
+                                   << QList<Restore::ItemResult>{result("/out/a", O::SkippedExisting),
+                                                                 result("/out/b", O::SkippedExisting)}
+                                   << QByteArrayList() << int(L::Warning)
+                                   << QStringList{qtTrId("RestoreNamesTaken").arg("2", "out", "a, b")} << 0;
+        QTest::newRow("failed") << toFolder << QList<Restore::ItemResult>{result("/out/a", O::Failed)}
+                                << QByteArrayList() << int(L::Error)
+                                << QStringList{qtTrId("RestoreItemFailed").arg("a", "read: Permission denied")} << 0;
+        QTest::newRow("partial folder") << toFolder << QList<Restore::ItemResult>{partial} << QByteArrayList()
+                                        << int(L::Warning)
+                                        << QStringList{qtTrId("RestoreDone1").arg("out"),
+                                                       qtTrId("RestorePartial").arg("box", "sub/sock (a device or socket cannot be restored)")}
+                                        << 1;
+        QTest::newRow("put back in one folder")
+            << putBack
+            << QList<Restore::ItemResult>{result("/h/Documents/a", O::Copied, true),
+                                          result("/h/Documents/b", O::Copied, true)}
+            << QByteArrayList() << int(L::Success) << QStringList{qtTrId("PutBackDone").arg("2", "Documents")} << 2;
+        QTest::newRow("put back in two folders")
+            << putBack
+            << QList<Restore::ItemResult>{result("/h/Documents/a", O::Copied, true),
+                                          result("/h/Pictures/b", O::Copied, true)}
+            << QByteArrayList() << int(L::Success) << QStringList{qtTrId("PutBackDoneMany").arg(2)} << 2;
+        QTest::newRow("no record") << putBack << QList<Restore::ItemResult>()
+                                   << QByteArrayList{"/c/2024-05-01/2024-05-01 09_00_00/orphan"} << int(L::Error)
+                                   << QStringList{qtTrId("PutBackNoOrigin").arg("orphan")} << 0;
+    }
+    void restoreMessages()
+    {
+        QFETCH(int, kind);
+        QFETCH(QList<Restore::ItemResult>, results);
+        QFETCH(QByteArrayList, unrecorded);
+        QFETCH(int, level);
+        QFETCH(QStringList, lines);
+        QFETCH(int, shown);
+        RestoreReport report;
+        report.kind = RestoreReport::Kind(kind);
+        report.destination = "/out";
+        report.results = results;
+        report.unrecorded = unrecorded;
+        const RestoreActions::Message m = RestoreActions::describe(report);
+        QCOMPARE(int(m.level), level);
+        QCOMPARE(m.text, lines.join(QLatin1Char('\n')));
+        QCOMPARE(m.restored.size(), shown);
+    }
     void cleanup()
     {
         delete env;

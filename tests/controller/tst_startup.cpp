@@ -179,7 +179,7 @@ private slots:
         for (QAction *a : c.mToolbar->actions())
             if (!a->objectName().isEmpty() && !a->objectName().endsWith(QLatin1String("pace")))
                 ids.append(a->objectName());
-        QCOMPARE(ids, QStringList({"preferences", "protectionON", "protectionOFF", "copyButton",
+        QCOMPARE(ids, QStringList({"preferences", "protectionON", "protectionOFF", "putBackButton", "copyButton",
                                    "removeButton", "showHelp"}));
         // Protection on: only the off switch is enabled; nothing selected: no copy or removal.
         QVERIFY(!c.mProtectionONButton->isEnabled());

@@ -13,6 +13,7 @@
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
 #include "common/Texts.h"
+#include "controller/RemovalActions.h"
 #include "controller/RemovalQueue.h"
 #include "controller/RestoreActions.h"
 #include "ui/LossesDialog.h"
@@ -20,6 +21,7 @@
 #include "ui/PreviewPanel.h"
 #include "ui/ProgressArea.h"
 #include "ui/TableView.h"
+#include "ui/MessageBar.h"
 #include "ui/ZEL_Colors.h"
 #include "ui_PreferencesSheet.h"
 #include "volumes/Volumes.h"
@@ -34,14 +36,21 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMimeData>
+#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QScreen>
 #include <QStatusBar>
 #include <QThread>
+#include <QToolBar>
 #include <QToolButton>
 #include <QTreeWidget>
 
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 // The window on generated caches: day list, contents scan and search, sort, messages, sizes,
@@ -63,6 +72,19 @@ public:
 
 private:
     int mAnswer;
+};
+
+// Answers with one button and keeps the alerts it saw.
+class RecordingPresenter : public AnsweringPresenter
+{
+public:
+    using AnsweringPresenter::AnsweringPresenter;
+    QList<Alerts::Alert> alerts;
+    int present(const Alerts::Alert &alert) override
+    {
+        alerts.append(alert);
+        return AnsweringPresenter::present(alert);
+    }
 };
 
 } // namespace
@@ -92,6 +114,35 @@ class TstWindow : public QObject
     QByteArray item(const char *day, const char *time, const QByteArray &name, qint64 size = 1)
     {
         return Fixture::addItem(*env, day, time, name, size);
+    }
+
+    QAction *toolbarAction(const char *identifier) const
+    {
+        for (QAction *a : c->mToolbar->actions())
+            if (a->objectName() == QLatin1String(identifier)) return a;
+        return nullptr;
+    }
+
+    // The window in front, the about box of the launch closed: shortcuts reach it.
+    void activate()
+    {
+        c->closeAboutBox();
+        c->window->show();
+        c->window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(c->window));
+    }
+
+    int rowOf(const QByteArray &name) const { return int(Fixture::names(*c).indexOf(name)); }
+
+    void selectNames(const QByteArrayList &names)
+    {
+        QItemSelection selection;
+        for (const QByteArray &n : names) {
+            const int row = rowOf(n);
+            QVERIFY2(row >= 0, n.constData());
+            selection.select(c->mContentsModel->index(row, 0), c->mContentsModel->index(row, 3));
+        }
+        c->mTableViewContents->selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
     }
 
     // "/", /media/u/A and /media/u/B mounted, with UUIDs "UUID-<minor>".
@@ -803,6 +854,8 @@ private slots:
     {
         item("2024-05-01", "09_00_00", "note.txt");
         launch();
+        c->window->move(40, 30);
+        c->window->show();
         c->mTableViewContents->clearSelection();
         c->doKeyDown(QStringLiteral(" "));
         QVERIFY(!c->mQuickLook.sharedPreviewPanelExists());
@@ -813,12 +866,257 @@ private slots:
         auto *panel = dynamic_cast<PreviewPanel *>(c->mQuickLook.controlledPanel());
         QVERIFY(panel);
         QVERIFY(panel->isVisible());
+        // Over the main window, and on its screen.
+        QVERIFY(c->window->frameGeometry().contains(panel->frameGeometry().center()));
+        QVERIFY(c->window->screen()->availableGeometry().contains(panel->frameGeometry().topLeft()));
         QCOMPARE(c->mQuickLook.items(), QByteArrayList{c->mContents.fullPath(0)});
         // Shown once its loading thread handed it over (which also orders that thread's file
         // closing before the clean-up's).
         QTRY_VERIFY(panel->infoLine().startsWith(QStringLiteral("note.txt")));
         QTest::keyClick(c->mTableViewContents, Qt::Key_Space);
         QVERIFY(!panel->isVisible());
+    }
+
+    // Put Back through the window: the column shows where each item was deleted from, the
+    // command needs a recorded origin (and says so), and the message bar tells the outcome.
+    void putBackFromTheWindow()
+    {
+        const QByteArray home = env->homeBytes();
+        const QByteArray cache = Fixture::cachePath(*env);
+        const QByteArray time = "2024-05-01 09_00_00";
+        QVERIFY(TestEnv::makeFolders(home + "/Documents"));
+        QVERIFY(TestEnv::writeFile(home + "/Documents/notes.txt", "mine"));
+        const QByteArray report = item("2024-05-01", "09_00_00", "report.txt");
+        item("2024-05-01", "09_00_00", "photos/one.jpg");
+        const QByteArray notes = item("2024-05-01", "09_00_00", "notes.txt");
+        item("2024-05-01", "09_00_00", "orphan.txt");
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "report.txt", home + "/Documents/report.txt"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "photos", home + "/Pictures/2024/photos"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "notes.txt", home + "/Documents/notes.txt"));
+        launch();
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"notes.txt", "orphan.txt", "photos", "report.txt"}));
+
+        // The fourth column: the folder, whole in the tooltip, nothing for an item without record.
+        QCOMPARE(c->mContentsModel->headerData(3, Qt::Horizontal, Qt::DisplayRole).toString(), qtTrId("ColumnOriginalLocation"));
+        const QModelIndex reportOrigin = c->mContentsModel->index(rowOf("report.txt"), 3);
+        QCOMPARE(reportOrigin.data().toString(), QFile::decodeName(home + "/Documents"));
+        QCOMPARE(reportOrigin.data(Qt::ToolTipRole).toString(), QFile::decodeName(home + "/Documents"));
+        QCOMPARE(c->mContentsModel->index(rowOf("photos"), 3).data().toString(),
+                 QFile::decodeName(home + "/Pictures/2024"));
+        QVERIFY(c->mContentsModel->index(rowOf("orphan.txt"), 3).data().toString().isEmpty());
+        QCOMPARE(c->mTableViewContents->textElideMode(), Qt::ElideMiddle);
+        // Rows still cost no more than before.
+        QCOMPARE(sizeof(CacheItems::Row), std::size_t(40));
+        // It sorts like the name column: by folder (none first), then by name.
+        c->window->resize(1200, 600);
+        Fixture::clickHeader(*c, QStringLiteral("4"));
+        QCOMPARE(c->mSortByCaching, 4);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"orphan.txt", "notes.txt", "report.txt", "photos"}));
+        Fixture::clickHeader(*c, QStringLiteral("4"));
+        QCOMPARE(c->mSortByCaching, 6);
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
+        scanAndWait(); // a new scan lists in that order too
+        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
+        Fixture::clickHeader(*c, QStringLiteral("1"));
+        QCOMPARE(c->mSortByCaching, 0);
+
+        QAction *putBack = toolbarAction("putBackButton");
+        QVERIFY(putBack);
+        QVERIFY(!putBack->isEnabled()); // nothing selected
+        selectNames({"orphan.txt"});
+        QVERIFY(!putBack->isEnabled());
+        QCOMPARE(putBack->toolTip(), qtTrId("PutBackNoOriginTip"));
+        QCOMPARE(c->mToolbar->widgetForAction(putBack)->toolTip(), qtTrId("PutBackNoOriginTip"));
+        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(c->mTableViewContents, c->mTableViewContents));
+        QVERIFY(menu->actions().contains(putBack));
+
+        // A file, and a folder whose original parent was deleted meanwhile.
+        selectNames({"photos", "report.txt"});
+        QVERIFY(putBack->isEnabled());
+        QCOMPARE(putBack->toolTip(), qtTrId("PutBackTip"));
+        MessageBar *bar = c->mMessageBar;
+        QVERIFY(bar->isHidden());
+        const mode_t mask = umask(022);
+        putBack->trigger();
+        QTRY_VERIFY(!bar->isHidden());
+        umask(mask);
+        QCOMPARE(bar->text(), qtTrId("PutBackDoneMany").arg(2));
+        QCOMPARE(bar->level(), MessageBar::Level::Success);
+        QVERIFY(!bar->actionButton()->isHidden());
+        QCOMPARE(bar->actionButton()->text(), qtTrId("MessageBarShow"));
+        QCOMPARE(TestEnv::readFile(home + "/Documents/report.txt"), QByteArray("x"));
+        QCOMPARE(TestEnv::readFile(home + "/Pictures/2024/photos/one.jpg"), QByteArray("x"));
+        QCOMPARE(TestEnv::modeOf(home + "/Pictures") & 0777, mode_t(0755));
+        QVERIFY(!TestEnv::exists(report));
+        // They left the cache, and the list.
+        QTRY_COMPARE(Fixture::names(*c), QList<QByteArray>({"notes.txt", "orphan.txt"}));
+        QVERIFY(Fixture::settle(*c));
+
+        // A taken name: one question; Skip leaves the item in the cache.
+        selectNames({"notes.txt"});
+        activate();
+        c->mTableViewContents->setFocus();
+        RecordingPresenter skip(1);
+        Alerts::setPresenter(&skip);
+        QTest::keyClick(c->mTableViewContents, Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
+        QTRY_COMPARE(bar->text(), qtTrId("RestoreNameTaken").arg(QStringLiteral("Documents"), QStringLiteral("notes.txt")));
+        QCOMPARE(skip.alerts.size(), 1);
+        QCOMPARE(skip.alerts[0].buttons,
+                 QStringList({qtTrId("KeepBothButton"), qtTrId("SkipButton"), qtTrId("CancelButton")}));
+        QCOMPARE(bar->level(), MessageBar::Level::Warning);
+        QVERIFY(bar->actionButton()->isHidden());
+        QVERIFY(TestEnv::exists(notes));
+        QCOMPARE(TestEnv::readFile(home + "/Documents/notes.txt"), QByteArray("mine"));
+
+        // Cancel does nothing at all; Keep Both puts it back under a numbered name.
+        RecordingPresenter cancel(2);
+        Alerts::setPresenter(&cancel);
+        bar->dismiss();
+        putBack->trigger();
+        QTRY_COMPARE(cancel.alerts.size(), 1);
+        QTest::qWait(100);
+        QVERIFY(bar->isHidden());
+        QVERIFY(TestEnv::exists(notes));
+        RecordingPresenter both(0);
+        Alerts::setPresenter(&both);
+        putBack->trigger();
+        QTRY_COMPARE(bar->text(), qtTrId("PutBackDone1").arg(QStringLiteral("Documents")));
+        Alerts::setPresenter(nullptr);
+        QCOMPARE(TestEnv::readFile(home + "/Documents/notes 2.txt"), QByteArray("x"));
+        QCOMPARE(TestEnv::readFile(home + "/Documents/notes.txt"), QByteArray("mine"));
+        QVERIFY(!TestEnv::exists(notes));
+
+        // Asked for all the same, an item without a record says why it stayed.
+        QTRY_COMPARE(Fixture::names(*c), QList<QByteArray>({"orphan.txt"}));
+        QVERIFY(Fixture::settle(*c));
+        selectNames({"orphan.txt"});
+        c->putBack();
+        QTRY_COMPARE(bar->text(), qtTrId("PutBackNoOrigin").arg(QStringLiteral("orphan.txt")));
+        QCOMPARE(bar->level(), MessageBar::Level::Error);
+        bar->closeButton()->click();
+        QVERIFY(bar->isHidden());
+    }
+
+    // Restore To: the chooser, then the message, which lists what a folder had to leave out.
+    void restoreToSaysWhatHappened()
+    {
+        const QByteArray home = env->homeBytes();
+        const QByteArray target = home + "/Restored";
+        QVERIFY(TestEnv::makeFolders(target));
+        QVERIFY(TestEnv::writeFile(target + "/taken.txt", "mine"));
+        item("2024-05-01", "09_00_00", "taken.txt");
+        item("2024-05-01", "09_00_00", "fine.txt");
+        const QByteArray inside = item("2024-05-01", "09_00_00", "box/keep.txt");
+        const QByteArray socketPath = inside.left(inside.lastIndexOf('/')) + "/sock";
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        QVERIFY(std::size_t(socketPath.size()) < sizeof addr.sun_path);
+        std::memcpy(addr.sun_path, socketPath.constData(), std::size_t(socketPath.size()));
+        QCOMPARE(bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr), 0);
+        close(fd);
+        launch();
+        MessageBar *bar = c->mMessageBar;
+
+        // Cancelled chooser: nothing happens.
+        selectNames({"fine.txt"});
+        c->copySelectedItems();
+        QCOMPARE(c->restoreFolderAsked, 1);
+        QTest::qWait(50);
+        QVERIFY(bar->isHidden());
+
+        c->restoreFolder = target;
+        c->copySelectedItems();
+        QTRY_COMPARE(bar->text(), qtTrId("RestoreDone1").arg(QStringLiteral("Restored")));
+        QCOMPARE(bar->level(), MessageBar::Level::Success);
+
+        selectNames({"box", "taken.txt"});
+        c->copySelectedItems();
+        const QString expected =
+            qtTrId("RestoreDone1").arg(QStringLiteral("Restored")) + QLatin1Char('\n') +
+            qtTrId("RestoreNameTaken").arg(QStringLiteral("Restored"), QStringLiteral("taken.txt")) +
+            QLatin1Char('\n') + qtTrId("RestorePartial").arg(QStringLiteral("box"), QStringLiteral("sock (%1)").arg(QStringLiteral("a device or socket cannot be restored")));
+        QTRY_COMPARE(bar->text(), expected);
+        QCOMPARE(bar->level(), MessageBar::Level::Warning);
+        QCOMPARE(TestEnv::readFile(target + "/box/keep.txt"), QByteArray("x"));
+        QVERIFY(!TestEnv::exists(target + "/box/sock"));
+        QCOMPARE(TestEnv::readFile(target + "/taken.txt"), QByteArray("mine"));
+        // The cache keeps what was copied out of it.
+        QCOMPARE(Fixture::names(*c).size(), 3);
+    }
+
+    // The keys: Delete asks naming the item or the count, Ctrl+F goes to the search, F5
+    // refreshes, the menu key and Shift+F10 open the list's menu, Tab leaves a list.
+    void keyboard()
+    {
+        item("2024-05-01", "09_00_00", "report.pdf");
+        item("2024-05-01", "09_00_00", "second.pdf");
+        item("2024-05-02", "09_00_00", "other");
+        launch();
+        activate();
+        TableView *contents = c->mTableViewContents;
+        selectNames({"other"});
+        contents->setFocus();
+
+        RecordingPresenter cancel(RemovalActions::kCancelIndex);
+        Alerts::setPresenter(&cancel);
+        QTest::keyClick(contents, Qt::Key_Delete);
+        c->mTableViewDate->selectRowAlone(0);
+        QVERIFY(Fixture::settle(*c));
+        contents->selectAll();
+        contents->setFocus();
+        QTest::keyClick(contents, Qt::Key_Delete);
+        Alerts::setPresenter(nullptr);
+        QCOMPARE(cancel.alerts.size(), 2);
+        QCOMPARE(cancel.alerts[0].message, qtTrId("DeleteOneItemTitle").arg(QStringLiteral("other")));
+        QCOMPARE(cancel.alerts[1].message, qtTrId("DeleteItemsTitle").arg(2));
+        QCOMPARE(cancel.alerts[1].buttons.first(), qtTrId("CancelButton")); // the default
+        QCOMPARE(cancel.alerts[1].style, Alerts::Alert::Style::Critical);
+        QCOMPARE(Fixture::names(*c).size(), 2);
+
+        // In the search field, Delete edits the text.
+        c->mSearchString->setText(QStringLiteral("ab"));
+        c->mSearchString->setFocus();
+        c->mSearchString->setCursorPosition(0);
+        RecordingPresenter unused(RemovalActions::kCancelIndex);
+        Alerts::setPresenter(&unused);
+        QTest::keyClick(c->mSearchString, Qt::Key_Delete);
+        Alerts::setPresenter(nullptr);
+        QCOMPARE(unused.alerts.size(), 0);
+        QCOMPARE(c->mSearchString->text(), QStringLiteral("b"));
+        c->mSearchString->clear();
+
+        contents->setFocus();
+        QTest::keyClick(contents, Qt::Key_F, Qt::ControlModifier);
+        QCOMPARE(QApplication::focusWidget(), c->mSearchString);
+
+        QSignalSpy started(c, &AppDelegate::contentsScanStarted);
+        QTest::keyClick(c->window, Qt::Key_F5);
+        QCOMPARE(started.size(), 1);
+        QVERIFY(Fixture::settle(*c));
+
+        QList<QPointer<QMenu>> menus;
+        QObject watch;
+        connect(contents, &TableView::contextualMenuShown, &watch, [&](QMenu *m) { menus.append(m); });
+        contents->selectRowAlone(0);
+        contents->setFocus();
+        QTest::keyClick(contents, Qt::Key_Menu);
+        QTRY_COMPARE(menus.size(), 1);
+        QVERIFY(menus[0]);
+        menus[0]->close();
+        contents->setFocus();
+        QTest::keyClick(contents, Qt::Key_F10, Qt::ShiftModifier);
+        QTRY_COMPARE(menus.size(), 2);
+        QVERIFY(menus[1]);
+        menus[1]->close();
+
+        // Tab leaves each list for the next control instead of walking its cells.
+        for (TableView *list : {c->mTableViewDate, contents}) {
+            list->setFocus();
+            QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget *>(list));
+            QTest::keyClick(list, Qt::Key_Tab);
+            QVERIFY(QApplication::focusWidget() != list);
+        }
     }
 
     void namesThatAreNotUtf8()

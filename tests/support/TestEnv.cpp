@@ -1,12 +1,15 @@
 #include "TestEnv.h"
 
 #include "browser/Removal.h"
+#include "cache/CacheCommit.h"
 #include "common/Settings.h"
 #include "volumes/Volumes.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QStandardPaths>
 
@@ -120,6 +123,25 @@ bool TestEnv::writeFile(const QByteArray &path, QByteArrayView content)
         return false;
     const bool ok = ::write(fd, content.data(), std::size_t(content.size())) == content.size();
     return ::close(fd) == 0 && ok;
+}
+
+bool TestEnv::writeOrigin(const QByteArray &cache, const QByteArray &day, const QByteArray &time,
+                          const QByteArray &name, const QByteArray &originalPath)
+{
+    auto put = [](QJsonObject &o, const char *key, const QByteArray &bytes) {
+        if (QString::fromUtf8(bytes).toUtf8() == bytes)
+            o.insert(QLatin1String(key), QString::fromUtf8(bytes));
+        else
+            o.insert(QLatin1String(key) + QLatin1String("64"), QString::fromLatin1(bytes.toBase64()));
+    };
+    QJsonObject o;
+    o.insert(QLatin1String("time"), QString::fromLatin1(time));
+    put(o, "name", name);
+    put(o, "path", originalPath);
+    o.insert(QLatin1String("uid"), qint64(getuid()));
+    const QByteArray file = CacheCommit::originsFileFor(cache, day);
+    const QByteArray line = QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
+    return writeFile(file, readFile(file) + line);
 }
 
 QByteArray TestEnv::readFile(const QByteArray &path)

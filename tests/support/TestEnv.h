@@ -33,6 +33,10 @@ public:
     // Returns where it lies, empty on failure.
     QByteArray keep(const QByteArray &cache, const QByteArray &day, const QByteArray &time,
                     const QByteArray &name, const CacheCommit::Completeness &completeness = {});
+    // Appends an origin record for <cache>/<day>/<time>/<name>, as a deletion into the cache
+    // writes it: the item came from `originalPath`.
+    static bool writeOrigin(const QByteArray &cache, const QByteArray &day, const QByteArray &time,
+                            const QByteArray &name, const QByteArray &originalPath);
     static bool exists(const QByteArray &path);
     // Permission bits (with set-user-id and sticky) of a path, links not followed; 0 when absent.
     static mode_t modeOf(const QByteArray &path);

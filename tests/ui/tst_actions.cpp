@@ -27,6 +27,9 @@ public:
     void protectionON() override { calls.append(QStringLiteral("protectionON")); }
     void protectionOFF() override { calls.append(QStringLiteral("protectionOFF")); }
     void copySelectedItems() override { calls.append(QStringLiteral("copySelectedItems")); }
+    void putBack() override { calls.append(QStringLiteral("putBack")); }
+    void refresh() override { calls.append(QStringLiteral("refresh")); }
+    void focusSearch() override { calls.append(QStringLiteral("focusSearch")); }
     void removeContents() override { calls.append(QStringLiteral("removeContents")); }
     void editPreferences() override { calls.append(QStringLiteral("editPreferences")); }
     void showHelp() override { calls.append(QStringLiteral("showHelp")); }
@@ -104,13 +107,14 @@ private slots:
         for (const QAction *a : bar.actions())
             ids.append(a->objectName());
         QCOMPARE(ids, QStringList({"preferences", "space", "protectionON", "protectionOFF", "space",
-                                   "space", "copyButton", "space", "removeButton", "flexibleSpace",
+                                   "space", "putBackButton", "copyButton", "space", "removeButton", "flexibleSpace",
                                    "showHelp", "space"}));
         QCOMPARE(WindowActions::toolbarAllowedItemIdentifiers(), ids);
 
         const QList<std::pair<const char *, const char *>> labels{
             {"protectionON", "StartProtection"}, {"protectionOFF", "StopProtection"},
-            {"copyButton", "CopyItem"},          {"removeButton", "RemoveItem"},
+            {"copyButton", "RestoreToItem"},     {"removeButton", "RemoveItem"},
+            {"putBackButton", "PutBackItem"},
             {"preferences", "Settings"},         {"showHelp", "ShowHelp"}};
         for (const auto &[id, key] : labels) {
             QAction *a = actions.toolbarItem(QLatin1String(id));
@@ -166,7 +170,15 @@ private slots:
             {C::ToggleProtection, "toggleProtection"},
             {C::TogglePreview, "toggleQL"},
             {C::ShowHelp, "showHelp"},
-            {C::Quit, "quit"}};
+            {C::Quit, "quit"},
+            // Every toolbar command is in a menu too.
+            {C::PutBack, "putBack"},
+            {C::CopyItems, "copySelectedItems"},
+            {C::RemoveItems, "removeContents"},
+            {C::ProtectionON, "protectionON"},
+            {C::ProtectionOFF, "protectionOFF"},
+            {C::Refresh, "refresh"},
+            {C::FocusSearch, "focusSearch"}};
         for (const auto &[command, call] : commands) {
             QAction *a = actions.action(command);
             QVERIFY2(all.contains(a), call);
@@ -178,6 +190,10 @@ private slots:
         QCOMPARE(actions.action(C::ShowHelp)->shortcut(), QKeySequence(Qt::Key_F1));
         QCOMPARE(actions.action(C::Preferences)->shortcut(),
                  QKeySequence(Qt::CTRL | Qt::Key_Comma));
+        QCOMPARE(actions.action(C::Refresh)->shortcut(), QKeySequence(Qt::Key_F5));
+        QCOMPARE(actions.action(C::FocusSearch)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_F));
+        QCOMPARE(actions.action(C::PutBack)->shortcut(), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
+        QCOMPARE(actions.action(C::RemoveItems)->shortcut(), QKeySequence(QKeySequence::Delete));
         // Destructive commands get no shortcut.
         QVERIFY(actions.action(C::RemoveAllCaches)->shortcut().isEmpty());
         QVERIFY(actions.action(C::RemoveSelectedDays)->shortcut().isEmpty());
@@ -222,13 +238,13 @@ private slots:
         std::unique_ptr<QMenu> menu(actions.contentsMenu(item));
         QVERIFY(menu);
         QCOMPARE(menuTexts(menu.get()),
-                 QStringList({qtTrId("ContextualMenuRevealInFinder").arg("report.txt"),
-                              qtTrId("ContextualMenuDelete").arg("report.txt")}));
-        for (QAction *a : menu->actions()) {
-            QVERIFY(a->shortcut().isEmpty());
+                 QStringList({qtTrId("ContextualMenuRevealInFinder").arg("report.txt"), qtTrId("PutBackItem"),
+                              qtTrId("RestoreToItem"), qtTrId("ContextualMenuDelete").arg("report.txt")}));
+        // Put Back and Restore To are the window's own actions, with their state and shortcut.
+        QCOMPARE(menu->actions()[2], actions.action(C::PutBack));
+        for (QAction *a : menu->actions())
             a->trigger();
-        }
-        QCOMPARE(c.calls, QStringList({"showInFinder", "removeContents"}));
+        QCOMPARE(c.calls, QStringList({"showInFinder", "putBack", "copySelectedItems", "removeContents"}));
         QVERIFY(!actions.contentsMenu(item + ".gone"));
         QVERIFY(!actions.contentsMenu(QByteArray()));
     }

@@ -91,6 +91,10 @@ private slots:
         QVERIFY(ui().mProtectionEnabled->isChecked());
         QVERIFY(!ui().mLaunchMenu->isChecked());
         QCOMPARE(ui().mPreferencesExcludeName->text(), QStringLiteral("a;b"));
+        // The empty fields say how entries are separated.
+        QCOMPARE(ui().mPreferencesExcludeName->placeholderText(), qtTrId("PreferencesExcludeNamePlaceholder"));
+        QCOMPARE(ui().mPreferencesExcludeExtensions->placeholderText(),
+                 qtTrId("PreferencesExcludeExtensionsPlaceholder"));
         QCOMPARE(ui().mPreferencesRemoveFromCacheValue->text(), qtTrId("ManyDays").arg(30));
         QCOMPARE(textColor(ui().mPreferencesRemoveFromCacheValue), QColor(Qt::black));
         QCOMPARE(ui().mPreferencesRemoveInfos->text(), qtTrId("DaysOfActivityNormal"));
@@ -182,6 +186,10 @@ private slots:
         // Opened again, the controls come from the settings, not from the cancelled session.
         sheet->editPreferences(r);
         QCOMPARE(ui().mPreferencesExcludeName->text(), QStringLiteral("a;b"));
+        // The empty fields say how entries are separated.
+        QCOMPARE(ui().mPreferencesExcludeName->placeholderText(), qtTrId("PreferencesExcludeNamePlaceholder"));
+        QCOMPARE(ui().mPreferencesExcludeExtensions->placeholderText(),
+                 qtTrId("PreferencesExcludeExtensionsPlaceholder"));
         QVERIFY(ui().mProtectionEnabled->isChecked());
         QTest::mouseClick(ui().sheetCancel, Qt::LeftButton);
         QCOMPARE(finished.size(), 2);
