@@ -337,19 +337,41 @@ char gParentName[64];
 
 void afterFork();
 
-// Reads the name of the parent process once: the children of a build tool (a recipe's `rm -f`)
-// delete what the build made.
+bool isShell(const char *name)
+{
+    for (const char *shell : {"sh", "bash", "dash", "zsh", "ksh", "mksh", "fish", "busybox"})
+        if (std::strcmp(name, shell) == 0) return true;
+    return false;
+}
+
+// The name of the process that had this one started, read once: the parent, or past the shells
+// in between, whoever started them. A build recipe's `rm -f *.o` runs in a shell of make's, and
+// deletes what the build made.
 void readParentName()
 {
-    char path[64];
-    std::snprintf(path, sizeof path, "/proc/%d/comm", int(getppid()));
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
     gParentName[0] = '\0';
-    if (fd < 0) return;
-    const ssize_t n = read(fd, gParentName, sizeof gParentName - 1);
-    close(fd);
-    gParentName[n > 0 ? n : 0] = '\0';
-    if (char *nl = std::strchr(gParentName, '\n')) *nl = '\0';
+    pid_t pid = getppid();
+    for (int depth = 0; depth < 4 && pid > 1; ++depth) {
+        char path[64], stat[512];
+        std::snprintf(path, sizeof path, "/proc/%d/stat", int(pid));
+        const int fd = open(path, O_RDONLY | O_CLOEXEC);
+        if (fd < 0) return;
+        const ssize_t n = read(fd, stat, sizeof stat - 1);
+        close(fd);
+        if (n <= 0) return;
+        stat[n] = '\0';
+        // "pid (name) state ppid ...", where the name may itself hold parentheses.
+        char *lp = std::strchr(stat, '(');
+        char *rp = std::strrchr(stat, ')');
+        if (!lp || !rp || rp < lp || rp - lp - 1 >= int(sizeof gParentName)) return;
+        std::memcpy(gParentName, lp + 1, std::size_t(rp - lp - 1));
+        gParentName[rp - lp - 1] = '\0';
+        if (!isShell(gParentName)) return;
+        int parent = 0;
+        char state = 0;
+        if (std::sscanf(rp + 1, " %c %d", &state, &parent) != 2) return;
+        pid = parent;
+    }
 }
 
 void initialise()
@@ -429,6 +451,8 @@ struct Slot
 {
     std::uint64_t parent; // 0: free
     std::uint32_t head;   // first node, +1
+    // The folder's times when its first entry was kept, before deleting its entries changed them.
+    timespec atime, mtime;
 };
 
 struct Batch
@@ -605,11 +629,15 @@ bool wasGiven(Batch &b, const char *name, bool add)
     return false;
 }
 
-Node *addNode(Batch &b, const Node &node)
+Node *addNode(Batch &b, const Node &node, const struct stat &parent)
 {
     if (!b.nodes.reserve(b.nodes.size + 1)) return nullptr;
     Slot *slot = findSlot(b, node.parent, true);
     if (!slot) return nullptr;
+    if (slot->head == 0) {
+        slot->atime = parent.st_atim;
+        slot->mtime = parent.st_mtim;
+    }
     Node *n = &b.nodes.data[b.nodes.size];
     *n = node;
     n->next = slot->head;
@@ -797,7 +825,7 @@ bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *
     node.name = addName(b, leaf, leafLen);
     node.cur = addName(b, name, std::strlen(name));
     node.kind = Kind::File;
-    if (node.name != UINT32_MAX && node.cur != UINT32_MAX) addNode(b, node);
+    if (node.name != UINT32_MAX && node.cur != UINT32_MAX) addNode(b, node, parent);
     if (nowMs() - b.lastSizeReset > 1000) resetSizeRecord(b);
     return true;
 }
@@ -864,12 +892,16 @@ void folderRemoved(Batch &b, const View &v, const PathEntry &parentPath, const c
     node.mode = item.st_mode;
     node.atime = item.st_atim;
     node.mtime = item.st_mtim;
+    if (const Slot *own = findSlot(b, item.st_ino, false); own && own->head) {
+        node.atime = own->atime;
+        node.mtime = own->mtime;
+    }
     node.name = addName(b, leaf, leafLen);
     if (node.name == UINT32_MAX) return;
     if (!hasContent(b, item.st_ino)) {
         node.kind = Kind::Empty;
         node.cur = node.name;
-        addNode(b, node);
+        addNode(b, node, parent);
         return;
     }
     if (!openTimeFolder(b, v)) return;
@@ -900,7 +932,7 @@ void folderRemoved(Batch &b, const View &v, const PathEntry &parentPath, const c
     close(fd);
     node.kind = Kind::Folder;
     node.cur = addName(b, name, std::strlen(name));
-    if (node.cur != UINT32_MAX) addNode(b, node);
+    if (node.cur != UINT32_MAX) addNode(b, node, parent);
     resetSizeRecord(b);
 }
 
