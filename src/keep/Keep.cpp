@@ -329,6 +329,7 @@ bool onOtherMount(const View &v, const char *path, std::size_t n)
 
 SpinLock gLock; // guards everything below
 pid_t gPid = 0; // the process the state belongs to (a vfork child sees another pid)
+uid_t gUid = 0;
 bool gInitialised = false;
 bool gBypassed = false; // SALVORA3_KEEP=0 in the environment
 std::uint64_t gProcessGeneration = ~0ull;
@@ -379,6 +380,7 @@ void initialise()
     if (gInitialised) return;
     gInitialised = true;
     gPid = getpid();
+    gUid = getuid();
     const char *bypass = getenv("SALVORA3_KEEP");
     gBypassed = bypass && bypass[0] == '0';
     readParentName();
@@ -455,6 +457,12 @@ struct Slot
     timespec atime, mtime;
 };
 
+struct Given
+{
+    std::uint64_t key; // 0: free
+    std::uint32_t last;
+};
+
 struct Batch
 {
     bool active = false;
@@ -472,7 +480,8 @@ struct Batch
     // Hashes of the names this batch gave at the top of the time folder. A name is given once
     // only: an entry that moved on into its folder left an origin record under its old name,
     // and a second item of that name would be taken for it.
-    Pool<std::uint64_t> given;
+    // Each also holds the last number given to a clash of that name, where the next clash starts.
+    Pool<Given> given;
     std::size_t givenUsed = 0;
 };
 
@@ -507,7 +516,7 @@ void endBatch(Batch &b)
     b.names.size = 0;
     if (b.slots.data) std::memset(b.slots.data, 0, b.slots.capacity * sizeof(Slot));
     b.slotsUsed = 0;
-    if (b.given.data) std::memset(b.given.data, 0, b.given.capacity * sizeof(std::uint64_t));
+    if (b.given.data) std::memset(b.given.data, 0, b.given.capacity * sizeof(Given));
     b.givenUsed = 0;
     b.active = false;
 }
@@ -528,7 +537,7 @@ void afterFork()
     if (gBatch.slots.data) std::memset(gBatch.slots.data, 0, gBatch.slots.capacity * sizeof(Slot));
     gBatch.slotsUsed = 0;
     if (gBatch.given.data)
-        std::memset(gBatch.given.data, 0, gBatch.given.capacity * sizeof(std::uint64_t));
+        std::memset(gBatch.given.data, 0, gBatch.given.capacity * sizeof(Given));
     gBatch.givenUsed = 0;
     gBatch.active = false;
     readParentName();
@@ -597,36 +606,50 @@ std::uint64_t nameHash(const char *name)
     return h ? h : 1;
 }
 
-// Whether the batch gave `name` already; with `add`, records it as given.
-bool wasGiven(Batch &b, const char *name, bool add)
+// The record of a name the batch gave, or none; with `add`, made when missing.
+Given *given(Batch &b, const char *name, bool add)
 {
     if (add && (b.givenUsed + 1) * 2 > b.given.capacity) {
-        Pool<std::uint64_t> old = b.given;
-        Pool<std::uint64_t> grown;
-        if (!grown.reserve(old.capacity ? old.capacity * 2 : 1024)) return false;
-        std::memset(grown.data, 0, grown.capacity * sizeof(std::uint64_t));
+        Pool<Given> old = b.given;
+        Pool<Given> grown;
+        if (!grown.reserve(old.capacity ? old.capacity * 2 : 1024)) return nullptr;
+        std::memset(grown.data, 0, grown.capacity * sizeof(Given));
         for (std::size_t i = 0; i < old.capacity; ++i) {
-            if (old.data[i] == 0) continue;
-            std::size_t h = hashIno(old.data[i], grown.capacity);
-            while (grown.data[h] != 0)
+            if (old.data[i].key == 0) continue;
+            std::size_t h = hashIno(old.data[i].key, grown.capacity);
+            while (grown.data[h].key != 0)
                 h = (h + 1) & (grown.capacity - 1);
             grown.data[h] = old.data[i];
         }
         old.release();
         b.given = grown;
     }
-    if (b.given.capacity == 0) return false;
+    if (b.given.capacity == 0) return nullptr;
     const std::uint64_t key = nameHash(name);
     std::size_t h = hashIno(key, b.given.capacity);
-    while (b.given.data[h] != 0) {
-        if (b.given.data[h] == key) return true;
+    while (b.given.data[h].key != 0) {
+        if (b.given.data[h].key == key) return &b.given.data[h];
         h = (h + 1) & (b.given.capacity - 1);
     }
-    if (add) {
-        b.given.data[h] = key;
-        ++b.givenUsed;
-    }
-    return false;
+    if (!add) return nullptr;
+    b.given.data[h].key = key;
+    b.given.data[h].last = 1;
+    ++b.givenUsed;
+    return &b.given.data[h];
+}
+
+// Where the numbering of `leaf` goes on: past the last number the batch gave it.
+int firstNumber(Batch &b, const char *leaf)
+{
+    const Given *g = given(b, leaf, false);
+    return g ? int(g->last) + 1 : 1;
+}
+
+// Marks `name`, the n-th name of `leaf`, as given.
+void markGiven(Batch &b, const char *leaf, const char *name, int n)
+{
+    if (Given *g = given(b, leaf, true); g && std::uint32_t(n) > g->last) g->last = std::uint32_t(n);
+    given(b, name, true);
 }
 
 Node *addNode(Batch &b, const Node &node, const struct stat &parent)
@@ -700,7 +723,7 @@ bool writeOrigin(Batch &b, const char *name, const char *folder, const char *lea
                  std::uint64_t ino)
 {
     const std::size_t n =
-        origin::format(gRecord, sizeof gRecord, b.time, name, folder, leaf, getuid(), ino);
+        origin::format(gRecord, sizeof gRecord, b.time, name, folder, leaf, gUid, ino);
     if (n == 0) return false;
     const ssize_t w = write(b.originsFd, gRecord, n);
     if (w == ssize_t(n)) return true;
@@ -796,7 +819,8 @@ bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *
     char numbered[NAME_MAX + 1];
     const char *name = leaf;
     bool moved = false;
-    for (int n = 1; n < 10000 && !moved; ++n) {
+    int n = firstNumber(b, leaf);
+    for (; n < 10000; ++n) {
         if (n > 1) {
             // After a clash, the first free name (a record for a name that is taken would be
             // one too many).
@@ -804,13 +828,16 @@ bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *
             struct stat taken{};
             if (fstatat(b.timeFd, name, &taken, AT_SYMLINK_NOFOLLOW) == 0) continue;
         }
-        if (wasGiven(b, name, false)) continue;
+        if (given(b, name, false)) continue;
         if (!writeOrigin(b, name, folder.path, leaf, item.st_ino)) return false;
-        if (renameat2(dirFd, path, b.timeFd, name, RENAME_NOREPLACE) == 0) moved = true;
-        else if (errno != EEXIST) return false;
+        if (renameat2(dirFd, path, b.timeFd, name, RENAME_NOREPLACE) == 0) {
+            moved = true;
+            break;
+        }
+        if (errno != EEXIST) return false;
     }
     if (!moved) return false;
-    wasGiven(b, name, true);
+    markGiven(b, leaf, name, n);
     // The entry must be the one that was looked at: had another taken its place meanwhile (a
     // folder, which unlink would have refused), it goes back and the real call decides.
     struct stat there{};
@@ -908,9 +935,10 @@ void folderRemoved(Batch &b, const View &v, const PathEntry &parentPath, const c
     char numbered[NAME_MAX + 1];
     const char *name = leaf;
     int fd = -1;
-    for (int n = 1; n < 10000 && fd < 0; ++n) {
+    int n = firstNumber(b, leaf);
+    for (; n < 10000 && fd < 0; ++n) {
         if (n > 1) name = clashName(leaf, n, numbered);
-        if (wasGiven(b, name, false)) continue;
+        if (given(b, name, false)) continue;
         if (mkdirat(b.timeFd, name, 0700) != 0) {
             if (errno == EEXIST) continue;
             return;
@@ -924,9 +952,10 @@ void folderRemoved(Batch &b, const View &v, const PathEntry &parentPath, const c
             realUnlinkat(b.timeFd, name, AT_REMOVEDIR);
             return;
         }
+        break;
     }
-    wasGiven(b, name, true);
     if (fd < 0) return;
+    markGiven(b, leaf, name, n);
     fillFolder(b, item.st_ino, fd);
     setAttributes(fd, node);
     close(fd);
