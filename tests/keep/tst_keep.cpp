@@ -4,12 +4,17 @@
 
 #include "cache/CacheCommit.h"
 #include "cache/CacheLayout.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+
+#include "KeepFeed.h"
 
 #include "KeepTable.h"
 
 #include <QDir>
 #include <QMap>
 #include <QProcess>
+#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
 
@@ -419,6 +424,49 @@ private slots:
                           true, project);
         QVERIFY2(r.exitCode == 0, r.output.constData());
         QCOMPARE(timeFolders(cache), QByteArrayList());
+    }
+
+    void feed()
+    {
+        // The agent's table: the settings' filters, the volumes whose cache is sound, the mounts.
+        QVERIFY(rmdir(cache.constData()) == 0);
+        Settings::setString(SettingsKeys::PrefsExcludeName, QStringLiteral("Thumbs.db;secret"));
+        Settings::setString(SettingsKeys::PrefsExcludeExtension, QStringLiteral("bak"));
+        keeptable::Table t = KeepFeed::tableFor(true);
+        QVERIFY(t.on);
+        QVERIFY(t.volumes.empty()); // no cache yet: the library never makes one
+        QCOMPARE(t.lists[keeptable::ExcludedNames], std::vector<std::string>({"Thumbs.db", "secret"}));
+        QCOMPARE(t.lists[keeptable::ExcludedExtensions], std::vector<std::string>({"bak"}));
+        QVERIFY(!KeepFeed::tableFor(false).on);
+        QVERIFY(mkdir(cache.constData(), 0700) == 0);
+        t = KeepFeed::tableFor(true);
+        struct stat st{};
+        QVERIFY(stat(home.constData(), &st) == 0);
+        QCOMPARE(t.volumes.size(), std::size_t(1));
+        QCOMPARE(t.volumes.front().dev, std::uint64_t(st.st_dev));
+        QCOMPARE(QByteArray::fromStdString(t.volumes.front().cachePath), cache);
+        const auto &other = t.lists[keeptable::OtherMounts];
+        QVERIFY(std::find(other.begin(), other.end(), "/proc") != other.end());
+        QVERIFY(!t.lists[keeptable::ProtectedMounts].empty());
+
+        // Every item kept adds an origin record: the feed tells of them, once for a burst, and
+        // the day's size record goes.
+        KeepFeed feed;
+        feed.publish(true);
+        QSignalSpy kept(&feed, &KeepFeed::kept);
+        const QByteArray day = CommonUtils::nameForCacheFolderForToday().toLatin1();
+        const QByteArray record = cache + '/' + day + '/' + CommonUtils::kCacheInformationName;
+        QVERIFY(TestEnv::writeFile(record, "stale"));
+        for (int i = 0; i < 50; ++i) {
+            QFile origins(QFile::decodeName(CacheCommit::originsFileFor(cache, day)));
+            QVERIFY(origins.open(QIODevice::Append));
+            origins.write("{}\n");
+            if (i == 0) QTest::qWait(50); // the new file is watched from its folder's change
+        }
+        QTRY_COMPARE(kept.count(), 1);
+        QVERIFY(!TestEnv::exists(record));
+        QTest::qWait(400);
+        QCOMPARE(kept.count(), 1);
     }
 
     void fullVolumeFallsBack()
