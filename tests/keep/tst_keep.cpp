@@ -469,6 +469,31 @@ private slots:
         QCOMPARE(kept.count(), 1);
     }
 
+    void keepCommand()
+    {
+        // On twice writes one block after the user's own lines; off leaves them as they were.
+        const QByteArray salvora = qgetenv("SALVORA_BIN_DIR") + "/salvora";
+        const QByteArray profile = "export EDITOR=vi\n# mine\n";
+        QVERIFY(TestEnv::writeFile(home + "/.profile", profile));
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
+        const QByteArray env = TestEnv::readFile(home + "/.config/environment.d/60-salvora3-keep.conf");
+        QVERIFY(env.startsWith("LD_PRELOAD=/") && env.contains("libsalvora3-keep.so${LD_PRELOAD:+ $LD_PRELOAD}"));
+        const QByteArray withBlock = TestEnv::readFile(home + "/.profile");
+        QVERIFY(withBlock.startsWith(profile));
+        QCOMPARE(withBlock.count("salvora3 keep"), 2);
+        // A login shell gets it once, before what it preloaded already.
+        const Run login = run("LD_PRELOAD=/usr/lib/none.so; . ./.profile; . ./.profile; echo \"$LD_PRELOAD\"", false);
+        QVERIFY2(login.output.endsWith("libsalvora3-keep.so /usr/lib/none.so\n"), login.output.constData());
+        QByteArray status;
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("status")}, &status));
+        QVERIFY2(status.contains("keep permanent deletions: on") && status.contains("daemon's table: on"),
+                 status.constData());
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("off")}));
+        QCOMPARE(TestEnv::readFile(home + "/.profile"), profile);
+        QVERIFY(!TestEnv::exists(home + "/.config/environment.d/60-salvora3-keep.conf"));
+    }
+
     void fullVolumeFallsBack()
     {
         QString why;
