@@ -411,7 +411,8 @@ struct Pool
     bool reserve(std::size_t n)
     {
         if (n <= capacity) return true;
-        std::size_t cap = capacity ? capacity * 2 : (4096 / sizeof(T) ? 4096 / sizeof(T) : 1);
+        // Powers of two: the hash tables mask their indexes with capacity - 1.
+        std::size_t cap = capacity ? capacity * 2 : 64;
         while (cap < n)
             cap *= 2;
         void *p = data ? mremap(data, capacity * sizeof(T), cap * sizeof(T), MREMAP_MAYMOVE)
