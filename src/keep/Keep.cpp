@@ -750,14 +750,18 @@ struct PathEntry
     std::uint64_t dev = 0, ino = 0, generation = 0;
     long at = 0;
     bool excluded = false;
+    // A rename out of it was refused (a folder the process may not write, a read-only file
+    // system): its next entries go straight to the real call, which fails the same way, rather
+    // than leave an origin record each.
+    bool refused = false;
     std::size_t length = 0;
     char path[PATH_MAX];
 };
 constexpr std::size_t kPathEntries = 8;
 PathEntry *gPaths = nullptr; // mapped at first use
 
-const PathEntry *folderPath(const Mapping &m, int dirFd, const char *path, const char *leaf,
-                            const struct stat &parent)
+PathEntry *folderPath(const Mapping &m, int dirFd, const char *path, const char *leaf,
+                      const struct stat &parent)
 {
     if (!gPaths) {
         void *p = mmap(nullptr, sizeof(PathEntry) * kPathEntries, PROT_READ | PROT_WRITE,
@@ -808,12 +812,13 @@ const PathEntry *folderPath(const Mapping &m, int dirFd, const char *path, const
     e.generation = m.generation;
     e.at = now;
     e.excluded = placeExcluded(m.view, e.path, e.length);
+    e.refused = false;
     return &e;
 }
 
 // Moves a file or link into the time folder. True when it is kept.
 bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *leaf,
-              std::size_t leafLen, const PathEntry &folder, const struct stat &item,
+              std::size_t leafLen, PathEntry &folder, const struct stat &item,
               const struct stat &parent)
 {
     if (!openTimeFolder(b, v)) return false;
@@ -835,7 +840,12 @@ bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *
             moved = true;
             break;
         }
-        if (errno != EEXIST) return false;
+        if (errno != EEXIST) {
+            // Its record stays behind: the name is not given again in this batch.
+            if (errno == EACCES || errno == EPERM || errno == EROFS) folder.refused = true;
+            markGiven(b, leaf, name, n);
+            return false;
+        }
     }
     if (!moved) return false;
     markGiven(b, leaf, name, n);
@@ -1041,11 +1051,11 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     }
     Locked lock(gLock);
     initialise();
-    const PathEntry *place =
+    PathEntry *place =
         (!gBypassed && !processExcluded(*m))
             ? folderPath(*m, dirFd, path, slash ? slash + 1 : path, parent)
             : nullptr;
-    if (!place || place->excluded) {
+    if (!place || place->excluded || (!folder && place->refused)) {
         errno = savedErrno;
         return realCall(via, dirFd, path, flags);
     }
