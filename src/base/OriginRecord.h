@@ -131,9 +131,13 @@ inline std::size_t format(char *out, std::size_t size, const char *time, const c
     const std::size_t fl = std::strlen(folder);
     const bool root = fl == 1 && folder[0] == '/';
     w.bytes("path", folder, root ? 0 : fl, "/", 1, leaf, std::strlen(leaf));
+    // No inode (0) is left out, as CacheCommit leaves it out.
     char numbers[64];
-    std::snprintf(numbers, sizeof numbers, ",\"uid\":%u,\"ino\":\"%llu\"}\n", uid,
-                  static_cast<unsigned long long>(ino));
+    if (ino)
+        std::snprintf(numbers, sizeof numbers, ",\"uid\":%u,\"ino\":\"%llu\"}\n", uid,
+                      static_cast<unsigned long long>(ino));
+    else
+        std::snprintf(numbers, sizeof numbers, ",\"uid\":%u}\n", uid);
     w.put(numbers);
     return w.ok ? w.at : 0;
 }

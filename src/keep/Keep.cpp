@@ -432,29 +432,42 @@ struct Pool
 };
 
 enum class Kind : std::uint8_t {
-    File,   // a file or link at the top of the time folder
-    Folder, // a folder rebuilt at the top of the time folder
-    Empty,  // a removed folder that held nothing kept: remembered, made only if its parent goes too
+    File,   // a file or link
+    Folder, // a folder made in the time folder for one that is being emptied or was removed
+    Empty,  // a removed folder that held nothing kept: remembered, made only in its parent's folder
 };
 
+constexpr std::uint32_t kNone = UINT32_MAX;
+
+// Nodes are addressed by index + 1 (0: none). A node's place in the cache is its container's
+// place and its `cur` name; container 0 is the top of the time folder.
 struct Node
 {
-    std::uint64_t ino;    // its inode where it was (for a folder: the original folder's)
-    std::uint64_t parent; // the inode of the folder it was in
-    std::uint32_t name;   // offset in the names pool: its original name
-    std::uint32_t cur;    // offset in the names pool: its name at the top of the time folder
-    std::uint32_t next;   // the next node of the same parent, +1 (0: none)
+    std::uint64_t ino;      // its inode where it was (for a folder: the original folder's)
+    std::uint64_t parent;   // the inode of the folder it was in
+    std::uint32_t name;     // offset in the names pool: its original name
+    std::uint32_t cur;      // offset in the names pool: its name in its container
+    std::uint32_t topName;  // the name it had at the top of the time folder, if it had one
+    std::uint32_t path;     // Folder: its original path
+    std::uint32_t next;     // the next node of the same parent
+    std::uint32_t container;
     Kind kind;
-    bool gone;            // moved into its parent's folder
+    bool gone;              // no longer in the cache as this node
+    bool removed;           // Folder: its original was removed (else it is still there)
     mode_t mode;
     timespec atime, mtime;
 };
 
+// What the batch knows of one folder, by inode: the nodes of its entries, and the folder made
+// for it.
 struct Slot
 {
-    std::uint64_t parent; // 0: free
-    std::uint32_t head;   // first node, +1
-    // The folder's times when its first entry was kept, before deleting its entries changed them.
+    std::uint64_t folder; // 0: free
+    std::uint32_t head;   // its first entry's node
+    std::uint32_t mirror; // the Folder node made for it
+    std::uint32_t tops;   // its files kept at the top of the time folder
+    bool timed;
+    // Its times when it was first seen, before deleting its entries changed them.
     timespec atime, mtime;
 };
 
@@ -501,10 +514,13 @@ void resetSizeRecord(Batch &b)
     b.lastSizeReset = nowMs();
 }
 
+void dissolveAll(Batch &b);
+
 void endBatch(Batch &b)
 {
     if (!b.active) return;
     if (b.timeFd >= 0) {
+        dissolveAll(b);
         resetSizeRecord(b);
         // A time folder that ended up empty is not left behind.
         realUnlinkat(b.dayFd, b.time, AT_REMOVEDIR);
@@ -568,7 +584,7 @@ std::size_t hashIno(std::uint64_t ino, std::size_t capacity)
     return std::size_t((ino * 0x9E3779B97F4A7C15ull) >> 20) & (capacity - 1);
 }
 
-Slot *findSlot(Batch &b, std::uint64_t parent, bool create)
+Slot *findSlot(Batch &b, std::uint64_t folder, bool create)
 {
     if (create && (b.slotsUsed + 1) * 2 > b.slots.capacity) {
         // Rehash into a table twice the size.
@@ -577,9 +593,9 @@ Slot *findSlot(Batch &b, std::uint64_t parent, bool create)
         if (!grown.reserve(old.capacity ? old.capacity * 2 : 1024)) return nullptr;
         std::memset(grown.data, 0, grown.capacity * sizeof(Slot));
         for (std::size_t i = 0; i < old.capacity; ++i) {
-            if (old.data[i].parent == 0) continue;
-            std::size_t h = hashIno(old.data[i].parent, grown.capacity);
-            while (grown.data[h].parent != 0)
+            if (old.data[i].folder == 0) continue;
+            std::size_t h = hashIno(old.data[i].folder, grown.capacity);
+            while (grown.data[h].folder != 0)
                 h = (h + 1) & (grown.capacity - 1);
             grown.data[h] = old.data[i];
         }
@@ -587,14 +603,14 @@ Slot *findSlot(Batch &b, std::uint64_t parent, bool create)
         b.slots = grown;
     }
     if (b.slots.capacity == 0) return nullptr;
-    std::size_t h = hashIno(parent, b.slots.capacity);
-    while (b.slots.data[h].parent != 0) {
-        if (b.slots.data[h].parent == parent) return &b.slots.data[h];
+    std::size_t h = hashIno(folder, b.slots.capacity);
+    while (b.slots.data[h].folder != 0) {
+        if (b.slots.data[h].folder == folder) return &b.slots.data[h];
         h = (h + 1) & (b.slots.capacity - 1);
     }
     if (!create) return nullptr;
-    b.slots.data[h].parent = parent;
-    b.slots.data[h].head = 0;
+    b.slots.data[h] = Slot{};
+    b.slots.data[h].folder = folder;
     ++b.slotsUsed;
     return &b.slots.data[h];
 }
@@ -653,20 +669,24 @@ void markGiven(Batch &b, const char *leaf, const char *name, int n)
     given(b, name, true);
 }
 
-Node *addNode(Batch &b, const Node &node, const struct stat &parent)
+Node &nodeAt(Batch &b, std::uint32_t i) { return b.nodes.data[i - 1]; }
+
+// Adds a node to its parent folder's entries; `parent`, when given, is the folder's state now.
+// Its index, or 0.
+std::uint32_t addNode(Batch &b, const Node &node, const struct stat *parent)
 {
-    if (!b.nodes.reserve(b.nodes.size + 1)) return nullptr;
+    if (!b.nodes.reserve(b.nodes.size + 1)) return 0;
     Slot *slot = findSlot(b, node.parent, true);
-    if (!slot) return nullptr;
-    if (slot->head == 0) {
-        slot->atime = parent.st_atim;
-        slot->mtime = parent.st_mtim;
+    if (!slot) return 0;
+    if (!slot->timed && parent) {
+        slot->atime = parent->st_atim;
+        slot->mtime = parent->st_mtim;
+        slot->timed = true;
     }
-    Node *n = &b.nodes.data[b.nodes.size];
-    *n = node;
-    n->next = slot->head;
+    b.nodes.data[b.nodes.size] = node;
+    b.nodes.data[b.nodes.size].next = slot->head;
     slot->head = std::uint32_t(++b.nodes.size);
-    return n;
+    return slot->head;
 }
 
 int openPrivateFolder(int parent, const char *name)
@@ -816,17 +836,53 @@ PathEntry *folderPath(const Mapping &m, int dirFd, const char *path, const char 
     return &e;
 }
 
-// Moves a file or link into the time folder. True when it is kept.
-bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *leaf,
-              std::size_t leafLen, PathEntry &folder, const struct stat &item,
-              const struct stat &parent)
+// The path of a node below the time folder.
+bool relPath(Batch &b, std::uint32_t i, char *out, std::size_t size)
 {
-    if (!openTimeFolder(b, v)) return false;
+    std::uint32_t chain[PATH_MAX / 2];
+    int n = 0;
+    for (std::uint32_t k = i; k; k = nodeAt(b, k).container) {
+        if (n == int(sizeof chain / sizeof chain[0])) return false;
+        chain[n++] = k;
+    }
+    std::size_t at = 0;
+    for (int k = n - 1; k >= 0; --k) {
+        const char *c = b.names.data + nodeAt(b, chain[k]).cur;
+        const std::size_t l = std::strlen(c);
+        if (at + l + 2 > size) return false;
+        if (at) out[at++] = '/';
+        std::memcpy(out + at, c, l);
+        at += l;
+    }
+    out[at] = '\0';
+    return true;
+}
+
+// The path below the time folder of `name` in the container (0: the top).
+bool pathIn(Batch &b, std::uint32_t container, const char *name, char *out, std::size_t size)
+{
+    std::size_t at = 0;
+    if (container) {
+        if (!relPath(b, container, out, size)) return false;
+        at = std::strlen(out);
+        out[at++] = '/';
+    }
+    const std::size_t l = std::strlen(name);
+    if (at + l + 1 > size) return false;
+    std::memcpy(out + at, name, l + 1);
+    return true;
+}
+
+// Puts something at the top of the time folder under `leaf` or the first numbered name free,
+// its origin record written first: `place(path)` does it, returning 0 or an errno value. The
+// name chosen goes to `chosen`. 0 or an errno value.
+template <typename Place>
+int placeAtTop(Batch &b, const char *leaf, const char *folderPath, std::uint64_t ino,
+               const Place &place, char *chosen)
+{
     char numbered[NAME_MAX + 1];
     const char *name = leaf;
-    bool moved = false;
-    int n = firstNumber(b, leaf);
-    for (; n < 10000; ++n) {
+    for (int n = firstNumber(b, leaf); n < 10000; ++n) {
         if (n > 1) {
             // After a clash, the first free name (a record for a name that is taken would be
             // one too many).
@@ -835,145 +891,323 @@ bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *
             if (fstatat(b.timeFd, name, &taken, AT_SYMLINK_NOFOLLOW) == 0) continue;
         }
         if (given(b, name, false)) continue;
-        if (!writeOrigin(b, name, folder.path, leaf, item.st_ino)) return false;
-        if (renameat2(dirFd, path, b.timeFd, name, RENAME_NOREPLACE) == 0) {
-            moved = true;
-            break;
-        }
-        if (errno != EEXIST) {
-            // Its record stays behind: the name is not given again in this batch.
-            if (errno == EACCES || errno == EPERM || errno == EROFS) folder.refused = true;
-            markGiven(b, leaf, name, n);
-            return false;
-        }
+        if (!writeOrigin(b, name, folderPath, leaf, ino)) return ENOSPC;
+        const int err = place(name);
+        if (err == EEXIST) continue;
+        // Also after a failure: its record stays behind, so the name is not given again.
+        markGiven(b, leaf, name, n);
+        if (err) return err;
+        std::strcpy(chosen, name);
+        return 0;
     }
-    if (!moved) return false;
-    markGiven(b, leaf, name, n);
+    return EEXIST;
+}
+
+// The same inside a folder of the time folder, where no record is needed.
+template <typename Place>
+int placeIn(Batch &b, std::uint32_t container, const char *leaf, const Place &place, char *chosen)
+{
+    char numbered[NAME_MAX + 1], target[PATH_MAX];
+    const char *name = leaf;
+    for (int n = 1; n < 10000; ++n) {
+        if (n > 1) name = clashName(leaf, n, numbered);
+        if (!pathIn(b, container, name, target, sizeof target)) return ENAMETOOLONG;
+        const int err = place(target);
+        if (err == EEXIST) continue;
+        if (err) return err;
+        std::strcpy(chosen, name);
+        return 0;
+    }
+    return EEXIST;
+}
+
+void setAttributes(Batch &b, std::uint32_t i, mode_t mode, const timespec &atime,
+                   const timespec &mtime)
+{
+    char p[PATH_MAX];
+    if (!relPath(b, i, p, sizeof p)) return;
+    const int fd = openat(b.timeFd, p, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return;
+    // The owner keeps the right to change it, so that it can move into its parent's folder later.
+    fchmod(fd, (mode & 07777) | S_IRWXU);
+    const timespec times[2] = {atime, mtime};
+    futimens(fd, times);
+    close(fd);
+}
+
+void copyName(char *out, const char *name)
+{
+    std::strncpy(out, name, NAME_MAX);
+    out[NAME_MAX] = '\0';
+}
+
+// Moves a node into a folder of the time folder, under its original name.
+bool moveInto(Batch &b, std::uint32_t i, std::uint32_t container)
+{
+    char from[PATH_MAX], name[NAME_MAX + 1], chosen[NAME_MAX + 1];
+    if (!relPath(b, i, from, sizeof from)) return false;
+    copyName(name, b.names.data + nodeAt(b, i).name);
+    const int err = placeIn(
+        b, container, name,
+        [&](const char *to) {
+            return renameat2(b.timeFd, from, b.timeFd, to, RENAME_NOREPLACE) == 0 ? 0 : errno;
+        },
+        chosen);
+    if (err) return false;
+    const std::uint32_t cur = addName(b, chosen, std::strlen(chosen));
+    Node &n = nodeAt(b, i);
+    if (cur != kNone) n.cur = cur;
+    n.container = container;
+    return true;
+}
+
+// Makes a remembered empty folder, and those remembered in it, inside a folder of the batch.
+void materialise(Batch &b, std::uint32_t e, std::uint32_t container)
+{
+    char name[NAME_MAX + 1], chosen[NAME_MAX + 1];
+    copyName(name, b.names.data + nodeAt(b, e).name);
+    if (placeIn(
+            b, container, name,
+            [&](const char *to) { return mkdirat(b.timeFd, to, 0700) == 0 ? 0 : errno; },
+            chosen) != 0)
+        return;
+    const std::uint32_t cur = addName(b, chosen, std::strlen(chosen));
+    {
+        Node &n = nodeAt(b, e);
+        n.kind = Kind::Folder;
+        n.removed = true;
+        n.container = container;
+        if (cur != kNone) n.cur = cur;
+    }
+    const Slot *s = findSlot(b, nodeAt(b, e).ino, false);
+    for (std::uint32_t k = s ? s->head : 0; k; k = nodeAt(b, k).next)
+        if (!nodeAt(b, k).gone && nodeAt(b, k).kind == Kind::Empty) materialise(b, k, e);
+    const Node n = nodeAt(b, e);
+    setAttributes(b, e, n.mode, n.atime, n.mtime);
+}
+
+// Makes the folder of the batch for the folder `ino` (named `name`, at `path`, in the folder
+// `parentIno` at `parentPath`): inside its parent's when that has one, else at the top of the time
+// folder. What the batch kept of the folder so far moves into it. Its node, or 0.
+std::uint32_t makeMirror(Batch &b, std::uint64_t ino, std::uint64_t parentIno, const char *name,
+                         const char *path, const char *parentPath, const struct stat *parent)
+{
+    const Slot *ps = findSlot(b, parentIno, false);
+    const std::uint32_t container = ps ? ps->mirror : 0;
+    char chosen[NAME_MAX + 1];
+    const auto make = [&](const char *to) { return mkdirat(b.timeFd, to, 0700) == 0 ? 0 : errno; };
+    const int err = container ? placeIn(b, container, name, make, chosen)
+                              : placeAtTop(b, name, parentPath, 0, make, chosen);
+    if (err) return 0;
+    Node node{};
+    node.ino = ino;
+    node.parent = parentIno;
+    node.name = addName(b, name, std::strlen(name));
+    node.cur = addName(b, chosen, std::strlen(chosen));
+    node.path = addName(b, path, std::strlen(path));
+    node.topName = container ? kNone : node.cur;
+    node.container = container;
+    node.kind = Kind::Folder;
+    const std::uint32_t m =
+        node.name != kNone && node.cur != kNone && node.path != kNone ? addNode(b, node, parent) : 0;
+    Slot *own = m ? findSlot(b, ino, true) : nullptr;
+    if (!own) {
+        // Without its node it could not be found again: it stays, empty, as it is.
+        return 0;
+    }
+    own->mirror = m;
+    for (std::uint32_t k = own->head; k; k = nodeAt(b, k).next) {
+        const Node n = nodeAt(b, k);
+        if (n.gone || n.container != 0 || k == m) continue;
+        if (n.kind == Kind::Empty) materialise(b, k, m);
+        else moveInto(b, k, m);
+    }
+    return m;
+}
+
+bool hasContent(Batch &b, std::uint64_t folder)
+{
+    const Slot *s = findSlot(b, folder, false);
+    for (std::uint32_t k = s ? s->head : 0; k; k = nodeAt(b, k).next)
+        if (!nodeAt(b, k).gone && nodeAt(b, k).kind != Kind::Empty) return true;
+    return false;
+}
+
+// Splits a canonical folder path into its parent's path and its name; false for "/".
+bool splitFolder(const char *path, char *parent, const char **name)
+{
+    const char *slash = std::strrchr(path, '/');
+    if (!slash || slash[1] == '\0') return false;
+    const std::size_t n = slash == path ? 1 : std::size_t(slash - path);
+    std::memcpy(parent, path, n);
+    parent[n] = '\0';
+    *name = slash + 1;
+    return true;
+}
+
+// Moves a file or link into the time folder. True when it is kept.
+bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *leaf,
+              std::size_t leafLen, PathEntry &folder, const struct stat &item,
+              const struct stat &parent)
+{
+    if (!openTimeFolder(b, v)) return false;
+    Slot *s = findSlot(b, parent.st_ino, true);
+    if (!s) return false;
+    if (!s->timed) {
+        s->atime = parent.st_atim;
+        s->mtime = parent.st_mtim;
+        s->timed = true;
+    }
+    std::uint32_t mirror = s->mirror;
+    if (!mirror && s->tops > 0) {
+        // A second entry of the folder: it is being emptied, most likely deleted with all it
+        // holds. Its entries go straight into a folder of its name from now on; if it stays after
+        // all, they move back to the top when the batch ends (DESIGN.md).
+        char parentPath[PATH_MAX];
+        const char *name = nullptr;
+        struct stat grand{};
+        if (splitFolder(folder.path, parentPath, &name) &&
+            fstatat(AT_FDCWD, parentPath, &grand, 0) == 0 && grand.st_dev == parent.st_dev)
+            mirror = makeMirror(b, parent.st_ino, grand.st_ino, name, folder.path, parentPath, &grand);
+    }
+    char name[NAME_MAX + 1], chosen[NAME_MAX + 1], target[PATH_MAX];
+    std::memcpy(name, leaf, leafLen);
+    name[leafLen] = '\0';
+    const auto move = [&](const char *to) {
+        if (renameat2(dirFd, path, b.timeFd, to, RENAME_NOREPLACE) != 0) return errno;
+        std::strcpy(target, to);
+        return 0;
+    };
+    const int err = mirror ? placeIn(b, mirror, name, move, chosen)
+                           : placeAtTop(b, name, folder.path, item.st_ino, move, chosen);
+    if (err) {
+        if (err == EACCES || err == EPERM || err == EROFS) folder.refused = true;
+        return false;
+    }
     // The entry must be the one that was looked at: had another taken its place meanwhile (a
     // folder, which unlink would have refused), it goes back and the real call decides.
     struct stat there{};
-    if (fstatat(b.timeFd, name, &there, AT_SYMLINK_NOFOLLOW) != 0 || there.st_ino != item.st_ino ||
+    if (fstatat(b.timeFd, target, &there, AT_SYMLINK_NOFOLLOW) != 0 || there.st_ino != item.st_ino ||
         (there.st_mode & S_IFMT) != (item.st_mode & S_IFMT)) {
-        renameat2(b.timeFd, name, dirFd, path, RENAME_NOREPLACE);
+        renameat2(b.timeFd, target, dirFd, path, RENAME_NOREPLACE);
         return false;
     }
     Node node{};
     node.ino = item.st_ino;
     node.parent = parent.st_ino;
-    node.name = addName(b, leaf, leafLen);
-    node.cur = addName(b, name, std::strlen(name));
+    node.name = addName(b, name, leafLen);
+    node.cur = addName(b, chosen, std::strlen(chosen));
+    node.topName = mirror ? kNone : node.cur;
+    node.path = kNone;
+    node.container = mirror;
     node.kind = Kind::File;
-    if (node.name != UINT32_MAX && node.cur != UINT32_MAX) addNode(b, node, parent);
+    if (node.name != kNone && node.cur != kNone && addNode(b, node, &parent) && !mirror)
+        if (Slot *own = findSlot(b, parent.st_ino, false)) ++own->tops;
     if (nowMs() - b.lastSizeReset > 1000) resetSizeRecord(b);
     return true;
 }
 
-bool hasContent(Batch &b, std::uint64_t folder)
-{
-    Slot *s = findSlot(b, folder, false);
-    for (std::uint32_t i = s ? s->head : 0; i; i = b.nodes.data[i - 1].next) {
-        const Node &n = b.nodes.data[i - 1];
-        if (n.gone) continue;
-        if (n.kind != Kind::Empty || hasContent(b, n.ino)) return true;
-    }
-    return false;
-}
-
-void setAttributes(int fd, const Node &n)
-{
-    // The owner keeps the right to change it, so that it can move into its parent's folder later.
-    fchmod(fd, (n.mode & 07777) | S_IRWXU);
-    const timespec times[2] = {n.atime, n.mtime};
-    futimens(fd, times);
-}
-
-// Moves the kept entries of `folder` into `fd`, their original folder rebuilt, and rebuilds its
-// empty folders in it.
-void fillFolder(Batch &b, std::uint64_t folder, int fd)
-{
-    Slot *s = findSlot(b, folder, false);
-    char numbered[NAME_MAX + 1];
-    for (std::uint32_t i = s ? s->head : 0; i; i = b.nodes.data[i - 1].next) {
-        Node n = b.nodes.data[i - 1];
-        if (n.gone) continue;
-        const char *name = b.names.data + n.name;
-        if (n.kind == Kind::Empty) {
-            if (mkdirat(fd, name, 0700) != 0) continue;
-            const int sub = openat(fd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-            if (sub < 0) continue;
-            fillFolder(b, n.ino, sub);
-            setAttributes(sub, n);
-            close(sub);
-            b.nodes.data[i - 1].gone = true;
-            continue;
-        }
-        const char *target = name;
-        for (int k = 2; k < 10000; ++k) {
-            if (renameat2(b.timeFd, b.names.data + n.cur, fd, target, RENAME_NOREPLACE) == 0) {
-                b.nodes.data[i - 1].gone = true;
-                break;
-            }
-            if (errno != EEXIST) break;
-            target = clashName(name, k, numbered);
-        }
-    }
-}
-
-// After a folder of the batch was removed: rebuilds it at the top of the time folder with what
-// was kept of it, or remembers it when it held nothing kept.
+// After a folder was removed (the real call succeeded): its folder in the batch, made now if
+// something of it was kept, takes its mode and times; with nothing kept it is only remembered.
 void folderRemoved(Batch &b, const View &v, const PathEntry &parentPath, const char *leaf,
                    std::size_t leafLen, const struct stat &item, const struct stat &parent)
 {
+    char name[NAME_MAX + 1];
+    std::memcpy(name, leaf, leafLen);
+    name[leafLen] = '\0';
+    timespec atime = item.st_atim, mtime = item.st_mtim;
+    const Slot *s = findSlot(b, item.st_ino, false);
+    if (s && s->timed) {
+        atime = s->atime;
+        mtime = s->mtime;
+    }
+    std::uint32_t m = s ? s->mirror : 0;
+    if (!m && hasContent(b, item.st_ino) && openTimeFolder(b, v)) {
+        char path[PATH_MAX];
+        const bool root = parentPath.length == 1;
+        const std::size_t base = root ? 0 : parentPath.length;
+        if (base + leafLen + 2 > sizeof path) return;
+        std::memcpy(path, parentPath.path, base);
+        path[base] = '/';
+        std::memcpy(path + base + 1, name, leafLen + 1);
+        m = makeMirror(b, item.st_ino, parent.st_ino, name, path, parentPath.path, &parent);
+        if (!m) return;
+    }
+    if (m) {
+        nodeAt(b, m).removed = true;
+        setAttributes(b, m, item.st_mode, atime, mtime);
+        resetSizeRecord(b);
+        return;
+    }
     Node node{};
     node.ino = item.st_ino;
     node.parent = parent.st_ino;
+    node.name = addName(b, name, leafLen);
+    node.cur = node.name;
+    node.topName = kNone;
+    node.path = kNone;
+    node.kind = Kind::Empty;
     node.mode = item.st_mode;
-    node.atime = item.st_atim;
-    node.mtime = item.st_mtim;
-    if (const Slot *own = findSlot(b, item.st_ino, false); own && own->head) {
-        node.atime = own->atime;
-        node.mtime = own->mtime;
-    }
-    node.name = addName(b, leaf, leafLen);
-    if (node.name == UINT32_MAX) return;
-    if (!hasContent(b, item.st_ino)) {
-        node.kind = Kind::Empty;
-        node.cur = node.name;
-        addNode(b, node, parent);
+    node.atime = atime;
+    node.mtime = mtime;
+    const std::uint32_t e = node.name != kNone ? addNode(b, node, &parent) : 0;
+    // Its parent's folder is made already: made there at once.
+    if (const Slot *ps = findSlot(b, parent.st_ino, false); e && ps && ps->mirror && b.timeFd >= 0)
+        materialise(b, e, ps->mirror);
+}
+
+// A node back at the top of the time folder: under the name it had there, whose record is its
+// own, or under a new one with a new record.
+void moveToTop(Batch &b, std::uint32_t k, const char *folderPath)
+{
+    char from[PATH_MAX], name[NAME_MAX + 1], chosen[NAME_MAX + 1];
+    if (!relPath(b, k, from, sizeof from)) return;
+    const Node n = nodeAt(b, k);
+    if (n.topName != kNone &&
+        renameat2(b.timeFd, from, b.timeFd, b.names.data + n.topName, RENAME_NOREPLACE) == 0) {
+        nodeAt(b, k).container = 0;
+        nodeAt(b, k).cur = n.topName;
         return;
     }
-    if (!openTimeFolder(b, v)) return;
-    char numbered[NAME_MAX + 1];
-    const char *name = leaf;
-    int fd = -1;
-    int n = firstNumber(b, leaf);
-    for (; n < 10000 && fd < 0; ++n) {
-        if (n > 1) name = clashName(leaf, n, numbered);
-        if (given(b, name, false)) continue;
-        if (mkdirat(b.timeFd, name, 0700) != 0) {
-            if (errno == EEXIST) continue;
-            return;
-        }
-        fd = openat(b.timeFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        struct stat made{};
-        // The record names the folder that is kept, not the one that was removed.
-        if (fd < 0 || fstat(fd, &made) != 0 ||
-            !writeOrigin(b, name, parentPath.path, leaf, made.st_ino)) {
-            if (fd >= 0) close(fd);
-            realUnlinkat(b.timeFd, name, AT_REMOVEDIR);
-            return;
-        }
-        break;
+    copyName(name, b.names.data + n.name);
+    const int err = placeAtTop(
+        b, name, folderPath, n.kind == Kind::File ? n.ino : 0,
+        [&](const char *to) {
+            return renameat2(b.timeFd, from, b.timeFd, to, RENAME_NOREPLACE) == 0 ? 0 : errno;
+        },
+        chosen);
+    if (err) return;
+    const std::uint32_t cur = addName(b, chosen, std::strlen(chosen));
+    Node &moved = nodeAt(b, k);
+    moved.container = 0;
+    if (cur != kNone) moved.cur = moved.topName = cur;
+}
+
+// A folder of the batch whose original is still there held entries deleted from it, not the
+// folder: they go back to the top of the time folder as items of their own.
+void dissolve(Batch &b, std::uint32_t m)
+{
+    char folderPath[PATH_MAX];
+    std::strncpy(folderPath, b.names.data + nodeAt(b, m).path, sizeof folderPath - 1);
+    folderPath[sizeof folderPath - 1] = '\0';
+    const Slot *s = findSlot(b, nodeAt(b, m).ino, false);
+    for (std::uint32_t k = s ? s->head : 0; k; k = nodeAt(b, k).next) {
+        const Node n = nodeAt(b, k);
+        if (n.gone || n.container != m || n.kind == Kind::Empty) continue;
+        if (n.kind == Kind::Folder && !n.removed) dissolve(b, k);
+        else moveToTop(b, k, folderPath);
     }
-    if (fd < 0) return;
-    markGiven(b, leaf, name, n);
-    fillFolder(b, item.st_ino, fd);
-    setAttributes(fd, node);
-    close(fd);
-    node.kind = Kind::Folder;
-    node.cur = addName(b, name, std::strlen(name));
-    if (node.cur != UINT32_MAX) addNode(b, node, parent);
-    resetSizeRecord(b);
+    char p[PATH_MAX];
+    if (relPath(b, m, p, sizeof p)) realUnlinkat(b.timeFd, p, AT_REMOVEDIR);
+    nodeAt(b, m).gone = true;
+}
+
+void dissolveAll(Batch &b)
+{
+    for (std::uint32_t k = 1; k <= b.nodes.size; ++k) {
+        const Node n = nodeAt(b, k);
+        if (!n.gone && n.kind == Kind::Folder && !n.removed && n.container == 0) dissolve(b, k);
+    }
 }
 
 // The batch of this process for the device, begun anew after a pause or on another volume.
