@@ -485,6 +485,11 @@ struct Batch
     long lastUse = 0;
     long lastSizeReset = 0;
     int cacheFd = -1, dayFd = -1, timeFd = -1, originsFd = -1;
+    // The folder of the batch that the last entry went into, open: a folder being emptied takes
+    // its entries one after another, each renamed relative to this descriptor (which follows the
+    // folder when it moves into its parent's).
+    std::uint32_t mirrorNode = 0;
+    int mirrorFd = -1;
     char day[16] = {};
     char time[32] = {};
     Pool<Node> nodes;
@@ -508,9 +513,12 @@ void closeFd(int &fd)
     fd = -1;
 }
 
+// The day's size record is out of date; and the agent, which watches the origin records, learns
+// that the cache changed (only the items at the top of the time folder add a record).
 void resetSizeRecord(Batch &b)
 {
     if (b.dayFd >= 0) realUnlinkat(b.dayFd, ".Salvora3_CacheInformation", 0);
+    if (b.originsFd >= 0) futimens(b.originsFd, nullptr);
     b.lastSizeReset = nowMs();
 }
 
@@ -525,6 +533,8 @@ void endBatch(Batch &b)
         // A time folder that ended up empty is not left behind.
         realUnlinkat(b.dayFd, b.time, AT_REMOVEDIR);
     }
+    closeFd(b.mirrorFd);
+    b.mirrorNode = 0;
     closeFd(b.originsFd);
     closeFd(b.timeFd);
     closeFd(b.dayFd);
@@ -545,6 +555,8 @@ void afterFork()
     gLock.reset();
     gTableLock.reset();
     gPid = getpid();
+    closeFd(gBatch.mirrorFd);
+    gBatch.mirrorNode = 0;
     closeFd(gBatch.originsFd);
     closeFd(gBatch.timeFd);
     closeFd(gBatch.dayFd);
@@ -1070,26 +1082,43 @@ bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *
             fstatat(AT_FDCWD, parentPath, &grand, 0) == 0 && grand.st_dev == parent.st_dev)
             mirror = makeMirror(b, parent.st_ino, grand.st_ino, name, folder.path, parentPath, &grand);
     }
-    char name[NAME_MAX + 1], chosen[NAME_MAX + 1], target[PATH_MAX];
+    if (mirror && b.mirrorNode != mirror) {
+        closeFd(b.mirrorFd);
+        char p[PATH_MAX];
+        if (relPath(b, mirror, p, sizeof p))
+            b.mirrorFd = openat(b.timeFd, p, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        b.mirrorNode = b.mirrorFd >= 0 ? mirror : 0;
+        if (b.mirrorFd < 0) return false;
+    }
+    char name[NAME_MAX + 1], chosen[NAME_MAX + 1], numbered[NAME_MAX + 1];
     std::memcpy(name, leaf, leafLen);
     name[leafLen] = '\0';
-    const auto move = [&](const char *to) {
-        if (renameat2(dirFd, path, b.timeFd, to, RENAME_NOREPLACE) != 0) return errno;
-        std::strcpy(target, to);
-        return 0;
-    };
-    const int err = mirror ? placeIn(b, mirror, name, move, chosen)
-                           : placeAtTop(b, name, folder.path, item.st_ino, move, chosen);
+    int err = EEXIST;
+    if (mirror) {
+        for (int n = 1; n < 10000 && err == EEXIST; ++n) {
+            const char *to = n == 1 ? name : clashName(name, n, numbered);
+            err = renameat2(dirFd, path, b.mirrorFd, to, RENAME_NOREPLACE) == 0 ? 0 : errno;
+            if (!err) std::strcpy(chosen, to);
+        }
+    } else {
+        err = placeAtTop(
+            b, name, folder.path, item.st_ino,
+            [&](const char *to) {
+                return renameat2(dirFd, path, b.timeFd, to, RENAME_NOREPLACE) == 0 ? 0 : errno;
+            },
+            chosen);
+    }
     if (err) {
         if (err == EACCES || err == EPERM || err == EROFS) folder.refused = true;
         return false;
     }
     // The entry must be the one that was looked at: had another taken its place meanwhile (a
     // folder, which unlink would have refused), it goes back and the real call decides.
+    const int where = mirror ? b.mirrorFd : b.timeFd;
     struct stat there{};
-    if (fstatat(b.timeFd, target, &there, AT_SYMLINK_NOFOLLOW) != 0 || there.st_ino != item.st_ino ||
+    if (fstatat(where, chosen, &there, AT_SYMLINK_NOFOLLOW) != 0 || there.st_ino != item.st_ino ||
         (there.st_mode & S_IFMT) != (item.st_mode & S_IFMT)) {
-        renameat2(b.timeFd, target, dirFd, path, RENAME_NOREPLACE);
+        renameat2(where, chosen, dirFd, path, RENAME_NOREPLACE);
         return false;
     }
     Node node{};

@@ -229,6 +229,10 @@ private slots:
                                     << QByteArray("gio");
         QTest::newRow("probe remove") << QByteArray("$PROBE remove file.txt")
                                       << QByteArrayList{"file.txt"} << QByteArray();
+        // Entries of a folder that stays are items of their own.
+        QTest::newRow("rm FILES of one folder")
+            << QByteArray("rm tree/a.txt tree/link tree/sub/b.bin")
+            << QByteArrayList{"tree/a.txt", "tree/link", "tree/sub/b.bin"} << QByteArray();
         // Hundreds of folders, and the same names in each.
         QTest::newRow("rm -r wide tree")
             << QByteArray("rm -r wide") << QByteArrayList{"wide"}
@@ -259,17 +263,21 @@ private slots:
         QVERIFY2(r.exitCode == 0, r.output.constData());
         const QByteArrayList times = timeFolders(cache);
         QCOMPARE(times.size(), 1);
-        QByteArrayList sorted = items;
+        // Items are kept under their own names, wherever they were deleted from.
+        const auto nameOf = [](const QByteArray &item) { return item.mid(item.lastIndexOf('/') + 1); };
+        QByteArrayList sorted;
+        for (const QByteArray &item : items)
+            sorted.append(nameOf(item));
         std::sort(sorted.begin(), sorted.end());
         QCOMPARE(entries(times.first()), sorted);
         const QByteArray time = times.first().mid(times.first().lastIndexOf('/') + 1);
         const QList<CacheCommit::Origin> origins = CacheCommit::readOrigins(cache, day);
         for (const QByteArray &item : items) {
             QVERIFY(!TestEnv::exists(home + '/' + item));
-            QCOMPARE(snapshot(times.first() + '/' + item), before.value(item));
+            QCOMPARE(snapshot(times.first() + '/' + nameOf(item)), before.value(item));
             // The first record of the name is the one `salvora restore --to-original` goes by.
             const auto o = std::find_if(origins.begin(), origins.end(), [&](const auto &o) {
-                return o.time == time && o.name == item;
+                return o.time == time && o.name == nameOf(item);
             });
             QVERIFY(o != origins.end());
             QCOMPARE(o->path, home + '/' + item);
