@@ -46,10 +46,11 @@ KeepFeed::KeepFeed(QObject *parent)
         emit kept();
     });
     connect(mWatcher, &QFileSystemWatcher::fileChanged, this, &KeepFeed::changed);
-    // A new day's file appears as a change of the folder: it is watched from then on.
-    connect(mWatcher, &QFileSystemWatcher::directoryChanged, this, [this] {
+    // A new day's file appears as a change of the records' folder, and that folder as a change of
+    // the cache: each is watched from then on. Only a change of the records tells of items.
+    connect(mWatcher, &QFileSystemWatcher::directoryChanged, this, [this](const QString &path) {
         watch(mCaches);
-        changed();
+        if (path.endsWith(QLatin1String(CacheCommit::kOriginsFolderName))) changed();
     });
 }
 
@@ -108,9 +109,7 @@ void KeepFeed::watch(const QByteArrayList &caches)
     const QByteArray day = CommonUtils::nameForCacheFolderForToday().toLatin1();
     for (const QByteArray &cache : caches) {
         const QByteArray origins = cache + '/' + CacheCommit::kOriginsFolderName;
-        // Made here when missing, so that the first item kept today is seen too.
-        ::mkdir(origins.constData(), 0700);
-        mWatcher->addPath(QFile::decodeName(origins));
+        mWatcher->addPath(QFile::decodeName(QFile::exists(QFile::decodeName(origins)) ? origins : cache));
         const QString today = QFile::decodeName(CacheCommit::originsFileFor(cache, day));
         if (QFile::exists(today)) mWatcher->addPath(today);
     }
