@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 size=${1:-large}
 dir=${SALVORA_BENCH_DIR:-/tmp/salvora-bench}
 cmake --preset default >/dev/null
-cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_cli salvora bench_window >/dev/null
+cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_cli salvora bench_window bench_keep salvora3-keep >/dev/null
 case $size in
     small) entries=100000 ;;
     large) entries=1000000 ;;
@@ -29,3 +29,6 @@ build/bin/bench_cache "$cache" 3
 build/bin/bench_cli build/bin/salvora "$dir/$size" 3
 # The window, offscreen: scans against find, first rows, event-loop gaps, start-up, memory.
 build/bin/bench_window --cache "$cache" --flat "$flat" --runs 3
+# The preload library: rm -rf kept against plain, deletion churn where nothing is kept, and unlink
+# on an unprotected volume (in a folder of the build tree, on the file system it protects).
+build/bin/bench_keep build/keep-bench 3
