@@ -8,6 +8,7 @@
 #include "common/SettingsKeys.h"
 
 #include "KeepFeed.h"
+#include "OriginRecord.h"
 
 #include "KeepTable.h"
 
@@ -205,6 +206,28 @@ private slots:
         const QByteArray dynamic = readelf.readAllStandardOutput();
         QCOMPARE(dynamic.count("(NEEDED)"), 1);
         QVERIFY(dynamic.contains("[libc.so.6]"));
+    }
+
+    void numberedNames_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::newRow("extension") << QByteArray("report.txt");
+        QTest::newRow("none") << QByteArray("photos");
+        QTest::newRow("dot file") << QByteArray(".profile");
+        QTest::newRow("trailing dot") << QByteArray("archive.");
+        QTest::newRow("255 bytes, two-byte characters") << kLongName;
+        QTest::newRow("long extension") << "a." + QByteArray(252, 'e');
+    }
+
+    void numberedNames()
+    {
+        // The library numbers a clash as the rest of Salvora 3 does.
+        QFETCH(QByteArray, name);
+        for (int n : {2, 37, 10000}) {
+            char out[origin::kMaxNameBytes + 1];
+            origin::numberedName(name.constData(), n, out);
+            QCOMPARE(QByteArray(out), CacheCommit::numberedName(name, n));
+        }
     }
 
     void keeps_data()
