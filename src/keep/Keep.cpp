@@ -1275,11 +1275,11 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     if (leafLen == 0 || leafLen > NAME_MAX ||
         (leaf[0] == '.' && (leafLen == 1 || (leafLen == 2 && leaf[1] == '.'))))
         return realCall(via, dirFd, path, flags);
-    if (nameExcluded(v, leaf, leafLen)) return realCall(via, dirFd, path, flags);
-    // By its text alone where that is sure: scratch places, caches, other file systems.
+    // By its text alone where that is sure: other file systems, scratch places, caches.
     if (isPlainAbsolute(path) &&
-        (placeExcluded(v, path, std::size_t(leaf - path)) || onOtherMount(v, path, len)))
+        (onOtherMount(v, path, len) || placeExcluded(v, path, std::size_t(leaf - path))))
         return realCall(via, dirFd, path, flags);
+    if (nameExcluded(v, leaf, leafLen)) return realCall(via, dirFd, path, flags);
 
     // The folder that holds the entry, and the entry itself.
     struct stat parent{}, item{};
