@@ -309,6 +309,33 @@ private slots:
         QVERIFY(!TestEnv::exists(record));
     }
 
+    void listedAndRestored()
+    {
+        // What the library kept is an item like any other: listed, and restored where it was.
+        makeTree(home);
+        const Snapshot before = snapshot(home + "/tree");
+        QCOMPARE(run("rm -r tree file.txt").exitCode, 0);
+        const QByteArray salvora = qgetenv("SALVORA_BIN_DIR") + "/salvora";
+        QByteArray listing;
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
+                                    {QStringLiteral("ls"), QStringLiteral("--no-sizes")}, &listing));
+        const QByteArrayList times = timeFolders(cache);
+        QCOMPARE(times.size(), 1);
+        for (const QByteArray &item : {QByteArray("tree"), QByteArray("file.txt")})
+            QVERIFY2(listing.contains(times.first() + '/' + item), listing.constData());
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
+                                    {QStringLiteral("restore"), QFile::decodeName(times.first() + "/tree"),
+                                     QStringLiteral("--to-original")}));
+        // A copy: the same names, kinds and contents.
+        const Snapshot after = snapshot(home + "/tree");
+        QCOMPARE(after.keys(), before.keys());
+        for (const QByteArray &key : before.keys()) {
+            const uint mode = before.value(key).split(' ').first().toUInt(nullptr, 8);
+            if (!S_ISDIR(mode))
+                QCOMPARE(after.value(key).split(' ').last(), before.value(key).split(' ').last());
+        }
+    }
+
     void sameResults_data()
     {
         QTest::addColumn<QByteArray>("command");
