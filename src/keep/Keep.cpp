@@ -387,6 +387,11 @@ void initialise()
     pthread_atfork(nullptr, nullptr, afterFork);
 }
 
+// The answer for the table of that generation, published for the check before any system call
+// (the process's name and parent do not change; a fork child forgets it).
+std::atomic<std::uint64_t> gSkipGeneration{~0ull};
+std::atomic<bool> gSkip{false};
+
 bool processExcluded(const Mapping &m)
 {
     if (gProcessGeneration != m.generation) {
@@ -395,8 +400,17 @@ bool processExcluded(const Mapping &m)
         gProcessExcluded = inList(m.view, keeptable::Processes, me, std::strlen(me)) ||
                            (gParentName[0] && inList(m.view, keeptable::Processes, gParentName,
                                                      std::strlen(gParentName)));
+        gSkip.store(gProcessExcluded || gBypassed, std::memory_order_relaxed);
+        gSkipGeneration.store(m.generation, std::memory_order_release);
     }
     return gProcessExcluded;
+}
+
+// Whether this process is known to keep nothing under this table.
+bool knownToSkip(const Mapping &m)
+{
+    return gSkipGeneration.load(std::memory_order_acquire) == m.generation &&
+           gSkip.load(std::memory_order_relaxed);
 }
 
 // ---- the batch: one time folder per process, trees rebuilt as their folders go ---------------
@@ -571,6 +585,7 @@ void afterFork()
     gBatch.active = false;
     readParentName();
     gProcessGeneration = ~0ull;
+    gSkipGeneration.store(~0ull, std::memory_order_relaxed);
 }
 
 __attribute__((destructor)) void atExit()
@@ -1261,7 +1276,7 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     if (!path || (flags & ~AT_REMOVEDIR) != 0) return realCall(via, dirFd, path, flags);
     const int savedErrno = errno;
     const Mapping *m = currentTable();
-    if (!m || !m->view.on()) return realCall(via, dirFd, path, flags);
+    if (!m || !m->view.on() || knownToSkip(*m)) return realCall(via, dirFd, path, flags);
     const View &v = m->view;
 
     // The entry's name: a trailing slash is allowed on a folder only.
@@ -1315,7 +1330,7 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     Locked lock(gLock);
     initialise();
     PathEntry *place =
-        (!gBypassed && !processExcluded(*m))
+        (!processExcluded(*m) && !gBypassed)
             ? folderPath(*m, dirFd, path, slash ? slash + 1 : path, parent)
             : nullptr;
     if (!place || place->excluded || (!folder && place->refused)) {
