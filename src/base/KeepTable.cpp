@@ -22,7 +22,8 @@ Table Table::withDefaults(const std::string &home, const std::string &trashFolde
     }
     if (!trashFolder.empty()) t.lists[ExcludedPlaces].push_back(trashFolder);
     t.lists[NamePrefixes] = {".#", ".goutputstream-"};
-    t.lists[NameSuffixes] = {".tmp", "~", ".swp", ".part"};
+    // SQLite's rollback journals come and go with every transaction of a program's database.
+    t.lists[NameSuffixes] = {".tmp", "~", ".swp", ".part", "-journal"};
     // Package managers, compilers, linkers, build tools, version control, and Salvora 3's own
     // programs, which delete from the caches themselves.
     t.lists[Processes] = {
