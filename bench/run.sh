@@ -7,7 +7,7 @@ size=${1:-large}
 dir=${SALVORA_BENCH_DIR:-/tmp/salvora-bench}
 cmake --preset default >/dev/null
 cmake --build --preset default -j "$(nproc)" --target gen_cache bench_cache bench_cli salvora bench_window bench_agent sv3daemon \
-    sv3daemon-agent >/dev/null
+    sv3daemon-agent bench_keep salvora3-keep >/dev/null
 case $size in
     small) entries=100000 ;;
     large) entries=1000000 ;;
@@ -33,3 +33,6 @@ build/bin/bench_window --cache "$cache" --flat "$flat" --runs 3
 # The daemon's agent on a private session bus: idle CPU, event-loop stalls and SIGTERM-to-exit
 # while it shadows 60,000 files and purges 300 days of 3,000 files.
 dbus-run-session -- build/bin/bench_agent build/bin/sv3daemon "$dir/agent"
+# The preload library: rm -rf kept against plain, deletion churn where nothing is kept, and unlink
+# on an unprotected volume (in a folder of the build tree, on the file system it protects).
+build/bin/bench_keep build/keep-bench 3

@@ -10,5 +10,6 @@ int status(int argc, char **argv);
 int restore(int argc, char **argv);
 int remove(int argc, char **argv);
 int rm(int argc, char **argv);
+int keep(int argc, char **argv);
 int usage(const char *command, bool toStderr);
 } // namespace Commands

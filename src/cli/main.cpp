@@ -48,6 +48,11 @@ const Command kCommands[] = {
     {"rm", Commands::rm, "rm PATH... [--json]",
      "Deletes files and folders into the cache of their volume instead of losing them, as the\n"
      "daemon does for the trash: today's day folder, one time folder for the whole call."},
+    {"keep", Commands::keep, "keep on|off|status",
+     "Whether files deleted without the trash (rm, \"Delete permanently\", programs) are kept too:\n"
+     "on adds the keeping library to your session (~/.config/environment.d and ~/.profile),\n"
+     "off removes it; either takes effect at the next login. SALVORA3_KEEP=0 in a command's\n"
+     "environment deletes for good once."},
     {"status", Commands::status, "status [--json] [--seen]",
      "Whether protection is on, the protected volumes, the total cache size, whether the daemon\n"
      "runs, volumes that keep nothing and why, and every item that could not be kept (or only\n"

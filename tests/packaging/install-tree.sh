@@ -36,6 +36,11 @@ for p in adminlauncher sv3daemon; do
     if built "$p"; then expect "755|4755" "usr/libexec/salvora3/$p"; fi
 done
 if built sv3daemon-agent; then expect 755 usr/libexec/salvora3/sv3daemon-agent; fi
+# The keeping library that `salvora keep on` preloads, under the architecture's library folder.
+if [ -f "$build/lib/libsalvora3-keep.so" ]; then
+    ls "$stage"/usr/lib/*/salvora3/libsalvora3-keep.so "$stage"/usr/lib/salvora3/libsalvora3-keep.so \
+        2>/dev/null | grep -q . || fail "the keeping library is not installed"
+fi
 for p in salvora salvora3-menu adminlauncher; do
     built "$p" || fail "the build has not made $p"
 done
@@ -65,6 +70,8 @@ find "$stage" -mindepth 1 | while IFS= read -r path; do
     usr/share/metainfo | usr/share/metainfo/org.salvora.salvora3.metainfo.xml | usr/share/polkit-1 | \
     usr/share/polkit-1/actions | usr/share/polkit-1/actions/org.salvora.salvora3.* | usr/share/man | \
     usr/share/man/man1 | usr/share/man/man1/salvora.1.gz | usr/lib | usr/lib/systemd | \
+    usr/lib/salvora3 | usr/lib/salvora3/libsalvora3-keep.so | usr/lib/*-linux-gnu* | \
+    usr/lib/*-linux-gnu*/salvora3 | usr/lib/*-linux-gnu*/salvora3/libsalvora3-keep.so | \
     usr/lib/systemd/user | usr/lib/systemd/user/*.service | etc | etc/xdg | etc/xdg/autostart | \
     etc/xdg/autostart/*.desktop) ;;
     *) echo "FAIL: unexpected file $rel" ;;

@@ -2,6 +2,7 @@
 
 #include "DirWatch.h"
 #include "Inotify.h"
+#include "KeepFeed.h"
 #include "MidnightTimer.h"
 #include "PrivilegedClient.h"
 #include "TrashWatch.h"
@@ -189,6 +190,14 @@ bool Agent::start()
         mBus->observe(QLatin1String(name));
     connect(mBus, &NotificationBus::received, this, &Agent::onNotification);
 
+    // Items that programs delete are kept by the preload library, which this feeds.
+    auto *keepFeed = new KeepFeed(this);
+    connect(keepFeed, &KeepFeed::kept, this, [this] {
+        mMovedToCache = true;
+        announce();
+        markDirty();
+    });
+
     mMountWatcher = new MountWatcher(this);
     const auto mountChanged = [this](const QString &path) {
         if (CommonUtils::deviceIsValid(path)) QTimer::singleShot(0, this, &Agent::rebuildVolumes);
@@ -250,6 +259,7 @@ void Agent::reloadPrefs(bool announced)
         reconcileAll();
     }
     if (announced || old.retention != mPrefs.retention) purge(QStringLiteral("settings changed"));
+    if (auto *feed = findChild<KeepFeed *>(); feed && changed) feed->publish(mPrefs.protection);
 }
 
 void Agent::rebuildVolumes()
@@ -331,6 +341,7 @@ void Agent::rebuildVolumes()
             t->reconcile();
     }
     markDirty();
+    if (auto *feed = findChild<KeepFeed *>()) feed->publish(mPrefs.protection);
 }
 
 void Agent::reconcileAll()

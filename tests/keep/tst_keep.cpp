@@ -1,0 +1,609 @@
+// The preload library with real programs: what they delete on a protected volume is kept whole,
+// they see exactly what they would have seen without it, and what must not be kept is deleted.
+#include "TestEnv.h"
+
+#include "cache/CacheCommit.h"
+#include "cache/CacheLayout.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+
+#include "KeepFeed.h"
+#include "OriginRecord.h"
+
+#include "KeepTable.h"
+
+#include <QDir>
+#include <QMap>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTest>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QByteArray kLatin1Name = "latin\xff\xfe-1";
+// 255 bytes, two-byte characters but the last.
+const QByteArray kLongName = QByteArray("\xc3\xa9").repeated(127) + "x";
+
+// What a tree holds, entry by entry: type, mode, modification time, content or link target.
+using Snapshot = QMap<QByteArray, QByteArray>;
+
+void snapshotInto(const QByteArray &path, const QByteArray &rel, Snapshot &out)
+{
+    struct stat st{};
+    if (lstat(path.constData(), &st) != 0) return;
+    QByteArray d = QByteArray::number(st.st_mode, 8);
+    if (S_ISLNK(st.st_mode)) {
+        char target[4096];
+        const ssize_t n = readlink(path.constData(), target, sizeof target);
+        out.insert(rel, d + " -> " + QByteArray(target, n > 0 ? n : 0));
+        return;
+    }
+    d += ' ' + QByteArray::number(qint64(st.st_mtim.tv_sec)) + '.' +
+         QByteArray::number(qint64(st.st_mtim.tv_nsec));
+    if (S_ISREG(st.st_mode)) {
+        out.insert(rel, d + ' ' + TestEnv::readFile(path).toHex());
+        return;
+    }
+    out.insert(rel, d);
+    if (!S_ISDIR(st.st_mode)) return;
+    DIR *dir = opendir(path.constData());
+    while (dirent *e = dir ? readdir(dir) : nullptr) {
+        const QByteArray name = e->d_name;
+        if (name != "." && name != "..") snapshotInto(path + '/' + name, rel + '/' + name, out);
+    }
+    if (dir) closedir(dir);
+}
+
+Snapshot snapshot(const QByteArray &path)
+{
+    Snapshot s;
+    snapshotInto(path, "", s);
+    return s;
+}
+
+QByteArrayList entries(const QByteArray &folder)
+{
+    QByteArrayList out;
+    DIR *dir = opendir(folder.constData());
+    while (dirent *e = dir ? readdir(dir) : nullptr) {
+        const QByteArray name = e->d_name;
+        if (name != "." && name != ".." && !name.startsWith('.')) out.append(name);
+    }
+    if (dir) closedir(dir);
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+// Every time folder of a cache that holds anything.
+QByteArrayList timeFolders(const QByteArray &cache)
+{
+    QByteArrayList out;
+    for (const QByteArray &day : entries(cache))
+        for (const QByteArray &time : entries(cache + '/' + day))
+            if (!entries(cache + '/' + day + '/' + time).isEmpty())
+                out.append(cache + '/' + day + '/' + time);
+    return out;
+}
+
+bool have(const char *program)
+{
+    return !QStandardPaths::findExecutable(QLatin1String(program)).isEmpty();
+}
+
+struct Run
+{
+    int exitCode = -1;
+    QByteArray output;
+};
+
+} // namespace
+
+class TstKeep : public QObject
+{
+    Q_OBJECT
+    TestEnv *env = nullptr;
+    QByteArray home, cache;
+    std::uint64_t generation = 0;
+
+    keeptable::Table table(bool on = true)
+    {
+        keeptable::Table t =
+            keeptable::Table::withDefaults(home.toStdString(), (home + "/.local/share/Trash").toStdString());
+        // The temporary home lies in /tmp.
+        auto &places = t.lists[keeptable::ExcludedPlaces];
+        places.erase(std::find(places.begin(), places.end(), "/tmp"));
+        places.push_back((home + "/excluded").toStdString());
+        t.lists[keeptable::ExcludedExtensions] = {"bak"};
+        t.lists[keeptable::ProtectedMounts] = {"/"};
+        struct stat st{};
+        stat(home.constData(), &st);
+        t.volumes.push_back({std::uint64_t(st.st_dev), cache.toStdString(), "/"});
+        t.on = on;
+        t.generation = ++generation;
+        return t;
+    }
+
+    void publish(const keeptable::Table &t)
+    {
+        QCOMPARE(keeptable::publish(t, keeptable::defaultPath()), 0);
+    }
+
+    Run run(const QByteArray &command, bool preload = true, const QByteArray &cwd = {})
+    {
+        QProcess p;
+        QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
+        if (preload) e.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(KEEP_LIBRARY));
+        e.insert(QStringLiteral("PROBE"), QStringLiteral(KEEP_PROBE));
+        p.setProcessEnvironment(e);
+        p.setWorkingDirectory(QFile::decodeName(cwd.isEmpty() ? home : cwd));
+        p.setProcessChannelMode(QProcess::MergedChannels);
+        p.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QString::fromUtf8(command)});
+        Run r;
+        if (p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit)
+            r.exitCode = p.exitCode();
+        r.output = p.readAll();
+        return r;
+    }
+
+    // A tree with what is hard to keep: links, an empty folder, names that are not UTF-8 or as
+    // long as a name may be, modes and times of its own.
+    void makeTree(const QByteArray &root)
+    {
+        QVERIFY(TestEnv::writeFile(root + "/file.txt", "file\n"));
+        QVERIFY(TestEnv::writeFile(root + '/' + kLatin1Name, "latin\n"));
+        QVERIFY(TestEnv::writeFile(root + "/tree/a.txt", "a\n"));
+        QByteArray binary;
+        for (int i = 0; i < 70000; ++i)
+            binary.append(char(i * 7919 % 251));
+        QVERIFY(TestEnv::writeFile(root + "/tree/sub/b.bin", binary));
+        QVERIFY(TestEnv::writeFile(root + "/tree/sub/deeper/c", ""));
+        QVERIFY(TestEnv::writeFile(root + "/tree/sub/" + kLatin1Name, "latin in tree\n"));
+        QVERIFY(TestEnv::writeFile(root + "/tree/" + kLongName, "long\n"));
+        QVERIFY(TestEnv::writeFile(root + "/tree/other/a.txt", "another a\n"));
+        QVERIFY(TestEnv::makeFolders(root + "/tree/empty/inner"));
+        QVERIFY(symlink("a.txt", (root + "/tree/link").constData()) == 0);
+        QVERIFY(chmod((root + "/tree/a.txt").constData(), 0751) == 0);
+        QVERIFY(chmod((root + "/tree/sub").constData(), 0750) == 0);
+        // Times of the past, so that a folder rebuilt now would show.
+        for (const char *p : {"/tree", "/tree/sub", "/tree/sub/deeper", "/tree/empty",
+                              "/tree/empty/inner", "/tree/other"}) {
+            const timespec t[2] = {{1000000000, 0}, {1200000000, 5}};
+            QVERIFY(utimensat(AT_FDCWD, (root + p).constData(), t, AT_SYMLINK_NOFOLLOW) == 0);
+        }
+    }
+
+private slots:
+    void init()
+    {
+        env = new TestEnv;
+        home = env->homeBytes();
+        cache = home + "/.Salvora3Cache";
+        QVERIFY(mkdir(cache.constData(), 0700) == 0);
+        publish(table());
+    }
+    void cleanup() { delete env; }
+
+    void library()
+    {
+        // Nothing but the wrapped calls leaves it, and it needs nothing but the C library.
+        QProcess nm;
+        nm.start(QStringLiteral("nm"), {QStringLiteral("-D"), QStringLiteral("--defined-only"),
+                                        QStringLiteral("--format=just-symbols"),
+                                        QStringLiteral(KEEP_LIBRARY)});
+        QVERIFY(nm.waitForFinished());
+        QByteArrayList symbols = nm.readAllStandardOutput().trimmed().split('\n');
+        std::sort(symbols.begin(), symbols.end());
+        QCOMPARE(symbols, QByteArrayList({"remove", "rmdir", "unlink", "unlinkat"}));
+        QProcess readelf;
+        readelf.start(QStringLiteral("readelf"), {QStringLiteral("-d"), QStringLiteral(KEEP_LIBRARY)});
+        QVERIFY(readelf.waitForFinished());
+        const QByteArray dynamic = readelf.readAllStandardOutput();
+        QCOMPARE(dynamic.count("(NEEDED)"), 1);
+        QVERIFY(dynamic.contains("[libc.so.6]"));
+    }
+
+    void numberedNames_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::newRow("extension") << QByteArray("report.txt");
+        QTest::newRow("none") << QByteArray("photos");
+        QTest::newRow("dot file") << QByteArray(".profile");
+        QTest::newRow("trailing dot") << QByteArray("archive.");
+        QTest::newRow("255 bytes, two-byte characters") << kLongName;
+        QTest::newRow("long extension") << "a." + QByteArray(252, 'e');
+    }
+
+    void numberedNames()
+    {
+        // The library numbers a clash as the rest of Salvora 3 does.
+        QFETCH(QByteArray, name);
+        for (int n : {2, 37, 10000}) {
+            char out[origin::kMaxNameBytes + 1];
+            origin::numberedName(name.constData(), n, out);
+            QCOMPARE(QByteArray(out), CacheCommit::numberedName(name, n));
+        }
+    }
+
+    void keeps_data()
+    {
+        QTest::addColumn<QByteArray>("command");
+        QTest::addColumn<QByteArrayList>("items");
+        QTest::addColumn<QByteArray>("needs");
+        const QByteArray py = "/usr/bin/python3 -c ";
+        QTest::newRow("rm FILE") << QByteArray("rm file.txt") << QByteArrayList{"file.txt"} << QByteArray();
+        QTest::newRow("rm -r TREE") << QByteArray("rm -r tree") << QByteArrayList{"tree"} << QByteArray();
+        QTest::newRow("rm -rf FILE TREE") << QByteArray("rm -rf file.txt tree")
+                                          << QByteArrayList{"file.txt", "tree"} << QByteArray();
+        QTest::newRow("rm non-UTF-8 name") << QByteArray("rm -- \"$(printf 'latin\\377\\376-1')\"")
+                                           << QByteArrayList{kLatin1Name} << QByteArray();
+        QTest::newRow("find -delete") << QByteArray("find tree -delete") << QByteArrayList{"tree"}
+                                      << QByteArray();
+        QTest::newRow("os.remove") << py + "'import os; os.remove(\"file.txt\")'"
+                                   << QByteArrayList{"file.txt"} << QByteArray("/usr/bin/python3");
+        QTest::newRow("shutil.rmtree") << py + "'import shutil; shutil.rmtree(\"tree\")'"
+                                       << QByteArrayList{"tree"} << QByteArray("/usr/bin/python3");
+        QTest::newRow("gio remove") << QByteArray("gio remove file.txt") << QByteArrayList{"file.txt"}
+                                    << QByteArray("gio");
+        QTest::newRow("probe remove") << QByteArray("$PROBE remove file.txt")
+                                      << QByteArrayList{"file.txt"} << QByteArray();
+        // Entries of a folder that stays are items of their own.
+        QTest::newRow("rm FILES of one folder")
+            << QByteArray("rm tree/a.txt tree/link tree/sub/b.bin")
+            << QByteArrayList{"tree/a.txt", "tree/link", "tree/sub/b.bin"} << QByteArray();
+        // Hundreds of folders, and the same names in each.
+        QTest::newRow("rm -r wide tree")
+            << QByteArray("rm -r wide") << QByteArrayList{"wide"}
+            << QByteArray("mkdir wide && for i in $(seq 300); do mkdir wide/d$i && echo $i > "
+                          "wide/d$i/same && echo $i > wide/d$i/f$i; done");
+    }
+
+    void keeps()
+    {
+        QFETCH(QByteArray, command);
+        QFETCH(QByteArrayList, items);
+        QFETCH(QByteArray, needs);
+        if (needs.startsWith('/') && !have(needs.constData())) QSKIP("the program is not installed");
+        if (!needs.isEmpty() && !needs.contains(' ') && !have(needs.constData()))
+            QSKIP("the program is not installed");
+        makeTree(home);
+        // A set-up command, made without the library.
+        if (needs.contains(' ')) QCOMPARE(run(needs, false).exitCode, 0);
+        QMap<QByteArray, Snapshot> before;
+        for (const QByteArray &item : items)
+            before.insert(item, snapshot(home + '/' + item));
+        // The day's size record is out of date once anything is kept.
+        const QByteArray day = CommonUtils::nameForCacheFolderForToday().toLatin1();
+        const QByteArray record = cache + '/' + day + '/' + CommonUtils::kCacheInformationName;
+        QVERIFY(TestEnv::writeFile(record, "stale"));
+
+        const Run r = run(command);
+        QVERIFY2(r.exitCode == 0, r.output.constData());
+        const QByteArrayList times = timeFolders(cache);
+        QCOMPARE(times.size(), 1);
+        // Items are kept under their own names, wherever they were deleted from.
+        const auto nameOf = [](const QByteArray &item) { return item.mid(item.lastIndexOf('/') + 1); };
+        QByteArrayList sorted;
+        for (const QByteArray &item : items)
+            sorted.append(nameOf(item));
+        std::sort(sorted.begin(), sorted.end());
+        QCOMPARE(entries(times.first()), sorted);
+        const QByteArray time = times.first().mid(times.first().lastIndexOf('/') + 1);
+        const QList<CacheCommit::Origin> origins = CacheCommit::readOrigins(cache, day);
+        for (const QByteArray &item : items) {
+            QVERIFY(!TestEnv::exists(home + '/' + item));
+            QCOMPARE(snapshot(times.first() + '/' + nameOf(item)), before.value(item));
+            // The first record of the name is the one `salvora restore --to-original` goes by.
+            const auto o = std::find_if(origins.begin(), origins.end(), [&](const auto &o) {
+                return o.time == time && o.name == nameOf(item);
+            });
+            QVERIFY(o != origins.end());
+            QCOMPARE(o->path, home + '/' + item);
+            QCOMPARE(o->uid, qint64(getuid()));
+        }
+        QVERIFY(!TestEnv::exists(record));
+    }
+
+    void listedAndRestored()
+    {
+        // What the library kept is an item like any other: listed, and restored where it was.
+        makeTree(home);
+        const Snapshot before = snapshot(home + "/tree");
+        QCOMPARE(run("rm -r tree file.txt").exitCode, 0);
+        const QByteArray salvora = qgetenv("SALVORA_BIN_DIR") + "/salvora";
+        QByteArray listing;
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
+                                    {QStringLiteral("ls"), QStringLiteral("--no-sizes")}, &listing));
+        const QByteArrayList times = timeFolders(cache);
+        QCOMPARE(times.size(), 1);
+        for (const QByteArray &item : {QByteArray("tree"), QByteArray("file.txt")})
+            QVERIFY2(listing.contains(times.first() + '/' + item), listing.constData());
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
+                                    {QStringLiteral("restore"), QFile::decodeName(times.first() + "/tree"),
+                                     QStringLiteral("--to-original")}));
+        // A copy: the same names, kinds and contents.
+        const Snapshot after = snapshot(home + "/tree");
+        QCOMPARE(after.keys(), before.keys());
+        for (const QByteArray &key : before.keys()) {
+            const uint mode = before.value(key).split(' ').first().toUInt(nullptr, 8);
+            if (!S_ISDIR(mode))
+                QCOMPARE(after.value(key).split(' ').last(), before.value(key).split(' ').last());
+        }
+    }
+
+    void sameResults_data()
+    {
+        QTest::addColumn<QByteArray>("command");
+        QTest::newRow("rm missing") << QByteArray("rm missing");
+        QTest::newRow("rm -r missing") << QByteArray("rm -r file.txt missing tree");
+        QTest::newRow("unlink missing") << QByteArray("$PROBE unlink missing");
+        QTest::newRow("unlink in missing folder") << QByteArray("$PROBE unlink nofolder/x");
+        QTest::newRow("unlink folder") << QByteArray("$PROBE unlink tree");
+        QTest::newRow("unlinkat folder") << QByteArray("$PROBE unlinkat tree");
+        QTest::newRow("unlink trailing slash") << QByteArray("$PROBE unlink file.txt/");
+        QTest::newRow("rmdir not empty") << QByteArray("$PROBE rmdir tree");
+        QTest::newRow("unlinkat dir not empty") << QByteArray("$PROBE unlinkat-dir tree");
+        QTest::newRow("remove not empty") << QByteArray("$PROBE remove tree");
+        QTest::newRow("rmdir file") << QByteArray("$PROBE rmdir file.txt");
+        QTest::newRow("rmdir link to folder") << QByteArray("ln -s tree/empty l && $PROBE rmdir l/");
+        QTest::newRow("rmdir .") << QByteArray("cd tree/empty/inner && $PROBE rmdir .");
+        QTest::newRow("remove empty folder") << QByteArray("$PROBE remove tree/empty/inner");
+        // As root too: without the capabilities that override permissions.
+        const QByteArray plain =
+            geteuid() == 0 ? "setpriv --bounding-set=-dac_override,-dac_read_search,-fowner " : "";
+        QTest::newRow("read-only folder")
+            << "chmod 555 tree/sub && " + plain + "$PROBE unlink tree/sub/b.bin; chmod 755 tree/sub";
+        QTest::newRow("rm -rf read-only folder")
+            << "chmod 555 tree/sub && " + plain + "rm -rf tree; chmod 755 tree/sub";
+    }
+
+    void sameResults()
+    {
+        QFETCH(QByteArray, command);
+        if (command.contains("setpriv") && (!have("setpriv") || geteuid() != 0))
+            QSKIP("needs root and setpriv");
+        Run results[2];
+        Snapshot after[2];
+        for (int preload = 0; preload < 2; ++preload) {
+            const QByteArray dir = home + (preload ? "/with" : "/without");
+            makeTree(dir);
+            results[preload] = run(command, preload, dir);
+            run("chmod -R u+w . 2>/dev/null", false, dir);
+            after[preload] = snapshot(dir);
+        }
+        QCOMPARE(results[1].output, results[0].output);
+        QCOMPARE(results[1].exitCode, results[0].exitCode);
+        QCOMPARE(after[1].keys(), after[0].keys());
+        // Some deletions succeed (an empty folder), but the failures keep nothing.
+        for (const QByteArray &time : timeFolders(cache))
+            QVERIFY2(entries(time).isEmpty() || command.contains("rm -r"), time.constData());
+    }
+
+    void untouched_data()
+    {
+        QTest::addColumn<QByteArray>("command");
+        QTest::addColumn<QByteArray>("target");
+        QTest::addColumn<int>("tableState"); // 1 on, 0 off, -1 none
+        QTest::newRow("excluded folder") << QByteArray("rm excluded/x") << QByteArray("excluded/x") << 1;
+        QTest::newRow("excluded folder, absolute") << QByteArray("rm \"$PWD/excluded/x\"")
+                                                   << QByteArray("excluded/x") << 1;
+        QTest::newRow("home cache") << QByteArray("rm .cache/x") << QByteArray(".cache/x") << 1;
+        QTest::newRow("trash") << QByteArray("rm .local/share/Trash/info/x.trashinfo")
+                               << QByteArray(".local/share/Trash/info/x.trashinfo") << 1;
+        QTest::newRow("inside the cache") << QByteArray("rm -r .Salvora3Cache/old")
+                                          << QByteArray(".Salvora3Cache/old") << 1;
+        for (const char *name : {"x.tmp", "x~", ".#x", "x.swp", "x.part", ".goutputstream-AB12",
+                                 "x.bak", "X.BAK"})
+            QTest::newRow(name) << "rm '" + QByteArray(name) + "'" << QByteArray(name) << 1;
+        QTest::newRow("version control") << QByteArray("bash -c 'exec -a git rm x'") << QByteArray("x") << 1;
+        QTest::newRow("recipe of make") << QByteArray("printf 'all:\\n\\trm x\\n' | make -s -f -")
+                                        << QByteArray("x") << 1;
+        QTest::newRow("hard link") << QByteArray("ln x x2 && rm x") << QByteArray("x") << 1;
+        QTest::newRow("bypassed") << QByteArray("SALVORA3_KEEP=0 rm x") << QByteArray("x") << 1;
+        QTest::newRow("protection off") << QByteArray("rm x") << QByteArray("x") << 0;
+        QTest::newRow("no table") << QByteArray("rm x") << QByteArray("x") << -1;
+    }
+
+    void untouched()
+    {
+        QFETCH(QByteArray, command);
+        QFETCH(QByteArray, target);
+        QFETCH(int, tableState);
+        if (command.contains("make") && !have("make")) QSKIP("make is not installed");
+        QVERIFY(TestEnv::writeFile(home + '/' + target + (target.endsWith("old") ? "/f" : ""), "data"));
+        QVERIFY(TestEnv::writeFile(home + "/x", "x"));
+        if (tableState == 0) publish(table(false));
+        if (tableState < 0) QCOMPARE(keeptable::withdraw(keeptable::defaultPath()), 0);
+        const Run r = run(command);
+        QVERIFY2(r.exitCode == 0, r.output.constData());
+        QVERIFY(!TestEnv::exists(home + '/' + target));
+        QCOMPARE(timeFolders(cache), QByteArrayList());
+        if (command.contains("ln")) QCOMPARE(TestEnv::readFile(home + "/x2"), QByteArray("x"));
+    }
+
+    void threads()
+    {
+        // Many threads of one process share its batch: every file is kept, each under its name.
+        const int n = 2000;
+        for (int i = 0; i < n; ++i)
+            QVERIFY(TestEnv::writeFile(home + "/many/f" + QByteArray::number(i), QByteArray::number(i)));
+        const Run r = run("$PROBE threads many " + QByteArray::number(n));
+        QCOMPARE(r.output.trimmed(), QByteArray("0"));
+        const QByteArrayList times = timeFolders(cache);
+        QCOMPARE(times.size(), 1);
+        QCOMPARE(entries(times.first()).size(), n);
+        for (int i = 0; i < n; i += 97)
+            QCOMPARE(TestEnv::readFile(times.first() + "/f" + QByteArray::number(i)), QByteArray::number(i));
+    }
+
+    void tableChanges()
+    {
+        // A running process follows the table: off, then on again, without restarting.
+        if (!have("/usr/bin/python3")) QSKIP("python3 is not installed");
+        for (const char *f : {"f1", "f2", "f3"})
+            QVERIFY(TestEnv::writeFile(home + '/' + f, f));
+        QProcess p;
+        QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
+        e.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(KEEP_LIBRARY));
+        p.setProcessEnvironment(e);
+        p.setWorkingDirectory(QFile::decodeName(home));
+        p.start(QStringLiteral("/usr/bin/python3"),
+                {QStringLiteral("-c"),
+                 QStringLiteral("import os, sys\nfor line in sys.stdin:\n    os.remove(line.strip())\n"
+                                "    print('ok', flush=True)\n")});
+        QVERIFY(p.waitForStarted());
+        const auto removeIn = [&](const char *name) {
+            p.write(QByteArray(name) + '\n');
+            while (!p.canReadLine())
+                if (!p.waitForReadyRead(10000)) return false;
+            return p.readLine().trimmed() == "ok";
+        };
+        QVERIFY(removeIn("f1"));
+        publish(table(false));
+        QVERIFY2(removeIn("f2"), p.readAllStandardError().constData());
+        publish(table(true));
+        QVERIFY(removeIn("f3"));
+        p.closeWriteChannel();
+        QVERIFY(p.waitForFinished());
+        QByteArrayList kept;
+        for (const QByteArray &time : timeFolders(cache))
+            kept += entries(time);
+        std::sort(kept.begin(), kept.end());
+        QCOMPARE(kept, QByteArrayList({"f1", "f3"}));
+    }
+
+    void buildKeepsNothing()
+    {
+        if (!have("make") || !have("cc")) QSKIP("make and cc are needed");
+        const QByteArray project = home + "/project";
+        QVERIFY(TestEnv::writeFile(project + "/main.c", "int helper(void);\nint main(void) { return helper(); }\n"));
+        QVERIFY(TestEnv::writeFile(project + "/helper.c", "int helper(void) { return 0; }\n"));
+        QVERIFY(TestEnv::writeFile(project + "/Makefile",
+                                   "prog: main.o helper.o\n\tcc -o prog main.o helper.o\n"
+                                   "%.o: %.c\n\tcc -c -o $@ $<\n"
+                                   "clean:\n\trm -f prog *.o\n"));
+        const Run r = run("make -s && touch helper.c && make -s && ./prog && make -s clean && make -s",
+                          true, project);
+        QVERIFY2(r.exitCode == 0, r.output.constData());
+        QCOMPARE(timeFolders(cache), QByteArrayList());
+    }
+
+    void feed()
+    {
+        // The agent's table: the settings' filters, the volumes whose cache is sound, the mounts.
+        QVERIFY(rmdir(cache.constData()) == 0);
+        Settings::setString(SettingsKeys::PrefsExcludeName, QStringLiteral("Thumbs.db;secret"));
+        Settings::setString(SettingsKeys::PrefsExcludeExtension, QStringLiteral("bak"));
+        keeptable::Table t = KeepFeed::tableFor(true);
+        QVERIFY(t.on);
+        QVERIFY(t.volumes.empty()); // no cache yet: the library never makes one
+        QCOMPARE(t.lists[keeptable::ExcludedNames], std::vector<std::string>({"Thumbs.db", "secret"}));
+        QCOMPARE(t.lists[keeptable::ExcludedExtensions], std::vector<std::string>({"bak"}));
+        QVERIFY(!KeepFeed::tableFor(false).on);
+        QVERIFY(mkdir(cache.constData(), 0700) == 0);
+        t = KeepFeed::tableFor(true);
+        struct stat st{};
+        QVERIFY(stat(home.constData(), &st) == 0);
+        QCOMPARE(t.volumes.size(), std::size_t(1));
+        QCOMPARE(t.volumes.front().dev, std::uint64_t(st.st_dev));
+        QCOMPARE(QByteArray::fromStdString(t.volumes.front().cachePath), cache);
+        const auto &other = t.lists[keeptable::OtherMounts];
+        QVERIFY(std::find(other.begin(), other.end(), "/proc") != other.end());
+        QVERIFY(!t.lists[keeptable::ProtectedMounts].empty());
+
+        // Every item kept adds an origin record: the feed tells of them, once for a burst, and
+        // the day's size record goes.
+        KeepFeed feed;
+        feed.publish(true);
+        QSignalSpy kept(&feed, &KeepFeed::kept);
+        const QByteArray day = CommonUtils::nameForCacheFolderForToday().toLatin1();
+        const QByteArray record = cache + '/' + day + '/' + CommonUtils::kCacheInformationName;
+        QVERIFY(TestEnv::writeFile(record, "stale"));
+        // The records' folder appears with the first item kept, then the day's file.
+        QTest::qWait(200);
+        QVERIFY(mkdir((cache + '/' + CacheCommit::kOriginsFolderName).constData(), 0700) == 0);
+        QTest::qWait(200);
+        for (int i = 0; i < 50; ++i) {
+            QFile origins(QFile::decodeName(CacheCommit::originsFileFor(cache, day)));
+            QVERIFY(origins.open(QIODevice::Append));
+            origins.write("{}\n");
+            if (i == 0) QTest::qWait(200); // the new file is watched from its folder's change
+        }
+        QTRY_VERIFY(kept.count() >= 1);
+        QVERIFY(!TestEnv::exists(record));
+        // Told a few times at most, not once per record.
+        QTest::qWait(700);
+        QVERIFY2(kept.count() < 5, QByteArray::number(kept.count()).constData());
+    }
+
+    void keepCommand()
+    {
+        // On twice writes one block after the user's own lines; off leaves them as they were.
+        const QByteArray salvora = qgetenv("SALVORA_BIN_DIR") + "/salvora";
+        const QByteArray profile = "export EDITOR=vi\n# mine\n";
+        QVERIFY(TestEnv::writeFile(home + "/.profile", profile));
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
+        const QByteArray env = TestEnv::readFile(home + "/.config/environment.d/60-salvora3-keep.conf");
+        QVERIFY(env.startsWith("LD_PRELOAD=/") && env.contains("libsalvora3-keep.so${LD_PRELOAD:+ $LD_PRELOAD}"));
+        const QByteArray withBlock = TestEnv::readFile(home + "/.profile");
+        QVERIFY(withBlock.startsWith(profile));
+        QCOMPARE(withBlock.count("salvora3 keep"), 2);
+        // A login shell gets it once, before what it preloaded already.
+        const Run login = run("LD_PRELOAD=/usr/lib/none.so; . ./.profile; . ./.profile; echo \"$LD_PRELOAD\"", false);
+        QVERIFY2(login.output.endsWith("libsalvora3-keep.so /usr/lib/none.so\n"), login.output.constData());
+        QByteArray status;
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("status")}, &status));
+        QVERIFY2(status.contains("keep permanent deletions: on") && status.contains("daemon's table: on"),
+                 status.constData());
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("off")}));
+        QCOMPARE(TestEnv::readFile(home + "/.profile"), profile);
+        QVERIFY(!TestEnv::exists(home + "/.config/environment.d/60-salvora3-keep.conf"));
+    }
+
+    void fullVolumeFallsBack()
+    {
+        QString why;
+        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
+        const QByteArray vol = home + "/vol";
+        QVERIFY(TestEnv::mountExt4Image(QFile::decodeName(home + "/vol.img"),
+                                        QStringLiteral("6f1c1c55-4b1e-4a36-9d3a-0d1f1f0c0a01"),
+                                        QFile::decodeName(vol)));
+        const QByteArray volCache = vol + "/.Salvora3Cache/" + QByteArray::number(getuid());
+        QVERIFY(mkdir((vol + "/.Salvora3Cache").constData(), 0711) == 0);
+        QVERIFY(mkdir(volCache.constData(), 0700) == 0);
+        keeptable::Table t = table();
+        struct stat st{};
+        QVERIFY(stat(vol.constData(), &st) == 0);
+        t.volumes.push_back({std::uint64_t(st.st_dev), volCache.toStdString(), vol.toStdString()});
+        t.lists[keeptable::ProtectedMounts].push_back(vol.toStdString());
+        publish(t);
+
+        // Full: the real deletion, which frees the space.
+        QVERIFY(TestEnv::writeFile(vol + "/victim", QByteArray(100000, 'v')));
+        run("dd if=/dev/zero of=fill bs=4k 2>/dev/null; sync", false, vol);
+        Run r = run("rm victim", true, vol);
+        QVERIFY2(r.exitCode == 0, r.output.constData());
+        QVERIFY(!TestEnv::exists(vol + "/victim"));
+        QCOMPARE(timeFolders(volCache), QByteArrayList());
+
+        // With room again, the volume's own cache keeps it.
+        QVERIFY(unlink((vol + "/fill").constData()) == 0);
+        QVERIFY(TestEnv::writeFile(vol + "/kept", "kept"));
+        r = run("rm kept", true, vol);
+        QVERIFY2(r.exitCode == 0, r.output.constData());
+        const QByteArrayList times = timeFolders(volCache);
+        QCOMPARE(times.size(), 1);
+        QCOMPARE(TestEnv::readFile(times.first() + "/kept"), QByteArray("kept"));
+        QCOMPARE(timeFolders(cache), QByteArrayList());
+        run("umount " + vol, false);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstKeep)
+#include "tst_keep.moc"
