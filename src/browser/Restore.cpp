@@ -322,8 +322,9 @@ ItemResult putBack(const QByteArray &cachedItem, const QByteArray &original, Cla
         return r;
     }
     const QByteArray folder = folderOf(original);
-    // The user's own folders, made again as the user would.
-    UniqueFd dst(safefile::openPathCreating(folder.toStdString(), 0777));
+    // The user's own folders, made again with a home's usual mode: never open to other
+    // accounts' writes, whatever the umask.
+    UniqueFd dst(safefile::openPathCreating(folder.toStdString(), 0755));
     if (dst.fd < 0) {
         r.error = errnoText("original folder", errno);
         return r;

@@ -56,7 +56,7 @@ bool pathTaken(const QByteArray &path);
 QByteArray freeNumberedPath(const QByteArray &path);
 
 // Puts a cache item back at `original`. Missing parent folders are made with the user's normal
-// modes (0777 narrowed by the umask). On the same file system the item is renamed, which cannot
+// modes (0755 narrowed by the umask). On the same file system the item is renamed, which cannot
 // replace anything; elsewhere it is copied as copyItem does and removed from the cache only when
 // the copy is whole. Afterwards its time folder goes when empty and the day's size record is reset.
 ItemResult putBack(const QByteArray &cachedItem, const QByteArray &original, Clash clash,
