@@ -9,6 +9,7 @@
 #include <QHeaderView>
 #include <QIcon>
 #include <QPalette>
+#include <QCheckBox>
 #include <QPushButton>
 
 #include <cmath>
@@ -139,6 +140,8 @@ PreferencesSheet::PreferencesSheet(QWidget *parent)
     connect(mUi->sheetCancel, &QPushButton::clicked, this, &PreferencesSheet::sheetCancel);
     connect(mUi->mPreferencesRemoveFromCache, &QSlider::valueChanged, this,
             &PreferencesSheet::editPreferencesChange);
+    connect(mUi->mKeepPermanentDeletions, &QCheckBox::toggled, this,
+            &PreferencesSheet::updateKeepNote);
     connect(table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &PreferencesSheet::clickVolumesList);
     connect(mUi->mProtectedVolumesProtectButton, &QPushButton::clicked, this,
@@ -157,6 +160,8 @@ void PreferencesSheet::translate()
     mUi->retentionBox->setTitle(qtTrId("PreferencesRetention"));
     //% "Keep the items that are deleted"
     mUi->mProtectionEnabled->setText(qtTrId("PreferencesProtectionEnabled"));
+    //% "Also keep files deleted permanently (rm, Shift+Delete)"
+    mUi->mKeepPermanentDeletions->setText(qtTrId("PreferencesKeepPermanentDeletions"));
     //% "Show Salvora 3 Menu in the panel"
     mUi->mLaunchMenu->setText(qtTrId("PreferencesLaunchMenu"));
     //% "Exclude names:"
@@ -227,6 +232,13 @@ void PreferencesSheet::load(const Preferences::SheetState &state)
     if (state.excludeName) mUi->mPreferencesExcludeName->setText(*state.excludeName);
     if (state.excludeExtension)
         mUi->mPreferencesExcludeExtensions->setText(*state.excludeExtension);
+    mSessionKeeps = state.sessionKeeps;
+    mKeepLibrary = state.keepLibrary;
+    mUi->mKeepPermanentDeletions->setChecked(state.keepPermanentDeletions);
+    // Without the library it can only be turned off.
+    mUi->mKeepPermanentDeletions->setEnabled(!mKeepLibrary.isEmpty() ||
+                                             state.keepPermanentDeletions);
+    updateKeepNote();
     mUi->mProtectedVolumesTableView->clearSelection();
     mVolumes = state.volumes;
     mModel->reload();
@@ -245,6 +257,8 @@ Preferences::SheetChoice PreferencesSheet::choice() const
     c.excludeName = mUi->mPreferencesExcludeName->text();
     c.excludeExtension = mUi->mPreferencesExcludeExtensions->text();
     c.volumes = mVolumes;
+    c.keepPermanentDeletions = mUi->mKeepPermanentDeletions->isChecked();
+    c.keepLibrary = mKeepLibrary;
     return c;
 }
 
@@ -329,11 +343,20 @@ void PreferencesSheet::updateVolumesNote()
     note->show();
 }
 
+void PreferencesSheet::updateKeepNote()
+{
+    const QString note = Preferences::keepNote(mUi->mKeepPermanentDeletions->isChecked(),
+                                               mSessionKeeps, !mKeepLibrary.isEmpty());
+    setLabel(mUi->mKeepPermanentDeletionsNote, note, Preferences::TextColor::DarkGray);
+    mUi->mKeepPermanentDeletionsNote->setVisible(!note.isEmpty());
+}
+
 void PreferencesSheet::changeEvent(QEvent *event)
 {
     QDialog::changeEvent(event);
     if (event->type() == QEvent::ApplicationPaletteChange || event->type() == QEvent::ThemeChange) {
         editPreferencesChange();
         updateVolumesNote();
+        updateKeepNote();
     }
 }
