@@ -1,6 +1,7 @@
 #include "controller/PreferencesLogic.h"
 
 #include "browser/VolumeMenu.h"
+#include "cache/SpaceGuard.h"
 #include "common/KeepSession.h"
 #include "common/Log.h"
 #include "common/NotificationBus.h"
@@ -170,6 +171,9 @@ SheetState load()
     s.excludeName = Settings::string(SettingsKeys::PrefsExcludeName);
     s.excludeExtension = Settings::string(SettingsKeys::PrefsExcludeExtension);
     s.volumes = buildVolumeRows();
+    const SpaceGuard::Threshold threshold = SpaceGuard::readThreshold();
+    s.keepFreePercent = threshold.percent;
+    s.keepFreeBytes = threshold.floorBytes;
     s.keepPermanentDeletions = KeepSession::configured();
     s.sessionKeeps = KeepSession::sessionHasIt();
     const QByteArray library = KeepSession::libraryPath();
@@ -208,6 +212,11 @@ void save(const SheetChoice &c)
     Settings::setString(SettingsKeys::PrefsExcludeName, cleanFilters(c.excludeName));
     Settings::setString(SettingsKeys::PrefsExcludeExtension, cleanExtensions(c.excludeExtension));
     Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, protectedDisksFrom(c.volumes));
+    const SpaceGuard::Threshold threshold = SpaceGuard::readThreshold();
+    if (c.keepFreePercent != threshold.percent)
+        Settings::setInteger(SettingsKeys::PrefsKeepFreePercent, c.keepFreePercent);
+    if (c.keepFreeBytes != threshold.floorBytes)
+        Settings::setInteger(SettingsKeys::PrefsKeepFreeBytes, c.keepFreeBytes);
     Settings::sync();
     if (c.keepPermanentDeletions != KeepSession::configured()) {
         const KeepSession::Result r =

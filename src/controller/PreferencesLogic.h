@@ -108,6 +108,9 @@ struct SheetState
     QList<VolumeRecord> volumes;
     // Keeping permanent deletions (common/KeepSession.h): not a setting but the session's own
     // files, read as they are.
+    // The free space the agent keeps on protected volumes (cache/SpaceGuard.h).
+    qint64 keepFreePercent = 0;
+    qint64 keepFreeBytes = 0;
     bool keepPermanentDeletions = false;
     bool sessionKeeps = false;   // this session has the library already
     QByteArray keepLibrary;      // where it is; empty when it is not installed
@@ -127,12 +130,16 @@ struct SheetChoice
     QString excludeName;
     QString excludeExtension;
     QList<VolumeRecord> volumes;
+    qint64 keepFreePercent = 0;
+    qint64 keepFreeBytes = 0;
     bool keepPermanentDeletions = false;
     QByteArray keepLibrary; // as loaded; empty: where it is installed
 };
 // Stores the choice in this order: retention, protection, launch menu (on whenever protection
 // is: the companion always runs while protection is on), names, extensions, protected volumes;
-// then synchronises and tells the companion. Keeping permanent deletions is turned on or off
+// then the free space kept (stored only when it differs from what applies now, so that a sheet
+// confirmed unchanged leaves the defaults free to change); then synchronises and tells the
+// companion. Keeping permanent deletions is turned on or off
 // (the session's files written or removed) only when the choice differs from what is in place.
 void save(const SheetChoice &choice);
 

@@ -90,6 +90,7 @@ private:
     std::unique_ptr<Ui::PreferencesSheet> mUi;
     PreferencesVolumesModel *mModel = nullptr;
     QList<VolumeRecord> mVolumes;
+    qint64 mKeepFreeBytes = 0; // as loaded
     bool mSessionKeeps = false;
     QByteArray mKeepLibrary;
     Colors mColors;

@@ -265,6 +265,37 @@ private slots:
         if (!checked) QCOMPARE(profile, before ? mine + '\n' : mine);
     }
 
+    // The free space kept is stored only when the choice differs from what applies.
+    void keepFree_data()
+    {
+        QTest::addColumn<qint64>("percent");
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<bool>("percentStored");
+        QTest::addColumn<bool>("bytesStored");
+        QTest::newRow("defaults") << qint64(5) << qint64(2'000'000'000) << false << false;
+        QTest::newRow("a share") << qint64(10) << qint64(2'000'000'000) << true << false;
+        QTest::newRow("an amount, or off") << qint64(5) << qint64(0) << false << true;
+    }
+    void keepFree()
+    {
+        QFETCH(qint64, percent);
+        QFETCH(qint64, bytes);
+        QFETCH(bool, percentStored);
+        QFETCH(bool, bytesStored);
+        SheetState loaded = load();
+        QCOMPARE(loaded.keepFreePercent, qint64(5));
+        QCOMPARE(loaded.keepFreeBytes, qint64(2'000'000'000));
+        SheetChoice c;
+        c.keepFreePercent = percent;
+        c.keepFreeBytes = bytes;
+        save(c);
+        QCOMPARE(Settings::contains(SettingsKeys::PrefsKeepFreePercent), percentStored);
+        QCOMPARE(Settings::contains(SettingsKeys::PrefsKeepFreeBytes), bytesStored);
+        loaded = load();
+        QCOMPARE(loaded.keepFreePercent, percent);
+        QCOMPARE(loaded.keepFreeBytes, bytes);
+    }
+
     void cancellingStoresNothing()
     {
         Recorder r;

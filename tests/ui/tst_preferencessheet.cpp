@@ -171,6 +171,22 @@ private slots:
                  note.isEmpty() ? QString() : qtTrId(note.toLatin1().constData()));
     }
 
+    void keepFreeBoxes()
+    {
+        Preferences::SheetState state;
+        state.keepFreePercent = 5;
+        state.keepFreeBytes = 2'123'456'789;
+        sheet->load(state);
+        QCOMPARE(ui().mKeepFreePercent->value(), 5);
+        // Shown rounded, kept exact while untouched.
+        QCOMPARE(ui().mKeepFreeGB->value(), 2.1);
+        QCOMPARE(sheet->choice().keepFreeBytes, qint64(2'123'456'789));
+        ui().mKeepFreeGB->setValue(3.5);
+        ui().mKeepFreePercent->setValue(8);
+        QCOMPARE(sheet->choice().keepFreeBytes, qint64(3'500'000'000));
+        QCOMPARE(sheet->choice().keepFreePercent, qint64(8));
+    }
+
     void volumeButtonsAndConfirming()
     {
         Recorder r;
