@@ -105,6 +105,14 @@ private slots:
         QCOMPARE(action->volume, mount);
         QCOMPARE(action->days, 2);
         QCOMPARE(action->wantedFree, wanted);
+        // The agent's status says so too.
+        NotificationBus::post(QLatin1String(Notifications::Salvora3DaemonNotification),
+                              QLatin1String(Notifications::Salvora3GetStatus));
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()))
+                .contains("last days removed for space: 2 day(s) on /mnt/sv3 guard at "),
+            TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).left(3000).constData(),
+            5000);
     }
 };
 

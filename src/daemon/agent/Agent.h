@@ -85,6 +85,7 @@ public:
     bool isMounted(const Volume &volume) const;
 
     QString statusText() const;
+    QString guardStatusText() const;
 
 private:
     // Agent.cpp
