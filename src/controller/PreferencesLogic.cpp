@@ -1,6 +1,9 @@
 #include "controller/PreferencesLogic.h"
 
 #include "browser/VolumeMenu.h"
+#include "cache/SpaceGuard.h"
+#include "common/KeepSession.h"
+#include "common/Log.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
@@ -11,6 +14,8 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cstring>
+#include <unistd.h>
 
 namespace Preferences {
 
@@ -166,7 +171,35 @@ SheetState load()
     s.excludeName = Settings::string(SettingsKeys::PrefsExcludeName);
     s.excludeExtension = Settings::string(SettingsKeys::PrefsExcludeExtension);
     s.volumes = buildVolumeRows();
+    const SpaceGuard::Threshold threshold = SpaceGuard::readThreshold();
+    s.keepFreePercent = threshold.percent;
+    s.keepFreeBytes = threshold.floorBytes;
+    s.keepPermanentDeletions = KeepSession::configured();
+    s.sessionKeeps = KeepSession::sessionHasIt();
+    const QByteArray library = KeepSession::libraryPath();
+    if (::access(library.constData(), R_OK) == 0) s.keepLibrary = library;
     return s;
+}
+
+QString keepNote(bool checked, bool sessionKeeps, bool libraryInstalled)
+{
+    if (!libraryInstalled && !sessionKeeps) {
+        //% "The part of Salvora 3 that keeps them is not installed."
+        return qtTrId("KeepLibraryMissing");
+    }
+    if (checked && sessionKeeps) {
+        //% "This session keeps them."
+        return qtTrId("KeepSessionHasIt");
+    }
+    if (checked) {
+        //% "Takes effect at your next login: this session does not keep them yet."
+        return qtTrId("KeepFromNextLogin");
+    }
+    if (sessionKeeps) {
+        //% "Stops at your next login: this session still keeps them."
+        return qtTrId("KeepStopsAtNextLogin");
+    }
+    return {};
 }
 
 void save(const SheetChoice &c)
@@ -179,7 +212,24 @@ void save(const SheetChoice &c)
     Settings::setString(SettingsKeys::PrefsExcludeName, cleanFilters(c.excludeName));
     Settings::setString(SettingsKeys::PrefsExcludeExtension, cleanExtensions(c.excludeExtension));
     Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, protectedDisksFrom(c.volumes));
+    const SpaceGuard::Threshold threshold = SpaceGuard::readThreshold();
+    if (c.keepFreePercent != threshold.percent)
+        Settings::setInteger(SettingsKeys::PrefsKeepFreePercent, c.keepFreePercent);
+    if (c.keepFreeBytes != threshold.floorBytes)
+        Settings::setInteger(SettingsKeys::PrefsKeepFreeBytes, c.keepFreeBytes);
     Settings::sync();
+    if (c.keepPermanentDeletions != KeepSession::configured()) {
+        const KeepSession::Result r =
+            c.keepPermanentDeletions
+                ? KeepSession::enable(c.keepLibrary.isEmpty() ? KeepSession::libraryPath()
+                                                              : c.keepLibrary)
+                : KeepSession::disable();
+        if (!r.ok())
+            CommonUtils::addToLogFile(
+                QStringLiteral("Salvora 3 could not turn %1 keeping permanent deletions: %2.")
+                    .arg(c.keepPermanentDeletions ? QStringLiteral("on") : QStringLiteral("off"),
+                         QString::fromLocal8Bit(std::strerror(r.error))));
+    }
     NotificationBus::post(QLatin1String(Notifications::Salvora3MenuNotification),
                           QLatin1String(Notifications::Salvora3SettingsDidChange));
 }

@@ -106,8 +106,20 @@ struct SheetState
     std::optional<QString> excludeName;
     std::optional<QString> excludeExtension;
     QList<VolumeRecord> volumes;
+    // Keeping permanent deletions (common/KeepSession.h): not a setting but the session's own
+    // files, read as they are.
+    // The free space the agent keeps on protected volumes (cache/SpaceGuard.h).
+    qint64 keepFreePercent = 0;
+    qint64 keepFreeBytes = 0;
+    bool keepPermanentDeletions = false;
+    bool sessionKeeps = false;   // this session has the library already
+    QByteArray keepLibrary;      // where it is; empty when it is not installed
 };
 SheetState load();
+
+// The line under the keeping check box: whether the session has the library, and that the
+// choice takes effect at the next login. Empty when there is nothing to say.
+QString keepNote(bool checked, bool sessionKeeps, bool libraryInstalled);
 
 // What the user chose, as the controls show it.
 struct SheetChoice
@@ -118,10 +130,17 @@ struct SheetChoice
     QString excludeName;
     QString excludeExtension;
     QList<VolumeRecord> volumes;
+    qint64 keepFreePercent = 0;
+    qint64 keepFreeBytes = 0;
+    bool keepPermanentDeletions = false;
+    QByteArray keepLibrary; // as loaded; empty: where it is installed
 };
 // Stores the choice in this order: retention, protection, launch menu (on whenever protection
 // is: the companion always runs while protection is on), names, extensions, protected volumes;
-// then synchronises and tells the companion.
+// then the free space kept (stored only when it differs from what applies now, so that a sheet
+// confirmed unchanged leaves the defaults free to change); then synchronises and tells the
+// companion. Keeping permanent deletions is turned on or off
+// (the session's files written or removed) only when the choice differs from what is in place.
 void save(const SheetChoice &choice);
 
 // The end of the sheet's run. Confirmed: save, install the companion a moment later (on

@@ -3,6 +3,7 @@
 #include "ui/MessageBar.h"
 
 #include "cache/CacheLayout.h"
+#include "common/KeepSession.h"
 #include "common/Log.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -27,6 +28,8 @@
 #include <QTimer>
 #include <QToolBar>
 #include <QUrl>
+
+#include <cstring>
 
 namespace {
 
@@ -293,6 +296,15 @@ bool AppDelegate::applicationDidFinishLaunching()
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled,
                              SettingsKeys::kFirstLaunchProtectionEnabled);
         Settings::setInteger(SettingsKeys::PrefsLaunchMenu, SettingsKeys::kFirstLaunchLaunchMenu);
+        // Permanent deletions are kept too from the next login on: who installs Salvora 3 wants
+        // what they delete kept, and rm is where most of it goes. An upgrade never gets here, so
+        // a session that ran fine before does not start preloading a library unasked; the
+        // Preferences, opened just after, show the check box and say when it takes effect.
+        if (const KeepSession::Result r = KeepSession::enable();
+            !r.ok() && r.failed != KeepSession::Result::Failed::Library)
+            CommonUtils::addToLogFile(
+                QStringLiteral("Salvora 3 could not turn on keeping permanent deletions: %1.")
+                    .arg(QString::fromLocal8Bit(std::strerror(r.error))));
         QTimer::singleShot(mPrivilegeChecks.editPreferencesDelayMs(), Qt::PreciseTimer, this,
                            [this] { editPreferences(); });
     }

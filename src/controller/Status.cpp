@@ -3,6 +3,7 @@
 #include "browser/VolumeMenu.h"
 #include "cache/CacheFolder.h"
 #include "cache/SizeRecords.h"
+#include "cache/SpaceGuard.h"
 #include "common/Locations.h"
 #include "common/LossWatch.h"
 #include "common/Settings.h"
@@ -70,6 +71,15 @@ void AppDelegate::updateStatusInfos()
                     .arg(VolumeMenu::displayName(QFile::decodeName(first.volumePath)),
                          first.status.reason()),
                 &ZEL_Colors::getRedColor_Adaptable);
+    } else if (const auto guard = SpaceGuard::lastAction();
+               guard && guard->when.secsTo(QDateTime::currentDateTime()) < 24 * 3600) {
+        // For a day after the agent made room, the window says why older days are gone.
+        const QString volume = VolumeMenu::displayName(QFile::decodeName(guard->volume));
+        //% "Oldest days were removed to keep %1 free on %2."
+        setText(mProtectionInfosMore,
+                qtTrId("SpaceGuardRemovedDays")
+                    .arg(CommonUtils::getSizeStr(guard->wantedFree), volume),
+                &ZEL_Colors::getBlackColor_Adaptable);
     } else if (p > 1) {
         //% "Items deleted on the %1 protected volumes are kept in their caches."
         setText(mProtectionInfosMore, qtTrId("ProtectionEnabledMoreX").arg(p),

@@ -9,6 +9,9 @@
 #include <QHeaderView>
 #include <QIcon>
 #include <QPalette>
+#include <QCheckBox>
+#include <QDoubleSpinBox>
+#include <QSpinBox>
 #include <QPushButton>
 
 #include <cmath>
@@ -89,6 +92,9 @@ private:
 
 namespace {
 
+// Sizes are shown as the rest of the program shows them: decimal.
+constexpr double kBytesPerGB = 1e9;
+
 bool isDark(const QPalette &palette)
 {
     return palette.color(QPalette::Window).lightness() < 128;
@@ -139,6 +145,8 @@ PreferencesSheet::PreferencesSheet(QWidget *parent)
     connect(mUi->sheetCancel, &QPushButton::clicked, this, &PreferencesSheet::sheetCancel);
     connect(mUi->mPreferencesRemoveFromCache, &QSlider::valueChanged, this,
             &PreferencesSheet::editPreferencesChange);
+    connect(mUi->mKeepPermanentDeletions, &QCheckBox::toggled, this,
+            &PreferencesSheet::updateKeepNote);
     connect(table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &PreferencesSheet::clickVolumesList);
     connect(mUi->mProtectedVolumesProtectButton, &QPushButton::clicked, this,
@@ -157,6 +165,19 @@ void PreferencesSheet::translate()
     mUi->retentionBox->setTitle(qtTrId("PreferencesRetention"));
     //% "Keep the items that are deleted"
     mUi->mProtectionEnabled->setText(qtTrId("PreferencesProtectionEnabled"));
+    //% "Space kept free on protected volumes:"
+    mUi->keepFreeLabel->setText(qtTrId("PreferencesKeepFree"));
+    //% "but at most"
+    mUi->keepFreeAtMostLabel->setText(qtTrId("PreferencesKeepFreeAtMost"));
+    //% "When a protected volume has less free space, the oldest days of its cache are removed "
+    //% "(never today's)."
+    const QString keepFreeTip = qtTrId("PreferencesKeepFreeTip");
+    for (QWidget *w : {static_cast<QWidget *>(mUi->keepFreeLabel),
+                       static_cast<QWidget *>(mUi->mKeepFreePercent),
+                       static_cast<QWidget *>(mUi->mKeepFreeGB)})
+        w->setToolTip(keepFreeTip);
+    //% "Also keep files deleted permanently (rm, Shift+Delete)"
+    mUi->mKeepPermanentDeletions->setText(qtTrId("PreferencesKeepPermanentDeletions"));
     //% "Show Salvora 3 Menu in the panel"
     mUi->mLaunchMenu->setText(qtTrId("PreferencesLaunchMenu"));
     //% "Exclude names:"
@@ -227,6 +248,16 @@ void PreferencesSheet::load(const Preferences::SheetState &state)
     if (state.excludeName) mUi->mPreferencesExcludeName->setText(*state.excludeName);
     if (state.excludeExtension)
         mUi->mPreferencesExcludeExtensions->setText(*state.excludeExtension);
+    mUi->mKeepFreePercent->setValue(int(state.keepFreePercent));
+    mUi->mKeepFreeGB->setValue(double(state.keepFreeBytes) / kBytesPerGB);
+    mKeepFreeBytes = state.keepFreeBytes;
+    mSessionKeeps = state.sessionKeeps;
+    mKeepLibrary = state.keepLibrary;
+    mUi->mKeepPermanentDeletions->setChecked(state.keepPermanentDeletions);
+    // Without the library it can only be turned off.
+    mUi->mKeepPermanentDeletions->setEnabled(!mKeepLibrary.isEmpty() ||
+                                             state.keepPermanentDeletions);
+    updateKeepNote();
     mUi->mProtectedVolumesTableView->clearSelection();
     mVolumes = state.volumes;
     mModel->reload();
@@ -245,6 +276,14 @@ Preferences::SheetChoice PreferencesSheet::choice() const
     c.excludeName = mUi->mPreferencesExcludeName->text();
     c.excludeExtension = mUi->mPreferencesExcludeExtensions->text();
     c.volumes = mVolumes;
+    c.keepFreePercent = mUi->mKeepFreePercent->value();
+    // What was loaded stays exact unless the box shows another number.
+    const double gb = mUi->mKeepFreeGB->value();
+    c.keepFreeBytes = std::abs(gb - double(mKeepFreeBytes) / kBytesPerGB) < 0.05
+                          ? mKeepFreeBytes
+                          : qint64(std::llround(gb * kBytesPerGB));
+    c.keepPermanentDeletions = mUi->mKeepPermanentDeletions->isChecked();
+    c.keepLibrary = mKeepLibrary;
     return c;
 }
 
@@ -329,11 +368,20 @@ void PreferencesSheet::updateVolumesNote()
     note->show();
 }
 
+void PreferencesSheet::updateKeepNote()
+{
+    const QString note = Preferences::keepNote(mUi->mKeepPermanentDeletions->isChecked(),
+                                               mSessionKeeps, !mKeepLibrary.isEmpty());
+    setLabel(mUi->mKeepPermanentDeletionsNote, note, Preferences::TextColor::DarkGray);
+    mUi->mKeepPermanentDeletionsNote->setVisible(!note.isEmpty());
+}
+
 void PreferencesSheet::changeEvent(QEvent *event)
 {
     QDialog::changeEvent(event);
     if (event->type() == QEvent::ApplicationPaletteChange || event->type() == QEvent::ThemeChange) {
         editPreferencesChange();
         updateVolumesNote();
+        updateKeepNote();
     }
 }

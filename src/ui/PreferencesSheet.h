@@ -84,11 +84,15 @@ private:
     void setLabel(QLabel *label, const QString &text, Preferences::TextColor color);
     QColor colorOf(Preferences::TextColor color) const;
     void updateVolumesNote();
+    void updateKeepNote();
     qsizetype selectedVolumeRow() const;
 
     std::unique_ptr<Ui::PreferencesSheet> mUi;
     PreferencesVolumesModel *mModel = nullptr;
     QList<VolumeRecord> mVolumes;
+    qint64 mKeepFreeBytes = 0; // as loaded
+    bool mSessionKeeps = false;
+    QByteArray mKeepLibrary;
     Colors mColors;
     std::function<void()> mInstallMenu;
 };

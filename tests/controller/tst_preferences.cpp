@@ -4,6 +4,7 @@
 #include "PreferencesRecorder.h"
 #include "TestEnv.h"
 
+#include "common/KeepSession.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
@@ -223,6 +224,76 @@ private slots:
         save(c);
         QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), std::optional<qint64>(0));
         QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
+    }
+
+    // The check box writes or removes the session's files only when it changes what is there;
+    // the user's own lines of ~/.profile stay.
+    void keepCheckBox_data()
+    {
+        QTest::addColumn<bool>("before");
+        QTest::addColumn<bool>("checked");
+        QTest::newRow("turned on") << false << true;
+        QTest::newRow("turned off") << true << false;
+        QTest::newRow("left on") << true << true;
+        QTest::newRow("left off") << false << false;
+    }
+    void keepCheckBox()
+    {
+        QFETCH(bool, before);
+        QFETCH(bool, checked);
+        const QByteArray library = env->homeBytes() + "/lib/libsalvora3-keep.so";
+        QVERIFY(TestEnv::writeFile(library, "not really"));
+        const QByteArray mine = "export EDITOR=vi";
+        QVERIFY(TestEnv::writeFile(env->homeBytes() + "/.profile", mine));
+        if (before) QVERIFY(KeepSession::enable(library).ok());
+        QCOMPARE(load().keepPermanentDeletions, before);
+
+        SheetChoice c;
+        c.keepPermanentDeletions = checked;
+        c.keepLibrary = library;
+        save(c);
+        QCOMPARE(load().keepPermanentDeletions, checked);
+        const QByteArray file = KeepSession::environmentFile();
+        QVERIFY(file.startsWith(env->homeBytes() + "/.config/environment.d/"));
+        QCOMPARE(TestEnv::exists(file), checked);
+        if (checked)
+            QCOMPARE(TestEnv::readFile(file),
+                     "LD_PRELOAD=" + library + "${LD_PRELOAD:+ $LD_PRELOAD}\n");
+        const QByteArray profile = TestEnv::readFile(env->homeBytes() + "/.profile");
+        QVERIFY(profile.startsWith(mine));
+        QCOMPARE(profile.count("export LD_PRELOAD="), checked ? 1 : 0);
+        if (!checked) QCOMPARE(profile, before ? mine + '\n' : mine);
+    }
+
+    // The free space kept is stored only when the choice differs from what applies.
+    void keepFree_data()
+    {
+        QTest::addColumn<qint64>("percent");
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<bool>("percentStored");
+        QTest::addColumn<bool>("bytesStored");
+        QTest::newRow("defaults") << qint64(5) << qint64(2'000'000'000) << false << false;
+        QTest::newRow("a share") << qint64(10) << qint64(2'000'000'000) << true << false;
+        QTest::newRow("an amount, or off") << qint64(5) << qint64(0) << false << true;
+    }
+    void keepFree()
+    {
+        QFETCH(qint64, percent);
+        QFETCH(qint64, bytes);
+        QFETCH(bool, percentStored);
+        QFETCH(bool, bytesStored);
+        SheetState loaded = load();
+        QCOMPARE(loaded.keepFreePercent, qint64(5));
+        QCOMPARE(loaded.keepFreeBytes, qint64(2'000'000'000));
+        SheetChoice c;
+        c.keepFreePercent = percent;
+        c.keepFreeBytes = bytes;
+        save(c);
+        QCOMPARE(Settings::contains(SettingsKeys::PrefsKeepFreePercent), percentStored);
+        QCOMPARE(Settings::contains(SettingsKeys::PrefsKeepFreeBytes), bytesStored);
+        loaded = load();
+        QCOMPARE(loaded.keepFreePercent, percent);
+        QCOMPARE(loaded.keepFreeBytes, bytes);
     }
 
     void cancellingStoresNothing()

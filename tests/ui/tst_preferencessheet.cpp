@@ -125,6 +125,68 @@ private slots:
         QCOMPARE(ui().mPreferencesRemoveFromCacheValue->text(), qtTrId("ManyDays").arg(60));
     }
 
+    // The keeping check box says whether this session has the library and when a change takes
+    // effect; without the library it can only be turned off.
+    void keepCheckBox_data()
+    {
+        QTest::addColumn<bool>("library");
+        QTest::addColumn<bool>("kept");
+        QTest::addColumn<bool>("session");
+        QTest::addColumn<bool>("toggle");
+        QTest::addColumn<bool>("enabled");
+        QTest::addColumn<QString>("note"); // an id; empty: no note shown
+        QTest::newRow("no library") << false << false << false << false << false
+                                    << "KeepLibraryMissing";
+        QTest::newRow("no library, still on") << false << true << false << false << true
+                                              << "KeepLibraryMissing";
+        QTest::newRow("on from the next login") << true << false << false << true << true
+                                                << "KeepFromNextLogin";
+        QTest::newRow("on in this session") << true << true << true << false << true
+                                            << "KeepSessionHasIt";
+        QTest::newRow("off from the next login") << true << true << true << true << true
+                                                 << "KeepStopsAtNextLogin";
+        QTest::newRow("off") << true << false << false << false << true << "";
+    }
+    void keepCheckBox()
+    {
+        QFETCH(bool, library);
+        QFETCH(bool, kept);
+        QFETCH(bool, session);
+        QFETCH(bool, toggle);
+        QFETCH(bool, enabled);
+        QFETCH(QString, note);
+        Preferences::SheetState state;
+        state.keepPermanentDeletions = kept;
+        state.sessionKeeps = session;
+        state.keepLibrary = library ? QByteArray("/usr/lib/salvora3/libsalvora3-keep.so") : "";
+        sheet->load(state);
+        sheet->show();
+        QCheckBox *box = ui().mKeepPermanentDeletions;
+        QCOMPARE(box->isEnabled(), enabled);
+        if (toggle) box->click();
+        QCOMPARE(sheet->choice().keepPermanentDeletions, kept != toggle);
+        QCOMPARE(sheet->choice().keepLibrary, state.keepLibrary);
+        QCOMPARE(ui().mKeepPermanentDeletionsNote->isVisible(), !note.isEmpty());
+        QCOMPARE(ui().mKeepPermanentDeletionsNote->text(),
+                 note.isEmpty() ? QString() : qtTrId(note.toLatin1().constData()));
+    }
+
+    void keepFreeBoxes()
+    {
+        Preferences::SheetState state;
+        state.keepFreePercent = 5;
+        state.keepFreeBytes = 2'123'456'789;
+        sheet->load(state);
+        QCOMPARE(ui().mKeepFreePercent->value(), 5);
+        // Shown rounded, kept exact while untouched.
+        QCOMPARE(ui().mKeepFreeGB->value(), 2.1);
+        QCOMPARE(sheet->choice().keepFreeBytes, qint64(2'123'456'789));
+        ui().mKeepFreeGB->setValue(3.5);
+        ui().mKeepFreePercent->setValue(8);
+        QCOMPARE(sheet->choice().keepFreeBytes, qint64(3'500'000'000));
+        QCOMPARE(sheet->choice().keepFreePercent, qint64(8));
+    }
+
     void volumeButtonsAndConfirming()
     {
         Recorder r;

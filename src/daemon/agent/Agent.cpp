@@ -196,6 +196,7 @@ bool Agent::start()
         mMovedToCache = true;
         announce();
         markDirty();
+        guardSpace();
     });
 
     mMountWatcher = new MountWatcher(this);
@@ -206,10 +207,14 @@ bool Agent::start()
     connect(mMountWatcher, &MountWatcher::deviceDidUnmount, this, mountChanged);
 
     mMidnight = new MidnightTimer(this);
-    connect(mMidnight, &MidnightTimer::midnight, this, [this] { purge(QStringLiteral("midnight")); });
+    connect(mMidnight, &MidnightTimer::midnight, this, [this] {
+        purge(QStringLiteral("midnight"));
+        guardSpace(); // yesterday may go now
+    });
 
     rebuildVolumes();
     purge(QStringLiteral("start"));
+    guardSpace();
     updateProtectedVolumesData();
     CommonUtils::addToLogFile(
         QStringLiteral("sv3daemon started (protection %1, %2 volume(s) watched%3).")
@@ -233,8 +238,10 @@ void Agent::onNotification(const QString &name, const QString &object, const QVa
     } else if (name == QLatin1String(Notifications::Salvora3Notification)) {
         // Someone else (`salvora rm`, the window) changed a cache.
         if (object == QLatin1String(Notifications::Salvora3DataMovedToCache) ||
-            object == QLatin1String(Notifications::Salvora3CacheModified))
+            object == QLatin1String(Notifications::Salvora3CacheModified)) {
             markDirty();
+            if (object == QLatin1String(Notifications::Salvora3DataMovedToCache)) guardSpace();
+        }
     }
 }
 
@@ -498,6 +505,7 @@ void Agent::onSettled(const Settled &s)
         mKeptOrigins << what;
         mMovedToCache = true;
         qCInfo(lcAgent).noquote() << "kept" << logText(s.result.cachedPath) << "in" << s.ms << "ms";
+        guardSpace();
         if (!s.completeness.complete) {
             const CacheCommit::Completeness &c = s.completeness;
             QString how = c.missingBytes > 0

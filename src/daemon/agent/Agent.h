@@ -11,6 +11,7 @@
 #include <QHash>
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QStringList>
 #include <QVariantMap>
 
@@ -84,6 +85,7 @@ public:
     bool isMounted(const Volume &volume) const;
 
     QString statusText() const;
+    QString guardStatusText() const;
 
 private:
     // Agent.cpp
@@ -109,6 +111,10 @@ private:
     // Purge.cpp
     void purge(const QString &reason);
     void handleDeleteRequest(const QByteArrayList &paths);
+    // Removes the oldest days of a protected volume whose free space fell below the threshold
+    // (cache/SpaceGuard.h); called whenever items may have entered a cache, at most every few
+    // seconds.
+    void guardSpace();
     // AgentStatus.cpp
     void markDirty();
     void updateProtectedVolumesData();
@@ -125,6 +131,10 @@ private:
     QTimer *mVolumesDataTimer = nullptr;
     QTimer *mRetryTimer = nullptr;
     QTimer *mLoopTimer = nullptr;
+    QTimer *mGuardTimer = nullptr;
+    QElapsedTimer mGuardClock; // since the last guard job was posted
+    bool mGuardQueued = false; // a guard job is on the background worker
+    QSet<QByteArray> mGuardStuck; // volumes short of space with no older day left, as told
     Prefs mPrefs;
     std::vector<std::unique_ptr<Volume>> mVolumes;
     std::unique_ptr<ShadowWorker> mShadows;

@@ -6,6 +6,8 @@
 #include "PrivilegedClient.h"
 #include "TrashWatch.h"
 #include "cache/DayList.h"
+#include "cache/SpaceGuard.h"
+#include "common/SizeText.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
@@ -59,7 +61,21 @@ QString Agent::statusText() const
              timeText(mStarted))
         .arg(mLost)
         .arg(mRetries.size())
-        .arg(mLongestStallMs);
+        .arg(mLongestStallMs) +
+           guardStatusText();
+}
+
+QString Agent::guardStatusText() const
+{
+    const SpaceGuard::Threshold t = SpaceGuard::readThreshold();
+    const auto last = SpaceGuard::lastAction();
+    return QStringLiteral(" Space kept free: %1 %, at most %2; last days removed for space: %3.")
+        .arg(t.percent)
+        .arg(CommonUtils::getSizeStr(t.floorBytes),
+             last ? QStringLiteral("%1 day(s) on %2 at %3")
+                        .arg(last->days)
+                        .arg(logText(last->volume), timeText(last->when.toLocalTime()))
+                  : QStringLiteral("never"));
 }
 
 void Agent::markDirty()

@@ -10,6 +10,8 @@
 #include "cache/DayList.h"
 #include "cache/FolderWalk.h"
 #include "cache/SizeRecords.h"
+#include "cache/SpaceGuard.h"
+#include "common/SizeText.h"
 #include "common/Locations.h"
 #include "common/Log.h"
 #include "common/PostTo.h"
@@ -19,6 +21,7 @@
 #include "volumes/Volumes.h"
 
 #include <QFile>
+#include <QTimer>
 
 #include <cerrno>
 #include <cstring>
@@ -60,6 +63,10 @@ QString errnoText(int err)
 {
     return QString::fromLocal8Bit(std::strerror(err));
 }
+
+// A burst of deletions checks the free space this often at most: reading it is cheap, but each
+// check is a job on the background worker.
+constexpr qint64 kGuardIntervalMs = 3000;
 
 } // namespace
 
@@ -116,6 +123,79 @@ void Agent::purge(const QString &reason)
             if (!failures.isEmpty())
                 CommonUtils::addToLogFile(QStringLiteral("sv3daemon could not purge %1.")
                                               .arg(failures.join(QStringLiteral(", "))));
+        });
+    });
+    watchTheLoop();
+}
+
+void Agent::guardSpace()
+{
+    if (!mBackground) return;
+    if (!mGuardTimer) {
+        mGuardTimer = new QTimer(this);
+        mGuardTimer->setSingleShot(true);
+        connect(mGuardTimer, &QTimer::timeout, this, &Agent::guardSpace);
+    }
+    const qint64 since = mGuardClock.isValid() ? mGuardClock.elapsed() : kGuardIntervalMs;
+    if (mGuardQueued || since < kGuardIntervalMs) {
+        // One more check once the last one is done and the interval over, whatever asked.
+        if (!mGuardTimer->isActive())
+            mGuardTimer->start(int(std::max<qint64>(kGuardIntervalMs - since, 100)));
+        return;
+    }
+    mGuardClock.start();
+    mGuardQueued = true;
+    QList<std::pair<QByteArray, QByteArray>> volumes; // mount path, cache folder
+    for (const auto &v : mVolumes)
+        volumes.append({v->mountPath, v->cacheFolder});
+    const SpaceGuard::Threshold threshold = SpaceGuard::readThreshold();
+    const QDate today = QDate::currentDate();
+    mBackground->post([this, volumes, threshold, today](const std::atomic<bool> &stop) {
+        QStringList lines;
+        QHash<QByteArray, QString> stuck; // volumes still short of space, nothing left to remove
+        bool removedAny = false;
+        for (const auto &[mount, cacheFolder] : volumes) {
+            CacheFolder::Status status;
+            UniqueFd fd(CacheFolder::open(mount, false, &status));
+            if (fd.fd < 0) continue;
+            const SpaceGuard::Outcome o = SpaceGuard::run(fd.fd, threshold, today, stop);
+            const QString free = o.after ? CommonUtils::getSizeStr(o.after->availableBytes)
+                                         : QStringLiteral("unknown");
+            for (const QByteArray &day : o.removed)
+                lines << QStringLiteral("sv3daemon: the day %1 was removed to free space on %2 "
+                                        "(%3 wanted free).")
+                             .arg(logText(cacheFolder + '/' + day), logText(mount),
+                                  CommonUtils::getSizeStr(o.wantedFree));
+            if (!o.failures.isEmpty())
+                lines << QStringLiteral("sv3daemon could not remove to free space on %1: %2.")
+                             .arg(logText(mount), o.failures.join(QStringLiteral(", ")));
+            if (!o.removed.isEmpty()) {
+                removedAny = true;
+                SpaceGuard::recordAction({QDateTime::currentDateTime(), mount, o.wantedFree,
+                                          int(o.removed.size())});
+                lines << QStringLiteral("sv3daemon: %1 free on %2 after removing %3 day(s).")
+                             .arg(free, logText(mount))
+                             .arg(o.removed.size());
+            }
+            if (o.cancelled) break;
+            if (o.after && o.after->availableBytes < o.wantedFree)
+                stuck.insert(mount, QStringLiteral("sv3daemon: only %1 free on %2, and no day "
+                                                   "older than today is left to remove.")
+                                        .arg(free, logText(mount)));
+        }
+        PostTo::receiver(this, [this, lines, stuck, removedAny] {
+            mGuardQueued = false;
+            for (const QString &line : lines)
+                CommonUtils::addToLogFile(line);
+            // Told once while it lasts, not at every check of a burst.
+            for (auto it = stuck.cbegin(); it != stuck.cend(); ++it)
+                if (!mGuardStuck.contains(it.key())) CommonUtils::addToLogFile(it.value());
+            mGuardStuck = QSet<QByteArray>(stuck.keyBegin(), stuck.keyEnd());
+            if (removedAny) {
+                NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                                      QLatin1String(Notifications::Salvora3CacheModified));
+                markDirty();
+            }
         });
     });
     watchTheLoop();
