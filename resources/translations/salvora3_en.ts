@@ -663,5 +663,41 @@
         <source>Restore To</source>
         <translation>Restore To</translation>
     </message>
+    <message id="KeepLibraryMissing">
+        <source>The part of Salvora 3 that keeps them is not installed.</source>
+        <translation>The part of Salvora 3 that keeps them is not installed.</translation>
+    </message>
+    <message id="KeepSessionHasIt">
+        <source>This session keeps them.</source>
+        <translation>This session keeps them.</translation>
+    </message>
+    <message id="KeepFromNextLogin">
+        <source>Takes effect at your next login: this session does not keep them yet.</source>
+        <translation>Takes effect at your next login: this session does not keep them yet.</translation>
+    </message>
+    <message id="KeepStopsAtNextLogin">
+        <source>Stops at your next login: this session still keeps them.</source>
+        <translation>Stops at your next login: this session still keeps them.</translation>
+    </message>
+    <message id="SpaceGuardRemovedDays">
+        <source>Oldest days were removed to keep %1 free on %2.</source>
+        <translation>Oldest days were removed to keep %1 free on %2.</translation>
+    </message>
+    <message id="PreferencesKeepFree">
+        <source>Space kept free on protected volumes:</source>
+        <translation>Space kept free on protected volumes:</translation>
+    </message>
+    <message id="PreferencesKeepFreeAtMost">
+        <source>but at most</source>
+        <translation>but at most</translation>
+    </message>
+    <message id="PreferencesKeepFreeTip">
+        <source>When a protected volume has less free space, the oldest days of its cache are removed (never today's).</source>
+        <translation>When a protected volume has less free space, the oldest days of its cache are removed (never today's).</translation>
+    </message>
+    <message id="PreferencesKeepPermanentDeletions">
+        <source>Also keep files deleted permanently (rm, Shift+Delete)</source>
+        <translation>Also keep files deleted permanently (rm, Shift+Delete)</translation>
+    </message>
 </context>
 </TS>

@@ -672,5 +672,41 @@
         <source>Restore To</source>
         <translation>Restaurer vers</translation>
     </message>
+    <message id="KeepLibraryMissing">
+        <source>The part of Salvora 3 that keeps them is not installed.</source>
+        <translation>La partie de Salvora 3 qui les conserve n’est pas installée.</translation>
+    </message>
+    <message id="KeepSessionHasIt">
+        <source>This session keeps them.</source>
+        <translation>Cette session les conserve.</translation>
+    </message>
+    <message id="KeepFromNextLogin">
+        <source>Takes effect at your next login: this session does not keep them yet.</source>
+        <translation>Prend effet à votre prochaine connexion : cette session ne les conserve pas encore.</translation>
+    </message>
+    <message id="KeepStopsAtNextLogin">
+        <source>Stops at your next login: this session still keeps them.</source>
+        <translation>Cesse à votre prochaine connexion : cette session les conserve encore.</translation>
+    </message>
+    <message id="SpaceGuardRemovedDays">
+        <source>Oldest days were removed to keep %1 free on %2.</source>
+        <translation>Les jours les plus anciens ont été supprimés pour garder %1 libres sur %2.</translation>
+    </message>
+    <message id="PreferencesKeepFree">
+        <source>Space kept free on protected volumes:</source>
+        <translation>Espace gardé libre sur les volumes protégés :</translation>
+    </message>
+    <message id="PreferencesKeepFreeAtMost">
+        <source>but at most</source>
+        <translation>mais au plus</translation>
+    </message>
+    <message id="PreferencesKeepFreeTip">
+        <source>When a protected volume has less free space, the oldest days of its cache are removed (never today&apos;s).</source>
+        <translation>Quand un volume protégé a moins d’espace libre, les jours les plus anciens de son cache sont supprimés (jamais celui d’aujourd’hui).</translation>
+    </message>
+    <message id="PreferencesKeepPermanentDeletions">
+        <source>Also keep files deleted permanently (rm, Shift+Delete)</source>
+        <translation>Conserver aussi les fichiers supprimés définitivement (rm, Maj+Suppr)</translation>
+    </message>
 </context>
 </TS>
