@@ -39,7 +39,7 @@ struct Entry
 };
 
 // A folder being read to hold its files, one entry a step, in the order a program deleting the
-// folder goes too; its entries are read a batch at a time, as the walk gets to them.
+// folder goes too; its entries are all read when the walk gets to it.
 struct HoldFrame
 {
     Fd dir;
@@ -56,12 +56,21 @@ struct HoldFrame
         for (;;) {
             if (offset >= have) {
                 if (ended) return false;
-                have = FolderWalk::readEntries(dir.fd, buffer.data(), buffer.size());
-                offset = 0;
-                if (have <= 0) {
-                    ended = true;
-                    return false;
+                // The whole listing at once, before anything is opened: an entry that a deleting
+                // program removed before a lazy read reached it would never be seen, and the item
+                // taken for whole; read first, it is at worst found gone and counted missing.
+                have = 0;
+                for (;;) {
+                    if (buffer.size() - std::size_t(have) < FolderWalk::kEntryBufferSize)
+                        buffer.resize(buffer.size() * 2);
+                    const long n = FolderWalk::readEntries(dir.fd, buffer.data() + have,
+                                                           buffer.size() - std::size_t(have));
+                    if (n <= 0) break;
+                    have += n;
                 }
+                ended = true;
+                offset = 0;
+                if (have <= 0) return false;
             }
             unsigned short reclen = 0;
             std::memcpy(&reclen, buffer.data() + offset + 16, sizeof reclen);
