@@ -24,6 +24,11 @@ QByteArray OriginFolders::folder(std::uint32_t id) const
 
 int OriginFolders::compare(std::uint32_t a, std::uint32_t b) const
 {
+    // Not known yet sorts as none recorded.
+    if (a & CacheItems::kOriginWaiting)
+        a = 0;
+    if (b & CacheItems::kOriginWaiting)
+        b = 0;
     if (a == b)
         return 0;
     if (a == 0 || b == 0)
@@ -43,12 +48,36 @@ std::size_t OriginFolders::bytes() const
 
 QByteArray CacheItems::originFolder(const Row &r) const
 {
-    return r.origin && mOrigins ? mOrigins->folder(r.origin) : QByteArray();
+    return r.origin && !originWaiting(r) && mOrigins ? mOrigins->folder(r.origin) : QByteArray();
+}
+
+qsizetype CacheItems::fillOrigins(const std::shared_ptr<OriginFolders> &table, std::uint32_t first,
+                                  const std::vector<std::uint32_t> &ids)
+{
+    if (!mOrigins)
+        mOrigins = table;
+    const bool same = mOrigins == table;
+    qsizetype changed = 0;
+    for (Row &r : mRows) {
+        if (!originWaiting(r))
+            continue;
+        const std::uint32_t k = (r.origin & ~kOriginWaiting) - first;
+        if (k >= ids.size())
+            continue;
+        const std::uint32_t id = ids[k];
+        if (id == kOriginWaiting)
+            continue; // another batch's
+        r.origin = same || id == 0 ? id : mOrigins->intern(table->folder(id));
+        ++changed;
+    }
+    return changed;
 }
 
 std::uint32_t CacheItems::adoptOrigin(const CacheItems &from, std::uint32_t id)
 {
-    if (id == 0 || !from.mOrigins)
+    if ((id & kOriginWaiting) || id == 0)
+        return id; // a ticket stays with its row
+    if (!from.mOrigins)
         return 0;
     if (!mOrigins)
         mOrigins = from.mOrigins;

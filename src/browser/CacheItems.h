@@ -16,7 +16,7 @@
 class OriginFolders
 {
 public:
-    // 1-based; 0 stands for "not recorded".
+    // 1-based; 0 stands for "not recorded". Ids stay below CacheItems::kOriginWaiting.
     std::uint32_t intern(const QByteArray &folder);
     QByteArray folder(std::uint32_t id) const;
     // The order of two folders (NameMatch::compare), without copying them; 0 sorts first.
@@ -50,7 +50,8 @@ public:
         // kKeyAsciiBytes a key made of the name's own first bytes.
         std::uint8_t keyLength = 0;
         // The folder it was deleted from, in origins(); 0 when none was recorded. It fills the
-        // padding before `size`: a row stays 40 bytes.
+        // padding before `size`: a row stays 40 bytes. With kOriginWaiting set, the origin is
+        // not known yet and the rest is the row's ticket for the pass that fills it in.
         std::uint32_t origin = 0;
         std::int64_t size = -1; // -1 when not read
         std::uint64_t key[2] = {0, 0};
@@ -61,6 +62,8 @@ public:
     static constexpr std::uint8_t kKeyLengthMask = 0x1f;
     static constexpr std::uint8_t kKeyAboveAscii = 0xff;
     static constexpr int kKeyBytes = 16;
+    static constexpr std::uint32_t kOriginWaiting = 0x80000000u;
+    static bool originWaiting(const Row &r) { return (r.origin & kOriginWaiting) != 0; }
 
     qsizetype size() const { return qsizetype(mRows.size()); }
     bool isEmpty() const { return mRows.empty(); }
@@ -92,8 +95,12 @@ public:
     // The table that rows' origins refer to; rows of lists with another table are moved over.
     void setOrigins(std::shared_ptr<OriginFolders> origins) { mOrigins = std::move(origins); }
     const std::shared_ptr<OriginFolders> &origins() const { return mOrigins; }
-    // The folder the row's item was deleted from; empty when not recorded.
+    // The folder the row's item was deleted from; empty when not recorded or not known yet.
     QByteArray originFolder(const Row &r) const;
+    // Gives waiting rows whose ticket is in [first, first + ids.size()) their origin, ids[ticket
+    // - first] in `table` (0: none recorded); returns how many rows changed.
+    qsizetype fillOrigins(const std::shared_ptr<OriginFolders> &table, std::uint32_t first,
+                          const std::vector<std::uint32_t> &ids);
 
     // Approximate heap bytes held, names excluded (for the memory benchmark).
     std::size_t overheadBytes() const;

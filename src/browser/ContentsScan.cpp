@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <optional>
+#include <unordered_map>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -161,75 +162,10 @@ bool readRecordFully(QByteArrayView line, QByteArray &time, QByteArray &name, QB
     return true;
 }
 
-// The origin records of the days a scan meets, each day's file read once by whichever thread
-// first needs it: "time/name" to the origin table's id of the folder it came from.
-class DayOrigins
-{
-public:
-    using Map = QHash<QByteArray, std::uint32_t>;
-
-    explicit DayOrigins(std::shared_ptr<OriginFolders> table) : mTable(std::move(table)) {}
-
-    std::shared_ptr<const Map> forTimeFolder(const QByteArray &timeFolder)
-    {
-        const QByteArray day = parentOf(timeFolder);
-        std::lock_guard lock(mMutex);
-        auto &map = mDays[day];
-        if (!map) {
-            auto fresh = std::make_shared<Map>();
-            const qsizetype slash = day.lastIndexOf('/');
-            const QByteArray file = CacheCommit::originsFileFor(parentOf(day), day.mid(slash + 1));
-            const safefile::ReadResult read = safefile::readRegular(AT_FDCWD, file.constData(), 64u << 20);
-            const std::string_view data = read.error == 0 ? std::string_view(read.data) : std::string_view();
-            QByteArray time, name, path, lastFolder;
-            std::uint32_t lastId = 0;
-            for (std::size_t start = 0; start < data.size();) {
-                std::size_t stop = data.find('\n', start);
-                if (stop == std::string_view::npos)
-                    stop = data.size();
-                const QByteArrayView line(data.data() + start, qsizetype(stop - start));
-                start = stop + 1;
-                if (!readRecord(line, time, name, path) && !readRecordFully(line, time, name, path))
-                    continue;
-                if (time.isEmpty() || name.isEmpty() || path.isEmpty())
-                    continue;
-                // Records of one folder come in runs: its id is looked up once per run.
-                const QByteArray folder = parentOf(path);
-                if (folder != lastFolder || lastId == 0) {
-                    lastFolder = folder;
-                    lastId = mTable->intern(folder);
-                }
-                // The last record of a name wins: it is the latest deletion under that name.
-                fresh->insert(time + '/' + name, lastId);
-            }
-            map = std::move(fresh);
-        }
-        return map;
-    }
-
-    const std::shared_ptr<OriginFolders> &table() const { return mTable; }
-
-private:
-    std::shared_ptr<OriginFolders> mTable;
-    std::mutex mMutex;
-    QHash<QByteArray, std::shared_ptr<const Map>> mDays;
-};
-
-void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o, DayOrigins *origins,
-                    const std::atomic<bool> &stop, CacheItems &out)
+void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o, const std::atomic<bool> &stop,
+                    CacheItems &out)
 {
     const std::uint32_t folder = out.addFolder(path);
-    std::shared_ptr<const DayOrigins::Map> recorded;
-    QByteArray key;
-    if (origins) {
-        out.setOrigins(origins->table());
-        recorded = origins->forTimeFolder(path);
-        if (recorded->isEmpty())
-            recorded.reset();
-        else
-            key = path.mid(path.lastIndexOf('/') + 1) + '/';
-    }
-    const qsizetype keyPrefix = key.size();
     const int fd = FolderWalk::openFolder(path);
     if (fd < 0)
         return;
@@ -244,13 +180,10 @@ void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o, DayO
         if (o.readSizes && kind != CacheItems::Kind::Folder)
             size = FolderWalk::entrySize(fd, name);
         out.addItem(folder, name, length, kind, size);
-        if (recorded) {
-            key.truncate(keyPrefix);
-            key.append(name, qsizetype(length));
-            out.rows().back().origin = recorded->value(key, 0);
-        }
     });
     close(fd);
+    if (o.originFill)
+        o.originFill->keep(path, out);
 }
 
 } // namespace
@@ -290,16 +223,13 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
     std::atomic<std::size_t> next{0};
     std::mutex deliverMutex;
     std::size_t delivered = 0;
-    std::optional<DayOrigins> origins;
-    if (options.origins)
-        origins.emplace(options.origins);
 
     auto worker = [&] {
         for (std::size_t k; (k = next.fetch_add(1)) < n;) {
             if (stop.load(std::memory_order_relaxed))
                 return;
             CacheItems items;
-            readTimeFolder(folders[qsizetype(k)], options, origins ? &*origins : nullptr, stop, items);
+            readTimeFolder(folders[qsizetype(k)], options, stop, items);
             if (options.prepare)
                 options.prepare(items);
             std::lock_guard lock(deliverMutex);
@@ -331,6 +261,170 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
     for (std::thread &t : helpers)
         t.join();
     return !stop.load();
+}
+
+void OriginFill::keep(const QByteArray &timeFolder, CacheItems &folderItems)
+{
+    Folder f;
+    f.path = timeFolder;
+    while (f.path.size() > 1 && f.path.endsWith('/'))
+        f.path.chop(1);
+    auto &rows = folderItems.rows();
+    f.lengths.reserve(rows.size());
+    for (const CacheItems::Row &r : rows) {
+        const QByteArrayView name = folderItems.name(r);
+        f.names.append(name.data(), std::size_t(name.size()));
+        f.lengths.push_back(r.length);
+    }
+    std::uint32_t first = 0;
+    {
+        std::lock_guard lock(mMutex);
+        first = mNext;
+        mNext += std::uint32_t(rows.size());
+        f.first = first;
+        mFolders.push_back(std::move(f));
+    }
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        rows[i].origin = CacheItems::kOriginWaiting | (first + std::uint32_t(i));
+}
+
+void OriginFill::fillDay(std::vector<Folder *> &folders, Batch &out)
+{
+    // Every kept row of the day gets an answer, 0 where no record names it.
+    for (const Folder *f : folders)
+        std::fill_n(out.ids.begin() + std::ptrdiff_t(f->first - out.first), f->lengths.size(), 0u);
+
+    const QByteArray day = parentOf(folders.front()->path);
+    const QByteArray file =
+        CacheCommit::originsFileFor(parentOf(day), day.mid(day.lastIndexOf('/') + 1));
+    const safefile::ReadResult read = safefile::readRegular(AT_FDCWD, file.constData(), 64u << 20);
+    if (read.error != 0)
+        return;
+    const std::string_view data(read.data);
+
+    // Each time folder's names, looked up as records come; built when its first record comes.
+    struct Index
+    {
+        Folder *folder = nullptr;
+        std::unordered_map<std::string_view, std::uint32_t> rows;
+        bool built = false;
+    };
+    std::vector<Index> indexes(folders.size());
+    QHash<QByteArray, Index *> byTime;
+    for (std::size_t i = 0; i < folders.size(); ++i) {
+        indexes[i].folder = folders[i];
+        byTime.insert(folders[i]->path.mid(folders[i]->path.lastIndexOf('/') + 1), &indexes[i]);
+    }
+
+    QByteArray time, name, path, lastTime, lastFolder;
+    Index *index = nullptr;
+    std::uint32_t lastId = 0;
+    for (std::size_t start = 0; start < data.size();) {
+        std::size_t stop = data.find('\n', start);
+        if (stop == std::string_view::npos)
+            stop = data.size();
+        const QByteArrayView line(data.data() + start, qsizetype(stop - start));
+        start = stop + 1;
+        if (!readRecord(line, time, name, path) && !readRecordFully(line, time, name, path))
+            continue;
+        if (time.isEmpty() || name.isEmpty() || path.isEmpty())
+            continue;
+        // Records come in runs of one time and of one folder: each is looked up once per run.
+        if (time != lastTime || !index) {
+            lastTime = time;
+            index = byTime.value(time, nullptr);
+            if (index && !index->built) {
+                index->built = true;
+                const Folder &f = *index->folder;
+                index->rows.reserve(f.lengths.size());
+                std::size_t offset = 0;
+                for (std::uint32_t i = 0; i < f.lengths.size(); ++i) {
+                    index->rows.emplace(std::string_view(f.names).substr(offset, f.lengths[i]), i);
+                    offset += f.lengths[i];
+                }
+            }
+        }
+        if (!index)
+            continue;
+        const auto it = index->rows.find(std::string_view(name.constData(), std::size_t(name.size())));
+        if (it == index->rows.end())
+            continue;
+        const QByteArray folder = parentOf(path);
+        if (folder != lastFolder || lastId == 0) {
+            lastFolder = folder;
+            lastId = mTable->intern(folder);
+        }
+        // The last record of a name wins: it is the latest deletion under that name.
+        out.ids[index->folder->first - out.first + it->second] = lastId;
+    }
+}
+
+bool OriginFill::run(const std::function<bool()> &stopped, const std::function<void(Batch &&)> &sink)
+{
+    std::vector<Folder> folders;
+    {
+        std::lock_guard lock(mMutex);
+        folders.swap(mFolders);
+    }
+    // Day after day, in the order the scan met them, each day's folders in ticket order.
+    std::sort(folders.begin(), folders.end(), [](const Folder &a, const Folder &b) { return a.first < b.first; });
+    QHash<QByteArray, std::size_t> dayOf;
+    std::vector<std::vector<Folder *>> days;
+    for (Folder &f : folders) {
+        const QByteArray day = parentOf(f.path);
+        auto it = dayOf.constFind(day);
+        if (it == dayOf.cend()) {
+            it = dayOf.insert(day, days.size());
+            days.emplace_back();
+        }
+        days[*it].push_back(&f);
+    }
+    // A batch covers one or more days, up to about this many rows: each costs the window one
+    // pass over its list.
+    constexpr std::size_t kBatchRows = 65536;
+    Batch batch;
+    std::size_t batchRows = 0;
+    auto flush = [&] {
+        if (batchRows > 0)
+            sink(std::move(batch));
+        batch = Batch();
+        batchRows = 0;
+    };
+    for (std::vector<Folder *> &day : days) {
+        if (stopped())
+            return false;
+        std::uint32_t lo = UINT32_MAX, hi = 0;
+        std::size_t rows = 0;
+        for (const Folder *f : day) {
+            lo = std::min(lo, f->first);
+            hi = std::max(hi, f->first + std::uint32_t(f->lengths.size()));
+            rows += f->lengths.size();
+        }
+        if (rows == 0)
+            continue;
+        // Widen the batch to the day's tickets; tickets of other batches in between stay waiting.
+        if (batchRows == 0) {
+            batch.first = lo;
+            batch.ids.assign(hi - lo, CacheItems::kOriginWaiting);
+        } else {
+            const std::uint32_t newFirst = std::min(batch.first, lo);
+            const std::uint32_t newEnd = std::max(batch.first + std::uint32_t(batch.ids.size()), hi);
+            std::vector<std::uint32_t> wider(newEnd - newFirst, CacheItems::kOriginWaiting);
+            std::copy(batch.ids.begin(), batch.ids.end(), wider.begin() + std::ptrdiff_t(batch.first - newFirst));
+            batch.first = newFirst;
+            batch.ids.swap(wider);
+        }
+        fillDay(day, batch);
+        for (Folder *f : day) // the names are not needed any more
+            *f = Folder();
+        batchRows += rows;
+        if (batchRows >= kBatchRows)
+            flush();
+    }
+    if (stopped())
+        return false;
+    flush();
+    return true;
 }
 
 } // namespace ContentsScan

@@ -264,6 +264,9 @@ signals:
     // After each hand-over of a running scan was shown, and after the end message.
     void contentsListChanged();
     void contentsScanEnded();
+    // After the scan's rows all know where their items were deleted from (the list is re-sorted
+    // first when it is sorted by that). A scan that was stopped or replaced never says it.
+    void contentsOriginsFilled();
     // After the information line showed a size from the size calculation.
     void sizeContentsUpdated(qint64 size);
 
@@ -288,6 +291,9 @@ private:
     void contentsReady(const std::shared_ptr<ContentsScanJob> &job);
     void takeContents(const std::shared_ptr<ContentsScanJob> &job);
     void endContentsScan(const std::shared_ptr<ContentsScanJob> &job);
+    void takeOrigins(const std::shared_ptr<ContentsScanJob> &job, std::uint32_t first,
+                     const std::vector<std::uint32_t> &ids);
+    void endOrigins(const std::shared_ptr<ContentsScanJob> &job);
     void showEndOfScanMessage();
 
     // Table cells.
@@ -315,6 +321,8 @@ private:
     bool mLaunched = false;
 
     std::shared_ptr<ContentsScanJob> mContentsJob;
+    // The listed scan whose rows are still learning their origins.
+    std::shared_ptr<ContentsScanJob> mOriginsJob;
     QElapsedTimer mSinceHandOver;
     bool mHandOverScheduled = false;
     qint64 mHandOverPauseMs = kHandOverIntervalMs;

@@ -24,6 +24,11 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
         return;
     }
 
+    // The origins of the list being replaced are not wanted any more.
+    if (mOriginsJob) {
+        mOriginsJob->originsMustStop = true;
+        mOriginsJob.reset();
+    }
     mContents = CacheItems();
     if (mIncomplete) mIncomplete->clear();
     mContentsModel->reloadData();
@@ -61,7 +66,13 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
     mHandOverPauseMs = kHandOverIntervalMs;
     std::thread([job, workers = mWorkers, this] {
         job->run([&] { workers->post([this, job] { contentsReady(job); }); },
-                 [&] { workers->post([this, job] { endContentsScan(job); }); });
+                 [&] { workers->post([this, job] { endContentsScan(job); }); },
+                 [&](ContentsScan::OriginFill::Batch &&batch) {
+                     workers->post([this, job, first = batch.first, ids = std::move(batch.ids)] {
+                         takeOrigins(job, first, ids);
+                     });
+                 },
+                 [&] { workers->post([this, job] { endOrigins(job); }); });
     }).detach();
     emit contentsScanStarted();
 }
@@ -105,10 +116,33 @@ void AppDelegate::endContentsScan(const std::shared_ptr<ContentsScanJob> &job)
     takeContents(job);
     mContentsJob.reset();
     mContents.shrinkToFit();
+    // The rows are all in; their origins follow, unless this scan was stopped.
+    if (mReadingCacheContentsMustStop)
+        job->originsMustStop = true;
+    else
+        mOriginsJob = job;
     showEndOfScanMessage();
     mReadingCacheContents = false;
     mReadingCacheContentsMustStop = false;
     emit contentsScanEnded();
+}
+
+void AppDelegate::takeOrigins(const std::shared_ptr<ContentsScanJob> &job, std::uint32_t first,
+                              const std::vector<std::uint32_t> &ids)
+{
+    if (job != mOriginsJob) return; // a late batch of a list that was replaced
+    if (mContents.fillOrigins(job->table(), first, ids) == 0) return;
+    mContentsModel->reloadData();
+    updatePutBackAction();
+}
+
+void AppDelegate::endOrigins(const std::shared_ptr<ContentsScanJob> &job)
+{
+    if (job != mOriginsJob) return;
+    mOriginsJob.reset();
+    // Sorted by origin, the list was in name order among rows not filled yet.
+    if (mSortByCaching & ContentsSort::ByOrigin) sortContents();
+    emit contentsOriginsFilled();
 }
 
 void AppDelegate::showEndOfScanMessage()

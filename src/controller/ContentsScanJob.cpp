@@ -9,14 +9,16 @@ ContentsScanJob::ContentsScanJob(Request request, const std::atomic<bool> &stop)
 {
 }
 
-void ContentsScanJob::run(const std::function<void()> &wake, const std::function<void()> &ended)
+void ContentsScanJob::run(const std::function<void()> &wake, const std::function<void()> &listed,
+                          const std::function<void(ContentsScan::OriginFill::Batch &&)> &origins,
+                          const std::function<void()> &ended)
 {
     ContentsScan::Options options;
     options.pattern = NameMatch::Pattern(mRequest.search);
     // The order of the folders does not matter, the list is sorted anyway. Each reading thread
     // sorts its own folders; this thread only merges them.
     options.inOrder = false;
-    options.origins = std::make_shared<OriginFolders>();
+    options.originFill = mFill;
     options.prepare = [this](CacheItems &folder) {
         const int code = sortCode.load();
         ContentsSort::sort(folder, code);
@@ -56,6 +58,9 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
         addToReady(std::move(chunk), code, wake);
     }
     scanner.join();
+    listed();
+    mFill->run([this] { return mStop.load(std::memory_order_relaxed) || originsMustStop.load(std::memory_order_relaxed); },
+               origins);
     ended();
 }
 

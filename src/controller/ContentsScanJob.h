@@ -13,7 +13,9 @@
 // One run of the contents scan, off the main thread. Scan threads read the time folders; this
 // job's own thread sorts what they found and merges it into one sorted run that waits for the
 // main thread. The main thread takes the run whole (a swap under a lock that is only ever held
-// for a swap), so it never waits for the sorting, and merges it into the list it shows.
+// for a swap), so it never waits for the sorting, and merges it into the list it shows. Once
+// every row is handed over, this thread finds where the rows' items were deleted from and hands
+// that over in batches: the rows never wait for the origin records.
 class ContentsScanJob
 {
 public:
@@ -28,11 +30,17 @@ public:
 
     // The order the worker sorts in; the main thread changes it when the user re-sorts mid-scan.
     std::atomic<int> sortCode;
+    // Set by the main thread when it no longer wants the origins (a new scan, say).
+    std::atomic<bool> originsMustStop{false};
 
     // Worker thread: scans and sorts until done or stopped. `wake` is called (on this thread)
-    // when a run is waiting and the main thread has not been told yet; `ended` once at the end,
-    // after the last `wake`.
-    void run(const std::function<void()> &wake, const std::function<void()> &ended);
+    // when a run is waiting and the main thread has not been told yet; `listed` once every row is
+    // waiting, after the last `wake`; then `origins` with each batch of the rows' origins, in
+    // table(); `ended` once at the end. After a stop, no `origins` follow.
+    void run(const std::function<void()> &wake, const std::function<void()> &listed,
+             const std::function<void(ContentsScan::OriginFill::Batch &&)> &origins,
+             const std::function<void()> &ended);
+    const std::shared_ptr<OriginFolders> &table() const { return mFill->table(); }
 
     // Main thread: what is waiting (possibly nothing), sorted by *code.
     CacheItems take(int *code);
@@ -45,6 +53,7 @@ private:
 
     Request mRequest;
     const std::atomic<bool> &mStop;
+    const std::shared_ptr<ContentsScan::OriginFill> mFill = std::make_shared<ContentsScan::OriginFill>();
     // One bit per sort code that the reading threads have sorted folders by.
     std::atomic<unsigned> mFolderCodes{0};
 

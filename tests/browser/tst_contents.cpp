@@ -33,6 +33,21 @@ class TstContents : public QObject
         return all;
     }
 
+    // A scan whose rows learn their origins afterwards, as the window does it.
+    CacheItems scanWithOrigins(const QList<ContentsScan::Root> &roots, int *batches = nullptr)
+    {
+        ContentsScan::Options o;
+        o.originFill = std::make_shared<ContentsScan::OriginFill>();
+        std::atomic<bool> stop{false};
+        CacheItems all;
+        ContentsScan::scan(roots, o, stop, [&](CacheItems &&b) { all.append(std::move(b)); });
+        o.originFill->run([] { return false; }, [&](ContentsScan::OriginFill::Batch &&b) {
+            all.fillOrigins(o.originFill->table(), b.first, b.ids);
+            if (batches) ++*batches;
+        });
+        return all;
+    }
+
     static QList<QByteArray> names(const CacheItems &items)
     {
         QList<QByteArray> out;
@@ -89,15 +104,51 @@ private slots:
                                                 "{\"time\":\"2024-05-03 08_00_00\",\"name\":\"\\u00c9t\\u00e9 Report.odt\","
                                                 "\"path\":\"/home/u/\\ud83d\\ude00 smile/x\",\"uid\":0}\n"));
         QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", time, "Alpha.txt", "/home/u/later/Alpha.txt"));
-        ContentsScan::Options o;
-        o.origins = std::make_shared<OriginFolders>();
-        std::atomic<bool> stop{false};
-        CacheItems all;
-        ContentsScan::scan({{cache + "/2024-05-03", false}}, o, stop, [&](CacheItems &&b) { all.append(std::move(b)); });
+        CacheItems all = scanWithOrigins({{cache + "/2024-05-03", false}});
         QFile::remove(QFile::decodeName(records));
         const qsizetype row = names(all).indexOf(name);
         QVERIFY(row >= 0);
         QCOMPARE(all.originFolder(all.row(row)), folder);
+    }
+
+    // The rows are handed on before any origin record is read: each waits with its ticket,
+    // shows and sorts as none recorded, keeps it through merges, and gets its folder from the
+    // pass after the scan, which gives every waiting row an answer and stops when told to.
+    void rowsComeBeforeTheirOrigins()
+    {
+        const QByteArray time = "2024-05-01 09_00_00";
+        const QByteArray records = CacheCommit::originsFileFor(cache, "2024-05-01");
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "rep_ort.txt", "/home/u/B/rep_ort.txt"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "Annual report.pdf", "/home/u/A/Annual report.pdf"));
+        ContentsScan::Options o;
+        o.originFill = std::make_shared<ContentsScan::OriginFill>();
+        std::atomic<bool> stop{false};
+        CacheItems all;
+        const QList<ContentsScan::Root> days{{cache + "/2024-05-01", false}, {cache + "/2024-05-03", false}};
+        ContentsScan::scan(days, o, stop, [&](CacheItems &&b) {
+            for (const CacheItems::Row &r : b.rows()) {
+                QVERIFY(CacheItems::originWaiting(r));
+                QVERIFY(b.originFolder(r).isEmpty());
+            }
+            all.append(std::move(b));
+        });
+        ContentsSort::sortCompact(all, ContentsSort::ByOrigin); // all equal: by name
+        QCOMPARE(names(all).first(), QByteArray(".DS_Store"));
+        QVERIFY(CacheItems::originWaiting(all.row(0)));
+
+        std::atomic<bool> told{true};
+        int batches = 0;
+        QVERIFY(!o.originFill->run([&] { return told.load(); }, [&](ContentsScan::OriginFill::Batch &&) { ++batches; }));
+        QCOMPARE(batches, 0);
+        // A stopped fill gave its rows up; a fresh scan fills them all, in one batch here.
+        all = scanWithOrigins(days, &batches);
+        QFile::remove(QFile::decodeName(records));
+        QCOMPARE(batches, 1);
+        ContentsSort::sortCompact(all, ContentsSort::ByOrigin);
+        QCOMPARE(names(all).mid(all.size() - 2), QList<QByteArray>({"Annual report.pdf", "rep_ort.txt"}));
+        QCOMPARE(all.originFolder(all.row(all.size() - 1)), QByteArray("/home/u/B"));
+        for (const CacheItems::Row &r : all.rows())
+            QVERIFY(!CacheItems::originWaiting(r));
     }
 
     void searchMatchesOwnNameOnly()

@@ -893,8 +893,11 @@ private slots:
         QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "report.txt", home + "/Documents/report.txt"));
         QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "photos", home + "/Pictures/2024/photos"));
         QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "notes.txt", home + "/Documents/notes.txt"));
-        launch();
+        c = new TestDelegate;
+        QSignalSpy filled(c, &AppDelegate::contentsOriginsFilled);
+        QVERIFY(Fixture::launchAndSettle(*c));
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"notes.txt", "orphan.txt", "photos", "report.txt"}));
+        QTRY_VERIFY(!filled.isEmpty()); // the origins come after the rows
 
         // The fourth column: the folder, whole in the tooltip, nothing for an item without record.
         QCOMPARE(c->mContentsModel->headerData(3, Qt::Horizontal, Qt::DisplayRole).toString(), qtTrId("ColumnOriginalLocation"));
@@ -915,7 +918,9 @@ private slots:
         Fixture::clickHeader(*c, QStringLiteral("4"));
         QCOMPARE(c->mSortByCaching, 6);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
-        scanAndWait(); // a new scan lists in that order too
+        filled.clear();
+        scanAndWait(); // a new scan lists in that order too, once its origins are in
+        QTRY_VERIFY(!filled.isEmpty());
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
         Fixture::clickHeader(*c, QStringLiteral("1"));
         QCOMPARE(c->mSortByCaching, 0);
