@@ -611,24 +611,31 @@ std::size_t hashIno(std::uint64_t ino, std::size_t capacity)
     return std::size_t((ino * 0x9E3779B97F4A7C15ull) >> 20) & (capacity - 1);
 }
 
+// Doubles an open-addressing table (keys 0 = free) before it gets more than half full.
+template <typename T, typename KeyOf>
+bool grow(Pool<T> &table, std::size_t used, KeyOf keyOf)
+{
+    if ((used + 1) * 2 <= table.capacity) return true;
+    Pool<T> old = table;
+    Pool<T> grown;
+    if (!grown.reserve(old.capacity ? old.capacity * 2 : 1024)) return false;
+    std::memset(grown.data, 0, grown.capacity * sizeof(T));
+    for (std::size_t i = 0; i < old.capacity; ++i) {
+        if (keyOf(old.data[i]) == 0) continue;
+        std::size_t h = hashIno(keyOf(old.data[i]), grown.capacity);
+        while (keyOf(grown.data[h]) != 0)
+            h = (h + 1) & (grown.capacity - 1);
+        grown.data[h] = old.data[i];
+    }
+    old.release();
+    table = grown;
+    return true;
+}
+
 Slot *findSlot(Batch &b, std::uint64_t folder, bool create)
 {
-    if (create && (b.slotsUsed + 1) * 2 > b.slots.capacity) {
-        // Rehash into a table twice the size.
-        Pool<Slot> old = b.slots;
-        Pool<Slot> grown;
-        if (!grown.reserve(old.capacity ? old.capacity * 2 : 1024)) return nullptr;
-        std::memset(grown.data, 0, grown.capacity * sizeof(Slot));
-        for (std::size_t i = 0; i < old.capacity; ++i) {
-            if (old.data[i].folder == 0) continue;
-            std::size_t h = hashIno(old.data[i].folder, grown.capacity);
-            while (grown.data[h].folder != 0)
-                h = (h + 1) & (grown.capacity - 1);
-            grown.data[h] = old.data[i];
-        }
-        old.release();
-        b.slots = grown;
-    }
+    if (create && !grow(b.slots, b.slotsUsed, [](const Slot &x) { return x.folder; }))
+        return nullptr;
     if (b.slots.capacity == 0) return nullptr;
     std::size_t h = hashIno(folder, b.slots.capacity);
     while (b.slots.data[h].folder != 0) {
@@ -653,21 +660,7 @@ std::uint64_t nameHash(const char *name)
 // The record of a name the batch gave, or none; with `add`, made when missing.
 Given *given(Batch &b, const char *name, bool add)
 {
-    if (add && (b.givenUsed + 1) * 2 > b.given.capacity) {
-        Pool<Given> old = b.given;
-        Pool<Given> grown;
-        if (!grown.reserve(old.capacity ? old.capacity * 2 : 1024)) return nullptr;
-        std::memset(grown.data, 0, grown.capacity * sizeof(Given));
-        for (std::size_t i = 0; i < old.capacity; ++i) {
-            if (old.data[i].key == 0) continue;
-            std::size_t h = hashIno(old.data[i].key, grown.capacity);
-            while (grown.data[h].key != 0)
-                h = (h + 1) & (grown.capacity - 1);
-            grown.data[h] = old.data[i];
-        }
-        old.release();
-        b.given = grown;
-    }
+    if (add && !grow(b.given, b.givenUsed, [](const Given &x) { return x.key; })) return nullptr;
     if (b.given.capacity == 0) return nullptr;
     const std::uint64_t key = nameHash(name);
     std::size_t h = hashIno(key, b.given.capacity);
