@@ -9,6 +9,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QDirIterator>
 #include <QFile>
 #include <QStandardPaths>
 #include <QTest>
@@ -243,6 +244,38 @@ qint64 cpuTicks(qint64 pid)
     const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     // utime and stime are fields 14 and 15 of the line, 12 and 13 after the name.
     return fields.size() > 12 ? fields[11].toLongLong() + fields[12].toLongLong() : -1;
+}
+
+qint64 parentOf(qint64 pid)
+{
+    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!f.open(QIODevice::ReadOnly)) return -1;
+    const QByteArray stat = f.readAll();
+    return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1).toLongLong();
+}
+
+qint64 descendant(const QByteArray &path, qint64 ancestor)
+{
+    QDirIterator it(QStringLiteral("/proc"));
+    while (it.hasNext()) {
+        const QString dir = it.next();
+        bool ok = false;
+        const qint64 pid = it.fileName().toLongLong(&ok);
+        if (!ok || QFile::encodeName(QFile::symLinkTarget(dir + QLatin1String("/exe"))) != path)
+            continue;
+        for (qint64 p = pid; p > 1; p = parentOf(p))
+            if (p == ancestor) return pid;
+    }
+    return -1;
+}
+
+QByteArray statusLine(qint64 pid, const char *key)
+{
+    QFile f(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    for (const QByteArray &line : f.readAll().split('\n'))
+        if (line.startsWith(QByteArray(key) + ':')) return line.mid(qstrlen(key) + 1).simplified();
+    return {};
 }
 
 } // namespace Harness

@@ -97,5 +97,11 @@ using Removal::removeTree;
 QByteArray logContent();
 // utime + stime of a process, in clock ticks.
 qint64 cpuTicks(qint64 pid);
+// The parent of a process, -1 when it is gone.
+qint64 parentOf(qint64 pid);
+// A live descendant of `ancestor` whose executable is `path`, or -1.
+qint64 descendant(const QByteArray &path, qint64 ancestor);
+// The value of a /proc/PID/status line ("Uid", "State", "VmHWM"…), blanks squeezed; empty when gone.
+QByteArray statusLine(qint64 pid, const char *key);
 
 } // namespace Harness

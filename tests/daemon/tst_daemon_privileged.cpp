@@ -4,7 +4,6 @@
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
-#include <QDirIterator>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QScopeGuard>
@@ -85,38 +84,6 @@ bool copyExecutable(const QString &from, const QString &to, mode_t mode)
     QFile::remove(to);
     return QFile::copy(from, to) && ::chown(QFile::encodeName(to).constData(), 0, 0) == 0 &&
            ::chmod(QFile::encodeName(to).constData(), mode) == 0;
-}
-
-qint64 parentOf(qint64 pid)
-{
-    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly)) return -1;
-    const QByteArray stat = f.readAll();
-    return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1).toLongLong();
-}
-
-// A live descendant of `ancestor` whose executable is `path`, or -1.
-qint64 pidOf(const QString &path, qint64 ancestor)
-{
-    QDirIterator it(QStringLiteral("/proc"));
-    while (it.hasNext()) {
-        const QString dir = it.next();
-        bool ok = false;
-        const qint64 pid = it.fileName().toLongLong(&ok);
-        if (!ok || QFile::symLinkTarget(dir + QLatin1String("/exe")) != path) continue;
-        for (qint64 p = pid; p > 1; p = parentOf(p))
-            if (p == ancestor) return pid;
-    }
-    return -1;
-}
-
-QByteArray statusLine(qint64 pid, const char *key)
-{
-    QFile f(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!f.open(QIODevice::ReadOnly)) return {};
-    for (const QByteArray &line : f.readAll().split('\n'))
-        if (line.startsWith(QByteArray(key) + ':')) return line.mid(qstrlen(key) + 1).simplified();
-    return {};
 }
 
 bool gone(qint64 pid)
@@ -376,8 +343,8 @@ private slots:
         d.process().start();
         QVERIFY(d.waitForOutput("sv3daemon ready"));
 
-        const qint64 agent = pidOf(exe("bin2", "sv3daemon-agent"), d.pid());
-        const qint64 helper = pidOf(exe("bin2", "sv3daemon"), d.pid());
+        const qint64 agent = descendant(QFile::encodeName(exe("bin2", "sv3daemon-agent")), d.pid());
+        const qint64 helper = descendant(QFile::encodeName(exe("bin2", "sv3daemon")), d.pid());
         QVERIFY(agent > 0 && helper > 0);
         // Whatever happens below, the session ends with the test.
         const auto end = qScopeGuard([agent] { ::kill(pid_t(agent), SIGTERM); });

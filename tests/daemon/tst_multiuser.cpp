@@ -4,7 +4,6 @@
 #include "cache/CacheLayout.h"
 #include "common/SettingsKeys.h"
 
-#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -61,39 +60,6 @@ QMap<QByteArray, QByteArray> tree(const QByteArray &path)
     QMap<QByteArray, QByteArray> out;
     treeInto(path, {}, out);
     return out;
-}
-
-qint64 parentOf(qint64 pid)
-{
-    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly)) return -1;
-    const QByteArray stat = f.readAll();
-    return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1).toLongLong();
-}
-
-// A live descendant of `ancestor` whose executable is `path`, or -1.
-qint64 descendant(const QByteArray &path, qint64 ancestor)
-{
-    QDirIterator it(QStringLiteral("/proc"));
-    while (it.hasNext()) {
-        const QString dir = it.next();
-        bool ok = false;
-        const qint64 pid = it.fileName().toLongLong(&ok);
-        if (!ok || QFile::encodeName(QFile::symLinkTarget(dir + QLatin1String("/exe"))) != path)
-            continue;
-        for (qint64 p = pid; p > 1; p = parentOf(p))
-            if (p == ancestor) return pid;
-    }
-    return -1;
-}
-
-QByteArray statusLine(qint64 pid, const char *key)
-{
-    QFile f(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!f.open(QIODevice::ReadOnly)) return {};
-    for (const QByteArray &line : f.readAll().split('\n'))
-        if (line.startsWith(QByteArray(key) + ':')) return line.mid(qstrlen(key) + 1).simplified();
-    return {};
 }
 
 // The value of --NAME=VALUE on a process's command line.
