@@ -538,15 +538,9 @@ void resetSizeRecord(Batch &b)
 
 void dissolveAll(Batch &b);
 
-void endBatch(Batch &b)
+// Closes a batch's descriptors and forgets its entries, keeping its memory for the next one.
+void clearBatch(Batch &b)
 {
-    if (!b.active) return;
-    if (b.timeFd >= 0) {
-        dissolveAll(b);
-        resetSizeRecord(b);
-        // A time folder that ended up empty is not left behind.
-        realUnlinkat(b.dayFd, b.time, AT_REMOVEDIR);
-    }
     closeFd(b.mirrorFd);
     b.mirrorNode = 0;
     closeFd(b.originsFd);
@@ -562,6 +556,18 @@ void endBatch(Batch &b)
     b.active = false;
 }
 
+void endBatch(Batch &b)
+{
+    if (!b.active) return;
+    if (b.timeFd >= 0) {
+        dissolveAll(b);
+        resetSizeRecord(b);
+        // A time folder that ended up empty is not left behind.
+        realUnlinkat(b.dayFd, b.time, AT_REMOVEDIR);
+    }
+    clearBatch(b);
+}
+
 void afterFork()
 {
     // The child starts afresh: its own pid, its own batch; the descriptors it inherited are its
@@ -569,20 +575,7 @@ void afterFork()
     gLock.reset();
     gTableLock.reset();
     gPid = getpid();
-    closeFd(gBatch.mirrorFd);
-    gBatch.mirrorNode = 0;
-    closeFd(gBatch.originsFd);
-    closeFd(gBatch.timeFd);
-    closeFd(gBatch.dayFd);
-    closeFd(gBatch.cacheFd);
-    gBatch.nodes.size = 0;
-    gBatch.names.size = 0;
-    if (gBatch.slots.data) std::memset(gBatch.slots.data, 0, gBatch.slots.capacity * sizeof(Slot));
-    gBatch.slotsUsed = 0;
-    if (gBatch.given.data)
-        std::memset(gBatch.given.data, 0, gBatch.given.capacity * sizeof(Given));
-    gBatch.givenUsed = 0;
-    gBatch.active = false;
+    clearBatch(gBatch);
     readParentName();
     gProcessGeneration = ~0ull;
     gSkipGeneration.store(~0ull, std::memory_order_relaxed);
