@@ -12,7 +12,13 @@
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 
+#include "SafeRemove.h"
+#include "UniqueFd.h"
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -91,6 +97,35 @@ void announceChange(const QByteArrayList &deleted)
     NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
                           QLatin1String(Notifications::Salvora3CacheModified));
     NotificationBus::flush();
+}
+
+// `rm --permanently`: what rm -r does, and nothing kept. This program is among those whose
+// deletions the keeping library leaves alone, so the preload needs no bypass here.
+int deletePermanently(const QByteArrayList &paths)
+{
+    int failures = 0;
+    for (const QByteArray &path : paths) {
+        const qsizetype slash = path.lastIndexOf('/', path.endsWith('/') ? path.size() - 2 : -1);
+        QByteArray name = path.mid(slash + 1);
+        while (name.endsWith('/')) name.chop(1);
+        const QByteArray parent = slash < 0 ? QByteArray(".") : slash == 0 ? QByteArray("/") : path.left(slash);
+        int err = 0;
+        if (name.isEmpty() || name == "." || name == "..") {
+            err = EINVAL;
+        } else {
+            const UniqueFd dir(::open(parent.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+            err = dir.fd < 0 ? errno : 0;
+            struct stat st{};
+            if (!err && ::fstatat(dir.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) err = errno;
+            if (!err) err = saferemove::removeBeneath(dir.fd, name.toStdString());
+        }
+        if (err) {
+            ++failures;
+            CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromUtf8(CliIo::terminalText(path)),
+                                                    QString::fromLocal8Bit(std::strerror(err))));
+        }
+    }
+    return failures ? 1 : 0;
 }
 
 } // namespace
@@ -210,11 +245,16 @@ int restore(int argc, char **argv)
 
 int rm(int argc, char **argv)
 {
-    const Args a(argc, argv, 2, {}, {"--json"});
+    const Args a(argc, argv, 2, {}, {"--json", "--permanently"});
     if (!a.ok())
         return CliIo::fail(a.error(), 2);
     if (a.positional().isEmpty())
         return CliIo::fail(QStringLiteral("rm takes PATH..."), 2);
+    if (a.flag("--permanently")) {
+        if (a.flag("--json"))
+            return CliIo::fail(QStringLiteral("--permanently does not go with --json"), 2);
+        return deletePermanently(a.positional());
+    }
     const QList<CacheCommit::Result> results = CacheCommit::deleteIntoCache(a.positional());
     NotificationBus::flush();
     int failures = 0;

@@ -36,7 +36,10 @@ int failed(const KeepSession::Result &r)
     case KeepSession::Result::Failed::Nothing:
         break;
     }
-    return CliIo::fail(QStringLiteral("~/.profile: %1").arg(errorText(r.error)));
+    if (r.error == ELOOP)
+        return CliIo::fail(QStringLiteral("~/.profile is a symbolic link, which Salvora 3 does not write through; "
+                                          "nothing was changed"));
+    return CliIo::fail(QStringLiteral("~/.profile: %1 (nothing was changed)").arg(errorText(r.error)));
 }
 
 int on()

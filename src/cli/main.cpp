@@ -45,9 +45,10 @@ const Command kCommands[] = {
     {"remove", Commands::remove, "remove ITEM... | --day DAY... [-v N] | --all [--yes]",
      "Deletes items, whole days, or every cache, for good. Asks first unless --yes; refuses when\n"
      "it cannot ask. Removing everything also turns protection off."},
-    {"rm", Commands::rm, "rm PATH... [--json]",
+    {"rm", Commands::rm, "rm PATH... [--json] | rm --permanently PATH...",
      "Deletes files and folders into the cache of their volume instead of losing them, as the\n"
-     "daemon does for the trash: today's day folder, one time folder for the whole call."},
+     "daemon does for the trash: today's day folder, one time folder for the whole call.\n"
+     "--permanently deletes them for good, as rm -r does, keeping nothing."},
     {"keep", Commands::keep, "keep on|off|status",
      "Whether files deleted without the trash (rm, \"Delete permanently\", programs) are kept too:\n"
      "on adds the keeping library to your session (~/.config/environment.d and ~/.profile),\n"

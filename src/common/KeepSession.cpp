@@ -106,12 +106,15 @@ bool sessionHasIt()
 Result enable(const QByteArray &lib)
 {
     if (::access(lib.constData(), R_OK) != 0) return failure(Result::Failed::Library, errno);
-    const QByteArray env = "LD_PRELOAD=" + lib + "${LD_PRELOAD:+ $LD_PRELOAD}\n";
-    if (const int err = writeFile(environmentFile(), env, 0644))
-        return failure(Result::Failed::EnvironmentFile, err);
+    // Not LD_PRELOAD itself: the package's session generator turns this into LD_PRELOAD while the
+    // library is installed, so that a removed package leaves no preload the loader complains of.
+    const QByteArray env = QByteArray("# salvora keep on: what programs delete is kept (salvora keep off)\n") +
+                           kLibraryVariable + '=' + lib + '\n';
     int err = 0;
     const QByteArray profile = withoutBlock(readProfile(&err));
     if (err) return failure(Result::Failed::Profile, err);
+    if (const int werr = writeFile(environmentFile(), env, 0644))
+        return failure(Result::Failed::EnvironmentFile, werr);
     const QByteArray block = QByteArray(kBlockStart) + "case \" $LD_PRELOAD \" in *\"" +
                              kLibraryName + "\"*) ;; *) [ -r \"" + lib +
                              "\" ] && export LD_PRELOAD=\"" + lib +
@@ -119,8 +122,11 @@ Result enable(const QByteArray &lib)
     const QByteArray joined = profile.isEmpty() || profile.endsWith('\n')
                                   ? profile + block
                                   : profile + '\n' + block;
-    if (const int werr = writeFile(profileFile(), joined, profileMode()))
+    if (const int werr = writeFile(profileFile(), joined, profileMode())) {
+        // All or nothing: a half-made setting would say on while login shells miss it.
+        ::unlink(environmentFile().constData());
         return failure(Result::Failed::Profile, werr);
+    }
     return {};
 }
 

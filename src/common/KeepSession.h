@@ -4,11 +4,13 @@
 
 // Whether the user's session preloads the library that keeps what programs delete without the
 // trash (src/keep). On writes the session's environment (~/.config/environment.d, read by the
-// systemd user manager at login) and a marked block in ~/.profile for login shells; off removes
+// systemd user manager at login, whose generator from the package turns it into LD_PRELOAD) and a marked block in ~/.profile for login shells; off removes
 // both. Either takes effect at the next login. Shared by `salvora keep` and the Preferences.
 namespace KeepSession {
 
 inline constexpr char kLibraryName[] = "libsalvora3-keep.so";
+// Set in the session's environment.d file; the package's generator preloads what it names.
+inline constexpr char kLibraryVariable[] = "SALVORA3_KEEP_LIBRARY";
 
 // The library beside a build tree's programs, else where the package installs it.
 QByteArray libraryPath();

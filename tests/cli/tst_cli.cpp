@@ -238,6 +238,15 @@ private slots:
         QCOMPARE(back.status, 0);
         QCOMPARE(TestEnv::readFile(docs + "/note 2.txt"), QByteArray("note"));
         QCOMPARE(TestEnv::readFile(docs + "/note.txt"), QByteArray("new"));
+
+        // --permanently keeps nothing: the tree is gone and today's time folders are as they were.
+        QVERIFY(TestEnv::writeFile(docs + "/old/sub/x\xff", "x"));
+        const QStringList before = QDir(QFile::decodeName(cache + '/' + today.toUtf8())).entryList();
+        const Run gone = salvora({"rm", "--permanently", docs + "/old/", docs + "/missing"});
+        QCOMPARE(gone.status, 1);
+        QVERIFY(gone.err.contains("missing: No such file"));
+        QVERIFY(!TestEnv::exists(docs + "/old"));
+        QCOMPARE(QDir(QFile::decodeName(cache + '/' + today.toUtf8())).entryList(), before);
     }
 
     // An item as `ls` prints it: a unique name, DAY/TIME/NAME, a name narrowed to a day; a

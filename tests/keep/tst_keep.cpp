@@ -550,7 +550,24 @@ private slots:
         QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
         QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
         const QByteArray env = TestEnv::readFile(home + "/.config/environment.d/60-salvora3-keep.conf");
-        QVERIFY(env.startsWith("LD_PRELOAD=/") && env.contains("libsalvora3-keep.so${LD_PRELOAD:+ $LD_PRELOAD}"));
+        const qsizetype at = env.indexOf("\nSALVORA3_KEEP_LIBRARY=/");
+        QVERIFY2(at > 0 && env.endsWith("libsalvora3-keep.so\n"), env.constData());
+        const QByteArray library = env.mid(at + 23).trimmed();
+        // The package's generator preloads it, once, before what the session preloaded already;
+        // with the library gone (package removed) it names nothing.
+        const QByteArray generator = qgetenv("SALVORA_BIN_DIR") + "/../lib/60-salvora3-keep";
+        const QByteArray other = home + "/other.so"; // a real library: the shell preloads it too
+        QVERIFY(QFile::copy(QFile::decodeName(library), QFile::decodeName(other)));
+        const struct { QByteArray lib, preload, expect; } generated[] = {
+            {library, other, "LD_PRELOAD=" + library + ' ' + other + '\n'},
+            {library, library, ""},
+            {home + "/gone.so", "", ""},
+        };
+        for (const auto &g : generated) {
+            const Run r = run("SALVORA3_KEEP_LIBRARY='" + g.lib + "' LD_PRELOAD='" + g.preload + "' sh '" +
+                                  generator + "'", false);
+            QCOMPARE(r.output, g.expect);
+        }
         const QByteArray withBlock = TestEnv::readFile(home + "/.profile");
         QVERIFY(withBlock.startsWith(profile));
         QCOMPARE(withBlock.count("salvora3 keep"), 2);
@@ -564,6 +581,13 @@ private slots:
         QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("off")}));
         QCOMPARE(TestEnv::readFile(home + "/.profile"), profile);
         QVERIFY(!TestEnv::exists(home + "/.config/environment.d/60-salvora3-keep.conf"));
+
+        // A ~/.profile that is a link is not written through, and then nothing is set at all.
+        QVERIFY(QFile::rename(QFile::decodeName(home + "/.profile"), QFile::decodeName(home + "/profile.real")));
+        QVERIFY(symlink("profile.real", (home + "/.profile").constData()) == 0);
+        QVERIFY(!TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
+        QVERIFY(!TestEnv::exists(home + "/.config/environment.d/60-salvora3-keep.conf"));
+        QCOMPARE(TestEnv::readFile(home + "/profile.real"), profile);
     }
 
     void fullVolumeFallsBack()

@@ -40,6 +40,8 @@ if built sv3daemon-agent; then expect 755 usr/libexec/salvora3/sv3daemon-agent; 
 if [ -f "$build/lib/libsalvora3-keep.so" ]; then
     ls "$stage"/usr/lib/*/salvora3/libsalvora3-keep.so "$stage"/usr/lib/salvora3/libsalvora3-keep.so \
         2>/dev/null | grep -q . || fail "the keeping library is not installed"
+    # The session generator that turns `salvora keep on` into LD_PRELOAD while the package is here.
+    expect 755 usr/lib/systemd/user-environment-generators/60-salvora3-keep
 fi
 for p in salvora salvora3-menu adminlauncher; do
     built "$p" || fail "the build has not made $p"
@@ -72,7 +74,8 @@ find "$stage" -mindepth 1 | while IFS= read -r path; do
     usr/share/man/man1 | usr/share/man/man1/salvora.1.gz | usr/lib | usr/lib/systemd | \
     usr/lib/salvora3 | usr/lib/salvora3/libsalvora3-keep.so | usr/lib/*-linux-gnu* | \
     usr/lib/*-linux-gnu*/salvora3 | usr/lib/*-linux-gnu*/salvora3/libsalvora3-keep.so | \
-    usr/lib/systemd/user | usr/lib/systemd/user/*.service | etc | etc/xdg | etc/xdg/autostart | \
+    usr/lib/systemd/user | usr/lib/systemd/user/*.service | usr/lib/systemd/user-environment-generators | \
+    usr/lib/systemd/user-environment-generators/60-salvora3-keep | etc | etc/xdg | etc/xdg/autostart | \
     etc/xdg/autostart/*.desktop) ;;
     *) echo "FAIL: unexpected file $rel" ;;
     esac
