@@ -1256,6 +1256,20 @@ Batch *batchFor(const keeptable::Volume *volume, dev_t dev)
     return &b;
 }
 
+// A bare name deleted in the working folder of an unprotected file system (make's `rm -f *.o`, a
+// script's os.remove) need not stat "." every time: once is enough until the process changes
+// folders. The fact is one word, valid for one table generation and one count of chdir/fchdir
+// calls, so that a change of either drops it. A chdir made with a raw system call leaves it
+// stale, which can only make a deletion the real call (not kept), never keep one wrongly: a folder
+// on a protected volume is always looked at.
+std::atomic<std::uint32_t> gCwdChanges{0};
+std::atomic<std::uint64_t> gCwdUnprotected{0};
+
+std::uint64_t cwdKey(const Mapping &m, std::uint32_t changes)
+{
+    return ((std::uint64_t(changes) << 32) | (m.generation & 0xffffffffu)) + 1;
+}
+
 int deletion(Via via, int dirFd, const char *path, int flags)
 {
     const bool folder = flags == AT_REMOVEDIR;
@@ -1281,12 +1295,19 @@ int deletion(Via via, int dirFd, const char *path, int flags)
         (onOtherMount(v, path, len) || placeExcluded(v, path, std::size_t(leaf - path))))
         return realCall(via, dirFd, path, flags);
     if (nameExcluded(v, leaf, leafLen)) return realCall(via, dirFd, path, flags);
+    const bool inCwd = !slash && dirFd == AT_FDCWD;
+    const std::uint32_t cwdChanges = gCwdChanges.load(std::memory_order_acquire);
+    if (inCwd && gCwdUnprotected.load(std::memory_order_relaxed) == cwdKey(*m, cwdChanges))
+        return realCall(via, dirFd, path, flags);
 
     // The folder that holds the entry, and the entry itself.
     struct stat parent{}, item{};
     int rc = 0;
     if (!slash) {
         rc = dirFd == AT_FDCWD ? fstatat(AT_FDCWD, ".", &parent, 0) : fstat(dirFd, &parent);
+        if (inCwd && rc == 0 && !volumeFor(v, parent.st_dev) &&
+            gCwdChanges.load(std::memory_order_acquire) == cwdChanges)
+            gCwdUnprotected.store(cwdKey(*m, cwdChanges), std::memory_order_relaxed);
     } else {
         char folderName[PATH_MAX];
         const std::size_t n = slash == path ? 1 : std::size_t(slash - path);
@@ -1367,6 +1388,21 @@ KEEP_EXPORT int rmdir(const char *path)
     if (tInside) return realRmdir(path);
     Inside inside;
     return deletion(Via::Rmdir, AT_FDCWD, path, AT_REMOVEDIR);
+}
+
+// Only to forget what the working folder's file system was (see gCwdUnprotected).
+KEEP_EXPORT int chdir(const char *path)
+{
+    const int r = int(syscall(SYS_chdir, path));
+    gCwdChanges.fetch_add(1, std::memory_order_release);
+    return r;
+}
+
+KEEP_EXPORT int fchdir(int fd)
+{
+    const int r = int(syscall(SYS_fchdir, fd));
+    gCwdChanges.fetch_add(1, std::memory_order_release);
+    return r;
 }
 
 // As the C library does it: unlink, and rmdir when that says it is a folder.

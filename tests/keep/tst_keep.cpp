@@ -199,7 +199,7 @@ private slots:
         QVERIFY(nm.waitForFinished());
         QByteArrayList symbols = nm.readAllStandardOutput().trimmed().split('\n');
         std::sort(symbols.begin(), symbols.end());
-        QCOMPARE(symbols, QByteArrayList({"remove", "rmdir", "unlink", "unlinkat"}));
+        QCOMPARE(symbols, QByteArrayList({"chdir", "fchdir", "remove", "rmdir", "unlink", "unlinkat"}));
         QProcess readelf;
         readelf.start(QStringLiteral("readelf"), {QStringLiteral("-d"), QStringLiteral(KEEP_LIBRARY)});
         QVERIFY(readelf.waitForFinished());
@@ -248,6 +248,11 @@ private slots:
                                    << QByteArrayList{"file.txt"} << QByteArray("/usr/bin/python3");
         QTest::newRow("shutil.rmtree") << py + "'import shutil; shutil.rmtree(\"tree\")'"
                                        << QByteArrayList{"tree"} << QByteArray("/usr/bin/python3");
+        // A bare name deleted in a folder of an unprotected file system first, then back home.
+        QTest::newRow("os.remove after os.chdir")
+            << py + "'import os; d = os.getcwd(); os.chdir(\"/dev/shm\"); n = \"sv3-%d\" % os.getpid(); "
+                    "open(n, \"w\").close(); os.remove(n); os.chdir(d); os.remove(\"file.txt\")'"
+            << QByteArrayList{"file.txt"} << QByteArray("/usr/bin/python3");
         QTest::newRow("gio remove") << QByteArray("gio remove file.txt") << QByteArrayList{"file.txt"}
                                     << QByteArray("gio");
         QTest::newRow("probe remove") << QByteArray("$PROBE remove file.txt")
