@@ -11,7 +11,7 @@ PACKAGES="
   qt6-base-dev qt6-base-dev-tools qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qt6-qpa-plugins
   qt6-pdf-dev
   libudev-dev libblkid-dev
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev clang-format
   dbus dbus-bin e2fsprogs util-linux mount xxd
   pkexec
   desktop-file-utils appstream man-db
