@@ -79,6 +79,18 @@ const char *tableState()
     return state;
 }
 
+// Where the user's systemd manager finds the generator that turns the setting into LD_PRELOAD.
+QByteArray generator()
+{
+    for (const char *dir : {"/etc/systemd/user-environment-generators",
+                            "/usr/local/lib/systemd/user-environment-generators",
+                            "/usr/lib/systemd/user-environment-generators"}) {
+        const QByteArray path = QByteArray(dir) + "/60-salvora3-keep";
+        if (::access(path.constData(), X_OK) == 0) return path;
+    }
+    return {};
+}
+
 int keepStatus()
 {
     const bool configured = KeepSession::configured();
@@ -89,6 +101,12 @@ int keepStatus()
         << (configured != sessionHasIt ? " (takes effect at the next login)" : "") << '\n'
         << "daemon's table: " << tableState() << '\n'
         << "library: " << KeepSession::libraryPath() << '\n';
+    const QByteArray gen = generator();
+    out << "session generator: "
+        << (gen.isEmpty() ? QByteArray("not installed (the package installs it; without it the session never "
+                                       "gets the library)")
+                          : gen)
+        << '\n';
     return 0;
 }
 
