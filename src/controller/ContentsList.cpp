@@ -3,7 +3,7 @@
 #include "browser/ContentsSort.h"
 #include "cache/CacheLayout.h"
 #include "controller/ContentsScanJob.h"
-#include "controller/IncompleteLookup.h"
+#include "logic/IncompleteLookup.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 

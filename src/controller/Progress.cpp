@@ -1,7 +1,7 @@
 #include "controller/AppDelegate.h"
 
-#include "controller/RemovalQueue.h"
-#include "controller/WorkProgress.h"
+#include "logic/RemovalQueue.h"
+#include "logic/WorkProgress.h"
 #include "ui/ProgressArea.h"
 
 #include <QMainWindow>

@@ -9,7 +9,7 @@
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
-#include "controller/RemovalQueue.h"
+#include "logic/RemovalQueue.h"
 #include "ui/MessageBoxPresenter.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/RestoreUi.h"

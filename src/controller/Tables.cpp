@@ -3,7 +3,7 @@
 #include "browser/DayTexts.h"
 #include "cache/CacheLayout.h"
 #include "common/SizeText.h"
-#include "controller/IncompleteLookup.h"
+#include "logic/IncompleteLookup.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 #include "volumes/Volumes.h"

@@ -10,7 +10,7 @@
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/Texts.h"
-#include "controller/PreferencesLogic.h"
+#include "logic/PreferencesLogic.h"
 #include "volumes/Volumes.h"
 
 #include <QCoreApplication>

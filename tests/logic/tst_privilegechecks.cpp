@@ -7,7 +7,7 @@
 #include "common/AdminLauncher.h"
 #include "common/Alerts.h"
 #include "common/Log.h"
-#include "controller/PrivilegeChecks.h"
+#include "logic/PrivilegeChecks.h"
 
 #include <QCoreApplication>
 #include <QTest>
