@@ -1,6 +1,7 @@
 #pragma once
 
 #include "browser/CacheItems.h"
+#include "browser/SortOrder.h"
 #include "browser/VolumeMenu.h"
 #include "cache/DayEntry.h"
 #include "logic/NotificationProtocol.h"
@@ -95,6 +96,7 @@ public:
     void updateListOfContentsInCache(const QByteArray &timeFolder);
     void updateListOfContentsInCache() override { updateListOfContentsInCache(QByteArray()); }
     void sortContents();
+    SortOrder sortOrder() const { return SortOrder::fromCode(mSortByCaching); }
 
     // Size calculation (SizeDisplay.cpp).
     void calcSizeContents(const QByteArray &path);
@@ -255,6 +257,7 @@ private:
     bool mFirstUse = false;
     bool mAdminPrivilegesWereSet = false;
     bool mDrawingDragImage = false;
+    // The contents list's order, kept as its integer code (sortOrder() reads it).
     qint64 mSortByCaching = 0;
     bool mSortAscending = false;
 

@@ -16,7 +16,7 @@ public:
     const QList<VolumeMenuEntry> &protectedVolumes() const { return c.mProtectedVolumes; }
     const QByteArrayList &cacheTimesInDay() const { return c.mCacheTimesInDay; }
     qint64 selectedDate() const { return c.mSelectedDate; }
-    qint64 sortCode() const { return c.mSortByCaching; }
+    SortOrder sortOrder() const { return c.sortOrder(); }
     bool firstUse() const { return c.mFirstUse; }
     bool volumeNotMounted() const { return c.mVolumeNotMounted; }
     bool drawingDragImage() const { return c.mDrawingDragImage; }

@@ -1,5 +1,6 @@
 #include "WindowFixture.h"
 
+#include "browser/ContentsSort.h"
 #include "browser/DayTexts.h"
 #include "browser/IncompleteItems.h"
 #include "cache/CacheLayout.h"
@@ -377,32 +378,32 @@ private slots:
         item("2024-05-01", "11_00_00", "charlie");
         item("2024-05-01", "10_00_00", "delta");
         launch();
-        QCOMPARE(c->probe.sortCode(), 0);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByName);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"Alpha", "bravo", "charlie", "delta"}));
         Fixture::clickHeader(*c, QStringLiteral("1")); // the indicator was there: now descending
-        QCOMPARE(c->probe.sortCode(), 2);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByNameDescending);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"delta", "charlie", "bravo", "Alpha"}));
         Fixture::clickHeader(*c, QStringLiteral("3"));
-        QCOMPARE(c->probe.sortCode(), 1);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByTime);
         QCOMPARE(Fixture::names(*c).last(), QByteArray("charlie"));
         QCOMPARE(Fixture::names(*c).at(2), QByteArray("delta"));
         Fixture::clickHeader(*c, QStringLiteral("3"));
-        QCOMPARE(c->probe.sortCode(), 3);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByTimeDescending);
         QCOMPARE(Fixture::names(*c).first(), QByteArray("charlie"));
         QCOMPARE(c->ui.mContentsModel->index(0, 2).data().toString(),
                  DayTexts::cachingTime("2024-05-01 11_00_00"));
         // The size column does not sort and leaves the indicator where it was.
         const QList<QByteArray> before = Fixture::names(*c);
         Fixture::clickHeader(*c, QStringLiteral("2"));
-        QCOMPARE(c->probe.sortCode(), 3);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByTimeDescending);
         QCOMPARE(Fixture::names(*c), before);
         QCOMPARE(c->ui.mTableViewContents->horizontalHeader()->sortIndicatorSection(), 2);
         Fixture::clickHeader(*c, QStringLiteral("1"));
-        QCOMPARE(c->probe.sortCode(), 0);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByName);
         // A new scan lists in the chosen order.
         Fixture::clickHeader(*c, QStringLiteral("1"));
         scanAndWait();
-        QCOMPARE(c->probe.sortCode(), 2);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByNameDescending);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"delta", "charlie", "bravo", "Alpha"}));
     }
 
@@ -913,17 +914,17 @@ private slots:
         // It sorts like the name column: by folder (none first), then by name.
         c->ui.window->resize(1200, 600);
         Fixture::clickHeader(*c, QStringLiteral("4"));
-        QCOMPARE(c->probe.sortCode(), 4);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByOrigin);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"orphan.txt", "notes.txt", "report.txt", "photos"}));
         Fixture::clickHeader(*c, QStringLiteral("4"));
-        QCOMPARE(c->probe.sortCode(), 6);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByOriginDescending);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
         filled.clear();
         scanAndWait(); // a new scan lists in that order too, once its origins are in
         QTRY_VERIFY(!filled.isEmpty());
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
         Fixture::clickHeader(*c, QStringLiteral("1"));
-        QCOMPARE(c->probe.sortCode(), 0);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByName);
 
         QAction *putBack = toolbarAction("putBackButton");
         QVERIFY(putBack);
