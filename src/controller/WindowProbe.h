@@ -8,31 +8,31 @@
 class WindowProbe
 {
 public:
-    explicit WindowProbe(AppDelegate &controller) : c(controller) {}
+    explicit WindowProbe(AppDelegate &controller) : mController(controller) {}
 
-    const MainWindowOutlets &ui() const { return c; }
-    const QList<DayEntry> &days() const { return c.mDates; }
-    const CacheItems &contents() const { return c.mContents; }
-    const QList<VolumeMenuEntry> &protectedVolumes() const { return c.mProtectedVolumes; }
-    const QByteArrayList &cacheTimesInDay() const { return c.mCacheTimesInDay; }
-    qint64 selectedDate() const { return c.mSelectedDate; }
-    SortOrder sortOrder() const { return c.sortOrder(); }
-    bool firstUse() const { return c.mFirstUse; }
-    bool volumeNotMounted() const { return c.mVolumeNotMounted; }
-    bool drawingDragImage() const { return c.mDrawingDragImage; }
-    bool scanning() const { return c.mReadingCacheContents; }
-    bool scanMustStop() const { return c.mReadingCacheContentsMustStop; }
-    bool sizing() const { return c.mCalculatingSizeContents; }
-    bool sizingMustStop() const { return c.mCalculatingSizeContentsMustStop; }
-    QLabel *lossesInfo() const { return c.mLossesInfo; }
-    LossesDialog *lossesDialog() const { return c.mLossesDialog; }
-    LossWatch *lossWatch() const { return c.mLossWatch; }
-    RemovalQueue *removals() const { return c.mRemovals; }
-    QuickLook &quickLook() const { return c.mQuickLook; }
+    const MainWindowOutlets &ui() const { return mController; }
+    const QList<DayEntry> &days() const { return mController.mDates; }
+    const CacheItems &contents() const { return mController.mContents; }
+    const QList<VolumeMenuEntry> &protectedVolumes() const { return mController.mProtectedVolumes; }
+    const QByteArrayList &cacheTimesInDay() const { return mController.mCacheTimesInDay; }
+    qint64 selectedDate() const { return mController.mSelectedDate; }
+    SortOrder sortOrder() const { return mController.sortOrder(); }
+    bool firstUse() const { return mController.mFirstUse; }
+    bool volumeNotMounted() const { return mController.mVolumeNotMounted; }
+    bool drawingDragImage() const { return mController.mDrawingDragImage; }
+    bool scanning() const { return mController.mReadingCacheContents; }
+    bool scanMustStop() const { return mController.mReadingCacheContentsMustStop; }
+    bool sizing() const { return mController.mCalculatingSizeContents; }
+    bool sizingMustStop() const { return mController.mCalculatingSizeContentsMustStop; }
+    QLabel *lossesInfo() const { return mController.mLossesInfo; }
+    LossesDialog *lossesDialog() const { return mController.mLossesDialog; }
+    LossWatch *lossWatch() const { return mController.mLossWatch; }
+    RemovalQueue *removals() const { return mController.mRemovals; }
+    QuickLook &quickLook() const { return mController.mQuickLook; }
 
-    void setSelectedDate(qint64 date) { c.mSelectedDate = date; }
-    void setCacheTimesInDay(const QByteArrayList &timeFolders) { c.mCacheTimesInDay = timeFolders; }
+    void setSelectedDate(qint64 date) { mController.mSelectedDate = date; }
+    void setCacheTimesInDay(const QByteArrayList &timeFolders) { mController.mCacheTimesInDay = timeFolders; }
 
 private:
-    AppDelegate &c;
+    AppDelegate &mController;
 };
