@@ -16,7 +16,10 @@ struct SortOrder
     {
         return {(code & 4) ? Origin : (code & 1) ? Time : Name, (code & 2) != 0};
     }
-    constexpr int code() const { return (key == Origin ? 4 : key == Time ? 1 : 0) | (descending ? 2 : 0); }
+    constexpr int code() const
+    {
+        return (key == Origin ? 4 : key == Time ? 1 : 0) | (descending ? 2 : 0);
+    }
 
     friend constexpr bool operator==(SortOrder, SortOrder) = default;
 };

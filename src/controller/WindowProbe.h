@@ -31,7 +31,10 @@ public:
     QuickLook &quickLook() const { return mController.mQuickLook; }
 
     void setSelectedDate(qint64 date) { mController.mSelectedDate = date; }
-    void setCacheTimesInDay(const QByteArrayList &timeFolders) { mController.mCacheTimesInDay = timeFolders; }
+    void setCacheTimesInDay(const QByteArrayList &timeFolders)
+    {
+        mController.mCacheTimesInDay = timeFolders;
+    }
 
 private:
     AppDelegate &mController;

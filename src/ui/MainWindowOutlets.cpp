@@ -89,7 +89,8 @@ void MainWindowOutlets::buildWindow(TableDataSource *source, QObject *owner)
 
     // What a restore did shows above the list it is about.
     mMessageBar = new MessageBar(mainUi.contentsPane);
-    mainUi.contentsPaneLayout->insertWidget(mainUi.contentsPaneLayout->indexOf(mTableViewContents), mMessageBar);
+    mainUi.contentsPaneLayout->insertWidget(mainUi.contentsPaneLayout->indexOf(mTableViewContents),
+                                            mMessageBar);
     mainUi.mSplitter->setStretchFactor(1, 3);
 }
 
