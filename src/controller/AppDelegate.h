@@ -12,8 +12,8 @@
 #include "logic/RestoreActions.h"
 #include "logic/WorkerState.h"
 #include "ui/Actions.h"
-#include "ui/TableModel.h"
 #include "ui/MainWindowOutlets.h"
+#include "ui/TableModel.h"
 #include "ui/TableView.h"
 #include "volumes/DiskDescription.h"
 
@@ -33,23 +33,14 @@ class ContentsScanJob;
 class IncompleteLookup;
 class LossWatch;
 class LossesDialog;
-class MessageBar;
 class MessageBoxPresenter;
-class ProgressArea;
-class RemovalQueue;
-class WorkProgress;
 class MountWatcher;
 class NotificationBus;
-class QComboBox;
-class QDialog;
-class QLabel;
-class QLineEdit;
-class QMainWindow;
-class QTimer;
-class QToolBar;
-class PreferencesSheet;
 class PreviewPanel;
-class QToolButton;
+class QLabel;
+class QTimer;
+class RemovalQueue;
+class WorkProgress;
 
 // The window's controller. It owns every piece of the window's state, answers the tables as
 // their data source and drives the workers. Its operations are split by concern over the files
