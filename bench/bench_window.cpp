@@ -16,6 +16,7 @@
 #include "common/SettingsKeys.h"
 #include "common/Texts.h"
 #include "controller/AppDelegate.h"
+#include "controller/WindowProbe.h"
 #include "ui/TableView.h"
 
 #include <QApplication>
@@ -170,9 +171,10 @@ public:
 
 ScanFigures scanAllDays(AppDelegate &c, const QString &search)
 {
-    c.mSearchString->setText(search);
+    const WindowProbe probe(c);
+    probe.ui().mSearchString->setText(search);
     QElapsedTimer clock;
-    PaintWatch paint(c.mTableViewContents->viewport(), c.mContentsModel, &clock);
+    PaintWatch paint(probe.ui().mTableViewContents->viewport(), probe.ui().mContentsModel, &clock);
     // A timer that should fire every 2 ms: the longest pause between two firings is the longest
     // time the event loop did not turn.
     // The same in the main thread's processor time, which the machine's other load cannot stretch.
@@ -194,7 +196,7 @@ ScanFigures scanAllDays(AppDelegate &c, const QString &search)
     lastCpu = mainCpu0;
     double firstRows = -1;
     QMetaObject::Connection rowsSeen = QObject::connect(&c, &AppDelegate::contentsListChanged, [&] {
-        if (firstRows < 0 && c.mContents.size() > 0)
+        if (firstRows < 0 && probe.contents().size() > 0)
             firstRows = double(clock.nsecsElapsed()) / 1e9;
     });
     clock.start();
@@ -202,8 +204,8 @@ ScanFigures scanAllDays(AppDelegate &c, const QString &search)
     ticker.start();
     // No day selected: every day is scanned.
     {
-        const QSignalBlocker block(c.mTableViewDate->selectionModel());
-        c.mTableViewDate->clearSelection();
+        const QSignalBlocker block(probe.ui().mTableViewDate->selectionModel());
+        probe.ui().mTableViewDate->clearSelection();
     }
     c.updateListOfContentsInCache();
     double filled = -1;
@@ -222,11 +224,11 @@ ScanFigures scanAllDays(AppDelegate &c, const QString &search)
     ticker.stop();
     f.longestGap = longest;
     // The first paint may follow the last hand-over of a short scan.
-    if (paint.firstPaint < 0 && c.mContents.size() > 0) QCoreApplication::processEvents();
+    if (paint.firstPaint < 0 && probe.contents().size() > 0) QCoreApplication::processEvents();
     f.firstPaint = paint.firstPaint;
     f.firstRows = firstRows;
     QObject::disconnect(rowsSeen);
-    f.rows = c.mContents.size();
+    f.rows = probe.contents().size();
     if (!ended) std::printf("  scan did not end!\n");
     return f;
 }
@@ -265,7 +267,7 @@ int startupChild(const char *startNs)
     QTimer poll;
     poll.setInterval(0);
     QObject::connect(&poll, &QTimer::timeout, [&] {
-        if (c.window->windowHandle() && c.window->windowHandle()->isExposed()) {
+        if (QWindow *w = WindowProbe(c).ui().window->windowHandle(); w && w->isExposed()) {
             shown = monotonicNs();
             app.quit();
         }
@@ -355,7 +357,7 @@ int main(int argc, char **argv)
     const double scanAll = med(all, &ScanFigures::total);
     const double scanReport = med(report, &ScanFigures::total);
     std::printf("items: %lld, matching \"report\": %lld, days: %lld\n", (long long)all.back().rows,
-                (long long)report.back().rows, (long long)c->mDates.size());
+                (long long)report.back().rows, (long long)WindowProbe(*c).days().size());
     std::printf("scan all days, request to end message : %8.3f s   find -mindepth 3 -maxdepth 3 : "
                 "%8.3f s   ratio %.2f\n",
                 scanAll, find, scanAll / find);
@@ -409,18 +411,18 @@ int main(int argc, char **argv)
                     med(with, &ScanFigures::firstPaint) * 1000, med(with, &ScanFigures::total), med(with, &ScanFigures::filled));
         verdict("flat, with records: first rows visible within 100 ms", med(with, &ScanFigures::firstPaint) <= 0.100);
         // The process's growth from an empty list to the full one, freed memory given back first.
-        f->mSearchString->setText(QStringLiteral("\x01 matches nothing"));
-        scanAllDays(*f, f->mSearchString->text());
+        WindowProbe(*f).ui().mSearchString->setText(QStringLiteral("\x01 matches nothing"));
+        scanAllDays(*f, WindowProbe(*f).ui().mSearchString->text());
         malloc_trim(0);
         const long before = rssKb();
         const ScanFigures s = scanAllDays(*f, QString());
         malloc_trim(0);
         const long after = rssKb();
-        const double n = double(std::max<qsizetype>(1, f->mContents.size()));
-        const double overhead = double(f->mContents.overheadBytes()) / n;
-        const double rssBeyondNames = (double(after - before) * 1024.0 - double(f->mContents.nameBytes())) / n;
+        const double n = double(std::max<qsizetype>(1, WindowProbe(*f).contents().size()));
+        const double overhead = double(WindowProbe(*f).contents().overheadBytes()) / n;
+        const double rssBeyondNames = (double(after - before) * 1024.0 - double(WindowProbe(*f).contents().nameBytes())) / n;
         std::printf("flat cache: %lld items in one time folder, %.1f MB of names, listed in %.3f s\n", (long long)s.rows,
-                    double(f->mContents.nameBytes()) / 1e6, s.total);
+                    double(WindowProbe(*f).contents().nameBytes()) / 1e6, s.total);
         std::printf("contents list, bytes per item beyond the names: %.1f (the list), %.1f (the process's growth, view included)\n",
                     overhead, rssBeyondNames);
         verdict("contents list <= 64 bytes per item beyond the names", overhead <= 64.0);

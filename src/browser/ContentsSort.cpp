@@ -44,36 +44,11 @@ inline int compareOrigins(const CacheItems &x, const CacheItems::Row &a, const C
     return NameMatch::compare(x.originFolder(a), y.originFolder(b));
 }
 
-} // namespace
-
-int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, int code)
-{
-    code &= 0xff;
-    int c = 0;
-    if (code & 4) {
-        c = compareOrigins(items, a, items, b);
-        if (c == 0)
-            c = compareNames(items, a, items, b);
-    } else if (code & 1) {
-        // Time-folder names are ASCII digits, so equal folders need no look at the names.
-        if (a.folder == b.folder)
-            return 0;
-        c = NameMatch::compare(items.timeFolderName(a.folder), items.timeFolderName(b.folder));
-    } else {
-        c = compareNames(items, a, items, b);
-    }
-    return (code & 2) ? -c : c;
-}
-
-namespace {
-
 // Order of the time folders, as ranks: equal names share a rank. Sorting by time then compares
 // two integers instead of two names.
 std::vector<std::uint32_t> folderRanks(const CacheItems &items)
 {
-    std::uint32_t folders = 0;
-    for (const CacheItems::Row &r : items.rows())
-        folders = std::max(folders, r.folder + 1);
+    const std::uint32_t folders = items.folderCount();
     std::vector<std::uint32_t> order(folders);
     for (std::uint32_t i = 0; i < folders; ++i)
         order[i] = i;
@@ -91,44 +66,58 @@ std::vector<std::uint32_t> folderRanks(const CacheItems &items)
     return rank;
 }
 
-auto lessFor(const CacheItems &items, int code, const std::vector<std::uint32_t> &ranks)
-{
-    code &= 0xff;
-    return [&items, code, &ranks](const CacheItems::Row &a, const CacheItems::Row &b) {
-        int c = 0;
-        if (code & 4)
-            return compare(items, a, b, code) < 0;
-        if (code & 1)
-            c = ranks[a.folder] == ranks[b.folder] ? 0 : (ranks[a.folder] < ranks[b.folder] ? -1 : 1);
-        else
-            c = compareNames(items, a, items, b);
-        return ((code & 2) ? -c : c) < 0;
-    };
-}
-
-} // namespace
-
-namespace {
-
-// `a` before `b`: keys that differ decide at once, without a call; anything else asks compare().
-struct RowLess
+// The one order of two rows of a list. A time sort over many rows ranks the folders first
+// (`ranks`); without ranks it compares the folders' names. A name sort lets keys that differ
+// decide before any call.
+struct RowOrder
 {
     const CacheItems &items;
-    int code;
+    SortOrder order;
+    const std::vector<std::uint32_t> *ranks = nullptr;
+
+    int compare(const CacheItems::Row &a, const CacheItems::Row &b) const
+    {
+        int c = 0;
+        switch (order.key) {
+        case SortOrder::Origin:
+            c = compareOrigins(items, a, items, b);
+            if (c == 0)
+                c = compareNames(items, a, items, b);
+            break;
+        case SortOrder::Time:
+            // Time-folder names are ASCII digits, so equal folders need no look at the names.
+            if (a.folder == b.folder)
+                return 0;
+            if (ranks)
+                c = (*ranks)[a.folder] == (*ranks)[b.folder] ? 0 : ((*ranks)[a.folder] < (*ranks)[b.folder] ? -1 : 1);
+            else
+                c = NameMatch::compare(items.timeFolderName(a.folder), items.timeFolderName(b.folder));
+            break;
+        case SortOrder::Name:
+            c = compareNames(items, a, items, b);
+            break;
+        }
+        return order.descending ? -c : c;
+    }
+
     bool operator()(const CacheItems::Row &a, const CacheItems::Row &b) const
     {
-        if ((code & 5) == 0) {
-            const bool descending = code & 2;
+        if (order.key == SortOrder::Name) {
             if (a.key[0] != b.key[0])
-                return descending ? a.key[0] > b.key[0] : a.key[0] < b.key[0];
+                return order.descending ? a.key[0] > b.key[0] : a.key[0] < b.key[0];
             if (a.key[1] != b.key[1])
-                return descending ? a.key[1] > b.key[1] : a.key[1] < b.key[1];
+                return order.descending ? a.key[1] > b.key[1] : a.key[1] < b.key[1];
         }
-        return compare(items, a, b, code) < 0;
+        return compare(a, b) < 0;
     }
 };
 
 } // namespace
+
+int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, SortOrder order)
+{
+    return RowOrder{items, order}.compare(a, b);
+}
 
 namespace {
 
@@ -182,68 +171,62 @@ std::vector<std::uint32_t> nameOrder(const CacheItems &items, bool descending)
 // The order of the rows by caching time: the few time folders are ranked once.
 std::vector<std::uint32_t> timeOrder(const CacheItems &items, bool descending)
 {
-    std::vector<std::uint32_t> folders(items.folderCount());
-    for (std::uint32_t f = 0; f < folders.size(); ++f)
-        folders[f] = f;
-    std::sort(folders.begin(), folders.end(), [&](std::uint32_t a, std::uint32_t b) {
-        const int c = NameMatch::compare(items.timeFolderName(a), items.timeFolderName(b));
-        return descending ? c > 0 : c < 0;
-    });
-    std::vector<std::uint32_t> rank(folders.size());
-    for (std::uint32_t i = 0; i < folders.size(); ++i)
-        rank[folders[i]] = i;
-    // Equal folder names share one rank, as they compare equal.
-    for (std::uint32_t i = 1; i < folders.size(); ++i)
-        if (NameMatch::compare(items.timeFolderName(folders[i - 1]), items.timeFolderName(folders[i])) == 0)
-            rank[folders[i]] = rank[folders[i - 1]];
+    const std::vector<std::uint32_t> rank = folderRanks(items);
     const auto &rows = items.rows();
     std::vector<std::uint32_t> order(rows.size());
     for (std::uint32_t i = 0; i < order.size(); ++i)
         order[i] = i;
-    std::sort(order.begin(), order.end(),
-              [&](std::uint32_t a, std::uint32_t b) { return rank[rows[a].folder] < rank[rows[b].folder]; });
+    std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+        const std::uint32_t ra = rank[rows[a].folder], rb = rank[rows[b].folder];
+        return descending ? ra > rb : ra < rb;
+    });
     return order;
 }
 
-std::vector<std::uint32_t> orderOf(const CacheItems &items, int code)
+std::vector<std::uint32_t> orderOf(const CacheItems &items, SortOrder sortOrder)
 {
-    code &= 0xff;
-    if (code & 4) {
+    switch (sortOrder.key) {
+    case SortOrder::Origin: {
         // Few folders, many names: by name first, then stably by folder.
-        std::vector<std::uint32_t> order = nameOrder(items, code & 2);
+        std::vector<std::uint32_t> order = nameOrder(items, sortOrder.descending);
         const auto &rows = items.rows();
         std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
             const int c = compareOrigins(items, rows[a], items, rows[b]);
-            return (code & 2) ? c > 0 : c < 0;
+            return sortOrder.descending ? c > 0 : c < 0;
         });
         return order;
     }
-    return (code & 1) ? timeOrder(items, code & 2) : nameOrder(items, code & 2);
+    case SortOrder::Time:
+        return timeOrder(items, sortOrder.descending);
+    case SortOrder::Name:
+        break;
+    }
+    return nameOrder(items, sortOrder.descending);
 }
 
 } // namespace
 
-void sort(CacheItems &items, int code)
+void sort(CacheItems &items, SortOrder order)
 {
     // A short list (one time folder, say) sorts its rows in place; a long one sorts its keys
     // apart and moves each row once.
     auto &rows = items.rows();
     if (rows.size() <= 4096) {
-        std::sort(rows.begin(), rows.end(), RowLess{items, code & 0xff});
+        std::sort(rows.begin(), rows.end(), RowOrder{items, order});
         return;
     }
-    const std::vector<std::uint32_t> order = orderOf(items, code);
+    const std::vector<std::uint32_t> byRow = orderOf(items, order);
     std::vector<CacheItems::Row> sorted(rows.size());
-    for (std::size_t i = 0; i < order.size(); ++i)
-        sorted[i] = rows[order[i]];
+    for (std::size_t i = 0; i < byRow.size(); ++i)
+        sorted[i] = rows[byRow[i]];
     rows.swap(sorted);
 }
 
-void sortParallel(CacheItems &items, int code)
+void sortParallel(CacheItems &items, SortOrder order)
 {
     auto &rows = items.rows();
-    const auto ranks = (code & 1) ? folderRanks(items) : std::vector<std::uint32_t>();
-    const auto less = lessFor(items, code, ranks);
+    const auto ranks = order.key == SortOrder::Time ? folderRanks(items) : std::vector<std::uint32_t>();
+    const RowOrder less{items, order, &ranks};
     if (rows.size() < 20000 || std::thread::hardware_concurrency() < 2) {
         std::sort(rows.begin(), rows.end(), less);
         return;
@@ -257,82 +240,15 @@ void sortParallel(CacheItems &items, int code)
     other.join();
 }
 
-void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, int code)
+void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, SortOrder order)
 {
     const std::size_t before = items.rows().size();
     items.append(std::move(sortedBatch));
     auto &rows = items.rows();
-    std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(), RowLess{items, code & 0xff});
+    std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(), RowOrder{items, order});
 }
 
-namespace {
-
-// Compares rows of two different lists.
-struct CrossCompare
-{
-    const CacheItems &x;
-    const CacheItems &y;
-    int code;
-    // Time sorts compare few distinct folders many times over: remember the last pair.
-    std::uint32_t lastX = UINT32_MAX, lastY = UINT32_MAX;
-    int last = 0;
-
-    int operator()(const CacheItems::Row &a, const CacheItems::Row &b)
-    {
-        int c = 0;
-        if (code & 4) {
-            c = compareOrigins(x, a, y, b);
-            if (c == 0)
-                c = compareNames(x, a, y, b);
-        } else if (code & 1) {
-            if (a.folder != lastX || b.folder != lastY) {
-                lastX = a.folder;
-                lastY = b.folder;
-                last = NameMatch::compare(x.timeFolderName(a.folder), y.timeFolderName(b.folder));
-            }
-            c = last;
-        } else {
-            c = compareNames(x, a, y, b);
-        }
-        return (code & 2) ? -c : c;
-    }
-};
-
-void copyRow(CacheItems &out, const CacheItems &from, const CacheItems::Row &r, std::uint32_t folderBase)
-{
-    out.copyItem(from, r, r.folder + folderBase);
-}
-
-} // namespace
-
-void mergeSorted(const CacheItems &a, const CacheItems &b, int code, CacheItems &out)
-{
-    out.clear();
-    out.reserve(std::size_t(a.size() + b.size()), a.nameBytes() + b.nameBytes());
-    for (std::uint32_t f = 0; f < a.folderCount(); ++f)
-        out.addFolder(a.timeFolderPath(f));
-    const std::uint32_t bBase = a.folderCount();
-    for (std::uint32_t f = 0; f < b.folderCount(); ++f)
-        out.addFolder(b.timeFolderPath(f));
-
-    CrossCompare compare{a, b, code & 0xff};
-    const auto &ra = a.rows();
-    const auto &rb = b.rows();
-    std::size_t i = 0, j = 0;
-    while (i < ra.size() && j < rb.size()) {
-        // Ties take `a` first, so that merging keeps what was already listed in front.
-        if (compare(ra[i], rb[j]) > 0)
-            copyRow(out, b, rb[j++], bBase);
-        else
-            copyRow(out, a, ra[i++], 0);
-    }
-    for (; i < ra.size(); ++i)
-        copyRow(out, a, ra[i], 0);
-    for (; j < rb.size(); ++j)
-        copyRow(out, b, rb[j], bBase);
-}
-
-void mergeRuns(CacheItems &items, int code)
+void mergeRuns(CacheItems &items, SortOrder order)
 {
     // Bottom-up: neighbouring runs are merged pairwise, level after level, each level one
     // front-to-back pass over the rows. Only the rows move; the names stay where they are.
@@ -345,7 +261,7 @@ void mergeRuns(CacheItems &items, int code)
     if (bounds.size() <= 2)
         return;
     std::vector<CacheItems::Row> to(from.size());
-    const RowLess less{items, code & 0xff};
+    const RowOrder less{items, order};
     while (bounds.size() > 2) {
         std::vector<std::size_t> merged;
         std::size_t i = 0;
@@ -367,16 +283,16 @@ void mergeRuns(CacheItems &items, int code)
     items.rows().swap(from);
 }
 
-void sortCompact(CacheItems &items, int code)
+void sortCompact(CacheItems &items, SortOrder sortOrder)
 {
-    const std::vector<std::uint32_t> order = orderOf(items, code);
+    const std::vector<std::uint32_t> order = orderOf(items, sortOrder);
     CacheItems out;
     out.setOrigins(items.origins());
     out.reserve(order.size(), items.nameBytes());
     for (std::uint32_t f = 0; f < items.folderCount(); ++f)
         out.addFolder(items.timeFolderPath(f));
     for (const std::uint32_t i : order)
-        copyRow(out, items, items.rows()[i], 0);
+        out.copyItem(items, items.rows()[i], items.rows()[i].folder);
     items = std::move(out);
 }
 

@@ -137,7 +137,7 @@ int ls(int argc, char **argv)
         return CliIo::fail(QStringLiteral("--sort takes name, time or size"), 2);
     if (sortBy == "size" && a.flag("--no-sizes"))
         return CliIo::fail(QStringLiteral("--sort size needs the sizes"), 2);
-    const int code = (sortBy == "time" ? ContentsSort::ByTime : ContentsSort::ByName) | (a.flag("-r") ? 2 : 0);
+    const SortOrder order{sortBy == "time" ? SortOrder::Time : SortOrder::Name, a.flag("-r")};
     const auto v = volumeFromArgs(a);
     if (!v)
         return 1;
@@ -178,7 +178,7 @@ int ls(int argc, char **argv)
         expected = 0;
     items.reserve(std::size_t(expected), std::size_t(expected) * 32);
     ContentsScan::scan(roots, options, stop, [&](CacheItems &&batch) { items.append(std::move(batch)); });
-    ContentsSort::sortParallel(items, code);
+    ContentsSort::sortParallel(items, order);
     if (sortBy == "size") {
         // Smallest first (folders, which have no size, before files), names ordering equals.
         const bool descending = a.flag("-r");

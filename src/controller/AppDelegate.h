@@ -1,22 +1,21 @@
 #pragma once
 
 #include "browser/CacheItems.h"
+#include "browser/SortOrder.h"
 #include "browser/VolumeMenu.h"
 #include "cache/DayEntry.h"
-#include "controller/NotificationProtocol.h"
-#include "controller/PreferencesLogic.h"
-#include "controller/PrivilegeChecks.h"
-#include "controller/QuickLook.h"
-#include "controller/RemovalActions.h"
-#include "controller/RestoreActions.h"
+#include "logic/NotificationProtocol.h"
+#include "logic/PreferencesLogic.h"
+#include "logic/PrivilegeChecks.h"
+#include "logic/QuickLook.h"
+#include "logic/RemovalActions.h"
+#include "logic/RestoreActions.h"
+#include "logic/WorkerState.h"
 #include "ui/Actions.h"
-#include "controller/WorkerState.h"
+#include "ui/MainWindowOutlets.h"
 #include "ui/TableModel.h"
 #include "ui/TableView.h"
 #include "volumes/DiskDescription.h"
-
-#include "ui_AboutBox.h"
-#include "ui_MainWindow.h"
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -34,37 +33,32 @@ class ContentsScanJob;
 class IncompleteLookup;
 class LossWatch;
 class LossesDialog;
-class MessageBar;
 class MessageBoxPresenter;
-class ProgressArea;
-class RemovalQueue;
-class WorkProgress;
 class MountWatcher;
 class NotificationBus;
-class QComboBox;
-class QDialog;
-class QLabel;
-class QLineEdit;
-class QMainWindow;
-class QTimer;
-class QToolBar;
-class PreferencesSheet;
 class PreviewPanel;
-class QToolButton;
+class QLabel;
+class QTimer;
+class RemovalQueue;
+class WorkProgress;
 
 // The window's controller. It owns every piece of the window's state, answers the tables as
 // their data source and drives the workers. Its operations are split by concern over the files
-// of this folder: StartUp, VolumeList, DayList, ContentsList, SizeDisplay, Status, Tables,
-// Preferences, Notifications.
+// of this folder: StartUp, VolumeList, DayTable, ContentsList, SizeDisplay, Status, Tables,
+// Preferences, DaemonCommands, ItemCommands, RemoveCommands, PutBack, Progress, Preview. The
+// widgets are the outlets that ui/MainWindowOutlets builds; tests read the state through
+// WindowProbe.
 class AppDelegate : public QObject,
                     public TableDataSource,
                     public PreferencesTarget,
                     public NotificationTarget,
                     public RemovalTarget,
                     public WindowCommands,
-                    public TableViewDelegate
+                    public TableViewDelegate,
+                    private MainWindowOutlets
 {
     Q_OBJECT
+    friend class WindowProbe;
 public:
     explicit AppDelegate(QObject *parent = nullptr);
     ~AppDelegate() override;
@@ -73,9 +67,6 @@ public:
     bool applicationDidFinishLaunching();
     void applicationWillTerminate();
     void closeAboutBox();
-    // The system version as a decimal number (10.14.6 is 101406), cached once known.
-    static qint64 OSXVersion();
-    static void resetOSXVersionCacheForTesting();
 
     // Volume list (VolumeList.cpp). The Preferences sheet's volume table and its protect and
     // unprotect buttons are the sheet's own (ui/PreferencesSheet).
@@ -84,7 +75,7 @@ public:
     void deviceDidMount(const QString &path);
     void deviceDidUnmount(const QString &path);
 
-    // Day list (DayList.cpp).
+    // Day list (DayTable.cpp).
     void updateListOfDaysInCache() override;
     void reloadDayTable() override;
     void clickDateList();
@@ -96,6 +87,7 @@ public:
     void updateListOfContentsInCache(const QByteArray &timeFolder);
     void updateListOfContentsInCache() override { updateListOfContentsInCache(QByteArray()); }
     void sortContents();
+    SortOrder sortOrder() const { return SortOrder::fromCode(mSortByCaching); }
 
     // Size calculation (SizeDisplay.cpp).
     void calcSizeContents(const QByteArray &path);
@@ -120,7 +112,7 @@ public:
     void clickContentsList();
 
     // Notifications from the daemon and the companion, and the commands that send them
-    // (Notifications.cpp); the protocol itself is NotificationProtocol's.
+    // (DaemonCommands.cpp); the protocol itself is NotificationProtocol's.
     void receiveNotification(const QString &name, const QString &object,
                              const QVariantMap &userInfo);
     void setProtectionEnabledBox(bool checked) override;
@@ -131,7 +123,7 @@ public:
     // The new-version button: the download page in the browser.
     void gotoDownload();
 
-    // Menus, the lists' requests, restoring and revealing (Commands.cpp).
+    // Menus, the lists' requests, restoring and revealing (ItemCommands.cpp).
     void removeSelectedDays() override;
     void removeAllCaches() override;
     void showInFinder() override;
@@ -142,7 +134,7 @@ public:
     QMimeData *writeRowsWithIndexes(TableView *table, const QList<int> &rows) override;
     static constexpr int kDragImageResetMs = 500;
 
-    // Deleting from the caches for good, each after a confirmation (Removal.cpp).
+    // Deleting from the caches for good, each after a confirmation (RemoveCommands.cpp).
     // The contents list's selected items, in ascending row order.
     QByteArrayList selectedContentsPaths() const;
 
@@ -183,74 +175,6 @@ public:
     // Ends the program (a refused privilege check).
     virtual void terminate();
 
-    // ---- Interface (the outlets of the interface files).
-    QMainWindow *window = nullptr;
-    Ui::MainWindow mainUi;
-    Ui::AboutBox aboutUi;
-    QDialog *mAboutWindow = nullptr;
-    QLabel *mAboutVersion = nullptr;
-    QLabel *mNewVersion = nullptr;
-    QPushButton *mNewVersionButton = nullptr;
-    QToolButton *mProtectionONButton = nullptr;
-    QToolButton *mProtectionOFFButton = nullptr;
-    QToolButton *mCopySelectedItemsButton = nullptr;
-    QToolButton *mRemoveSelectedItemsButton = nullptr;
-    QToolButton *mEditPrefsButton = nullptr;
-    QToolButton *mShowHelpButton = nullptr;
-    QLabel *mProtectionInfos = nullptr;
-    QLabel *mProtectionInfosMore = nullptr;
-    QLabel *mLossesInfo = nullptr;
-    LossesDialog *mLossesDialog = nullptr;
-    LossWatch *mLossWatch = nullptr;
-    // Which contents rows were kept only in part.
-    IncompleteLookup *mIncomplete = nullptr;
-    QLineEdit *mSearchString = nullptr;
-    QComboBox *mSelectedVolumeMenu = nullptr;
-    QLabel *mCacheInfos = nullptr;
-    TableView *mTableViewDate = nullptr;
-    TableView *mTableViewContents = nullptr;
-    QLabel *mContentsInfos = nullptr;
-    PreferencesSheet *mPreferencesWindow = nullptr;
-    TableView *mProtectedVolumesTableView = nullptr;
-    QPushButton *mProtectedVolumesProtectButton = nullptr;
-    QPushButton *mProtectedVolumesUnprotectButton = nullptr;
-    TableModel *mDateModel = nullptr;
-    TableModel *mContentsModel = nullptr;
-    // Rows of the status bar for long restores and removals (Progress.cpp); the status bar shows
-    // only while one of them does.
-    ProgressArea *mRestoreProgressArea = nullptr;
-    ProgressArea *mRemovalProgressArea = nullptr;
-    // The restores' outcome, above the contents list.
-    MessageBar *mMessageBar = nullptr;
-
-    // ---- State.
-    QList<DayEntry> mDates;
-    CacheItems mContents;
-    QList<VolumeMenuEntry> mProtectedVolumes;
-    QByteArrayList mCacheTimesInDay;
-    qint64 mSelectedDate = -2;
-    QToolBar *mToolbar = nullptr;
-    // The space bar's preview; its panel is made on first use (Preview.cpp).
-    QuickLook mQuickLook{[this] { return lazilyCreatedPanel(); }};
-    bool mVolumeNotMounted = false;
-    bool mFirstUse = false;
-    bool mAdminPrivilegesWereSet = false;
-    bool mDrawingDragImage = false;
-    qint64 mSortByCaching = 0;
-    bool mSortAscending = false;
-
-    // The long work's counts, and the removals' worker (one removal at a time).
-    WorkProgress *mProgress = nullptr;
-    RemovalQueue *mRemovals = nullptr;
-
-    // Shared with the workers; the flags and mNextRefresh live in it.
-    const std::shared_ptr<WorkerState> mWorkers;
-    std::atomic<bool> &mReadingCacheContents;
-    std::atomic<bool> &mReadingCacheContentsMustStop;
-    std::atomic<bool> &mCalculatingSizeContents;
-    std::atomic<bool> &mCalculatingSizeContentsMustStop;
-    std::atomic<double> &mNextRefresh;
-
     // Pause of the search field before its text starts a scan, and the least time between two
     // hand-overs of a running scan to the window.
     static constexpr int kSearchPauseMs = 150;
@@ -276,8 +200,6 @@ protected:
 private:
     PreviewPanelControl *lazilyCreatedPanel();
     void loadInterface();
-    void translateInterface();
-    void createToolbar();
     void setUpTables();
     void registerObservers();
     void watchLosses();
@@ -306,6 +228,41 @@ private:
     // Texts with a colour that follows the theme: remembered, so a theme change re-colours them.
     void setText(QLabel *label, const QString &text, QColor (*color)() = nullptr);
     void recolorTexts();
+
+    // ---- Widgets made when first needed, beside the outlets.
+    QLabel *mLossesInfo = nullptr;
+    LossesDialog *mLossesDialog = nullptr;
+    LossWatch *mLossWatch = nullptr;
+    // Which contents rows were kept only in part.
+    IncompleteLookup *mIncomplete = nullptr;
+
+    // ---- State.
+    QList<DayEntry> mDates;
+    CacheItems mContents;
+    QList<VolumeMenuEntry> mProtectedVolumes;
+    QByteArrayList mCacheTimesInDay;
+    qint64 mSelectedDate = -2;
+    // The space bar's preview; its panel is made on first use (Preview.cpp).
+    QuickLook mQuickLook{[this] { return lazilyCreatedPanel(); }};
+    bool mVolumeNotMounted = false;
+    bool mFirstUse = false;
+    bool mAdminPrivilegesWereSet = false;
+    bool mDrawingDragImage = false;
+    // The contents list's order, kept as its integer code (sortOrder() reads it).
+    qint64 mSortByCaching = 0;
+    bool mSortAscending = false;
+
+    // The long work's counts, and the removals' worker (one removal at a time).
+    WorkProgress *mProgress = nullptr;
+    RemovalQueue *mRemovals = nullptr;
+
+    // Shared with the workers; the flags and mNextRefresh live in it.
+    const std::shared_ptr<WorkerState> mWorkers;
+    std::atomic<bool> &mReadingCacheContents;
+    std::atomic<bool> &mReadingCacheContentsMustStop;
+    std::atomic<bool> &mCalculatingSizeContents;
+    std::atomic<bool> &mCalculatingSizeContentsMustStop;
+    std::atomic<double> &mNextRefresh;
 
     PrivilegeChecks mPrivilegeChecks;
     // The core's alerts show over the window while this window lives.

@@ -3,7 +3,7 @@
 #include "browser/ContentsSort.h"
 #include "cache/CacheLayout.h"
 #include "controller/ContentsScanJob.h"
-#include "controller/IncompleteLookup.h"
+#include "logic/IncompleteLookup.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 
@@ -57,7 +57,7 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
         }
     }
     request.search = mSearchString->text();
-    request.sortCode = int(mSortByCaching & 0xff);
+    request.sortOrder = sortOrder();
 
     auto job = std::make_shared<ContentsScanJob>(std::move(request), mReadingCacheContentsMustStop);
     mContentsJob = job;
@@ -95,12 +95,12 @@ void AppDelegate::contentsReady(const std::shared_ptr<ContentsScanJob> &job)
 
 void AppDelegate::takeContents(const std::shared_ptr<ContentsScanJob> &job)
 {
-    int code = 0;
-    CacheItems batch = job->take(&code);
+    SortOrder sortedBy;
+    CacheItems batch = job->take(&sortedBy);
     mSinceHandOver.start();
     if (batch.isEmpty()) return;
-    const int current = int(mSortByCaching & 0xff);
-    if (code != current) ContentsSort::sort(batch, current); // sorted before the user re-sorted
+    const SortOrder current = sortOrder();
+    if (sortedBy != current) ContentsSort::sort(batch, current); // sorted before the user re-sorted
     ContentsSort::mergeSortedInto(mContents, std::move(batch), current);
     mContentsModel->reloadData();
     // Each merge costs the whole list: as it grows, the pauses grow with it, so that the window
@@ -141,7 +141,7 @@ void AppDelegate::endOrigins(const std::shared_ptr<ContentsScanJob> &job)
     if (job != mOriginsJob) return;
     mOriginsJob.reset();
     // Sorted by origin, the list was in name order among rows not filled yet.
-    if (mSortByCaching & ContentsSort::ByOrigin) sortContents();
+    if (sortOrder().key == SortOrder::Origin) sortContents();
     emit contentsOriginsFilled();
 }
 
@@ -167,9 +167,9 @@ void AppDelegate::showEndOfScanMessage()
 
 void AppDelegate::sortContents()
 {
-    const int code = int(mSortByCaching & 0xff);
-    ContentsSort::sortCompact(mContents, code);
+    const SortOrder order = sortOrder();
+    ContentsSort::sortCompact(mContents, order);
     // A running scan sorts what it finds from now on in the new order.
-    if (mContentsJob) mContentsJob->sortCode = code;
+    if (mContentsJob) mContentsJob->sortOrder = order;
     mContentsModel->reloadData();
 }

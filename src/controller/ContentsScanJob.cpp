@@ -5,7 +5,7 @@
 #include <thread>
 
 ContentsScanJob::ContentsScanJob(Request request, const std::atomic<bool> &stop)
-    : sortCode(request.sortCode), mRequest(std::move(request)), mStop(stop)
+    : sortOrder(request.sortOrder), mRequest(std::move(request)), mStop(stop)
 {
 }
 
@@ -20,9 +20,9 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
     options.inOrder = false;
     options.originFill = mFill;
     options.prepare = [this](CacheItems &folder) {
-        const int code = sortCode.load();
-        ContentsSort::sort(folder, code);
-        if (!folder.isEmpty()) mFolderCodes.fetch_or(1u << (code & 7));
+        const SortOrder order = sortOrder.load();
+        ContentsSort::sort(folder, order);
+        if (!folder.isEmpty()) mFolderCodes.fetch_or(1u << order.code());
     };
     bool first = true;
     std::thread scanner([this, options, &first, &wake] {
@@ -31,7 +31,7 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
             if (first && !batch.isEmpty()) {
                 first = false;
                 prepareChunk(batch);
-                addToReady(std::move(batch), sortCode.load(), wake);
+                addToReady(std::move(batch), sortOrder.load(), wake);
                 return;
             }
             std::lock_guard lock(mRawMutex);
@@ -54,8 +54,8 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
         }
         if (mStop.load(std::memory_order_relaxed))
             continue; // drain until the scan threads have noticed the stop
-        const int code = prepareChunk(chunk);
-        addToReady(std::move(chunk), code, wake);
+        const SortOrder order = prepareChunk(chunk);
+        addToReady(std::move(chunk), order, wake);
     }
     scanner.join();
     listed();
@@ -64,47 +64,47 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
     ended();
 }
 
-int ContentsScanJob::prepareChunk(CacheItems &chunk)
+SortOrder ContentsScanJob::prepareChunk(CacheItems &chunk)
 {
-    const int code = sortCode.load();
+    const SortOrder order = sortOrder.load();
     // The folders come sorted; after a change of order mid-scan they may not all agree.
-    if (mFolderCodes.load() == (1u << (code & 7)))
-        ContentsSort::mergeRuns(chunk, code);
+    if (mFolderCodes.load() == (1u << order.code()))
+        ContentsSort::mergeRuns(chunk, order);
     else
-        ContentsSort::sort(chunk, code);
-    return code;
+        ContentsSort::sort(chunk, order);
+    return order;
 }
 
-void ContentsScanJob::addToReady(CacheItems &&sorted, int code, const std::function<void()> &wake)
+void ContentsScanJob::addToReady(CacheItems &&sorted, SortOrder order, const std::function<void()> &wake)
 {
     CacheItems waiting;
-    int waitingCode = code;
+    SortOrder waitingOrder = order;
     {
         std::lock_guard lock(mReadyMutex);
         waiting = std::exchange(mReady, CacheItems());
-        waitingCode = mReadyCode;
+        waitingOrder = mReadyOrder;
     }
     // Merged outside the lock: the main thread may take in the meantime and then finds nothing.
     if (!waiting.isEmpty()) {
-        if (waitingCode != code) ContentsSort::sort(waiting, code);
-        ContentsSort::mergeSortedInto(waiting, std::move(sorted), code);
+        if (waitingOrder != order) ContentsSort::sort(waiting, order);
+        ContentsSort::mergeSortedInto(waiting, std::move(sorted), order);
         sorted = std::move(waiting);
     }
     bool mustWake = false;
     {
         std::lock_guard lock(mReadyMutex);
         mReady = std::move(sorted); // one producer at a time, so nobody filled it meanwhile
-        mReadyCode = code;
+        mReadyOrder = order;
         mustWake = !mWakePending;
         mWakePending = true;
     }
     if (mustWake) wake();
 }
 
-CacheItems ContentsScanJob::take(int *code)
+CacheItems ContentsScanJob::take(SortOrder *order)
 {
     std::lock_guard lock(mReadyMutex);
     mWakePending = false;
-    *code = mReadyCode;
+    *order = mReadyOrder;
     return std::exchange(mReady, CacheItems());
 }

@@ -2,6 +2,7 @@
 
 #include "browser/CacheItems.h"
 #include "browser/ContentsScan.h"
+#include "browser/SortOrder.h"
 
 #include <QString>
 
@@ -23,13 +24,13 @@ public:
     {
         QList<ContentsScan::Root> roots;
         QString search;
-        int sortCode = 0;
+        SortOrder sortOrder;
     };
 
     ContentsScanJob(Request request, const std::atomic<bool> &stop);
 
     // The order the worker sorts in; the main thread changes it when the user re-sorts mid-scan.
-    std::atomic<int> sortCode;
+    std::atomic<SortOrder> sortOrder;
     // Set by the main thread when it no longer wants the origins (a new scan, say).
     std::atomic<bool> originsMustStop{false};
 
@@ -42,19 +43,19 @@ public:
              const std::function<void()> &ended);
     const std::shared_ptr<OriginFolders> &table() const { return mFill->table(); }
 
-    // Main thread: what is waiting (possibly nothing), sorted by *code.
-    CacheItems take(int *code);
+    // Main thread: what is waiting (possibly nothing), sorted by *order.
+    CacheItems take(SortOrder *order);
 
 private:
     // Sorts a chunk (merging the folders' sorted runs when it can); returns the order used.
-    int prepareChunk(CacheItems &chunk);
+    SortOrder prepareChunk(CacheItems &chunk);
     // Called by one thread at a time: the first hand-over's scan thread, then this job's thread.
-    void addToReady(CacheItems &&sorted, int code, const std::function<void()> &wake);
+    void addToReady(CacheItems &&sorted, SortOrder order, const std::function<void()> &wake);
 
     Request mRequest;
     const std::atomic<bool> &mStop;
     const std::shared_ptr<ContentsScan::OriginFill> mFill = std::make_shared<ContentsScan::OriginFill>();
-    // One bit per sort code that the reading threads have sorted folders by.
+    // One bit per order (by its code) that the reading threads have sorted folders by.
     std::atomic<unsigned> mFolderCodes{0};
 
     // Found by the scan threads, not sorted yet.
@@ -66,6 +67,6 @@ private:
     // Sorted, waiting for the main thread.
     std::mutex mReadyMutex;
     CacheItems mReady;
-    int mReadyCode = 0;
+    SortOrder mReadyOrder;
     bool mWakePending = false;
 };

@@ -1,7 +1,7 @@
 #include "controller/AppDelegate.h"
 
 #include "common/LossWatch.h"
-#include "controller/IncompleteLookup.h"
+#include "logic/IncompleteLookup.h"
 #include "ui/LossesDialog.h"
 #include "ui/ZEL_Colors.h"
 

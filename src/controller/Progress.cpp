@@ -1,8 +1,7 @@
 #include "controller/AppDelegate.h"
 
-#include "controller/RemovalQueue.h"
-#include "controller/WorkProgress.h"
-#include "ui/ProgressArea.h"
+#include "logic/RemovalQueue.h"
+#include "logic/WorkProgress.h"
 
 #include <QMainWindow>
 #include <QStatusBar>
@@ -13,13 +12,7 @@ void AppDelegate::setUpProgress()
     mRemovals = new RemovalQueue(mProgress, this);
     mCopyJobs.setProgress(mProgress);
     mCopyJobs.setReporter(mWorkers, [this](const RestoreReport &report) { restoreFinished(report); });
-    // Permanent widgets: a message shown in the status bar never hides them.
-    QStatusBar *bar = window->statusBar();
-    mRestoreProgressArea = new ProgressArea(*mProgress, WorkJob::Kind::Restore, bar);
-    mRemovalProgressArea = new ProgressArea(*mProgress, WorkJob::Kind::Removal, bar);
-    bar->addPermanentWidget(mRestoreProgressArea);
-    bar->addPermanentWidget(mRemovalProgressArea);
-    bar->setSizeGripEnabled(false);
+    buildProgressAreas(*mProgress);
     // Connected after the areas, so that they are up to date when the bar is shown.
     connect(mProgress, &WorkProgress::changed, this, &AppDelegate::progressChanged);
     progressChanged();

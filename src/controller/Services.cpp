@@ -3,7 +3,7 @@
 #include "common/Locations.h"
 #include "common/Log.h"
 #include "common/Notifications.h"
-#include "controller/LoginItems.h"
+#include "logic/LoginItems.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>

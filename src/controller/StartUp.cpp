@@ -1,7 +1,5 @@
 #include "controller/AppDelegate.h"
 
-#include "ui/MessageBar.h"
-
 #include "cache/CacheLayout.h"
 #include "common/KeepSession.h"
 #include "common/Log.h"
@@ -9,31 +7,22 @@
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
-#include "controller/RemovalQueue.h"
+#include "logic/RemovalQueue.h"
 #include "ui/MessageBoxPresenter.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/RestoreUi.h"
-#include "ui/SystemVersion.h"
-#include "ui/TableView.h"
-#include "ui/ZEL_Colors.h"
-#include "ui_PreferencesSheet.h"
 #include "volumes/MountWatcher.h"
 
 #include <QApplication>
 #include <QDateTime>
 #include <QDesktopServices>
-#include <QDialog>
-#include <QHeaderView>
 #include <QMainWindow>
 #include <QTimer>
-#include <QToolBar>
 #include <QUrl>
 
 #include <cstring>
 
 namespace {
-
-qint64 sOSXVersion = 0;
 
 // Seconds since 2001-01-01 00:00 UTC, truncated.
 qint64 referenceSecondsNow()
@@ -74,92 +63,14 @@ AppDelegate::~AppDelegate()
 
 void AppDelegate::loadInterface()
 {
-    window = new QMainWindow;
-    mainUi.setupUi(window);
-    mAboutWindow = new QDialog(nullptr, Qt::Dialog | Qt::WindowCloseButtonHint);
-    aboutUi.setupUi(mAboutWindow);
-    mPreferencesWindow = new PreferencesSheet(window);
-    // The sheet draws with the window's colours and installs the companion through its hook.
-    PreferencesSheet::Colors colors;
-    colors.black = &ZEL_Colors::getBlackColor_Adaptable;
-    colors.darkGray = &ZEL_Colors::getDarkGrayColor_Adaptable;
-    colors.gray = &ZEL_Colors::getGrayColor_Adaptable;
-    colors.red = &ZEL_Colors::getRedColor_Adaptable;
-    colors.green = &ZEL_Colors::getGreenColor_Adaptable;
-    mPreferencesWindow->setColors(colors);
+    buildWindow(this, this);
+    // The sheet installs the companion through the controller's hook.
     mPreferencesWindow->setInstallMenu([this] { installSalvoraMenu(); });
-
-    mAboutVersion = aboutUi.mAboutVersion;
-    aboutUi.mAboutIcon->setPixmap(QApplication::windowIcon().pixmap(64, 64));
-    mNewVersion = mainUi.mNewVersion;
-    mNewVersionButton = mainUi.mNewVersionButton;
-    mProtectionONButton = mainUi.mProtectionONButton;
-    mProtectionOFFButton = mainUi.mProtectionOFFButton;
-    mCopySelectedItemsButton = mainUi.mCopySelectedItemsButton;
-    mRemoveSelectedItemsButton = mainUi.mRemoveSelectedItemsButton;
-    mEditPrefsButton = mainUi.mEditPrefsButton;
-    mShowHelpButton = mainUi.mShowHelpButton;
-    mProtectionInfos = mainUi.mProtectionInfos;
-    mProtectionInfosMore = mainUi.mProtectionInfosMore;
-    mSearchString = mainUi.mSearchString;
-    mSelectedVolumeMenu = mainUi.mSelectedVolumeMenu;
-    mCacheInfos = mainUi.mCacheInfos;
-    mTableViewDate = mainUi.mTableViewDate;
-    mTableViewContents = mainUi.mTableViewContents;
-    mContentsInfos = mainUi.mContentsInfos;
-    mProtectedVolumesTableView = mPreferencesWindow->ui().mProtectedVolumesTableView;
-    mProtectedVolumesProtectButton = mPreferencesWindow->ui().mProtectedVolumesProtectButton;
-    mProtectedVolumesUnprotectButton = mPreferencesWindow->ui().mProtectedVolumesUnprotectButton;
-
-    translateInterface();
-    QFont nameFont = aboutUi.mAboutName->font();
-    nameFont.setBold(true);
-    aboutUi.mAboutName->setFont(nameFont);
-
-    // Names are shown as they are, never as markup.
-    for (QLabel *label : {mCacheInfos, mContentsInfos, mProtectionInfos, mProtectionInfosMore,
-                          mAboutVersion, aboutUi.mAboutName})
-        label->setTextFormat(Qt::PlainText);
-
-    //% "Date"
-    const QString dateTitle = qtTrId("ColumnDate");
-    //% "Size"
-    const QString sizeTitle = qtTrId("ColumnSize");
-    //% "Items"
-    const QString countTitle = qtTrId("ColumnCount");
-    //% "Name"
-    const QString nameTitle = qtTrId("ColumnName");
-    //% "Moved to the cache"
-    const QString timeTitle = qtTrId("ColumnCachingTime");
-    //% "Original Location"
-    const QString originTitle = qtTrId("ColumnOriginalLocation");
-    const QStringList ids{QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")};
-    mDateModel = new TableModel(this, ids, this);
-    mDateModel->setHeaderTitles({dateTitle, sizeTitle, countTitle});
-    mContentsModel = new TableModel(this, ids + QStringList{QStringLiteral("4")}, this);
-    mContentsModel->setHeaderTitles({nameTitle, sizeTitle, timeTitle, originTitle});
-    mTableViewDate->setModel(mDateModel);
-    mTableViewContents->setModel(mContentsModel);
-
-    mTableViewDate->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
-    mTableViewDate->horizontalHeader()->resizeSection(1, 80);
-    mTableViewDate->horizontalHeader()->resizeSection(2, 60);
-    mTableViewContents->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
-    mTableViewContents->horizontalHeader()->resizeSection(1, 90);
-    mTableViewContents->horizontalHeader()->resizeSection(2, 150);
-    mTableViewContents->horizontalHeader()->resizeSection(3, 200);
-
-    // What a restore did shows above the list it is about.
-    mMessageBar = new MessageBar(mainUi.contentsPane);
-    mainUi.contentsPaneLayout->insertWidget(mainUi.contentsPaneLayout->indexOf(mTableViewContents), mMessageBar);
-    mainUi.mSplitter->setStretchFactor(1, 3);
-
     mNotifications = new NotificationProtocol(*this, this);
     mActions = new WindowActions(*this, this);
     mReveal = new FileManagerReveal(&RestoreUi::openUrl, this);
     setUpProgress();
-    // The menu bar is the commands' own; the interface file's menus would duplicate it.
-    window->menuBar()->clear();
+    // The menu bar is the commands' own.
     mActions->populateMenuBar(window->menuBar());
     mTableViewDate->setDelegate(this);
     mTableViewContents->setDelegate(this);
@@ -217,26 +128,6 @@ void AppDelegate::connectActions()
     });
 }
 
-void AppDelegate::createToolbar()
-{
-    mToolbar = new QToolBar(window);
-    mToolbar->setMovable(false);
-    mToolbar->setFloatable(false);
-    mActions->populateToolbar(mToolbar);
-    // The button outlets are the toolbar's own buttons for the commands' actions.
-    auto button = [this](const char *identifier) {
-        QAction *action = mActions->toolbarItem(QLatin1String(identifier));
-        return qobject_cast<QToolButton *>(mToolbar->widgetForAction(action));
-    };
-    mProtectionONButton = button(WindowActions::kProtectionON);
-    mProtectionOFFButton = button(WindowActions::kProtectionOFF);
-    mCopySelectedItemsButton = button(WindowActions::kCopyButton);
-    mRemoveSelectedItemsButton = button(WindowActions::kRemoveButton);
-    mEditPrefsButton = button(WindowActions::kPreferences);
-    mShowHelpButton = button(WindowActions::kShowHelp);
-    window->addToolBar(Qt::TopToolBarArea, mToolbar);
-}
-
 void AppDelegate::registerObservers()
 {
     mNotificationBus = new NotificationBus(this);
@@ -266,7 +157,7 @@ bool AppDelegate::applicationDidFinishLaunching()
     mCacheTimesInDay.clear();
 
     // 3-4. Toolbar and preview items.
-    createToolbar();
+    buildToolbar(*mActions);
 
     // The privilege checks may already need to tell the user something.
     if (!mAlertPresenter) mAlertPresenter = std::make_unique<MessageBoxPresenter>(window);
@@ -370,19 +261,6 @@ void AppDelegate::applicationWillTerminate()
 void AppDelegate::closeAboutBox()
 {
     mAboutWindow->hide();
-}
-
-qint64 AppDelegate::OSXVersion()
-{
-    if (sOSXVersion != 0) return sOSXVersion;
-    const std::optional<SystemVersion::Parts> parts = SystemVersion::read();
-    sOSXVersion = parts ? SystemVersion::decimal(*parts) : 0;
-    return sOSXVersion;
-}
-
-void AppDelegate::resetOSXVersionCacheForTesting()
-{
-    sOSXVersion = 0;
 }
 
 void AppDelegate::openFile(const QString &path)

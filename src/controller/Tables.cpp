@@ -3,7 +3,7 @@
 #include "browser/DayTexts.h"
 #include "cache/CacheLayout.h"
 #include "common/SizeText.h"
-#include "controller/IncompleteLookup.h"
+#include "logic/IncompleteLookup.h"
 #include "ui/TableView.h"
 #include "ui/ZEL_Colors.h"
 #include "volumes/Volumes.h"
@@ -204,14 +204,17 @@ void AppDelegate::sortDescriptorsDidChange(bool ascending)
 
 void AppDelegate::didClickTableColumn(const QString &identifier)
 {
+    SortOrder order;
     if (identifier == QLatin1String("1"))
-        mSortByCaching = mSortAscending ? 0 : 2;
+        order.key = SortOrder::Name;
     else if (identifier == QLatin1String("3"))
-        mSortByCaching = mSortAscending ? 1 : 3;
+        order.key = SortOrder::Time;
     else if (identifier == QLatin1String("4"))
-        mSortByCaching = mSortAscending ? 4 : 6;
+        order.key = SortOrder::Origin;
     else
         return; // the list cannot be sorted by size
+    order.descending = !mSortAscending;
+    mSortByCaching = order.code();
     sortContents();
 }
 

@@ -1,6 +1,6 @@
 #include "ui/Actions.h"
 
-#include "controller/ContextMenus.h"
+#include "logic/ContextMenus.h"
 
 #include <QAction>
 #include <QApplication>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "controller/PreferencesLogic.h"
+#include "logic/PreferencesLogic.h"
 
 #include <QColor>
 #include <QDialog>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "controller/QuickLook.h"
+#include "logic/QuickLook.h"
 
 #include <QDateTime>
 #include <QIcon>

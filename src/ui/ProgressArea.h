@@ -1,6 +1,6 @@
 #pragma once
 
-#include "controller/WorkProgress.h"
+#include "logic/WorkProgress.h"
 
 #include <QWidget>
 

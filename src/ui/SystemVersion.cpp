@@ -56,15 +56,6 @@ qint64 packed(const Parts &p)
            p.bugFix;
 }
 
-qint64 decimal(const Parts &p)
-{
-    const QString major = p.major >= 10 ? QString::number(p.major) : QStringLiteral("0");
-    auto twoDigits = [](int n) {
-        return n < 10 ? QStringLiteral("0%1").arg(n) : QString::number(n);
-    };
-    return (major + twoDigits(p.minor) + twoDigits(p.bugFix)).toLongLong();
-}
-
 void setSourceForTesting(std::function<std::optional<Parts>()> s)
 {
     source() = std::move(s);

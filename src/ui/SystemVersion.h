@@ -24,8 +24,6 @@ std::optional<Parts> parseOsRelease(const QByteArray &text);
 // Nibble packing: (M div 10) x 4096 + (M mod 10) x 256 + m x 16 + b. A minor or bug-fix number of
 // 16 or more spills into the next nibble on purpose.
 qint64 packed(const Parts &p);
-// Decimal form MMmmbb: a one-digit major becomes 0, minor and bug-fix are two digits.
-qint64 decimal(const Parts &p);
 
 // Test seam: where read() takes its numbers from (nullptr restores os-release).
 void setSourceForTesting(std::function<std::optional<Parts>()> source);

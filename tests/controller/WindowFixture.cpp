@@ -37,10 +37,10 @@ bool launchAndSettle(TestDelegate &c, int timeoutMs)
     if (!c.applicationDidFinishLaunching()) return false;
     QElapsedTimer t;
     t.start();
-    while (c.mSelectedVolumeMenu->count() == 0 && t.elapsed() < timeoutMs)
+    while (c.ui.mSelectedVolumeMenu->count() == 0 && t.elapsed() < timeoutMs)
         QTest::qWait(5);
     // A cache without days starts no scan.
-    return c.mSelectedVolumeMenu->count() > 0 && waitForScans(ended, started.size(), timeoutMs);
+    return c.ui.mSelectedVolumeMenu->count() > 0 && waitForScans(ended, started.size(), timeoutMs);
 }
 
 bool waitForScans(QSignalSpy &spy, qsizetype count, int timeoutMs)
@@ -52,14 +52,14 @@ bool waitForScans(QSignalSpy &spy, qsizetype count, int timeoutMs)
     return spy.size() >= count;
 }
 
-bool settle(const AppDelegate &c, int timeoutMs)
+bool settle(const TestDelegate &c, int timeoutMs)
 {
     QElapsedTimer t, idle;
     t.start();
     idle.start();
     while (t.elapsed() < timeoutMs) {
         QTest::qWait(5);
-        if (c.mReadingCacheContents)
+        if (c.probe.scanning())
             idle.restart();
         else if (idle.elapsed() > AppDelegate::kScanRetryMs + 100)
             return true;
@@ -67,23 +67,23 @@ bool settle(const AppDelegate &c, int timeoutMs)
     return false;
 }
 
-QList<QByteArray> names(const AppDelegate &c)
+QList<QByteArray> names(const TestDelegate &c)
 {
     QList<QByteArray> out;
-    for (qsizetype i = 0; i < c.mContents.size(); ++i)
-        out.append(c.mContents.name(i).toByteArray());
+    for (qsizetype i = 0; i < c.probe.contents().size(); ++i)
+        out.append(c.probe.contents().name(i).toByteArray());
     return out;
 }
 
-QList<int> selectedDays(const AppDelegate &c)
+QList<int> selectedDays(const TestDelegate &c)
 {
-    return c.mTableViewDate->selectedRowNumbers();
+    return c.ui.mTableViewDate->selectedRowNumbers();
 }
 
-void clickHeader(AppDelegate &c, const QString &identifier)
+void clickHeader(TestDelegate &c, const QString &identifier)
 {
-    QHeaderView *header = c.mTableViewContents->horizontalHeader();
-    const int section = c.mContentsModel->columnForIdentifier(identifier);
+    QHeaderView *header = c.ui.mTableViewContents->horizontalHeader();
+    const int section = c.ui.mContentsModel->columnForIdentifier(identifier);
     const QPoint at(header->sectionViewportPosition(section) + header->sectionSize(section) / 2,
                     header->height() / 2);
     QTest::mouseClick(header->viewport(), Qt::LeftButton, Qt::NoModifier, at);

@@ -3,6 +3,7 @@
 #include "TestEnv.h"
 
 #include "controller/AppDelegate.h"
+#include "controller/WindowProbe.h"
 #include "ui/PreferencesSheet.h"
 
 #include <QElapsedTimer>
@@ -10,7 +11,7 @@
 #include <QTest>
 
 // The real window over a private home, with the hooks that reach outside the process recorded
-// instead of carried out.
+// instead of carried out, and its state in reach through the probe.
 class TestDelegate : public AppDelegate
 {
 public:
@@ -24,6 +25,9 @@ public:
     std::optional<QByteArray> restoreFolder;
     int restoreFolderAsked = 0;
     QElapsedTimer clock;
+    // The window's state, read through the probe.
+    WindowProbe probe{*this};
+    const ::MainWindowOutlets &ui = probe.ui();
 
     TestDelegate() { clock.start(); }
     bool runPrivilegeChecks() override { return allowPrivileges; }
@@ -52,12 +56,12 @@ bool launchAndSettle(TestDelegate &c, int timeoutMs = 10000);
 // Waits for the end of a scan that `spy` watches (contentsScanEnded), counting from `before`.
 bool waitForScans(QSignalSpy &spy, qsizetype count, int timeoutMs = 10000);
 // Waits until no scan has run for longer than a retry takes to come (false on timeout).
-bool settle(const AppDelegate &c, int timeoutMs = 10000);
+bool settle(const TestDelegate &c, int timeoutMs = 10000);
 // Names of the contents list, in display order.
-QList<QByteArray> names(const AppDelegate &c);
+QList<QByteArray> names(const TestDelegate &c);
 // The day rows selected in the day table.
-QList<int> selectedDays(const AppDelegate &c);
+QList<int> selectedDays(const TestDelegate &c);
 // Clicks the header of the contents list's column with this identifier.
-void clickHeader(AppDelegate &c, const QString &identifier);
+void clickHeader(TestDelegate &c, const QString &identifier);
 
 } // namespace Fixture

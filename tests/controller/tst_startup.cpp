@@ -52,31 +52,31 @@ private slots:
         clock.start();
         QVERIFY(c.applicationDidFinishLaunching());
 
-        QVERIFY(c.mFirstUse);
+        QVERIFY(c.probe.firstUse());
         QVERIFY(Settings::integer(SettingsKeys::FirstUse).value_or(0) >
                 700000000); // seconds since 2001
         QCOMPARE(Settings::integer(SettingsKeys::PrefsRemoveFromCache), 14);
         QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), 1);
         QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), 1);
-        QVERIFY(c.window->isVisible());
-        QVERIFY(c.mAboutWindow->isVisible());
-        QCOMPARE(c.mAboutVersion->text(), QStringLiteral("3.0.0"));
-        QCOMPARE(c.window->windowTitle(), QStringLiteral("Salvora 3"));
+        QVERIFY(c.ui.window->isVisible());
+        QVERIFY(c.ui.mAboutWindow->isVisible());
+        QCOMPARE(c.ui.mAboutVersion->text(), QStringLiteral("3.0.0"));
+        QCOMPARE(c.ui.window->windowTitle(), QStringLiteral("Salvora 3"));
         QVERIFY(logText().contains("Salvora 3 Launched."));
 
         // The preferences after 0.5 s, help after 1.0 s, the about box gone after 2.0 s.
-        const qint64 prefs = msUntil(clock, [&] { return c.mPreferencesWindow->isVisible(); });
+        const qint64 prefs = msUntil(clock, [&] { return c.ui.mPreferencesWindow->isVisible(); });
         QVERIFY2(prefs >= 450 && prefs < 1000, qPrintable(QString::number(prefs)));
         const qint64 help = msUntil(clock, [&] { return !c.openedFiles.isEmpty(); });
         QVERIFY2(help >= 950 && help < 1600, qPrintable(QString::number(help)));
         QCOMPARE(c.openedFiles, QStringList{c.helpPath});
-        QVERIFY(c.mAboutWindow->isVisible());
-        const qint64 about = msUntil(clock, [&] { return !c.mAboutWindow->isVisible(); });
+        QVERIFY(c.ui.mAboutWindow->isVisible());
+        const qint64 about = msUntil(clock, [&] { return !c.ui.mAboutWindow->isVisible(); });
         QVERIFY2(about >= 1950 && about < 2600, qPrintable(QString::number(about)));
         // The companion is not installed by a first launch.
         QTest::qWait(200);
         QVERIFY(c.menuInstalledAt.isEmpty());
-        c.mPreferencesWindow->reject();
+        c.ui.mPreferencesWindow->reject();
     }
 
     void laterLaunchWritesNothing()
@@ -89,13 +89,13 @@ private slots:
         TestEnv::writeFile(env.homeBytes() + "/help.rtf", "x");
         c.helpPath = env.home() + QStringLiteral("/help.rtf");
         QVERIFY(c.applicationDidFinishLaunching());
-        QVERIFY(!c.mFirstUse);
+        QVERIFY(!c.probe.firstUse());
         QTRY_COMPARE_WITH_TIMEOUT(c.menuInstalledAt.size(), 1, 2000);
         QVERIFY2(c.menuInstalledAt[0] >= 90 && c.menuInstalledAt[0] < 600,
                  qPrintable(QString::number(c.menuInstalledAt[0])));
         QTest::qWait(1200);
         QVERIFY(c.openedFiles.isEmpty());
-        QVERIFY(!c.mPreferencesWindow->isVisible());
+        QVERIFY(!c.ui.mPreferencesWindow->isVisible());
         QCOMPARE(TestEnv::readFile(QFile::encodeName(Settings::fileName())), before);
     }
 
@@ -109,11 +109,11 @@ private slots:
         TestEnv::writeFile(env.homeBytes() + "/help.rtf", "x");
         c.helpPath = env.home() + QStringLiteral("/help.rtf");
         QVERIFY(c.applicationDidFinishLaunching());
-        QVERIFY(c.mFirstUse);
+        QVERIFY(c.probe.firstUse());
         QVERIFY(Settings::contains(SettingsKeys::FirstUse));
         QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), 0); // untouched
         QTRY_COMPARE_WITH_TIMEOUT(c.openedFiles.size(), 1, 3000);
-        QVERIFY(!c.mPreferencesWindow->isVisible());
+        QVERIFY(!c.ui.mPreferencesWindow->isVisible());
     }
 
     // The privilege checks' alerts need the presenter before they run; it leaves with the window.
@@ -141,12 +141,12 @@ private slots:
         QCOMPARE(c.terminated, 1);
         QCOMPARE(c.daemonStarts, 0);
         QVERIFY(!Settings::contains(SettingsKeys::FirstUse));
-        QVERIFY(!c.window->isVisible());
+        QVERIFY(!c.ui.window->isVisible());
         c.applicationWillTerminate();
         QVERIFY(logText().isEmpty());
         QTest::qWait(300);
         QVERIFY(c.menuInstalledAt.isEmpty());
-        QCOMPARE(c.mSelectedVolumeMenu->count(), 0); // nothing scheduled either
+        QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0); // nothing scheduled either
     }
 
     void oneLineEachForLaunchAndQuit()
@@ -174,24 +174,22 @@ private slots:
         QVERIFY(c.applicationDidFinishLaunching());
         // The start-up volume's cache folder exists from the start.
         QVERIFY(QFileInfo(QFile::decodeName(Fixture::cachePath(env))).isDir());
-        QCOMPARE(c.mToolbar->objectName(), QStringLiteral("mainToolbar"));
+        // The window's toolbar is the commands' one (its layout is tst_actions' business).
         QStringList ids;
-        for (QAction *a : c.mToolbar->actions())
-            if (!a->objectName().isEmpty() && !a->objectName().endsWith(QLatin1String("pace")))
-                ids.append(a->objectName());
-        QCOMPARE(ids, QStringList({"preferences", "protectionON", "protectionOFF", "putBackButton", "copyButton",
-                                   "removeButton", "showHelp"}));
+        for (QAction *a : c.ui.mToolbar->actions())
+            ids.append(a->objectName());
+        QCOMPARE(ids, WindowActions::toolbarAllowedItemIdentifiers());
         // Protection on: only the off switch is enabled; nothing selected: no copy or removal.
-        QVERIFY(!c.mProtectionONButton->isEnabled());
-        QVERIFY(c.mProtectionOFFButton->isEnabled());
+        QVERIFY(!c.ui.mProtectionONButton->isEnabled());
+        QVERIFY(c.ui.mProtectionOFFButton->isEnabled());
         c.enableToolBarItem(QStringLiteral("nothing"), false);
         c.enableToolBarItem(QStringLiteral("copyButton"), true);
-        QVERIFY(c.mCopySelectedItemsButton->isEnabled());
+        QVERIFY(c.ui.mCopySelectedItemsButton->isEnabled());
         c.enableToolBarItem(QStringLiteral("copyButton"), false);
-        QVERIFY(!c.mCopySelectedItemsButton->isEnabled());
+        QVERIFY(!c.ui.mCopySelectedItemsButton->isEnabled());
         // The volume list arrives after 0.15 s, never at once.
-        QCOMPARE(c.mSelectedVolumeMenu->count(), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(c.mSelectedVolumeMenu->count(), 1, 2000);
+        QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 1, 2000);
     }
 };
 

@@ -1,5 +1,6 @@
 #include "WindowFixture.h"
 
+#include "browser/ContentsSort.h"
 #include "browser/DayTexts.h"
 #include "browser/IncompleteItems.h"
 #include "cache/CacheLayout.h"
@@ -13,9 +14,9 @@
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
 #include "common/Texts.h"
-#include "controller/RemovalActions.h"
-#include "controller/RemovalQueue.h"
-#include "controller/RestoreActions.h"
+#include "logic/RemovalActions.h"
+#include "logic/RemovalQueue.h"
+#include "logic/RestoreActions.h"
 #include "ui/LossesDialog.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/PreviewPanel.h"
@@ -118,7 +119,7 @@ class TstWindow : public QObject
 
     QAction *toolbarAction(const char *identifier) const
     {
-        for (QAction *a : c->mToolbar->actions())
+        for (QAction *a : c->ui.mToolbar->actions())
             if (a->objectName() == QLatin1String(identifier)) return a;
         return nullptr;
     }
@@ -127,9 +128,9 @@ class TstWindow : public QObject
     void activate()
     {
         c->closeAboutBox();
-        c->window->show();
-        c->window->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(c->window));
+        c->ui.window->show();
+        c->ui.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(c->ui.window));
     }
 
     int rowOf(const QByteArray &name) const { return int(Fixture::names(*c).indexOf(name)); }
@@ -140,9 +141,9 @@ class TstWindow : public QObject
         for (const QByteArray &n : names) {
             const int row = rowOf(n);
             QVERIFY2(row >= 0, n.constData());
-            selection.select(c->mContentsModel->index(row, 0), c->mContentsModel->index(row, 3));
+            selection.select(c->ui.mContentsModel->index(row, 0), c->ui.mContentsModel->index(row, 3));
         }
-        c->mTableViewContents->selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
+        c->ui.mTableViewContents->selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
     }
 
     // "/", /media/u/A and /media/u/B mounted, with UUIDs "UUID-<minor>".
@@ -182,24 +183,24 @@ private slots:
         item("2024-05-03", "08_00_00", "new one.txt");
         item("2024-05-03", "11_30_00", "new two.txt");
         launch();
-        QCOMPARE(c->mDates.size(), 3);
-        QCOMPARE(c->mDates[0].name, QByteArray("2024-05-01")); // oldest first
+        QCOMPARE(c->probe.days().size(), 3);
+        QCOMPARE(c->probe.days()[0].name, QByteArray("2024-05-01")); // oldest first
         QCOMPARE(Fixture::selectedDays(*c), QList<int>{2});
-        QCOMPARE(c->mSelectedDate, -2);
+        QCOMPARE(c->probe.selectedDate(), -2);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"new one.txt", "new two.txt"}));
-        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("2 items"));
-        QCOMPARE(c->mCacheInfos->text(), DayTexts::summary(c->mDates, 14));
-        QVERIFY(c->mCacheInfos->text().startsWith(
+        QCOMPARE(c->ui.mContentsInfos->text(), QStringLiteral("2 items"));
+        QCOMPARE(c->ui.mCacheInfos->text(), DayTexts::summary(c->probe.days(), 14));
+        QVERIFY(c->ui.mCacheInfos->text().startsWith(
             QStringLiteral("3 days of activity (kept 14 days)\n")));
-        QVERIFY(!c->mReadingCacheContents && !c->mReadingCacheContentsMustStop);
+        QVERIFY(!c->probe.scanning() && !c->probe.scanMustStop());
         // The day table's cells.
-        const QModelIndex day = c->mDateModel->index(2, 0);
+        const QModelIndex day = c->ui.mDateModel->index(2, 0);
         QCOMPARE(day.data().toString(), CommonUtils::dateStringForCacheFolder("2024-05-03"));
         QCOMPARE(day.data(Qt::ForegroundRole).value<QColor>(),
                  ZEL_Colors::getBlackColor_Adaptable());
-        QCOMPARE(c->mDateModel->index(2, 1).data().toString(),
-                 CommonUtils::getSizeStr(c->mDates[2].size));
-        QCOMPARE(c->mDateModel->index(2, 2).data().toString(), QStringLiteral("2"));
+        QCOMPARE(c->ui.mDateModel->index(2, 1).data().toString(),
+                 CommonUtils::getSizeStr(c->probe.days()[2].size));
+        QCOMPARE(c->ui.mDateModel->index(2, 2).data().toString(), QStringLiteral("2"));
     }
 
     void selectionKeptWhenNothingChanged()
@@ -211,9 +212,9 @@ private slots:
         // The user selects the first and the last day.
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         QItemSelection both;
-        both.select(c->mDateModel->index(0, 0), c->mDateModel->index(0, 2));
-        both.select(c->mDateModel->index(2, 0), c->mDateModel->index(2, 2));
-        c->mTableViewDate->selectionModel()->select(both, QItemSelectionModel::ClearAndSelect);
+        both.select(c->ui.mDateModel->index(0, 0), c->ui.mDateModel->index(0, 2));
+        both.select(c->ui.mDateModel->index(2, 0), c->ui.mDateModel->index(2, 2));
+        c->ui.mTableViewDate->selectionModel()->select(both, QItemSelectionModel::ClearAndSelect);
         QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
         QVERIFY(Fixture::waitForScans(ended, 1));
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"a", "c"}));
@@ -239,29 +240,29 @@ private slots:
         item("2024-05-03", "09_00_00", "c");
         launch();
         // A removal asks for the row that was selected; the same day stays selected.
-        c->mTableViewDate->selectRowAlone(1);
-        c->mSelectedDate = 1;
+        c->ui.mTableViewDate->selectRowAlone(1);
+        c->probe.setSelectedDate(1);
         item("2024-05-04", "09_00_00", "d");
         c->updateListOfDaysInCache();
         QCOMPARE(Fixture::selectedDays(*c), QList<int>{1});
-        QCOMPARE(c->mSelectedDate, -2);
+        QCOMPARE(c->probe.selectedDate(), -2);
         // None selected: the selection is left alone, once.
-        c->mTableViewDate->clearSelection();
-        c->mSelectedDate = -1;
+        c->ui.mTableViewDate->clearSelection();
+        c->probe.setSelectedDate(-1);
         item("2024-05-05", "09_00_00", "e");
         c->updateListOfDaysInCache();
         QCOMPARE(Fixture::selectedDays(*c), QList<int>());
-        QCOMPARE(c->mSelectedDate, -2);
+        QCOMPARE(c->probe.selectedDate(), -2);
         // A row beyond the table is ignored.
-        c->mSelectedDate = 42;
+        c->probe.setSelectedDate(42);
         item("2024-05-06", "09_00_00", "f");
         c->updateListOfDaysInCache();
         QCOMPARE(Fixture::selectedDays(*c), QList<int>());
-        QCOMPARE(c->mSelectedDate, -2);
+        QCOMPARE(c->probe.selectedDate(), -2);
         // Out-of-range contextual-menu tags do nothing.
         QVERIFY(Fixture::settle(*c));
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
-        c->mCacheTimesInDay = {Fixture::cachePath(*env) + "/2024-05-02/2024-05-02 09_00_00"};
+        c->probe.setCacheTimesInDay({Fixture::cachePath(*env) + "/2024-05-02/2024-05-02 09_00_00"});
         c->updateCacheContentsAtTime(-1);
         c->updateCacheContentsAtTime(1);
         QTest::qWait(300);
@@ -287,18 +288,18 @@ private slots:
         launch();
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
-        c->mTableViewDate->selectRowAlone(0);
+        c->ui.mTableViewDate->selectRowAlone(0);
         QCOMPARE(started.size(), 1);
-        QVERIFY(c->mReadingCacheContents);
-        c->mTableViewDate->selectRowAlone(1);
+        QVERIFY(c->probe.scanning());
+        c->ui.mTableViewDate->selectRowAlone(1);
         // The second request asked the first scan to stop and waits for it.
-        QVERIFY(c->mReadingCacheContentsMustStop);
+        QVERIFY(c->probe.scanMustStop());
         QCOMPARE(started.size(), 1);
         QVERIFY(Fixture::waitForScans(ended, 2));
         QCOMPARE(started.size(), 2);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"second a", "second b"}));
-        QVERIFY(!c->mReadingCacheContents && !c->mReadingCacheContentsMustStop);
-        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("2 items"));
+        QVERIFY(!c->probe.scanning() && !c->probe.scanMustStop());
+        QCOMPARE(c->ui.mContentsInfos->text(), QStringLiteral("2 items"));
     }
 
     void retryFollowsTheEndClosely()
@@ -314,8 +315,8 @@ private slots:
         });
         connect(c, &AppDelegate::contentsScanStarted, this, [&] { startedAt = clock.elapsed(); });
         clock.start();
-        c->mTableViewDate->selectRowAlone(0);
-        c->mTableViewDate->selectRowAlone(1);
+        c->ui.mTableViewDate->selectRowAlone(0);
+        c->ui.mTableViewDate->selectRowAlone(1);
         QTRY_VERIFY_WITH_TIMEOUT(startedAt > endedAt && endedAt >= 0, 5000);
         // The waiting request polls every 0.2 s.
         QVERIFY2(startedAt - endedAt <= 260,
@@ -333,15 +334,15 @@ private slots:
         launch();
         QCOMPARE(Fixture::names(*c),
                  QList<QByteArray>({".DS_Store", "Annual report.pdf", "rep_ort", "REPORTS"}));
-        c->mSearchString->setText(QStringLiteral("RePoRt"));
+        c->ui.mSearchString->setText(QStringLiteral("RePoRt"));
         scanAndWait();
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"Annual report.pdf", "REPORTS"}));
-        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("2 items"));
-        c->mSearchString->setText(QStringLiteral("inner"));
+        QCOMPARE(c->ui.mContentsInfos->text(), QStringLiteral("2 items"));
+        c->ui.mSearchString->setText(QStringLiteral("inner"));
         scanAndWait();
         QCOMPARE(Fixture::names(*c), QList<QByteArray>());
-        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessageSearchEmpty"));
-        QCOMPARE(textColor(c->mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
+        QCOMPARE(c->ui.mContentsInfos->text(), qtTrId("ContentsMessageSearchEmpty"));
+        QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
     }
 
     void searchFieldWaitsForAPause()
@@ -351,23 +352,23 @@ private slots:
         launch();
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
-        c->mSearchString->setFocus();
+        c->ui.mSearchString->setFocus();
         QElapsedTimer clock;
         clock.start();
-        QTest::keyClicks(c->mSearchString, QStringLiteral("alp"));
+        QTest::keyClicks(c->ui.mSearchString, QStringLiteral("alp"));
         QCOMPARE(started.size(), 0);
         QTRY_COMPARE_WITH_TIMEOUT(started.size(), 1, 2000);
         QVERIFY2(clock.elapsed() >= 140, qPrintable(QString::number(clock.elapsed())));
         QVERIFY(Fixture::waitForScans(ended, 1));
         QCOMPARE(Fixture::names(*c), QList<QByteArray>{"alpha"});
         // Enter asks at once.
-        QTest::keyClicks(c->mSearchString, QStringLiteral("x"));
-        QTest::keyClick(c->mSearchString, Qt::Key_Return);
+        QTest::keyClicks(c->ui.mSearchString, QStringLiteral("x"));
+        QTest::keyClick(c->ui.mSearchString, Qt::Key_Return);
         QCOMPARE(started.size(), 2);
         QVERIFY(Fixture::waitForScans(ended, 2));
         QTest::qWait(250);
         QCOMPARE(started.size(), 2); // the pending pause was cancelled by Enter
-        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessageSearchEmpty"));
+        QCOMPARE(c->ui.mContentsInfos->text(), qtTrId("ContentsMessageSearchEmpty"));
     }
 
     void headerClicksChooseTheSort()
@@ -377,32 +378,32 @@ private slots:
         item("2024-05-01", "11_00_00", "charlie");
         item("2024-05-01", "10_00_00", "delta");
         launch();
-        QCOMPARE(c->mSortByCaching, 0);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByName);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"Alpha", "bravo", "charlie", "delta"}));
         Fixture::clickHeader(*c, QStringLiteral("1")); // the indicator was there: now descending
-        QCOMPARE(c->mSortByCaching, 2);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByNameDescending);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"delta", "charlie", "bravo", "Alpha"}));
         Fixture::clickHeader(*c, QStringLiteral("3"));
-        QCOMPARE(c->mSortByCaching, 1);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByTime);
         QCOMPARE(Fixture::names(*c).last(), QByteArray("charlie"));
         QCOMPARE(Fixture::names(*c).at(2), QByteArray("delta"));
         Fixture::clickHeader(*c, QStringLiteral("3"));
-        QCOMPARE(c->mSortByCaching, 3);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByTimeDescending);
         QCOMPARE(Fixture::names(*c).first(), QByteArray("charlie"));
-        QCOMPARE(c->mContentsModel->index(0, 2).data().toString(),
+        QCOMPARE(c->ui.mContentsModel->index(0, 2).data().toString(),
                  DayTexts::cachingTime("2024-05-01 11_00_00"));
         // The size column does not sort and leaves the indicator where it was.
         const QList<QByteArray> before = Fixture::names(*c);
         Fixture::clickHeader(*c, QStringLiteral("2"));
-        QCOMPARE(c->mSortByCaching, 3);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByTimeDescending);
         QCOMPARE(Fixture::names(*c), before);
-        QCOMPARE(c->mTableViewContents->horizontalHeader()->sortIndicatorSection(), 2);
+        QCOMPARE(c->ui.mTableViewContents->horizontalHeader()->sortIndicatorSection(), 2);
         Fixture::clickHeader(*c, QStringLiteral("1"));
-        QCOMPARE(c->mSortByCaching, 0);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByName);
         // A new scan lists in the chosen order.
         Fixture::clickHeader(*c, QStringLiteral("1"));
         scanAndWait();
-        QCOMPARE(c->mSortByCaching, 2);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByNameDescending);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"delta", "charlie", "bravo", "Alpha"}));
     }
 
@@ -414,30 +415,30 @@ private slots:
         item("2024-05-02", "10_00_00", "z");
         QVERIFY(TestEnv::makeFolders(Fixture::cachePath(*env) + "/2024-05-03/2024-05-03 09_00_00"));
         launch();
-        QCOMPARE(c->mDates.size(), 3);
+        QCOMPARE(c->probe.days().size(), 3);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>());
-        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessageEmpty"));
-        QCOMPARE(textColor(c->mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
+        QCOMPARE(c->ui.mContentsInfos->text(), qtTrId("ContentsMessageEmpty"));
+        QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
         QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
-        c->mTableViewDate->selectRowAlone(0);
+        c->ui.mTableViewDate->selectRowAlone(0);
         QVERIFY(Fixture::waitForScans(ended, 1));
-        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessage"));
-        QCOMPARE(textColor(c->mContentsInfos), ZEL_Colors::getDarkGrayColor_Adaptable());
-        c->mTableViewDate->selectRowAlone(1);
+        QCOMPARE(c->ui.mContentsInfos->text(), qtTrId("ContentsMessage"));
+        QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getDarkGrayColor_Adaptable());
+        c->ui.mTableViewDate->selectRowAlone(1);
         QVERIFY(Fixture::waitForScans(ended, 2));
-        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("3 items"));
+        QCOMPARE(c->ui.mContentsInfos->text(), QStringLiteral("3 items"));
         // With no day selected, every day is listed.
-        c->mTableViewDate->clearSelection();
+        c->ui.mTableViewDate->clearSelection();
         QVERIFY(Fixture::waitForScans(ended, 3));
-        QCOMPARE(c->mContents.size(), 4);
+        QCOMPARE(c->probe.contents().size(), 4);
         // The line follows the selection: a file shows its size, no selection the count.
-        c->mTableViewContents->selectRowAlone(0);
-        QVERIFY(c->mContentsInfos->text().startsWith(QStringLiteral("one\n")));
-        QVERIFY(c->mContentsInfos->text().endsWith(QStringLiteral(" - 1")));
-        QVERIFY(c->mCopySelectedItemsButton->isEnabled());
-        c->mTableViewContents->clearSelection();
-        QCOMPARE(c->mContentsInfos->text(), QStringLiteral("4 items"));
-        QVERIFY(!c->mCopySelectedItemsButton->isEnabled());
+        c->ui.mTableViewContents->selectRowAlone(0);
+        QVERIFY(c->ui.mContentsInfos->text().startsWith(QStringLiteral("one\n")));
+        QVERIFY(c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - 1")));
+        QVERIFY(c->ui.mCopySelectedItemsButton->isEnabled());
+        c->ui.mTableViewContents->clearSelection();
+        QCOMPARE(c->ui.mContentsInfos->text(), QStringLiteral("4 items"));
+        QVERIFY(!c->ui.mCopySelectedItemsButton->isEnabled());
     }
 
     void unmountedVolumeListsSavedDays()
@@ -451,32 +452,32 @@ private slots:
             {{"0123-ABCD", QVariantMap{{"path", "/media/Old Disk"}, {"days", QVariantList{day}}}}});
         item("2024-05-01", "09_00_00", "home item");
         launch();
-        QCOMPARE(c->mSelectedVolumeMenu->count(), 2);
-        QCOMPARE(c->mSelectedVolumeMenu->itemText(1),
+        QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 2);
+        QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(1),
                  qtTrId("Unmounted").arg(QStringLiteral("Old Disk")));
-        QVERIFY(c->mSelectedVolumeMenu->itemText(0).endsWith(
+        QVERIFY(c->ui.mSelectedVolumeMenu->itemText(0).endsWith(
             QStringLiteral(" (%1)").arg(QFileInfo(env->home()).fileName())));
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
-        c->mSelectedVolumeMenu->setCurrentIndex(1);
-        emit c->mSelectedVolumeMenu->activated(1);
-        QVERIFY(c->mVolumeNotMounted);
-        QCOMPARE(c->mDates.size(), 1);
-        QCOMPARE(c->mDates[0].count, 3);
-        QCOMPARE(c->mContents.size(), 0);
-        QCOMPARE(c->mContentsInfos->text(), qtTrId("ContentsMessageNoVolume"));
-        QCOMPARE(textColor(c->mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
+        c->ui.mSelectedVolumeMenu->setCurrentIndex(1);
+        emit c->ui.mSelectedVolumeMenu->activated(1);
+        QVERIFY(c->probe.volumeNotMounted());
+        QCOMPARE(c->probe.days().size(), 1);
+        QCOMPARE(c->probe.days()[0].count, 3);
+        QCOMPARE(c->probe.contents().size(), 0);
+        QCOMPARE(c->ui.mContentsInfos->text(), qtTrId("ContentsMessageNoVolume"));
+        QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
         QTest::qWait(100);
         QCOMPARE(started.size(), 0);
         // Remembered days are dimmed in the date column only.
-        QCOMPARE(c->mDateModel->index(0, 0).data(Qt::ForegroundRole).value<QColor>(),
+        QCOMPARE(c->ui.mDateModel->index(0, 0).data(Qt::ForegroundRole).value<QColor>(),
                  ZEL_Colors::getGrayColor_Adaptable());
-        QCOMPARE(c->mDateModel->index(0, 1).data(Qt::ForegroundRole).value<QColor>(),
+        QCOMPARE(c->ui.mDateModel->index(0, 1).data(Qt::ForegroundRole).value<QColor>(),
                  ZEL_Colors::getDarkGrayColor_Adaptable());
-        QCOMPARE(c->mDateModel->index(0, 2).data().toString(), QStringLiteral("3"));
+        QCOMPARE(c->ui.mDateModel->index(0, 2).data().toString(), QStringLiteral("3"));
         // Back to the start-up volume.
-        c->mSelectedVolumeMenu->setCurrentIndex(0);
-        emit c->mSelectedVolumeMenu->activated(0);
-        QVERIFY(!c->mVolumeNotMounted);
+        c->ui.mSelectedVolumeMenu->setCurrentIndex(0);
+        emit c->ui.mSelectedVolumeMenu->activated(0);
+        QVERIFY(!c->probe.volumeNotMounted());
         QVERIFY(Fixture::settle(*c));
         QCOMPARE(Fixture::names(*c), QList<QByteArray>{"home item"});
     }
@@ -493,32 +494,32 @@ private slots:
         QVERIFY(symlink(a.constData(), link.constData()) == 0);
         launch();
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"empty", "tree"}));
-        QCOMPARE(c->mContentsModel->index(1, 1).data().toString(),
+        QCOMPARE(c->ui.mContentsModel->index(1, 1).data().toString(),
                  QString()); // no size for folders
         QSignalSpy sizes(c, &AppDelegate::sizeContentsUpdated);
-        c->mTableViewContents->selectRowAlone(1);
+        c->ui.mTableViewContents->selectRowAlone(1);
         // The name and date at once, the size once the walk is done.
-        QVERIFY(c->mContentsInfos->text().startsWith(QStringLiteral("tree\n")));
-        QVERIFY(!c->mContentsInfos->text().contains(QStringLiteral(" - ")));
+        QVERIFY(c->ui.mContentsInfos->text().startsWith(QStringLiteral("tree\n")));
+        QVERIFY(!c->ui.mContentsInfos->text().contains(QStringLiteral(" - ")));
         const qint64 total = 1234 + qint64(a.size());
         QTRY_VERIFY_WITH_TIMEOUT(!sizes.isEmpty() && sizes.last().at(0).toLongLong() == total,
                                  3000);
-        QTRY_VERIFY_WITH_TIMEOUT(!c->mCalculatingSizeContents, 2000);
-        QVERIFY2(c->mContentsInfos->text().endsWith(QStringLiteral(" - ") +
+        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.sizing(), 2000);
+        QVERIFY2(c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - ") +
                                                     CommonUtils::getSizeStr(total)),
-                 qPrintable(c->mContentsInfos->text()));
-        QVERIFY(!c->mCalculatingSizeContentsMustStop);
+                 qPrintable(c->ui.mContentsInfos->text()));
+        QVERIFY(!c->probe.sizingMustStop());
         // An empty folder shows the size text for zero.
-        c->mTableViewContents->selectRowAlone(0);
-        QTRY_VERIFY_WITH_TIMEOUT(c->mContentsInfos->text().startsWith(QStringLiteral("empty\n")) &&
-                                     c->mContentsInfos->text().endsWith(QStringLiteral(" - 0")),
+        c->ui.mTableViewContents->selectRowAlone(0);
+        QTRY_VERIFY_WITH_TIMEOUT(c->ui.mContentsInfos->text().startsWith(QStringLiteral("empty\n")) &&
+                                     c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - 0")),
                                  3000);
         // Leaving the list empties the line.
-        QTRY_VERIFY_WITH_TIMEOUT(!c->mCalculatingSizeContents, 2000);
-        c->mTableViewContents->clearSelection();
+        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.sizing(), 2000);
+        c->ui.mTableViewContents->clearSelection();
         c->updateSizeContents(5);
-        QCOMPARE(c->mContentsInfos->text(), QString());
-        QVERIFY(c->mCalculatingSizeContentsMustStop);
+        QCOMPARE(c->ui.mContentsInfos->text(), QString());
+        QVERIFY(c->probe.sizingMustStop());
     }
 
     void quickSecondFolderWins()
@@ -528,12 +529,12 @@ private slots:
         item("2024-05-01", "09_00_00", "small/f", 7);
         launch();
         QSignalSpy sizes(c, &AppDelegate::sizeContentsUpdated);
-        c->mTableViewContents->selectRowAlone(0);
+        c->ui.mTableViewContents->selectRowAlone(0);
         QTest::qWait(120); // the first calculation starts
-        c->mTableViewContents->selectRowAlone(1);
-        QTRY_VERIFY_WITH_TIMEOUT(c->mContentsInfos->text().startsWith(QStringLiteral("small\n")) &&
-                                     c->mContentsInfos->text().endsWith(QStringLiteral(" - 7")) &&
-                                     !c->mCalculatingSizeContents,
+        c->ui.mTableViewContents->selectRowAlone(1);
+        QTRY_VERIFY_WITH_TIMEOUT(c->ui.mContentsInfos->text().startsWith(QStringLiteral("small\n")) &&
+                                     c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - 7")) &&
+                                     !c->probe.sizing(),
                                  3000);
     }
 
@@ -543,24 +544,24 @@ private slots:
         CommonUtils::setMountTableSourceForTesting([table] { return table; });
         CommonUtils::resetVolumesLists();
         launch();
-        QCOMPARE(c->mProtectionInfos->text(),
+        QCOMPARE(c->ui.mProtectionInfos->text(),
                  QStringLiteral("%1 - %2").arg(qtTrId("ProtectionEnabled").arg(1),
                                                qtTrId("EmptyCache")));
-        QCOMPARE(textColor(c->mProtectionInfos), ZEL_Colors::getGreenColor_Adaptable());
-        QCOMPARE(c->mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMore"));
+        QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getGreenColor_Adaptable());
+        QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMore"));
         item("2024-05-01", "09_00_00", "sized", 4000);
         c->updateStatusInfos();
         QCOMPARE(
-            c->mProtectionInfos->text(),
+            c->ui.mProtectionInfos->text(),
             QStringLiteral("%1 - %2").arg(qtTrId("ProtectionEnabled").arg(1),
                                           qtTrId("SizeOfCache").arg(QStringLiteral("4.0 KB"))));
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
         c->updateStatusInfos();
-        QCOMPARE(c->mProtectionInfos->text(), qtTrId("ProtectionDisabled"));
-        QCOMPARE(textColor(c->mProtectionInfos), ZEL_Colors::getRedColor_Adaptable());
-        QCOMPARE(c->mProtectionInfosMore->text(), qtTrId("ProtectionDisabledMore"));
-        QVERIFY(c->mProtectionONButton->isEnabled());
-        QVERIFY(!c->mProtectionOFFButton->isEnabled());
+        QCOMPARE(c->ui.mProtectionInfos->text(), qtTrId("ProtectionDisabled"));
+        QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getRedColor_Adaptable());
+        QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionDisabledMore"));
+        QVERIFY(c->ui.mProtectionONButton->isEnabled());
+        QVERIFY(!c->ui.mProtectionOFFButton->isEnabled());
     }
 
     void statusCountsOfSeveralVolumes()
@@ -570,21 +571,21 @@ private slots:
         item("2024-05-01", "09_00_00", "sized", 4000);
         launch();
         QCOMPARE(
-            c->mProtectionInfos->text(),
+            c->ui.mProtectionInfos->text(),
             QStringLiteral("%1 - %2").arg(qtTrId("ProtectionEnabledX").arg(1).arg(3),
                                           qtTrId("SizeOfCache").arg(QStringLiteral("4.0 KB"))));
         // The mount notifications: a protected path refreshes the pop-up, anything else not.
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, {{"UUID-17", "/media/u/A"}});
         c->deviceDidMount(QStringLiteral("/Network"));
-        QCOMPARE(c->mSelectedVolumeMenu->count(), 1);
+        QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 1);
         c->deviceDidMount(QStringLiteral("/media/u/B"));
-        QCOMPARE(c->mSelectedVolumeMenu->count(), 1);
+        QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 1);
         c->deviceDidMount(QStringLiteral("/media/u/A"));
-        QCOMPARE(c->mSelectedVolumeMenu->count(), 2);
-        QCOMPARE(c->mSelectedVolumeMenu->itemText(1), QStringLiteral("A"));
+        QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 2);
+        QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(1), QStringLiteral("A"));
         QVERIFY(TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()))
                     .contains("Salvora 3 notified that device did Mount: /media/u/A"));
-        QCOMPARE(c->mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMoreX").arg(2));
+        QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMoreX").arg(2));
     }
 
     void preferencesSheetVolumes()
@@ -597,24 +598,24 @@ private slots:
         // The sheet opens over the window with the volume rows; its table and buttons are the
         // window's outlets.
         c->editPreferences();
-        QVERIFY(c->mPreferencesWindow->isVisible());
-        const QList<VolumeRecord> &rows = c->mPreferencesWindow->volumes();
+        QVERIFY(c->ui.mPreferencesWindow->isVisible());
+        const QList<VolumeRecord> &rows = c->ui.mPreferencesWindow->volumes();
         QCOMPARE(rows.size(), 4);
         QVERIFY(rows[1].isProtected && !rows[2].isProtected);
         QVERIFY(rows[3].unmounted && rows[3].uuid == QLatin1String("GONE"));
-        QCOMPARE(c->mProtectedVolumesTableView->model()->rowCount(), 4);
-        QVERIFY(!c->mProtectedVolumesProtectButton->isEnabled());
+        QCOMPARE(c->ui.mProtectedVolumesTableView->model()->rowCount(), 4);
+        QVERIFY(!c->ui.mProtectedVolumesProtectButton->isEnabled());
         // Protecting a row refreshes the contents list, as the button always did.
-        c->mProtectedVolumesTableView->selectRowAlone(2);
-        QVERIFY(c->mProtectedVolumesProtectButton->isEnabled());
+        c->ui.mProtectedVolumesTableView->selectRowAlone(2);
+        QVERIFY(c->ui.mProtectedVolumesProtectButton->isEnabled());
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
-        c->mProtectedVolumesProtectButton->click();
+        c->ui.mProtectedVolumesProtectButton->click();
         QCOMPARE(started.size(), 1);
         QVERIFY(Fixture::settle(*c));
         // Confirming refreshes the window: the pop-up now offers the newly protected volume.
-        c->mPreferencesWindow->sheetOK();
-        QTRY_COMPARE_WITH_TIMEOUT(c->mSelectedVolumeMenu->count(), 3, 2000);
-        QCOMPARE(c->mSelectedVolumeMenu->itemText(2), QStringLiteral("B"));
+        c->ui.mPreferencesWindow->sheetOK();
+        QTRY_COMPARE_WITH_TIMEOUT(c->ui.mSelectedVolumeMenu->count(), 3, 2000);
+        QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(2), QStringLiteral("B"));
         QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks)->size(), 3);
         QTRY_COMPARE_WITH_TIMEOUT(c->menuInstalledAt.size(), 2,
                                   2000); // start-up, then confirmation
@@ -627,17 +628,17 @@ private slots:
         const QDateTime when(QDate(2026, 3, 1), QTime(9, 0));
         QVERIFY(Losses::record({when, "/home/u/big.iso", QStringLiteral("no space left"), false}));
         launch();
-        QTRY_VERIFY_WITH_TIMEOUT(!c->mLossesInfo->isHidden(), 3000);
+        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.lossesInfo()->isHidden(), 3000);
         QVERIFY(Losses::record(
             {when.addSecs(60), "/home/u/a\nb", QStringLiteral("kept incomplete"), true}));
-        QTRY_COMPARE_WITH_TIMEOUT(c->mLossWatch->summary().count, 2, 3000);
-        QVERIFY(c->mLossesInfo->text().contains(Losses::summaryText({2, when}).toHtmlEscaped()));
-        QCOMPARE(textColor(c->mLossesInfo), ZEL_Colors::getRedColor_Adaptable());
+        QTRY_COMPARE_WITH_TIMEOUT(c->probe.lossWatch()->summary().count, 2, 3000);
+        QVERIFY(c->probe.lossesInfo()->text().contains(Losses::summaryText({2, when}).toHtmlEscaped()));
+        QCOMPARE(textColor(c->probe.lossesInfo()), ZEL_Colors::getRedColor_Adaptable());
 
-        emit c->mLossesInfo->linkActivated(QStringLiteral("losses"));
-        QVERIFY(c->mLossesDialog && c->mLossesDialog->isVisible());
-        QVERIFY(!c->mLossesDialog->isModal());
-        const QTreeWidget *list = c->mLossesDialog->list();
+        emit c->probe.lossesInfo()->linkActivated(QStringLiteral("losses"));
+        QVERIFY(c->probe.lossesDialog() && c->probe.lossesDialog()->isVisible());
+        QVERIFY(!c->probe.lossesDialog()->isModal());
+        const QTreeWidget *list = c->probe.lossesDialog()->list();
         QCOMPARE(list->topLevelItemCount(), 2);
         QCOMPARE(list->topLevelItem(0)->text(1), QStringLiteral("/home/u/big.iso"));
         QCOMPARE(list->topLevelItem(0)->text(2), qtTrId("LossesNotKept"));
@@ -645,14 +646,14 @@ private slots:
         QCOMPARE(list->topLevelItem(1)->text(1), QStringLiteral("/home/u/a\uFFFDb"));
         QCOMPARE(list->topLevelItem(1)->text(2), qtTrId("LossesKeptInPart"));
 
-        c->mLossesDialog->markSeenButton()->click();
-        QVERIFY(!c->mLossesDialog->isVisible());
-        QVERIFY(c->mLossesInfo->isHidden());
+        c->probe.lossesDialog()->markSeenButton()->click();
+        QVERIFY(!c->probe.lossesDialog()->isVisible());
+        QVERIFY(c->probe.lossesInfo()->isHidden());
         QTRY_VERIFY(Losses::unseen().isEmpty());
         // The next one shows again.
         QVERIFY(Losses::record({when.addSecs(120), "/home/u/c", QStringLiteral("gone"), false}));
-        QTRY_VERIFY_WITH_TIMEOUT(!c->mLossesInfo->isHidden(), 3000);
-        QTRY_COMPARE(c->mLossWatch->losses().size(), 1);
+        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.lossesInfo()->isHidden(), 3000);
+        QTRY_COMPARE(c->probe.lossWatch()->losses().size(), 1);
     }
 
     // Items kept in part: italics and a tip that says what is missing; a name alone is no proof.
@@ -681,21 +682,21 @@ private slots:
         launch();
         const int row = int(Fixture::names(*c).indexOf(name));
         QVERIFY(row >= 0);
-        const QModelIndex cell = c->mContentsModel->index(row, 0);
-        c->mContentsModel->data(cell, Qt::ToolTipRole); // asks for the day's records
-        QTRY_COMPARE(c->mContentsModel->data(cell, Qt::ToolTipRole).toString(), tip);
-        QCOMPARE(c->mContentsModel->data(cell, Qt::FontRole).value<QFont>().italic(),
+        const QModelIndex cell = c->ui.mContentsModel->index(row, 0);
+        c->ui.mContentsModel->data(cell, Qt::ToolTipRole); // asks for the day's records
+        QTRY_COMPARE(c->ui.mContentsModel->data(cell, Qt::ToolTipRole).toString(), tip);
+        QCOMPARE(c->ui.mContentsModel->data(cell, Qt::FontRole).value<QFont>().italic(),
                  !tip.isEmpty());
     }
 
     void notificationRefreshes()
     {
         launch();
-        QCOMPARE(c->mDates.size(), 0);
+        QCOMPARE(c->probe.days().size(), 0);
         item("2024-05-01", "09_00_00", "moved in");
         QVERIFY(NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
                                       QLatin1String(Notifications::Salvora3DataMovedToCache)));
-        QTRY_COMPARE_WITH_TIMEOUT(c->mDates.size(), 1, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(c->probe.days().size(), 1, 5000);
         QVERIFY(Fixture::settle(*c));
         QTRY_COMPARE_WITH_TIMEOUT(Fixture::names(*c), QList<QByteArray>{"moved in"}, 3000);
     }
@@ -706,13 +707,13 @@ private slots:
         launch();
         QVERIFY(Settings::integer(SettingsKeys::PrefsProtectionEnabled).value_or(0) != 0);
         const QString off = qtTrId("ProtectionDisabled");
-        QVERIFY(c->mProtectionInfos->text() != off);
-        c->mPreferencesWindow->ui().mProtectionEnabled->setChecked(true);
+        QVERIFY(c->ui.mProtectionInfos->text() != off);
+        c->ui.mPreferencesWindow->ui().mProtectionEnabled->setChecked(true);
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
         QVERIFY(NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
                                       QLatin1String(Notifications::Salvora3SettingsDidChange)));
-        QTRY_COMPARE_WITH_TIMEOUT(c->mProtectionInfos->text(), off, 5000);
-        QVERIFY(!c->mPreferencesWindow->ui().mProtectionEnabled->isChecked());
+        QTRY_COMPARE_WITH_TIMEOUT(c->ui.mProtectionInfos->text(), off, 5000);
+        QVERIFY(!c->ui.mPreferencesWindow->ui().mProtectionEnabled->isChecked());
     }
 
     // Deleting the only item of a day's only time folder takes the folder and the day away;
@@ -722,11 +723,11 @@ private slots:
         const QByteArray gone = item("2024-05-01", "09_00_00", "lonely");
         item("2024-05-02", "10_00_00", "stays");
         launch();
-        QCOMPARE(c->mDates.size(), 2);
-        c->mTableViewDate->selectRowAlone(0);
+        QCOMPARE(c->probe.days().size(), 2);
+        c->ui.mTableViewDate->selectRowAlone(0);
         QVERIFY(Fixture::settle(*c));
         QCOMPARE(Fixture::names(*c), QList<QByteArray>{"lonely"});
-        c->mTableViewContents->selectRowAlone(0);
+        c->ui.mTableViewContents->selectRowAlone(0);
 
         AnsweringPresenter cancel(RemovalActions::kCancelIndex);
         Alerts::setPresenter(&cancel);
@@ -736,25 +737,25 @@ private slots:
 
         AnsweringPresenter remove(RemovalActions::kDeleteIndex);
         Alerts::setPresenter(&remove);
-        QSignalSpy removed(c->mRemovals, &RemovalQueue::removalFinished);
+        QSignalSpy removed(c->probe.removals(), &RemovalQueue::removalFinished);
         c->removeContents();
         Alerts::setPresenter(nullptr);
         QCOMPARE(remove.shown, 1);
         QTRY_COMPARE_WITH_TIMEOUT(removed.size(), 1, 10000);
         QVERIFY(!QFileInfo::exists(QFile::decodeName(gone)));
         // One item: no progress flashed.
-        QVERIFY(c->window->statusBar()->isHidden());
+        QVERIFY(c->ui.window->statusBar()->isHidden());
         const QByteArray timeFolder = Fixture::cachePath(*env) + "/2024-05-01/2024-05-01 09_00_00";
         QVERIFY(!QFileInfo::exists(QFile::decodeName(timeFolder)));
         // The emptied day stays listed, with nothing in it, and stays selected.
-        QTRY_COMPARE_WITH_TIMEOUT(c->mDates.value(0).count, 0, 5000);
-        QCOMPARE(c->mDates.size(), 2);
+        QTRY_COMPARE_WITH_TIMEOUT(c->probe.days().value(0).count, 0, 5000);
+        QCOMPARE(c->probe.days().size(), 2);
         QCOMPARE(Fixture::selectedDays(*c), QList<int>{0});
         QVERIFY(Fixture::settle(*c));
         QVERIFY(Fixture::names(*c).isEmpty());
 
         // Nothing selected: no alert at all.
-        c->mTableViewContents->clearSelection();
+        c->ui.mTableViewContents->clearSelection();
         AnsweringPresenter unused(RemovalActions::kDeleteIndex);
         Alerts::setPresenter(&unused);
         c->removeContents();
@@ -770,23 +771,23 @@ private slots:
         for (int i = 0; i < 30; ++i)
             all.append(item("2024-05-01", "09_00_00", "n" + QByteArray::number(i).rightJustified(2, '0')));
         launch();
-        QVERIFY(c->window->statusBar()->isHidden());
+        QVERIFY(c->ui.window->statusBar()->isHidden());
         QVERIFY(Fixture::settle(*c));
-        c->mTableViewContents->selectAll();
+        c->ui.mTableViewContents->selectAll();
         QCOMPARE(c->selectedContentsPaths().size(), 30);
-        c->mRemovals->setItemHookForTesting([](const QByteArray &) { QThread::msleep(100); });
+        c->probe.removals()->setItemHookForTesting([](const QByteArray &) { QThread::msleep(100); });
 
-        ProgressArea *area = c->mRemovalProgressArea;
+        ProgressArea *area = c->ui.mRemovalProgressArea;
         QCOMPARE(area->cancelButton()->toolTip(), qtTrId("CancelButton"));
         QCOMPARE(area->cancelButton()->accessibleName(), qtTrId("CancelButton"));
         AnsweringPresenter remove(RemovalActions::kDeleteIndex);
         Alerts::setPresenter(&remove);
-        QSignalSpy removed(c->mRemovals, &RemovalQueue::removalFinished);
+        QSignalSpy removed(c->probe.removals(), &RemovalQueue::removalFinished);
         c->removeContents();
         Alerts::setPresenter(nullptr);
-        QTRY_VERIFY(!c->window->statusBar()->isHidden());
+        QTRY_VERIFY(!c->ui.window->statusBar()->isHidden());
         QVERIFY(!area->isHidden());
-        QVERIFY(c->mRestoreProgressArea->isHidden());
+        QVERIFY(c->ui.mRestoreProgressArea->isHidden());
         QTRY_VERIFY(area->bar()->value() >= 2);
         QCOMPARE(area->bar()->maximum(), 30);
         QVERIFY(QRegularExpression(QStringLiteral("^Deleting \\d+ of 30$"))
@@ -798,7 +799,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(removed.size(), 1, 10000);
         const QByteArrayList handed = removed[0][0].value<QByteArrayList>();
         QVERIFY(handed.size() < 30);
-        QTRY_VERIFY(c->window->statusBar()->isHidden());
+        QTRY_VERIFY(c->ui.window->statusBar()->isHidden());
         QVERIFY(area->isHidden());
         // The rebuilt list shows what the cancel spared.
         QVERIFY(Fixture::settle(*c));
@@ -814,9 +815,9 @@ private slots:
         const QByteArray first = item("2024-05-01", "09_00_00", "a");
         const QByteArray second = item("2024-05-01", "10_00_00", "b");
         launch();
-        QCOMPARE(c->window->menuBar()->actions().size(), 4);
-        TableView *contents = c->mTableViewContents;
-        TableView *days = c->mTableViewDate;
+        QCOMPARE(c->ui.window->menuBar()->actions().size(), 4);
+        TableView *contents = c->ui.mTableViewContents;
+        TableView *days = c->ui.mTableViewDate;
         QCOMPARE(contents->delegate(), static_cast<TableViewDelegate *>(c));
         QCOMPARE(days->delegate(), static_cast<TableViewDelegate *>(c));
 
@@ -831,21 +832,21 @@ private slots:
         QVERIFY(Fixture::settle(*c));
         menu.reset(c->getFloatingPopupMenu(days, days));
         QVERIFY(menu);
-        QCOMPARE(c->mCacheTimesInDay.size(), 2);
+        QCOMPARE(c->probe.cacheTimesInDay().size(), 2);
         days->clearSelection();
         QVERIFY(c->getFloatingPopupMenu(days, days) == nullptr);
         QVERIFY(Fixture::settle(*c));
-        QTRY_COMPARE_WITH_TIMEOUT(c->mContents.size(), 2, 3000);
+        QTRY_COMPARE_WITH_TIMEOUT(c->probe.contents().size(), 2, 3000);
 
         QVERIFY(c->writeRowsWithIndexes(days, {0}) == nullptr);
-        QVERIFY(!c->mDrawingDragImage);
+        QVERIFY(!c->probe.drawingDragImage());
         std::unique_ptr<QMimeData> data(c->writeRowsWithIndexes(contents, {0, 1}));
         QVERIFY(data);
         QCOMPARE(RestoreActions::pathsFromMimeData(*data),
-                 (QByteArrayList{c->mContents.fullPath(0), c->mContents.fullPath(1)}));
-        QVERIFY(QByteArrayList({first, second}).contains(c->mContents.fullPath(0)));
-        QVERIFY(c->mDrawingDragImage);
-        QTRY_VERIFY_WITH_TIMEOUT(!c->mDrawingDragImage, 2000);
+                 (QByteArrayList{c->probe.contents().fullPath(0), c->probe.contents().fullPath(1)}));
+        QVERIFY(QByteArrayList({first, second}).contains(c->probe.contents().fullPath(0)));
+        QVERIFY(c->probe.drawingDragImage());
+        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.drawingDragImage(), 2000);
     }
 
     // Space opens the preview of the selected item and closes it again; without a selection
@@ -854,26 +855,26 @@ private slots:
     {
         item("2024-05-01", "09_00_00", "note.txt");
         launch();
-        c->window->move(40, 30);
-        c->window->show();
-        c->mTableViewContents->clearSelection();
+        c->ui.window->move(40, 30);
+        c->ui.window->show();
+        c->ui.mTableViewContents->clearSelection();
         c->doKeyDown(QStringLiteral(" "));
-        QVERIFY(!c->mQuickLook.sharedPreviewPanelExists());
+        QVERIFY(!c->probe.quickLook().sharedPreviewPanelExists());
 
-        c->mTableViewContents->selectRowAlone(0);
-        QTest::keyClick(c->mTableViewContents, Qt::Key_Space);
-        QVERIFY(c->mQuickLook.sharedPreviewPanelExists());
-        auto *panel = dynamic_cast<PreviewPanel *>(c->mQuickLook.controlledPanel());
+        c->ui.mTableViewContents->selectRowAlone(0);
+        QTest::keyClick(c->ui.mTableViewContents, Qt::Key_Space);
+        QVERIFY(c->probe.quickLook().sharedPreviewPanelExists());
+        auto *panel = dynamic_cast<PreviewPanel *>(c->probe.quickLook().controlledPanel());
         QVERIFY(panel);
         QVERIFY(panel->isVisible());
         // Over the main window, and on its screen.
-        QVERIFY(c->window->frameGeometry().contains(panel->frameGeometry().center()));
-        QVERIFY(c->window->screen()->availableGeometry().contains(panel->frameGeometry().topLeft()));
-        QCOMPARE(c->mQuickLook.items(), QByteArrayList{c->mContents.fullPath(0)});
+        QVERIFY(c->ui.window->frameGeometry().contains(panel->frameGeometry().center()));
+        QVERIFY(c->ui.window->screen()->availableGeometry().contains(panel->frameGeometry().topLeft()));
+        QCOMPARE(c->probe.quickLook().items(), QByteArrayList{c->probe.contents().fullPath(0)});
         // Shown once its loading thread handed it over (which also orders that thread's file
         // closing before the clean-up's).
         QTRY_VERIFY(panel->infoLine().startsWith(QStringLiteral("note.txt")));
-        QTest::keyClick(c->mTableViewContents, Qt::Key_Space);
+        QTest::keyClick(c->ui.mTableViewContents, Qt::Key_Space);
         QVERIFY(!panel->isVisible());
     }
 
@@ -900,30 +901,30 @@ private slots:
         QTRY_VERIFY(!filled.isEmpty()); // the origins come after the rows
 
         // The fourth column: the folder, whole in the tooltip, nothing for an item without record.
-        QCOMPARE(c->mContentsModel->headerData(3, Qt::Horizontal, Qt::DisplayRole).toString(), qtTrId("ColumnOriginalLocation"));
-        const QModelIndex reportOrigin = c->mContentsModel->index(rowOf("report.txt"), 3);
+        QCOMPARE(c->ui.mContentsModel->headerData(3, Qt::Horizontal, Qt::DisplayRole).toString(), qtTrId("ColumnOriginalLocation"));
+        const QModelIndex reportOrigin = c->ui.mContentsModel->index(rowOf("report.txt"), 3);
         QCOMPARE(reportOrigin.data().toString(), QFile::decodeName(home + "/Documents"));
         QCOMPARE(reportOrigin.data(Qt::ToolTipRole).toString(), QFile::decodeName(home + "/Documents"));
-        QCOMPARE(c->mContentsModel->index(rowOf("photos"), 3).data().toString(),
+        QCOMPARE(c->ui.mContentsModel->index(rowOf("photos"), 3).data().toString(),
                  QFile::decodeName(home + "/Pictures/2024"));
-        QVERIFY(c->mContentsModel->index(rowOf("orphan.txt"), 3).data().toString().isEmpty());
-        QCOMPARE(c->mTableViewContents->textElideMode(), Qt::ElideMiddle);
+        QVERIFY(c->ui.mContentsModel->index(rowOf("orphan.txt"), 3).data().toString().isEmpty());
+        QCOMPARE(c->ui.mTableViewContents->textElideMode(), Qt::ElideMiddle);
         // Rows still cost no more than before.
         QCOMPARE(sizeof(CacheItems::Row), std::size_t(40));
         // It sorts like the name column: by folder (none first), then by name.
-        c->window->resize(1200, 600);
+        c->ui.window->resize(1200, 600);
         Fixture::clickHeader(*c, QStringLiteral("4"));
-        QCOMPARE(c->mSortByCaching, 4);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByOrigin);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"orphan.txt", "notes.txt", "report.txt", "photos"}));
         Fixture::clickHeader(*c, QStringLiteral("4"));
-        QCOMPARE(c->mSortByCaching, 6);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByOriginDescending);
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
         filled.clear();
         scanAndWait(); // a new scan lists in that order too, once its origins are in
         QTRY_VERIFY(!filled.isEmpty());
         QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
         Fixture::clickHeader(*c, QStringLiteral("1"));
-        QCOMPARE(c->mSortByCaching, 0);
+        QVERIFY(c->probe.sortOrder() == ContentsSort::ByName);
 
         QAction *putBack = toolbarAction("putBackButton");
         QVERIFY(putBack);
@@ -931,15 +932,15 @@ private slots:
         selectNames({"orphan.txt"});
         QVERIFY(!putBack->isEnabled());
         QCOMPARE(putBack->toolTip(), qtTrId("PutBackNoOriginTip"));
-        QCOMPARE(c->mToolbar->widgetForAction(putBack)->toolTip(), qtTrId("PutBackNoOriginTip"));
-        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(c->mTableViewContents, c->mTableViewContents));
+        QCOMPARE(c->ui.mToolbar->widgetForAction(putBack)->toolTip(), qtTrId("PutBackNoOriginTip"));
+        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(c->ui.mTableViewContents, c->ui.mTableViewContents));
         QVERIFY(menu->actions().contains(putBack));
 
         // A file, and a folder whose original parent was deleted meanwhile.
         selectNames({"photos", "report.txt"});
         QVERIFY(putBack->isEnabled());
         QCOMPARE(putBack->toolTip(), qtTrId("PutBackTip"));
-        MessageBar *bar = c->mMessageBar;
+        MessageBar *bar = c->ui.mMessageBar;
         QVERIFY(bar->isHidden());
         const mode_t mask = umask(022);
         putBack->trigger();
@@ -960,10 +961,10 @@ private slots:
         // A taken name: one question; Skip leaves the item in the cache.
         selectNames({"notes.txt"});
         activate();
-        c->mTableViewContents->setFocus();
+        c->ui.mTableViewContents->setFocus();
         RecordingPresenter skip(1);
         Alerts::setPresenter(&skip);
-        QTest::keyClick(c->mTableViewContents, Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
+        QTest::keyClick(c->ui.mTableViewContents, Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
         QTRY_COMPARE(bar->text(), qtTrId("RestoreNameTaken").arg(QStringLiteral("Documents"), QStringLiteral("notes.txt")));
         QCOMPARE(skip.alerts.size(), 1);
         QCOMPARE(skip.alerts[0].buttons,
@@ -1021,7 +1022,7 @@ private slots:
         QCOMPARE(bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr), 0);
         close(fd);
         launch();
-        MessageBar *bar = c->mMessageBar;
+        MessageBar *bar = c->ui.mMessageBar;
 
         // Cancelled chooser: nothing happens.
         selectNames({"fine.txt"});
@@ -1059,14 +1060,14 @@ private slots:
         item("2024-05-02", "09_00_00", "other");
         launch();
         activate();
-        TableView *contents = c->mTableViewContents;
+        TableView *contents = c->ui.mTableViewContents;
         selectNames({"other"});
         contents->setFocus();
 
         RecordingPresenter cancel(RemovalActions::kCancelIndex);
         Alerts::setPresenter(&cancel);
         QTest::keyClick(contents, Qt::Key_Delete);
-        c->mTableViewDate->selectRowAlone(0);
+        c->ui.mTableViewDate->selectRowAlone(0);
         QVERIFY(Fixture::settle(*c));
         contents->selectAll();
         contents->setFocus();
@@ -1080,23 +1081,23 @@ private slots:
         QCOMPARE(Fixture::names(*c).size(), 2);
 
         // In the search field, Delete edits the text.
-        c->mSearchString->setText(QStringLiteral("ab"));
-        c->mSearchString->setFocus();
-        c->mSearchString->setCursorPosition(0);
+        c->ui.mSearchString->setText(QStringLiteral("ab"));
+        c->ui.mSearchString->setFocus();
+        c->ui.mSearchString->setCursorPosition(0);
         RecordingPresenter unused(RemovalActions::kCancelIndex);
         Alerts::setPresenter(&unused);
-        QTest::keyClick(c->mSearchString, Qt::Key_Delete);
+        QTest::keyClick(c->ui.mSearchString, Qt::Key_Delete);
         Alerts::setPresenter(nullptr);
         QCOMPARE(unused.alerts.size(), 0);
-        QCOMPARE(c->mSearchString->text(), QStringLiteral("b"));
-        c->mSearchString->clear();
+        QCOMPARE(c->ui.mSearchString->text(), QStringLiteral("b"));
+        c->ui.mSearchString->clear();
 
         contents->setFocus();
         QTest::keyClick(contents, Qt::Key_F, Qt::ControlModifier);
-        QCOMPARE(QApplication::focusWidget(), c->mSearchString);
+        QCOMPARE(QApplication::focusWidget(), c->ui.mSearchString);
 
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
-        QTest::keyClick(c->window, Qt::Key_F5);
+        QTest::keyClick(c->ui.window, Qt::Key_F5);
         QCOMPARE(started.size(), 1);
         QVERIFY(Fixture::settle(*c));
 
@@ -1116,7 +1117,7 @@ private slots:
         menus[1]->close();
 
         // Tab leaves each list for the next control instead of walking its cells.
-        for (TableView *list : {c->mTableViewDate, contents}) {
+        for (TableView *list : {c->ui.mTableViewDate, contents}) {
             list->setFocus();
             QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget *>(list));
             QTest::keyClick(list, Qt::Key_Tab);
@@ -1129,15 +1130,15 @@ private slots:
         item("2024-05-01", "09_00_00", "caf\xe9 report");
         item("2024-05-01", "09_00_00", "plain");
         launch();
-        QCOMPARE(c->mContents.size(), 2);
-        QCOMPARE(c->mContents.name(0), QByteArrayView("caf\xe9 report"));
-        c->mTableViewContents->selectRowAlone(0);
-        QVERIFY(c->mContentsInfos->text().endsWith(QStringLiteral(" - 1"))); // read by its bytes
-        c->mSearchString->setText(QStringLiteral("REPORT"));
+        QCOMPARE(c->probe.contents().size(), 2);
+        QCOMPARE(c->probe.contents().name(0), QByteArrayView("caf\xe9 report"));
+        c->ui.mTableViewContents->selectRowAlone(0);
+        QVERIFY(c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - 1"))); // read by its bytes
+        c->ui.mSearchString->setText(QStringLiteral("REPORT"));
         scanAndWait();
         QCOMPARE(Fixture::names(*c), QList<QByteArray>{"caf\xe9 report"});
         // The temporary home is removed by name, which such a name would defeat.
-        QCOMPARE(unlink(c->mContents.fullPath(0).constData()), 0);
+        QCOMPARE(unlink(c->probe.contents().fullPath(0).constData()), 0);
     }
 };
 

@@ -49,13 +49,13 @@ private slots:
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, {{uuid, mountPoint}});
         TestDelegate c;
         QVERIFY(Fixture::launchAndSettle(c));
-        QCOMPARE(c.mSelectedVolumeMenu->count(), 1);
+        QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 1);
 
         QVERIFY(TestEnv::runProgram(QStringLiteral("mount"),
                     {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
-        QTRY_COMPARE_WITH_TIMEOUT(c.mSelectedVolumeMenu->count(), 2, 5000);
-        QCOMPARE(c.mSelectedVolumeMenu->itemText(1), QStringLiteral("sv3 window vol"));
-        QCOMPARE(c.mProtectedVolumes[1].path, mountPoint);
+        QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 2, 5000);
+        QCOMPARE(c.ui.mSelectedVolumeMenu->itemText(1), QStringLiteral("sv3 window vol"));
+        QCOMPARE(c.probe.protectedVolumes()[1].path, mountPoint);
         QVERIFY(logText().contains(
             ("Salvora 3 notified that device did Mount: " + mountPoint).toUtf8()));
         // The user's own cache on the volume is browsed once chosen.
@@ -63,8 +63,8 @@ private slots:
                                        QByteArray::number(getuid()) +
                                        "/2024-05-01/2024-05-01 09_00_00/on the volume",
                                    "x"));
-        c.mSelectedVolumeMenu->setCurrentIndex(1);
-        emit c.mSelectedVolumeMenu->activated(1);
+        c.ui.mSelectedVolumeMenu->setCurrentIndex(1);
+        emit c.ui.mSelectedVolumeMenu->activated(1);
         QVERIFY(Fixture::settle(c));
         QCOMPARE(Fixture::names(c), QList<QByteArray>{"on the volume"});
 
@@ -72,7 +72,7 @@ private slots:
         // protected: no log line and no refresh, on purpose.
         QVERIFY(TestEnv::runProgram(QStringLiteral("umount"), {mountPoint}));
         QTest::qWait(1000);
-        QCOMPARE(c.mSelectedVolumeMenu->count(), 2);
+        QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 2);
         QVERIFY(!logText().contains("did Unmount"));
         QVERIFY(!CommonUtils::getAllMountedVolumes().contains(mountPoint));
     }

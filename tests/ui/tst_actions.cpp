@@ -4,7 +4,7 @@
 #include "TestEnv.h"
 
 #include "common/Texts.h"
-#include "controller/RemovalActions.h"
+#include "logic/RemovalActions.h"
 #include "ui/Actions.h"
 #include "ui/MessageBoxPresenter.h"
 

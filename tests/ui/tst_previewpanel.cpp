@@ -4,7 +4,7 @@
 #include "TestEnv.h"
 
 #include "common/Texts.h"
-#include "controller/QuickLook.h"
+#include "logic/QuickLook.h"
 #include "ui/PreviewPanel.h"
 
 #include <QApplication>

@@ -1,4 +1,4 @@
-#include "controller/RestoreActions.h"
+#include "logic/RestoreActions.h"
 
 #include "browser/Restore.h"
 

@@ -1,4 +1,4 @@
-#include "controller/PrivilegeChecks.h"
+#include "logic/PrivilegeChecks.h"
 
 #include "common/AdminLauncher.h"
 #include "common/Alerts.h"

@@ -1,4 +1,4 @@
-#include "controller/PreferencesLogic.h"
+#include "logic/PreferencesLogic.h"
 
 #include "browser/VolumeMenu.h"
 #include "cache/SpaceGuard.h"
@@ -8,7 +8,7 @@
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
-#include "controller/LoginItems.h"
+#include "logic/LoginItems.h"
 #include "volumes/Volumes.h"
 
 #include <QTimer>

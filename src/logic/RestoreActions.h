@@ -1,8 +1,8 @@
 #pragma once
 
 #include "browser/Restore.h"
-#include "controller/WorkProgress.h"
-#include "controller/WorkerState.h"
+#include "logic/WorkProgress.h"
+#include "logic/WorkerState.h"
 
 #include <QByteArrayList>
 #include <QDBusConnection>

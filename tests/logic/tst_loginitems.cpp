@@ -10,7 +10,7 @@
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
-#include "controller/LoginItems.h"
+#include "logic/LoginItems.h"
 
 #include <QProcess>
 #include <QSignalSpy>

@@ -1,4 +1,4 @@
-#include "controller/LoginItems.h"
+#include "logic/LoginItems.h"
 
 #include "common/Applications.h"
 #include "common/Locations.h"

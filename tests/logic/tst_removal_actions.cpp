@@ -10,9 +10,9 @@
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/Texts.h"
-#include "controller/RemovalActions.h"
-#include "controller/RemovalQueue.h"
-#include "controller/WorkProgress.h"
+#include "logic/RemovalActions.h"
+#include "logic/RemovalQueue.h"
+#include "logic/WorkProgress.h"
 
 #include <QCoreApplication>
 #include <QSignalSpy>

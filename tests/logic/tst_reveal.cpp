@@ -1,7 +1,7 @@
 // Revealing items through a stand-in file manager on a private bus, and the fallback to opening
 // the item's folder when none answers.
 
-#include "controller/RestoreActions.h"
+#include "logic/RestoreActions.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>

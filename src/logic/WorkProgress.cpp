@@ -1,4 +1,4 @@
-#include "controller/WorkProgress.h"
+#include "logic/WorkProgress.h"
 
 void WorkJob::setTotal(qint64 total)
 {

@@ -1,11 +1,14 @@
-// The application's wrapper around the launcher, with stand-ins: a shell script plays the
-// launcher (it logs its arguments and, when told to, really changes the file it is given) and
-// another plays pkexec.
+// The application's wrapper around the launcher, and the privilege step of start-up built on it
+// (which alerts the user sees, in which order, what goes to the log, whether start-up goes on).
+// Stand-ins: a shell script plays the launcher (it logs its arguments and, when told to, really
+// changes the file it is given) and another plays pkexec.
 
 #include "TestEnv.h"
 
 #include "common/AdminLauncher.h"
 #include "common/Alerts.h"
+#include "common/Log.h"
+#include "logic/PrivilegeChecks.h"
 
 #include <QCoreApplication>
 #include <QProcess>
@@ -31,7 +34,37 @@ public:
         shown.append(alert);
         return answers.isEmpty() ? 0 : answers.takeFirst();
     }
+    // "message|informative|buttons" of each alert shown.
+    QStringList texts() const
+    {
+        QStringList out;
+        for (const Alerts::Alert &a : shown)
+            out.append(a.message + u'|' + a.informativeText + u'|' + a.buttons.join(u','));
+        return out;
+    }
 };
+
+QString alert(const char *message, const char *text, const char *button)
+{
+    return qtTrId(message) + u'|' + qtTrId(text) + u'|' + qtTrId(button);
+}
+
+const QString kMissing =
+    QStringLiteral("The \"adminlauncher\" executable was not found.|Please, verify that the "
+                   "executable is correctly installed or reinstall the application.|OK");
+const QString kPassword = alert("PrivilegesNeededTitle", "PrivilegesNeededText", "OKButton");
+QString launcherFailure(const char *text)
+{
+    return alert("PrivilegesNeededTitle", text, "QuitButton");
+}
+const QString kDaemonFailure = launcherFailure("BadPermissionsText2");
+
+const QByteArray kSucceeded = "Set Privileges to adminlauncher succeeded.";
+const QByteArray kUnable = "Unable to set Privileges to adminlauncher.";
+
+// The start-up cases: the launcher and the daemon as they are found.
+enum Launcher { Missing, Privileged, Plain, PlainThatWorks, RefusedPassword };
+enum Daemon { NoDaemon, PrivilegedDaemon, PlainDaemon };
 
 bool writeScript(const QByteArray &path, const QByteArray &body, mode_t mode = 0755)
 {
@@ -43,7 +76,7 @@ bool setOwnerAndMode(const QByteArray &path, uid_t owner, mode_t mode)
     return ::chown(path.constData(), owner, owner) == 0 && ::chmod(path.constData(), mode) == 0;
 }
 
-// `tst_adminlauncher --elevate PROGRAM TOOL`: asks PROGRAM to run TOOL with job 9, prints the
+// `tst_privileges --elevate PROGRAM TOOL`: asks PROGRAM to run TOOL with job 9, prints the
 // outcome code. Run as an ordinary user, so that the real (not forced) pkexec path is taken.
 int elevateChild(char **argv)
 {
@@ -56,7 +89,7 @@ int elevateChild(char **argv)
 
 } // namespace
 
-class TstAdminLauncher : public QObject
+class TstPrivileges : public QObject
 {
     Q_OBJECT
     TestEnv *env = nullptr;
@@ -88,6 +121,29 @@ class TstAdminLauncher : public QObject
         QByteArrayList lines = TestEnv::readFile(calls).split('\n');
         lines.removeAll(QByteArray());
         return lines;
+    }
+    // A start-up case: the launcher and the daemon as start-up finds them.
+    void prepare(Launcher launcher, Daemon daemon)
+    {
+        if (launcher != Missing) makeLauncher(0, launcher == Privileged ? 04755 : 0755);
+        launcherWorks(launcher == Privileged || launcher == PlainThatWorks);
+        if (launcher == RefusedPassword) {
+            QVERIFY(writeScript(root + "/pkexec", "exit 126\n"));
+            ZEL_AdminLauncher::setElevationProgramForTesting(root + "/pkexec");
+            ZEL_AdminLauncher::setAlwaysElevateForTesting(true);
+        }
+        if (daemon != NoDaemon) {
+            QVERIFY(TestEnv::writeFile(D, "x"));
+            QVERIFY(setOwnerAndMode(D, 0, daemon == PrivilegedDaemon ? 04755 : 0755));
+        }
+    }
+    QByteArrayList logMessages() const
+    {
+        QByteArrayList messages;
+        for (const QByteArray &line :
+             TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).split('\n'))
+            if (line.size() > 22) messages.append(line.mid(22)); // after "yyyy-MM-dd HH:mm:ss - "
+        return messages;
     }
 
 private slots:
@@ -173,21 +229,11 @@ private slots:
 
     void missingLauncherAlertsOnEveryLookup()
     {
-        const Alerts::Alert expected{
-            QStringLiteral("The \"adminlauncher\" executable was not found."),
-            QStringLiteral("Please, verify that the executable is correctly installed "
-                           "or reinstall the application."),
-            {QStringLiteral("OK")}};
         recorder.answers = {-1, -1}; // closed twice without the button: shown again each time
         QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QString());
-        QCOMPARE(recorder.shown.size(), 3);
+        QCOMPARE(recorder.texts(), QStringList(3, kMissing));
         QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QString());
-        QCOMPARE(recorder.shown.size(), 4);
-        for (const Alerts::Alert &a : recorder.shown) {
-            QCOMPARE(a.message, expected.message);
-            QCOMPARE(a.informativeText, expected.informativeText);
-            QCOMPARE(a.buttons, expected.buttons);
-        }
+        QCOMPARE(recorder.texts(), QStringList(4, kMissing));
         QVERIFY(!ZEL_AdminLauncher::checkAdminlauncherPrivileges());
         QCOMPARE(recorder.shown.size(), 5);
         QVERIFY(!ZEL_AdminLauncher::setPrivilegesToExecutable_adminlauncher());
@@ -324,13 +370,104 @@ private slots:
         QVERIFY(child.waitForFinished(20000));
         QCOMPARE(child.readAllStandardOutput().trimmed(), QByteArray("3"));
     }
+
+    // ---- The privilege step of start-up.
+    void startUp_data()
+    {
+        QTest::addColumn<int>("launcher");
+        QTest::addColumn<int>("daemon");
+        QTest::addColumn<bool>("goesOn");
+        QTest::addColumn<QStringList>("alerts");
+        QTest::addColumn<QByteArrayList>("log");
+        QTest::addColumn<bool>("privilegesWereSet");
+
+        QTest::newRow("everything privileged") << int(Privileged) << int(PrivilegedDaemon) << true
+                                               << QStringList{} << QByteArrayList{} << false;
+        QTest::newRow("launcher privileged, daemon not: no alert")
+            << int(Privileged) << int(PlainDaemon) << true << QStringList{} << QByteArrayList{}
+            << false;
+        QTest::newRow("launcher raised")
+            << int(PlainThatWorks) << int(PrivilegedDaemon) << true << QStringList{kPassword}
+            << QByteArrayList{kSucceeded} << true;
+        QTest::newRow("launcher started but still plain")
+            << int(Plain) << int(PrivilegedDaemon) << false
+            << QStringList{kPassword, launcherFailure("BadPermissionsText")}
+            << QByteArrayList{kUnable} << false;
+        QTest::newRow("password refused")
+            << int(RefusedPassword) << int(PrivilegedDaemon) << false
+            << QStringList{kPassword, launcherFailure("BadPrivilegesText")}
+            << QByteArrayList{kUnable} << false;
+        QTest::newRow("launcher missing")
+            << int(Missing) << int(PrivilegedDaemon) << false
+            << QStringList{kMissing, kPassword, kMissing, launcherFailure("ExecutableNotFoundText")}
+            << QByteArrayList{kUnable} << false;
+        // The daemon check is skipped after a failed launcher check: no daemon alert here.
+        QTest::newRow("launcher missing, daemon missing")
+            << int(Missing) << int(NoDaemon) << false
+            << QStringList{kMissing, kPassword, kMissing, launcherFailure("ExecutableNotFoundText")}
+            << QByteArrayList{kUnable} << false;
+        QTest::newRow("daemon missing") << int(Privileged) << int(NoDaemon) << false
+                                        << QStringList{kDaemonFailure} << QByteArrayList{} << false;
+        QTest::newRow("launcher raised, daemon missing")
+            << int(PlainThatWorks) << int(NoDaemon) << false
+            << QStringList{kPassword, kDaemonFailure} << QByteArrayList{kSucceeded} << true;
+    }
+
+    void startUp()
+    {
+        QFETCH(int, launcher);
+        QFETCH(int, daemon);
+        QFETCH(bool, goesOn);
+        QFETCH(QStringList, alerts);
+        QFETCH(QByteArrayList, log);
+        QFETCH(bool, privilegesWereSet);
+        if (::geteuid() != 0) QSKIP("the stand-in launcher makes files root-owned: run as root");
+        prepare(Launcher(launcher), Daemon(daemon));
+
+        PrivilegeChecks checks(QFile::decodeName(bin + "/salvora3"));
+        QCOMPARE(checks.run(), goesOn);
+        QCOMPARE(recorder.texts(), alerts);
+        QCOMPARE(logMessages(), log);
+        QCOMPARE(checks.adminPrivilegesWereSet(), privilegesWereSet);
+        QCOMPARE(checks.installSalvoraMenuDelayMs(), privilegesWereSet ? 5000 : 100);
+        QCOMPARE(checks.editPreferencesDelayMs(), privilegesWereSet ? 5500 : 500);
+        if (goesOn && daemon == PlainDaemon) // privileged silently, through the launcher's job 2
+            QTRY_COMPARE(TestEnv::modeOf(D), mode_t(04755));
+    }
+
+    // Closing an alert any other way than with its button brings it back.
+    void alertsComeBackUntilTheirButton()
+    {
+        if (::geteuid() != 0) QSKIP("the stand-in launcher makes files root-owned: run as root");
+        prepare(Plain, PrivilegedDaemon);
+        recorder.answers = {-1, 0, -1, -1, 0};
+        PrivilegeChecks checks(QFile::decodeName(bin + "/salvora3"));
+        QVERIFY(!checks.run());
+        QCOMPARE(recorder.texts(),
+                 (QStringList{kPassword, kPassword, launcherFailure("BadPermissionsText"),
+                              launcherFailure("BadPermissionsText"),
+                              launcherFailure("BadPermissionsText")}));
+    }
+
+    // The daemon job needs the launcher file: gone after the launcher check, the daemon fails.
+    void launcherGoneBeforeTheDaemonJob()
+    {
+        if (::geteuid() != 0) QSKIP("the stand-in launcher makes files root-owned: run as root");
+        prepare(Privileged, PlainDaemon);
+        PrivilegeChecks checks(QFile::decodeName(bin + "/salvora3"));
+        QVERIFY(checks.checkAdminlauncherPrivileges());
+        QVERIFY(::unlink(L.constData()) == 0);
+        QVERIFY(!checks.checkDaemonPrivileges());
+        QCOMPARE(recorder.texts(), QStringList{kDaemonFailure});
+        QVERIFY(logMessages().isEmpty());
+    }
 };
 
 int main(int argc, char **argv)
 {
     if (argc == 4 && std::strcmp(argv[1], "--elevate") == 0) return elevateChild(argv);
     QCoreApplication app(argc, argv);
-    TstAdminLauncher t;
+    TstPrivileges t;
     return QTest::qExec(&t, argc, argv);
 }
-#include "tst_adminlauncher.moc"
+#include "tst_privileges.moc"

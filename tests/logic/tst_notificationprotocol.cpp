@@ -9,7 +9,7 @@
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/Texts.h"
-#include "controller/NotificationProtocol.h"
+#include "logic/NotificationProtocol.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

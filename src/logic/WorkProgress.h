@@ -1,6 +1,6 @@
 #pragma once
 
-#include "controller/WorkerState.h"
+#include "logic/WorkerState.h"
 
 #include <QElapsedTimer>
 #include <QList>

@@ -1,4 +1,4 @@
-#include "controller/IncompleteLookup.h"
+#include "logic/IncompleteLookup.h"
 
 #include <QDeadlineTimer>
 #include <QThread>

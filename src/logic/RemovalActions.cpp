@@ -1,7 +1,7 @@
-#include "controller/RemovalActions.h"
+#include "logic/RemovalActions.h"
 
 #include "browser/Removal.h"
-#include "controller/RemovalQueue.h"
+#include "logic/RemovalQueue.h"
 
 namespace RemovalActions {
 

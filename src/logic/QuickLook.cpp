@@ -1,4 +1,4 @@
-#include "controller/QuickLook.h"
+#include "logic/QuickLook.h"
 
 #include <sys/stat.h>
 

@@ -1,4 +1,4 @@
-#include "controller/NotificationProtocol.h"
+#include "logic/NotificationProtocol.h"
 
 #include "common/Log.h"
 #include "common/NotificationBus.h"

@@ -1,4 +1,4 @@
-#include "controller/RemovalQueue.h"
+#include "logic/RemovalQueue.h"
 
 #include "browser/Removal.h"
 #include "common/NotificationBus.h"

@@ -4,7 +4,7 @@
 
 #include "TestEnv.h"
 
-#include "controller/RestoreActions.h"
+#include "logic/RestoreActions.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "controller/ContextMenus.h"
+#include "logic/ContextMenus.h"
 
 #include "browser/NameMatch.h"
 #include "browser/Restore.h"

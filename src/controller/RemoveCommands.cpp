@@ -1,6 +1,6 @@
 #include "controller/AppDelegate.h"
 
-#include "controller/RemovalQueue.h"
+#include "logic/RemovalQueue.h"
 
 QByteArrayList AppDelegate::selectedContentsPaths() const
 {

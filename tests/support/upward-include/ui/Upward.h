@@ -1,0 +1,2 @@
+// An upward include: the layer check must refuse it.
+#include "controller/AppDelegate.h"
