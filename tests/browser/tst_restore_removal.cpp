@@ -9,31 +9,27 @@
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
+#include <QFile>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
-#include <QFile>
-#include <QTemporaryDir>
-
 #include <cstring>
-
 #include <dirent.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
-
 
 QByteArrayList entries(const QByteArray &folder)
 {
     QByteArrayList names;
     if (DIR *d = opendir(folder.constData())) {
         while (dirent *e = readdir(d))
-            if (strcmp(e->d_name, ".") && strcmp(e->d_name, ".."))
-                names.append(e->d_name);
+            if (strcmp(e->d_name, ".") && strcmp(e->d_name, "..")) names.append(e->d_name);
         closedir(d);
     }
     std::sort(names.begin(), names.end());
@@ -82,24 +78,25 @@ private slots:
     {
         QVERIFY(TestEnv::writeFile(out + "/a.txt", "mine"));
         // The same name deleted on another day.
-        const QByteArray otherDay = env->homeBytes() + "/.Salvora3Cache/2024-05-04/2024-05-04 09_00_00";
+        const QByteArray otherDay =
+            env->homeBytes() + "/.Salvora3Cache/2024-05-04/2024-05-04 09_00_00";
         QVERIFY(TestEnv::writeFile(otherDay + "/tree", "a file named like the folder"));
-        const auto results = Restore::copyItems(out, {time + "/a.txt", time + "/b\xff\xfe.bin", time + "/tree",
-                                                      otherDay + "/tree"});
+        const auto results = Restore::copyItems(
+            out, {time + "/a.txt", time + "/b\xff\xfe.bin", time + "/tree", otherDay + "/tree"});
         QCOMPARE(results.size(), 4);
         QCOMPARE(results[0].outcome, Restore::Outcome::SkippedExisting);
         QCOMPARE(TestEnv::readFile(out + "/a.txt"), QByteArray("mine"));
         QCOMPARE(results[1].outcome, Restore::Outcome::Copied);
-        QCOMPARE(TestEnv::readFile(out + "/b\xff\xfe.bin"), QByteArray(300000, 'b')); // byte-exact name and data
+        QCOMPARE(TestEnv::readFile(out + "/b\xff\xfe.bin"),
+                 QByteArray(300000, 'b')); // byte-exact name and data
         QCOMPARE(results[2].outcome, Restore::Outcome::Copied);
         QCOMPARE(TestEnv::readFile(out + "/tree/sub/deep.txt"), QByteArray("deep"));
-        struct stat st{};
-        QVERIFY(lstat(out + "/tree/x.sh", &st) == 0);
-        QCOMPARE(st.st_mode & 07777, mode_t(0751));
+        QCOMPARE(TestEnv::modeOf(out + "/tree/x.sh"), mode_t(0751));
         char target[64] = {};
-        QCOMPARE(readlink(out + "/tree/link", target, sizeof target - 1), ssize_t(12));
+        QCOMPARE(readlink(out + "/tree/link", target, sizeof target), ssize_t(12));
         QCOMPARE(QByteArray(target), QByteArray("../elsewhere"));
-        QCOMPARE(results[3].outcome, Restore::Outcome::SkippedExisting); // same name as an earlier item
+        QCOMPARE(results[3].outcome,
+                 Restore::Outcome::SkippedExisting); // same name as an earlier item
         // Nothing half-done is left behind, and the cache keeps its items.
         QCOMPARE(entries(out), QByteArrayList({"a.txt", "b\xff\xfe.bin", "tree"}));
         QVERIFY(TestEnv::exists(time + "/a.txt"));
@@ -107,6 +104,9 @@ private slots:
         // Times are kept.
         const auto again = Restore::copyItem(time + "/a.txt", out + "/a copy.txt");
         QCOMPARE(again.outcome, Restore::Outcome::Copied);
+        struct stat st
+        {
+        };
         QVERIFY(lstat(out + "/a copy.txt", &st) == 0);
         QCOMPARE(st.st_mtim.tv_sec, time_t(1000000000));
     }
@@ -138,15 +138,17 @@ private slots:
         QTest::addColumn<int>("clash");
         QTest::addColumn<int>("outcome");
         QTest::addColumn<QByteArray>("landed"); // below the home folder; empty: stays in the cache
-        const int skip = int(Restore::Clash::Skip), both = int(Restore::Clash::KeepBoth);
-        const int copied = int(Restore::Outcome::Copied), skipped = int(Restore::Outcome::SkippedExisting);
-        QTest::newRow("into its folder") << QByteArray("docs/a.txt") << false << skip << copied
-                                         << QByteArray("docs/a.txt");
-        QTest::newRow("parents deleted") << QByteArray("gone/deeper/a.txt") << false << skip << copied
-                                         << QByteArray("gone/deeper/a.txt");
-        QTest::newRow("taken, skip") << QByteArray("docs/a.txt") << true << skip << skipped << QByteArray();
-        QTest::newRow("taken, keep both") << QByteArray("docs/a.txt") << true << both << copied
-                                          << QByteArray("docs/a 2.txt");
+        const auto row = [](const char *name, const char *original, bool taken,
+                            Restore::Clash clash, Restore::Outcome outcome, const char *landed) {
+            QTest::newRow(name) << QByteArray(original) << taken << int(clash) << int(outcome)
+                                << QByteArray(landed);
+        };
+        using enum Restore::Clash;
+        using enum Restore::Outcome;
+        row("into its folder", "docs/a.txt", false, Skip, Copied, "docs/a.txt");
+        row("parents deleted", "gone/deeper/a.txt", false, Skip, Copied, "gone/deeper/a.txt");
+        row("taken, skip", "docs/a.txt", true, Skip, SkippedExisting, "");
+        row("taken, keep both", "docs/a.txt", true, KeepBoth, Copied, "docs/a 2.txt");
     }
     void putBack()
     {
@@ -155,13 +157,14 @@ private slots:
         QFETCH(int, clash);
         QFETCH(int, outcome);
         QFETCH(QByteArray, landed);
-        const QByteArray home = env->homeBytes();
-        const QByteArray cache = home + "/.Salvora3Cache";
+        const QByteArray home = env->homeBytes(), cache = home + "/.Salvora3Cache";
         QVERIFY(TestEnv::makeFolders(home + "/docs"));
         if (taken) QVERIFY(TestEnv::writeFile(home + "/docs/a.txt", "mine"));
-        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", "2024-05-03 10_00_00", "a.txt", home + "/elsewhere"));
-        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", "2024-05-03 10_00_00", "a.txt", home + '/' + original));
-        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", "2024-05-03 09_00_00", "a.txt", home + "/other"));
+        for (const auto &[t, from] : {std::pair<const char *, QByteArray>{"10_00_00", "elsewhere"},
+                                      {"10_00_00", original},
+                                      {"09_00_00", "other"}})
+            QVERIFY(TestEnv::writeOrigin(cache, "2024-05-03", QByteArray("2024-05-03 ") + t,
+                                         "a.txt", home + '/' + from));
         // The latest record of the name in its time folder.
         QCOMPARE(Restore::originalPathOf(time + "/a.txt"), home + '/' + original);
         QVERIFY(Restore::originalPathOf(time + "/tree").isEmpty());
@@ -169,7 +172,8 @@ private slots:
         CommonUtils::saveSizeOfCache(cache + "/2024-05-03", &n);
 
         const mode_t oldMask = umask(022);
-        const auto r = Restore::putBack(time + "/a.txt", home + '/' + original, Restore::Clash(clash));
+        const auto r =
+            Restore::putBack(time + "/a.txt", home + '/' + original, Restore::Clash(clash));
         umask(oldMask);
         QCOMPARE(int(r.outcome), outcome);
         if (landed.isEmpty()) {
@@ -187,8 +191,8 @@ private slots:
         // The day is counted again next time.
         QVERIFY(!TestEnv::exists(cache + "/2024-05-03/.Salvora3_CacheInformation"));
         if (original.startsWith("gone/")) {
-            QCOMPARE(TestEnv::modeOf(home + "/gone") & 0777, mode_t(0755));
-            QCOMPARE(TestEnv::modeOf(home + "/gone/deeper") & 0777, mode_t(0755));
+            QCOMPARE(TestEnv::modeOf(home + "/gone"), mode_t(0755));
+            QCOMPARE(TestEnv::modeOf(home + "/gone/deeper"), mode_t(0755));
         }
     }
 
@@ -197,23 +201,29 @@ private slots:
     void putBackAcrossFileSystems()
     {
         QTemporaryDir other(QStringLiteral("/dev/shm/salvora-test-XXXXXX"));
-        struct stat a{}, b{};
-        if (!other.isValid() || stat("/dev/shm", &a) != 0 || stat(time.constData(), &b) != 0 || a.st_dev == b.st_dev)
+        struct stat a
+        {
+        }, b{};
+        if (!other.isValid() || stat("/dev/shm", &a) != 0 || stat(time.constData(), &b) != 0 ||
+            a.st_dev == b.st_dev)
             QSKIP("no second file system at /dev/shm");
         const QByteArray there = QFile::encodeName(other.path());
-        const auto whole = Restore::putBack(time + "/a.txt", there + "/a.txt", Restore::Clash::Skip);
+        const auto whole =
+            Restore::putBack(time + "/a.txt", there + "/a.txt", Restore::Clash::Skip);
         QCOMPARE(whole.outcome, Restore::Outcome::Copied);
         QVERIFY(whole.moved);
         QVERIFY(!TestEnv::exists(time + "/a.txt"));
         QVERIFY(makeSocket(time + "/tree/sock"));
-        const auto partial = Restore::putBack(time + "/tree", there + "/back/tree", Restore::Clash::Skip);
+        const auto partial =
+            Restore::putBack(time + "/tree", there + "/back/tree", Restore::Clash::Skip);
         QCOMPARE(partial.outcome, Restore::Outcome::Copied);
         QCOMPARE(partial.leftOut.size(), 1);
         QVERIFY(!partial.moved);
         QVERIFY(TestEnv::exists(time + "/tree/sock"));
         QCOMPARE(TestEnv::readFile(there + "/back/tree/sub/deep.txt"), QByteArray("deep"));
         QCOMPARE(entries(there + "/back"), QByteArrayList{"tree"});
-        const auto last = Restore::putBack(time + "/b\xff\xfe.bin", there + "/b\xff\xfe.bin", Restore::Clash::Skip);
+        const auto last = Restore::putBack(time + "/b\xff\xfe.bin", there + "/b\xff\xfe.bin",
+                                           Restore::Clash::Skip);
         QVERIFY(last.moved);
         QVERIFY(TestEnv::exists(time)); // the tree is still in it
     }
@@ -238,7 +248,8 @@ private slots:
         CommonUtils::saveSizeOfCache(day, &n);
         QCOMPARE(n, 5);
         Removal::removeItems({time + "/a.txt"});
-        QVERIFY(!TestEnv::exists(day + "/.Salvora3_CacheInformation")); // the day is recounted next time
+        QVERIFY(!TestEnv::exists(day +
+                                 "/.Salvora3_CacheInformation")); // the day is recounted next time
         QVERIFY(TestEnv::exists(time));
         Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
         QVERIFY(!TestEnv::exists(time));
@@ -269,8 +280,7 @@ private slots:
 
     void deleteRequestReachesTheBus()
     {
-        if (!QDBusConnection::sessionBus().isConnected())
-            QSKIP("no session bus");
+        if (!QDBusConnection::sessionBus().isConnected()) QSKIP("no session bus");
         NotificationBus listener;
         QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
         QSignalSpy spy(&listener, &NotificationBus::received);

@@ -53,7 +53,7 @@ class TstTypedStream : public QObject
     Q_OBJECT
 
 private slots:
-    void referenceVector()
+    void referenceVectors()
     {
         QCOMPARE(hexOf(encodeDictionary(kReferenceDict)), kReference.toHex(' '));
         const auto read = decodeDictionary(kReference.toStdString());
@@ -61,10 +61,7 @@ private slots:
         QVERIFY(integerFor(*read, "size") == 123456789);
         QVERIFY(integerFor(*read, "count") == 42);
         QVERIFY(!integerFor(*read, "missing"));
-    }
-
-    void bigEndian()
-    {
+        // Big-endian: another signature, and the multi-byte numbers reversed.
         QByteArray big = kReference;
         big.replace("streamtyped", "typedstream");
         big.replace(QByteArray::fromHex("81e803"), QByteArray::fromHex("8103e8"));
@@ -77,45 +74,40 @@ private slots:
     {
         QTest::addColumn<qint64>("value");
         QTest::addColumn<QByteArray>("little"); // the value as written, tag first
-
+        const auto row = [](qint64 v, const char *little) {
+            QTest::addRow("%lld", v) << v << QByteArray(little);
+        };
         const qint64 int32Min = std::numeric_limits<std::int32_t>::min();
-        const qint64 int64Min = std::numeric_limits<std::int64_t>::min();
-        QTest::newRow("-110, smallest single byte") << qint64(-110) << QByteArray("92");
-        QTest::newRow("-111") << qint64(-111) << QByteArray("81 91 ff");
-        QTest::newRow("0") << qint64(0) << QByteArray("00");
-        QTest::newRow("127") << qint64(127) << QByteArray("7f");
-        QTest::newRow("128") << qint64(128) << QByteArray("81 80 00");
-        QTest::newRow("32767") << qint64(32767) << QByteArray("81 ff 7f");
-        QTest::newRow("32768") << qint64(32768) << QByteArray("82 00 80 00 00");
-        QTest::newRow("-32767") << qint64(-32767) << QByteArray("81 01 80");
-        QTest::newRow("-32768 takes int32") << qint64(-32768) << QByteArray("82 00 80 ff ff");
-        QTest::newRow("2^31-1") << qint64(2147483647) << QByteArray("82 ff ff ff 7f");
-        QTest::newRow("2^31") << qint64(2147483648) << QByteArray("87 00 00 00 80 00 00 00 00");
-        QTest::newRow("int32 min") << int32Min << QByteArray("82 00 00 00 80");
-        QTest::newRow("int32 min - 1") << int32Min - 1 << QByteArray("87 ff ff ff 7f ff ff ff ff");
-        QTest::newRow("5e9") << qint64(5000000000) << QByteArray("87 00 f2 05 2a 01 00 00 00");
-        QTest::newRow("int64 max") << std::numeric_limits<qint64>::max()
-                                   << QByteArray("87 ff ff ff ff ff ff ff 7f");
-        QTest::newRow("int64 min") << int64Min << QByteArray("87 00 00 00 00 00 00 00 80");
+        row(-110, "92"); // the smallest single byte
+        row(-111, "81 91 ff");
+        row(0, "00");
+        row(127, "7f");
+        row(128, "81 80 00");
+        row(32767, "81 ff 7f");
+        row(32768, "82 00 80 00 00");
+        row(-32767, "81 01 80");
+        row(-32768, "82 00 80 ff ff"); // takes int32
+        row(2147483647, "82 ff ff ff 7f");
+        row(2147483648, "87 00 00 00 80 00 00 00 00");
+        row(int32Min, "82 00 00 00 80");
+        row(int32Min - 1, "87 ff ff ff 7f ff ff ff ff");
+        row(5000000000, "87 00 f2 05 2a 01 00 00 00");
+        row(std::numeric_limits<qint64>::max(), "87 ff ff ff ff ff ff ff 7f");
+        row(std::numeric_limits<qint64>::min(), "87 00 00 00 00 00 00 00 80");
     }
 
     void integerWidths()
     {
         QFETCH(qint64, value);
         QFETCH(QByteArray, little);
-        QByteArray big = QByteArray::fromHex(little);
-        std::reverse(big.begin() + 1, big.end());
         const Dictionary dict{{"v", std::int64_t{value}}};
-        const QByteArray ends = QByteArray::fromHex("8686");
-
-        const std::string le = encodeDictionary(dict, ByteOrder::Little);
-        QVERIFY2(QByteArray::fromStdString(le).endsWith(QByteArray::fromHex(little) + ends),
-                 hexOf(le).constData());
-        QVERIFY(decodeDictionary(le) == dict);
-
-        const std::string be = encodeDictionary(dict, ByteOrder::Big);
-        QVERIFY2(QByteArray::fromStdString(be).endsWith(big + ends), hexOf(be).constData());
-        QVERIFY(decodeDictionary(be) == dict);
+        for (const ByteOrder order : {ByteOrder::Little, ByteOrder::Big}) {
+            QByteArray wanted = QByteArray::fromHex(little);
+            if (order == ByteOrder::Big) std::reverse(wanted.begin() + 1, wanted.end());
+            const std::string bytes = encodeDictionary(dict, order);
+            QCOMPARE(hexOf(bytes).right(wanted.size() * 3 + 5), (wanted + "\x86\x86").toHex(' '));
+            QVERIFY(decodeDictionary(bytes) == dict);
+        }
     }
 
     void keyOrderAndStrings()
@@ -145,95 +137,59 @@ private slots:
 
     void editedReference_data()
     {
-        // Each row replaces byte sequences that occur once in the reference vector.
+        // Each row replaces byte sequences ("|" between them) that occur once in the reference.
         QTest::addColumn<QByteArrayList>("from");
         QTest::addColumn<QByteArrayList>("to");
         QTest::addColumn<QString>("expected");
-        const QString reference = QStringLiteral("size=123456789 count=42");
-        const QString rejected = QStringLiteral("nullopt");
-        const QByteArray secondNumber = "92 84 98 9a 9a 9b 2a 86";
-
-        QTest::newRow("mutable dictionary")
-            << QByteArrayList{"0c 4e5344696374696f6e617279"}
-            << QByteArrayList{"13 4e534d757461626c6544696374696f6e617279"} << reference;
-        QTest::newRow("mutable string")
-            << QByteArrayList{"08 4e53537472696e67"}
-            << QByteArrayList{"0f 4e534d757461626c65537472696e67"} << reference;
-        QTest::newRow("count as int64")
-            << QByteArrayList{"9b2a8686"} << QByteArrayList{"9b 872a00000000000000 8686"} << reference;
-        QTest::newRow("entry count as int32")
-            << QByteArrayList{"84016902"} << QByteArrayList{"840169 8202000000"} << reference;
-        QTest::newRow("type l") << QByteArrayList{"84840171"} << QByteArrayList{"8484016c"}
-                                << reference;
-        QTest::newRow("type I") << QByteArrayList{"84840171"} << QByteArrayList{"84840149"}
-                                << reference;
-        QTest::newRow("type Q") << QByteArrayList{"84840171"} << QByteArrayList{"84840151"}
-                                << reference;
-        QTest::newRow("type S, upper half")
-            << QByteArrayList{"84840171", "9b2a86"} << QByteArrayList{"84840153", "9bff86"}
-            << "size=123456789 count=65535";
-        QTest::newRow("type c is a raw byte")
-            << QByteArrayList{"84840171 9b 8215cd5b07"} << QByteArrayList{"84840163 9b 81"}
-            << "size=-127 count=42";
-        QTest::newRow("type C is a raw byte")
-            << QByteArrayList{"84840171 9b 8215cd5b07"} << QByteArrayList{"84840143 9b ff"}
-            << "size=255 count=42";
-        QTest::newRow("one group for type and value")
-            << QByteArrayList{"84012a 84840171 9b", "9a9a9b2a"}
-            << QByteArrayList{"84022a71 84840171", "9a9a2a"} << reference;
-        QTest::newRow("value refers to an earlier number")
-            << QByteArrayList{secondNumber} << QByteArrayList{"9297"}
-            << "size=123456789 count=123456789";
-        QTest::newRow("value refers to a key") << QByteArrayList{secondNumber} << QByteArrayList{"9295"}
-                                               << "size=123456789 count=\"size\"";
-
-        QTest::newRow("streamer version")
-            << QByteArrayList{"040b"} << QByteArrayList{"030b"} << rejected;
-        QTest::newRow("signature") << QByteArrayList{"7374726561 6d7479706564"}
-                                   << QByteArrayList{"7374726561 6d7479706565"} << rejected;
-        QTest::newRow("trailing byte")
-            << QByteArrayList{"9b2a8686"} << QByteArrayList{"9b2a868600"} << rejected;
-        QTest::newRow("unknown tag") << QByteArrayList{"9b2a86"} << QByteArrayList{"9b8886"}
-                                     << rejected;
-        QTest::newRow("class reference past the table")
-            << QByteArrayList{"0194"} << QByteArrayList{"0199"} << rejected;
-        QTest::newRow("shared string past the table")
-            << QByteArrayList{"9284969705"} << QByteArrayList{"928496a005"} << rejected;
-        QTest::newRow("class where an object belongs")
-            << QByteArrayList{secondNumber} << QByteArrayList{"9296"} << rejected;
-        QTest::newRow("object where a class belongs")
-            << QByteArrayList{"92849697"} << QByteArrayList{"92849597"} << rejected;
-        QTest::newRow("class where a C string belongs")
-            << QByteArrayList{"9a9a9b2a"} << QByteArrayList{"9a999b2a"} << rejected;
-        QTest::newRow("value refers to the dictionary")
-            << QByteArrayList{secondNumber} << QByteArrayList{"9292"} << rejected;
-        QTest::newRow("nil value") << QByteArrayList{secondNumber} << QByteArrayList{"9285"}
-                                   << rejected;
-        QTest::newRow("count larger than the bytes")
-            << QByteArrayList{"84016902"} << QByteArrayList{"840169 8200000100"} << rejected;
-        QTest::newRow("negative count")
-            << QByteArrayList{"84016902"} << QByteArrayList{"840169ff"} << rejected;
-        QTest::newRow("count one too many")
-            << QByteArrayList{"84016902"} << QByteArrayList{"84016903"} << rejected;
-        QTest::newRow("count one too few")
-            << QByteArrayList{"84016902"} << QByteArrayList{"84016901"} << rejected;
-        QTest::newRow("nested dictionary")
-            << QByteArrayList{secondNumber} << QByteArrayList{"92 84 93 95 00 86"} << rejected;
-        QTest::newRow("floating point number")
-            << QByteArrayList{"84840171"} << QByteArrayList{"84840164"} << rejected;
-        QTest::newRow("type Q above int64")
-            << QByteArrayList{"84840171", "8215cd5b07"} << QByteArrayList{"84840151", "ff"} << rejected;
-        QTest::newRow("type S below its range")
-            << QByteArrayList{"84840171", "9b2a86"} << QByteArrayList{"84840153", "9b 82c063ffff 86"}
-            << rejected;
-        QTest::newRow("value type differs from its C string")
-            << QByteArrayList{"9a9a9b2a"} << QByteArrayList{"9a9a952a"} << rejected;
-        QTest::newRow("number as key")
-            << QByteArrayList{"92849697 05636f756e74 86"} << QByteArrayList{"9297"} << rejected;
-        QTest::newRow("duplicate key")
-            << QByteArrayList{"05636f756e74"} << QByteArrayList{"0473697a65"} << rejected;
-        QTest::newRow("string length past the end")
-            << QByteArrayList{"0473697a65"} << QByteArrayList{"7f73697a65"} << rejected;
+        const auto row = [](const char *name, QByteArray from, QByteArray to,
+                            const char *expected = "size=123456789 count=42") {
+            QTest::newRow(name) << from.split('|') << to.split('|') << QString(expected);
+        };
+        const auto rejected = [&](const char *name, QByteArray from, QByteArray to) {
+            row(name, from, to, "nullopt");
+        };
+        const QByteArray second = "92 84 98 9a 9a 9b 2a 86"; // the second number
+        row("mutable dictionary", "0c 4e5344696374696f6e617279",
+            "13 4e534d757461626c6544696374696f6e617279");
+        row("mutable string", "08 4e53537472696e67", "0f 4e534d757461626c65537472696e67");
+        row("count as int64", "9b2a8686", "9b 872a00000000000000 8686");
+        row("entry count as int32", "84016902", "840169 8202000000");
+        row("type l", "84840171", "8484016c");
+        row("type I", "84840171", "84840149");
+        row("type Q", "84840171", "84840151");
+        row("type S, upper half", "84840171|9b2a86", "84840153|9bff86",
+            "size=123456789 count=65535");
+        row("type c is a raw byte", "84840171 9b 8215cd5b07", "84840163 9b 81",
+            "size=-127 count=42");
+        row("type C is a raw byte", "84840171 9b 8215cd5b07", "84840143 9b ff",
+            "size=255 count=42");
+        row("one group for type and value", "84012a 84840171 9b|9a9a9b2a",
+            "84022a71 84840171|9a9a2a");
+        row("value refers to an earlier number", second, "9297", "size=123456789 count=123456789");
+        row("value refers to a key", second, "9295", "size=123456789 count=\"size\"");
+        rejected("streamer version", "040b", "030b");
+        rejected("signature", "7374726561 6d7479706564", "7374726561 6d7479706565");
+        rejected("trailing byte", "9b2a8686", "9b2a868600");
+        rejected("unknown tag", "9b2a86", "9b8886");
+        rejected("class reference past the table", "0194", "0199");
+        rejected("shared string past the table", "9284969705", "928496a005");
+        rejected("class where an object belongs", second, "9296");
+        rejected("object where a class belongs", "92849697", "92849597");
+        rejected("class where a C string belongs", "9a9a9b2a", "9a999b2a");
+        rejected("value refers to the dictionary", second, "9292");
+        rejected("nil value", second, "9285");
+        rejected("count larger than the bytes", "84016902", "840169 8200000100");
+        rejected("negative count", "84016902", "840169ff");
+        rejected("count one too many", "84016902", "84016903");
+        rejected("count one too few", "84016902", "84016901");
+        rejected("nested dictionary", second, "92 84 93 95 00 86");
+        rejected("floating point number", "84840171", "84840164");
+        rejected("type Q above int64", "84840171|8215cd5b07", "84840151|ff");
+        rejected("type S below its range", "84840171|9b2a86", "84840153|9b 82c063ffff 86");
+        rejected("value type differs from its C string", "9a9a9b2a", "9a9a952a");
+        rejected("number as key", "92849697 05636f756e74 86", "9297");
+        rejected("duplicate key", "05636f756e74", "0473697a65");
+        rejected("string length past the end", "0473697a65", "7f73697a65");
     }
 
     void editedReference()

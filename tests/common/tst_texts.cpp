@@ -1,7 +1,9 @@
 #include "common/SizeText.h"
 #include "common/Texts.h"
+#include "volumes/Volumes.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QTest>
 
 class TstTexts : public QObject
@@ -10,48 +12,54 @@ class TstTexts : public QObject
 private slots:
     void initTestCase() { Texts::install(*QCoreApplication::instance()); }
 
-    void sizeText_data()
+    // Sizes in decimal units; counts divide millions by 1000 too, on purpose.
+    void sizeAndCount_data()
     {
+        QTest::addColumn<bool>("count");
         QTest::addColumn<qint64>("n");
         QTest::addColumn<QString>("text");
-        QTest::newRow("0") << qint64(0) << "0";
-        QTest::newRow("99") << qint64(99) << "99";
-        QTest::newRow("-1") << qint64(-1) << "-1";
-        QTest::newRow("100") << qint64(100) << "0.1 KB";
-        QTest::newRow("9949") << qint64(9949) << "9.9 KB";
-        QTest::newRow("9999") << qint64(9999) << "10.0 KB";
-        QTest::newRow("10000") << qint64(10000) << "10 KB";
-        QTest::newRow("999999") << qint64(999999) << "1000 KB";
-        QTest::newRow("1000000") << qint64(1000000) << "1.0 MB";
-        QTest::newRow("12500000") << qint64(12500000) << "13 MB";
-        QTest::newRow("999999999") << qint64(999999999) << "1000 MB";
-        QTest::newRow("1000000000") << qint64(1000000000) << "1.0 GB";
-        QTest::newRow("15500000000") << qint64(15500000000) << "16 GB";
-        QTest::newRow("max") << std::numeric_limits<qint64>::max() << "9223372037 GB";
+        const auto row = [](bool count, qint64 n, const char *text) {
+            QTest::addRow("%s %lld", count ? "count" : "size", n) << count << n << text;
+        };
+        for (qint64 n : {0, 99, -1})
+            row(false, n, QByteArray::number(n));
+        row(false, 100, "0.1 KB");
+        row(false, 9949, "9.9 KB");
+        row(false, 9999, "10.0 KB");
+        row(false, 10000, "10 KB");
+        row(false, 999999, "1000 KB");
+        row(false, 1000000, "1.0 MB");
+        row(false, 12500000, "13 MB");
+        row(false, 999999999, "1000 MB");
+        row(false, 1000000000, "1.0 GB");
+        row(false, 15500000000, "16 GB");
+        row(false, std::numeric_limits<qint64>::max(), "9223372037 GB");
+        row(true, 0, "0");
+        row(true, 9999, "9999");
+        row(true, 10000, "10 K");
+        row(true, 999999, "999 K");
+        row(true, 1000000, "1000 M");
+        row(true, 2500000, "2500 M");
     }
-    void sizeText()
+    void sizeAndCount()
     {
+        QFETCH(bool, count);
         QFETCH(qint64, n);
         QFETCH(QString, text);
-        QCOMPARE(CommonUtils::getSizeStr(n), text);
+        QCOMPARE(count ? CommonUtils::getQtyStr(n) : CommonUtils::getSizeStr(n), text);
     }
 
-    void countText_data()
+    // The core is shared by the daemon's agent and the command-line tool, which must run without
+    // a display: it may never load Qt Gui or Widgets.
+    void coreLoadsNoGuiLibraries()
     {
-        QTest::addColumn<qint64>("n");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("0") << qint64(0) << "0";
-        QTest::newRow("9999") << qint64(9999) << "9999";
-        QTest::newRow("10000") << qint64(10000) << "10 K";
-        QTest::newRow("999999") << qint64(999999) << "999 K";
-        QTest::newRow("1000000") << qint64(1000000) << "1000 M";
-        QTest::newRow("2500000") << qint64(2500000) << "2500 M";
-    }
-    void countText()
-    {
-        QFETCH(qint64, n);
-        QFETCH(QString, text);
-        QCOMPARE(CommonUtils::getQtyStr(n), text);
+        (void)CommonUtils::isEligibleMountPoint(QStringLiteral("/"));
+        QFile maps(QStringLiteral("/proc/self/maps"));
+        QVERIFY(maps.open(QIODevice::ReadOnly));
+        const QByteArray m = maps.readAll();
+        QVERIFY(m.contains("libQt6Core"));
+        QVERIFY(!m.contains("libQt6Gui"));
+        QVERIFY(!m.contains("libQt6Widgets"));
     }
 };
 
