@@ -1,5 +1,6 @@
 // "Salvora 3 Menu" on a private session bus, offscreen (no tray): the controller in this
-// process, then the real program as the session would run it.
+// process, then the real program as the session would run it; and the programs that live for a
+// session end with it (the agent would otherwise keep its root helper alive too).
 
 #include "TestEnv.h"
 
@@ -26,6 +27,7 @@
 #include <QTest>
 #include <QTreeWidget>
 
+#include <csignal>
 #include <sys/stat.h>
 
 namespace {
@@ -46,6 +48,22 @@ void post(const char *name, const char *object)
 QByteArray logText()
 {
     return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
+}
+
+// Starts a private bus; its address and the pid to end it with.
+bool startBus(QProcessEnvironment &env, pid_t &pid)
+{
+    QProcess p;
+    p.start(QStringLiteral("dbus-daemon"),
+            {QStringLiteral("--session"), QStringLiteral("--fork"),
+             QStringLiteral("--print-address=1"), QStringLiteral("--print-pid=1")});
+    if (!p.waitForFinished(10000) || p.exitCode() != 0) return false;
+    const QList<QByteArray> lines = p.readAllStandardOutput().trimmed().split('\n');
+    if (lines.size() < 2) return false;
+    env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QString::fromUtf8(lines[0].trimmed()));
+    pid = pid_t(lines[1].trimmed().toLongLong());
+    return pid > 0;
 }
 
 } // namespace
@@ -215,6 +233,66 @@ private slots:
         QCOMPARE(first.exitStatus(), QProcess::NormalExit);
         QCOMPARE(first.exitCode(), 0);
         QVERIFY(logText().contains("no system tray is available"));
+    }
+
+    // Once the session bus goes away, the companion's watch fires and the agent quits.
+    void sessionEndsWithItsBus()
+    {
+        QProcessEnvironment e;
+        pid_t bus = 0;
+        if (!startBus(e, bus)) QSKIP("no dbus-daemon to start");
+        const QString name = QStringLiteral("session-end-test");
+        QDBusConnection connection = QDBusConnection::connectToBus(
+            e.value(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")), name);
+        QVERIFY(connection.isConnected());
+        bool ended = false;
+        QObject context;
+        NotificationBus::whenSessionEnds(
+            &context, [&] { ended = true; }, 50, connection);
+        // The agent on the same bus, alone (no root helper).
+        QProcess agent;
+        agent.setProcessEnvironment(e);
+        agent.start(QStringLiteral(SALVORA_AGENT));
+        QVERIFY(agent.waitForStarted());
+        QTest::qWait(500);
+        QVERIFY(!ended); // a live bus is left alone
+        QCOMPARE(agent.state(), QProcess::Running);
+        ::kill(bus, SIGTERM);
+        QTRY_VERIFY_WITH_TIMEOUT(ended, 5000);
+        QVERIFY2(agent.waitForFinished(6000), "the agent outlived its session bus");
+        QDBusConnection::disconnectFromBus(name);
+    }
+
+    // The window quits on SIGTERM (a session ending) and SIGINT as when its last window closes:
+    // at once, with status 0, and saying so in the log.
+    void windowQuitsOnSignals_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::newRow("SIGTERM") << int(SIGTERM);
+        QTest::newRow("SIGINT") << int(SIGINT);
+    }
+    void windowQuitsOnSignals()
+    {
+        QFETCH(int, signal);
+        QProcessEnvironment e;
+        pid_t bus = 0;
+        if (!startBus(e, bus)) QSKIP("no dbus-daemon to start");
+        QProcess window;
+        window.setProcessEnvironment(e);
+        window.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        window.start(QStringLiteral(SALVORA_WINDOW));
+        QVERIFY(window.waitForStarted());
+        // Up and running: launched, or asking for its privileges (a build that has none).
+        QTest::qWait(1500);
+        QCOMPARE(window.state(), QProcess::Running);
+        ::kill(pid_t(window.processId()), signal);
+        const bool ended = window.waitForFinished(10000);
+        ::kill(bus, SIGTERM);
+        QVERIFY2(ended, "the window outlived the signal");
+        QCOMPARE(window.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(window.exitCode(), 0);
+        if (logText().contains("Salvora 3 Launched."))
+            QVERIFY(logText().contains("Salvora 3 quits."));
     }
 };
 
