@@ -30,6 +30,9 @@
 #include <csignal>
 #include <sys/stat.h>
 
+using namespace Notifications;
+using namespace SettingsKeys;
+
 namespace {
 
 QStringList actionTexts(const QMenu *menu)
@@ -102,14 +105,13 @@ private slots:
     }
     void cleanup()
     {
-        QDBusConnection::sessionBus().unregisterService(
-            QLatin1String(Notifications::kDaemonService));
+        QDBusConnection::sessionBus().unregisterService(QLatin1String(kDaemonService));
         delete env;
     }
 
     void showsAndFollowsTheState()
     {
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        Settings::setInteger(PrefsProtectionEnabled, 1);
         addToCache("a", 12345);
         MenuController menu(fakePrograms());
         QSignalSpy quit(&menu, &MenuController::quitRequested);
@@ -126,32 +128,32 @@ private slots:
                               qtTrId("MenuSize").arg(CommonUtils::getSizeStr(12345))}));
 
         // Another process switches protection off and says so (how fast: theProgram).
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3SettingsDidChange);
+        Settings::setInteger(PrefsProtectionEnabled, 0);
+        post(Salvora3MenuNotification, Salvora3SettingsDidChange);
         QTRY_VERIFY_WITH_TIMEOUT(!menu.protectionEnabled(), 1000);
         QCOMPARE(actionTexts(menu.menu()).at(0), qtTrId("MenuStateOff"));
         QVERIFY(menu.protectionOnAction()->isEnabled());
 
         // Its own command stores the switch and tells the window and the daemon.
         NotificationBus window;
-        window.observe(QLatin1String(Notifications::Salvora3Notification));
+        window.observe(QLatin1String(Salvora3Notification));
         QSignalSpy told(&window, &NotificationBus::received);
         menu.protectionOnAction()->trigger();
-        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(1));
+        QCOMPARE(Settings::integer(PrefsProtectionEnabled), std::optional<qint64>(1));
         QVERIFY(menu.protectionEnabled());
         QTRY_COMPARE(told.size(), 1);
-        QCOMPARE(told[0][1].toString(), QLatin1String(Notifications::Salvora3SettingsDidChange));
+        QCOMPARE(told[0][1].toString(), QLatin1String(Salvora3SettingsDidChange));
 
         // The caches grew.
         addToCache("b", 1000);
-        post(Notifications::Salvora3Notification, Notifications::Salvora3DataMovedToCache);
+        post(Salvora3Notification, Salvora3DataMovedToCache);
         QTRY_COMPARE(menu.cacheSize(), qint64(13345));
 
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3GetStatus);
+        post(Salvora3MenuNotification, Salvora3GetStatus);
         QTRY_VERIFY(logText().contains(
             "Salvora 3 Menu status: protection on, caches 13345 bytes, no system tray."));
         QCOMPARE(quit.size(), 0);
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3MenuMustQuit);
+        post(Salvora3MenuNotification, Salvora3MenuMustQuit);
         QTRY_COMPARE(quit.size(), 1);
     }
 
@@ -187,8 +189,7 @@ private slots:
             QTRY_VERIFY(menu.cacheSize() >= 0);
         }
         QFile::remove(marker);
-        QVERIFY(QDBusConnection::sessionBus().registerService(
-            QLatin1String(Notifications::kDaemonService)));
+        QVERIFY(QDBusConnection::sessionBus().registerService(QLatin1String(kDaemonService)));
         MenuController menu(fakePrograms());
         menu.start();
         QTRY_VERIFY(menu.cacheSize() >= 0);
@@ -200,17 +201,15 @@ private slots:
     void theProgram()
     {
         // Pretend the daemon runs, so that the program does not start the real one.
-        QVERIFY(QDBusConnection::sessionBus().registerService(
-            QLatin1String(Notifications::kDaemonService)));
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        QVERIFY(QDBusConnection::sessionBus().registerService(QLatin1String(kDaemonService)));
+        Settings::setInteger(PrefsProtectionEnabled, 1);
         const QString program =
             QCoreApplication::applicationDirPath() + QStringLiteral("/salvora3-menu");
         QProcess first;
         first.start(program, {});
         QVERIFY(first.waitForStarted());
         QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
-        QTRY_VERIFY_WITH_TIMEOUT(
-            bus->isServiceRegistered(QLatin1String(Notifications::kMenuService)), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(bus->isServiceRegistered(QLatin1String(kMenuService)), 10000);
 
         QProcess second;
         second.start(program, {});
@@ -218,17 +217,17 @@ private slots:
         QCOMPARE(second.exitCode(), 0);
         QCOMPARE(first.state(), QProcess::Running);
 
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3GetStatus);
+        post(Salvora3MenuNotification, Salvora3GetStatus);
         QTRY_VERIFY(logText().contains("Salvora 3 Menu status: protection on"));
         QElapsedTimer clock;
         clock.start();
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3SettingsDidChange);
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3GetStatus);
+        Settings::setInteger(PrefsProtectionEnabled, 0);
+        post(Salvora3MenuNotification, Salvora3SettingsDidChange);
+        post(Salvora3MenuNotification, Salvora3GetStatus);
         QTRY_VERIFY_WITH_TIMEOUT(logText().contains("Salvora 3 Menu status: protection off"), 1000);
         QVERIFY(clock.elapsed() < 1000);
 
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3MenuMustQuit);
+        post(Salvora3MenuNotification, Salvora3MenuMustQuit);
         QVERIFY(first.waitForFinished(5000));
         QCOMPARE(first.exitStatus(), QProcess::NormalExit);
         QCOMPARE(first.exitCode(), 0);
