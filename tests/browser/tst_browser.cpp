@@ -3,18 +3,34 @@
 #include "browser/ContentsScan.h"
 #include "browser/ContentsSort.h"
 #include "browser/NameMatch.h"
+#include "browser/Removal.h"
+#include "browser/Restore.h"
 #include "browser/SizeCalculation.h"
 #include "cache/CacheCommit.h"
+#include "cache/SizeRecords.h"
+#include "common/NotificationBus.h"
+#include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
 
 #include <QFile>
 #include <QRandomGenerator>
+#include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 using namespace ContentsSort;
 using Roots = QList<ContentsScan::Root>;
+using enum Restore::Outcome;
+using enum Restore::Clash;
 
 namespace {
 
@@ -85,15 +101,40 @@ int sign(int v)
     return v < 0 ? -1 : (v > 0 ? 1 : 0);
 }
 
+QByteArrayList entries(const QByteArray &folder)
+{
+    QByteArrayList names;
+    if (DIR *d = opendir(folder.constData())) {
+        while (dirent *e = readdir(d))
+            if (strcmp(e->d_name, ".") && strcmp(e->d_name, "..")) names.append(e->d_name);
+        closedir(d);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool makeSocket(const QByteArray &path)
+{
+    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    if (fd < 0 || std::size_t(path.size()) >= sizeof addr.sun_path) return false;
+    std::memcpy(addr.sun_path, path.constData(), std::size_t(path.size()));
+    const bool ok = bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) == 0;
+    close(fd);
+    return ok;
+}
+
 } // namespace
 
-// The contents list: scanning the time folders, searching, sorting and merging its rows, the
-// rows' origin folders, and the size walk of a selected folder.
-class TstContents : public QObject
+// The browser's logic: the contents list (scanning the time folders, searching, sorting and
+// merging its rows, their origin folders), the size walk of a selected folder, restoring and
+// removing items. Listed items lie in `cache`; those restored or removed in `time`.
+class TstBrowser : public QObject
 {
     Q_OBJECT
-    TestEnv env;
-    QByteArray cache, tree;
+    TestEnv *env = nullptr;
+    QByteArray cache, tree, kept, time, out;
     Roots days;
 
     void file(const QByteArray &rel, qint64 size = 1)
@@ -101,38 +142,33 @@ class TstContents : public QObject
         QVERIFY(TestEnv::writeFile(cache + '/' + rel, QByteArray(size, 'x')));
     }
 
-    static CacheItems scanAll(const Roots &roots, const QString &search = {}, bool sizes = false)
+    // Every row of a scan; with `origins`, the rows learn their origin folders afterwards, as
+    // the window does it.
+    static CacheItems scanAll(const Roots &roots, const QString &search = {}, bool sizes = false,
+                              bool origins = false, int *batches = nullptr)
     {
         ContentsScan::Options o;
         o.pattern = NameMatch::Pattern(search);
         o.readSizes = sizes;
         o.threads = sizes ? 1 : 2;
+        if (origins) o.originFill = std::make_shared<ContentsScan::OriginFill>();
         std::atomic<bool> stop{false};
         CacheItems all;
         ContentsScan::scan(roots, o, stop, [&](CacheItems &&b) { all.append(std::move(b)); });
-        return all;
-    }
-
-    // A scan whose rows learn their origins afterwards, as the window does it.
-    static CacheItems scanWithOrigins(const Roots &roots, int *batches = nullptr)
-    {
-        ContentsScan::Options o;
-        o.originFill = std::make_shared<ContentsScan::OriginFill>();
-        std::atomic<bool> stop{false};
-        CacheItems all;
-        ContentsScan::scan(roots, o, stop, [&](CacheItems &&b) { all.append(std::move(b)); });
-        o.originFill->run([] { return false; },
-                          [&](ContentsScan::OriginFill::Batch &&b) {
-                              all.fillOrigins(o.originFill->table(), b.first, b.ids);
-                              if (batches) ++*batches;
-                          });
+        if (origins)
+            o.originFill->run([] { return false; },
+                              [&](ContentsScan::OriginFill::Batch &&b) {
+                                  all.fillOrigins(o.originFill->table(), b.first, b.ids);
+                                  if (batches) ++*batches;
+                              });
         return all;
     }
 
 private slots:
-    void initTestCase()
+    void init()
     {
-        cache = env.homeBytes() + "/.Salvora3Cache";
+        env = new TestEnv;
+        cache = env->homeBytes() + "/listed";
         days = {{cache + "/2024-05-01", false}, {cache + "/2024-05-03", false}};
         file("2024-05-01/2024-05-01 09_00_00/Annual report.pdf", 10);
         file("2024-05-01/2024-05-01 09_00_00/rep_ort.txt");
@@ -147,7 +183,7 @@ private slots:
         file("2024-05-03/2024-05-03 08_00_00/" + QByteArray(251, 'n') + ".txt");
         file("2024-05-03/2024-05-03 08_00_00/\xc3\x89t\xc3\xa9 Report.odt"); // "Été Report.odt"
 
-        tree = env.homeBytes() + "/tree";
+        tree = env->homeBytes() + "/tree";
         for (const auto &[rel, size] : {std::pair{"b.bin", 100},
                                         {"A/one", 10},
                                         {"A/deep/two", 20},
@@ -158,7 +194,21 @@ private slots:
         // A link counts with its own size, whatever it points to.
         QVERIFY(symlink(tree + "/b.bin", tree + "/link") == 0);
         QVERIFY(symlink("/", tree + "/A/to-root") == 0);
+
+        kept = env->homeBytes() + "/.Salvora3Cache";
+        time = kept + "/2024-05-03/2024-05-03 10_00_00";
+        out = env->homeBytes() + "/out";
+        QVERIFY(TestEnv::makeFolders(out));
+        QVERIFY(TestEnv::writeFile(time + "/a.txt", "cache a"));
+        QVERIFY(TestEnv::writeFile(time + "/b\xff\xfe.bin", QByteArray(300000, 'b')));
+        QVERIFY(TestEnv::writeFile(time + "/tree/sub/deep.txt", "deep"));
+        QVERIFY(TestEnv::writeFile(time + "/tree/x.sh", "#!/bin/sh"));
+        QVERIFY(chmod(time + "/tree/x.sh", 0751) == 0);
+        QVERIFY(symlink("../elsewhere", time + "/tree/link") == 0);
+        const struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+        QVERIFY(utimensat(AT_FDCWD, time + "/a.txt", old, 0) == 0);
     }
+    void cleanup() { delete env; }
 
     // Each row learns the folder its item came from, from its day's records, whatever bytes or
     // escapes the names hold; the last record of a name wins, and lines that are no record are
@@ -195,7 +245,7 @@ private slots:
                                                 "\"\\u00c9t\\u00e9 Report.odt\",\"path\":"
                                                 "\"/home/u/\\ud83d\\ude00 smile/x\",\"uid\":0}\n"));
         QVERIFY(TestEnv::writeOrigin(cache, day, time, "Alpha.txt", "/home/u/later/Alpha.txt"));
-        CacheItems all = scanWithOrigins({{cache + "/2024-05-03", false}});
+        CacheItems all = scanAll({{cache + "/2024-05-03", false}}, {}, false, true);
         QFile::remove(QFile::decodeName(records));
         const qsizetype row = names(all).indexOf(name);
         QVERIFY(row >= 0);
@@ -233,7 +283,7 @@ private slots:
                                    [&](ContentsScan::OriginFill::Batch &&) { ++batches; }));
         QCOMPARE(batches, 0);
         // A stopped fill gave its rows up; a fresh scan fills them all, in one batch here.
-        all = scanWithOrigins(days, &batches);
+        all = scanAll(days, {}, false, true, &batches);
         QFile::remove(QFile::decodeName(records));
         QCOMPARE(batches, 1);
         sortCompact(all, ByOrigin);
@@ -512,7 +562,7 @@ private slots:
 
     void unorderedScanWithPreparedFolders()
     {
-        const QByteArray day = env.homeBytes() + "/unordered/2024-05-01";
+        const QByteArray day = env->homeBytes() + "/unordered/2024-05-01";
         for (int t = 0; t < 6; ++t)
             for (int i = 0; i < 20; ++i)
                 QVERIFY(TestEnv::writeFile(day + "/2024-05-01 0" + QByteArray::number(t) +
@@ -583,16 +633,227 @@ private slots:
     void unreadableFolderCountsAsEmpty()
     {
         if (geteuid() == 0) QSKIP("root reads every folder");
-        QVERIFY(TestEnv::writeFile(env.homeBytes() + "/locked/secret", QByteArray(50, 'x')));
-        QVERIFY(chmod(env.homeBytes() + "/locked", 0) == 0);
+        QVERIFY(TestEnv::writeFile(env->homeBytes() + "/locked/secret", QByteArray(50, 'x')));
+        QVERIFY(chmod(env->homeBytes() + "/locked", 0) == 0);
         std::atomic<bool> stop{false};
         std::atomic<double> next{0};
         const std::int64_t total =
-            SizeCalculation::calcSizeContentsFor(env.homeBytes() + "/locked", stop, next);
-        chmod(env.homeBytes() + "/locked", 0755);
+            SizeCalculation::calcSizeContentsFor(env->homeBytes() + "/locked", stop, next);
+        chmod(env->homeBytes() + "/locked", 0755);
         QCOMPARE(total, 0);
+    }
+
+    void restoreSkipsExistingAndCopiesTheRest()
+    {
+        QVERIFY(TestEnv::writeFile(out + "/a.txt", "mine"));
+        // The same name deleted on another day.
+        const QByteArray otherDay = kept + "/2024-05-04/2024-05-04 09_00_00";
+        QVERIFY(TestEnv::writeFile(otherDay + "/tree", "a file named like the folder"));
+        const auto results = Restore::copyItems(
+            out, {time + "/a.txt", time + "/b\xff\xfe.bin", time + "/tree", otherDay + "/tree"});
+        QCOMPARE(results.size(), 4);
+        QCOMPARE(results[0].outcome, SkippedExisting);
+        QCOMPARE(TestEnv::readFile(out + "/a.txt"), QByteArray("mine"));
+        QCOMPARE(results[1].outcome, Copied);
+        QCOMPARE(TestEnv::readFile(out + "/b\xff\xfe.bin"),
+                 QByteArray(300000, 'b')); // byte-exact name and data
+        QCOMPARE(results[2].outcome, Copied);
+        QCOMPARE(TestEnv::readFile(out + "/tree/sub/deep.txt"), QByteArray("deep"));
+        QCOMPARE(TestEnv::modeOf(out + "/tree/x.sh"), mode_t(0751));
+        char target[64] = {};
+        QCOMPARE(readlink(out + "/tree/link", target, sizeof target), ssize_t(12));
+        QCOMPARE(QByteArray(target), QByteArray("../elsewhere"));
+        QCOMPARE(results[3].outcome,
+                 SkippedExisting); // same name as an earlier item
+        // Nothing half-done is left behind, and the cache keeps its items.
+        QCOMPARE(entries(out), QByteArrayList({"a.txt", "b\xff\xfe.bin", "tree"}));
+        QVERIFY(TestEnv::exists(time + "/a.txt"));
+
+        // Times are kept.
+        const auto again = Restore::copyItem(time + "/a.txt", out + "/a copy.txt");
+        QCOMPARE(again.outcome, Copied);
+        struct stat st
+        {
+        };
+        QVERIFY(lstat(out + "/a copy.txt", &st) == 0);
+        QCOMPARE(st.st_mtim.tv_sec, time_t(1000000000));
+    }
+
+    // A folder with pieces that cannot be copied is copied without them, and says which.
+    void partialFolderCopiesTheRest()
+    {
+        QVERIFY(makeSocket(time + "/tree/sub/sock"));
+        const auto r = Restore::copyItem(time + "/tree", out + "/tree");
+        QCOMPARE(r.outcome, Copied);
+        QCOMPARE(r.leftOut.size(), 1);
+        QCOMPARE(r.leftOut[0].path, QByteArray("sub/sock"));
+        QVERIFY(!r.leftOut[0].reason.isEmpty());
+        QCOMPARE(TestEnv::readFile(out + "/tree/sub/deep.txt"), QByteArray("deep"));
+        QCOMPARE(entries(out + "/tree/sub"), QByteArrayList{"deep.txt"});
+        QCOMPARE(entries(out), QByteArrayList{"tree"}); // no temporary left
+        // A socket alone is no partial success.
+        const auto alone = Restore::copyItem(time + "/tree/sub/sock", out + "/sock");
+        QCOMPARE(alone.outcome, Failed);
+        QCOMPARE(entries(out), QByteArrayList{"tree"});
+    }
+
+    // Put Back: the item leaves the cache for where it was deleted from; a taken name is
+    // skipped or numbered; missing parents are made with the usual modes.
+    void putBack_data()
+    {
+        QTest::addColumn<QByteArray>("original"); // below the home folder
+        QTest::addColumn<bool>("taken");
+        QTest::addColumn<int>("clash");
+        QTest::addColumn<int>("outcome");
+        QTest::addColumn<QByteArray>("landed"); // below the home folder; empty: stays in the cache
+        const auto row = [](const char *name, const char *original, bool taken,
+                            Restore::Clash clash, Restore::Outcome outcome, const char *landed) {
+            QTest::newRow(name) << QByteArray(original) << taken << int(clash) << int(outcome)
+                                << QByteArray(landed);
+        };
+        row("into its folder", "docs/a.txt", false, Skip, Copied, "docs/a.txt");
+        row("parents deleted", "gone/deeper/a.txt", false, Skip, Copied, "gone/deeper/a.txt");
+        row("taken, skip", "docs/a.txt", true, Skip, SkippedExisting, "");
+        row("taken, keep both", "docs/a.txt", true, KeepBoth, Copied, "docs/a 2.txt");
+    }
+    void putBack()
+    {
+        QFETCH(QByteArray, original);
+        QFETCH(bool, taken);
+        QFETCH(int, clash);
+        QFETCH(int, outcome);
+        QFETCH(QByteArray, landed);
+        const QByteArray home = env->homeBytes();
+        QVERIFY(TestEnv::makeFolders(home + "/docs"));
+        if (taken) QVERIFY(TestEnv::writeFile(home + "/docs/a.txt", "mine"));
+        for (const auto &[t, from] : {std::pair<const char *, QByteArray>{"10_00_00", "elsewhere"},
+                                      {"10_00_00", original},
+                                      {"09_00_00", "other"}})
+            QVERIFY(TestEnv::writeOrigin(kept, "2024-05-03", QByteArray("2024-05-03 ") + t, "a.txt",
+                                         home + '/' + from));
+        // The latest record of the name in its time folder.
+        QCOMPARE(Restore::originalPathOf(time + "/a.txt"), home + '/' + original);
+        QVERIFY(Restore::originalPathOf(time + "/tree").isEmpty());
+        qint64 n = 0;
+        CommonUtils::saveSizeOfCache(kept + "/2024-05-03", &n);
+
+        const mode_t oldMask = umask(022);
+        const auto r =
+            Restore::putBack(time + "/a.txt", home + '/' + original, Restore::Clash(clash));
+        umask(oldMask);
+        QCOMPARE(int(r.outcome), outcome);
+        if (landed.isEmpty()) {
+            QVERIFY(!r.moved);
+            QVERIFY(TestEnv::exists(time + "/a.txt"));
+            QCOMPARE(TestEnv::readFile(home + "/docs/a.txt"), QByteArray("mine"));
+            QVERIFY(TestEnv::exists(kept + "/2024-05-03/.Salvora3_CacheInformation"));
+            return;
+        }
+        QVERIFY(r.moved);
+        QCOMPARE(r.target, home + '/' + landed);
+        QCOMPARE(TestEnv::readFile(home + '/' + landed), QByteArray("cache a"));
+        QVERIFY(!TestEnv::exists(time + "/a.txt"));
+        if (taken) QCOMPARE(TestEnv::readFile(home + "/docs/a.txt"), QByteArray("mine"));
+        // The day is counted again next time.
+        QVERIFY(!TestEnv::exists(kept + "/2024-05-03/.Salvora3_CacheInformation"));
+        if (original.startsWith("gone/")) {
+            QCOMPARE(TestEnv::modeOf(home + "/gone"), mode_t(0755));
+            QCOMPARE(TestEnv::modeOf(home + "/gone/deeper"), mode_t(0755));
+        }
+    }
+
+    // To another file system the item is copied, and leaves the cache only when copied whole;
+    // its emptied time folder goes.
+    void putBackAcrossFileSystems()
+    {
+        QTemporaryDir other(QStringLiteral("/dev/shm/salvora-test-XXXXXX"));
+        struct stat a
+        {
+        }, b{};
+        if (!other.isValid() || stat("/dev/shm", &a) != 0 || stat(time.constData(), &b) != 0 ||
+            a.st_dev == b.st_dev)
+            QSKIP("no second file system at /dev/shm");
+        const QByteArray there = QFile::encodeName(other.path());
+        const auto whole = Restore::putBack(time + "/a.txt", there + "/a.txt", Skip);
+        QCOMPARE(whole.outcome, Copied);
+        QVERIFY(whole.moved);
+        QVERIFY(!TestEnv::exists(time + "/a.txt"));
+        QVERIFY(makeSocket(time + "/tree/sock"));
+        const auto partial = Restore::putBack(time + "/tree", there + "/back/tree", Skip);
+        QCOMPARE(partial.outcome, Copied);
+        QCOMPARE(partial.leftOut.size(), 1);
+        QVERIFY(!partial.moved);
+        QVERIFY(TestEnv::exists(time + "/tree/sock"));
+        QCOMPARE(TestEnv::readFile(there + "/back/tree/sub/deep.txt"), QByteArray("deep"));
+        QCOMPARE(entries(there + "/back"), QByteArrayList{"tree"});
+        const auto last = Restore::putBack(time + "/b\xff\xfe.bin", there + "/b\xff\xfe.bin", Skip);
+        QVERIFY(last.moved);
+        QVERIFY(TestEnv::exists(time)); // the tree is still in it
+    }
+
+    void interruptedOrFailedCopyLeavesNothing()
+    {
+        std::atomic<bool> stop{true};
+        const auto r = Restore::copyItem(time + "/tree", out + "/tree", &stop);
+        QCOMPARE(r.outcome, Stopped);
+        QCOMPARE(entries(out), QByteArrayList());
+        // A source that vanished: a clear failure, nothing written.
+        const auto gone = Restore::copyItem(time + "/missing", out + "/missing");
+        QCOMPARE(gone.outcome, Failed);
+        QVERIFY(!gone.error.isEmpty());
+        QCOMPARE(entries(out), QByteArrayList());
+    }
+
+    void removingTheLastItemRemovesItsTimeFolder()
+    {
+        const QByteArray day = kept + "/2024-05-03";
+        qint64 n = 0;
+        CommonUtils::saveSizeOfCache(day, &n);
+        QCOMPARE(n, 5);
+        Removal::removeItems({time + "/a.txt"});
+        QVERIFY(!TestEnv::exists(day +
+                                 "/.Salvora3_CacheInformation")); // the day is recounted next time
+        QVERIFY(TestEnv::exists(time));
+        Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
+        QVERIFY(!TestEnv::exists(time));
+        QVERIFY(TestEnv::exists(day));
+        n = 0;
+        QCOMPARE(CommonUtils::getSizeOfCache(day, &n), 0);
+        QCOMPARE(n, 0);
+    }
+
+    void removalNeverFollowsLinks()
+    {
+        const QByteArray outside = env->homeBytes() + "/precious";
+        QVERIFY(TestEnv::writeFile(outside + "/keep.txt", "keep"));
+        QVERIFY(symlink(outside, time + "/tree/sub/to-precious") == 0);
+        QVERIFY(Removal::removeTree(time + "/tree"));
+        QVERIFY(!TestEnv::exists(time + "/tree"));
+        QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
+        QVERIFY(Removal::removeTree(time + "/missing"));
+    }
+
+    void removeAllCachesTurnsProtectionOff()
+    {
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        Removal::removeAllCaches();
+        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
+        QVERIFY(!TestEnv::exists(kept));
+    }
+
+    void deleteRequestReachesTheBus()
+    {
+        if (!QDBusConnection::sessionBus().isConnected()) QSKIP("no session bus");
+        NotificationBus listener;
+        QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
+        QSignalSpy spy(&listener, &NotificationBus::received);
+        const QByteArrayList paths{time + "/b\xff\xfe.bin", time + "/a.txt"};
+        QVERIFY(Removal::postDeleteRequest(paths));
+        QTRY_COMPARE(spy.size(), 1);
+        QCOMPARE(spy[0][1].toString(), QLatin1String(Notifications::Salvora3DaemonMustDelete));
+        QCOMPARE(NotificationBus::deleteListFrom(spy[0][2].toMap()), paths);
     }
 };
 
-QTEST_GUILESS_MAIN(TstContents)
-#include "tst_contents.moc"
+QTEST_GUILESS_MAIN(TstBrowser)
+#include "tst_browser.moc"
