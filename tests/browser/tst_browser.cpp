@@ -594,9 +594,7 @@ private slots:
     void sizeWalk()
     {
         const auto linkSize = [](const QByteArray &path) {
-            struct stat st
-            {
-            };
+            struct stat st = {};
             return lstat(path.constData(), &st) == 0 ? qint64(st.st_size) : -1;
         };
         const qint64 toRoot = linkSize(tree + "/A/to-root");
@@ -655,16 +653,15 @@ private slots:
         QCOMPARE(results[0].outcome, SkippedExisting);
         QCOMPARE(TestEnv::readFile(out + "/a.txt"), QByteArray("mine"));
         QCOMPARE(results[1].outcome, Copied);
-        QCOMPARE(TestEnv::readFile(out + "/b\xff\xfe.bin"),
-                 QByteArray(300000, 'b')); // byte-exact name and data
+        // Byte-exact name and data.
+        QCOMPARE(TestEnv::readFile(out + "/b\xff\xfe.bin"), QByteArray(300000, 'b'));
         QCOMPARE(results[2].outcome, Copied);
         QCOMPARE(TestEnv::readFile(out + "/tree/sub/deep.txt"), QByteArray("deep"));
         QCOMPARE(TestEnv::modeOf(out + "/tree/x.sh"), mode_t(0751));
         char target[64] = {};
         QCOMPARE(readlink(out + "/tree/link", target, sizeof target), ssize_t(12));
         QCOMPARE(QByteArray(target), QByteArray("../elsewhere"));
-        QCOMPARE(results[3].outcome,
-                 SkippedExisting); // same name as an earlier item
+        QCOMPARE(results[3].outcome, SkippedExisting); // same name as an earlier item
         // Nothing half-done is left behind, and the cache keeps its items.
         QCOMPARE(entries(out), QByteArrayList({"a.txt", "b\xff\xfe.bin", "tree"}));
         QVERIFY(TestEnv::exists(time + "/a.txt"));
@@ -672,9 +669,7 @@ private slots:
         // Times are kept.
         const auto again = Restore::copyItem(time + "/a.txt", out + "/a copy.txt");
         QCOMPARE(again.outcome, Copied);
-        struct stat st
-        {
-        };
+        struct stat st = {};
         QVERIFY(lstat(out + "/a copy.txt", &st) == 0);
         QCOMPARE(st.st_mtim.tv_sec, time_t(1000000000));
     }
@@ -767,9 +762,7 @@ private slots:
     void putBackAcrossFileSystems()
     {
         QTemporaryDir other(QStringLiteral("/dev/shm/salvora-test-XXXXXX"));
-        struct stat a
-        {
-        }, b{};
+        struct stat a = {}, b = {};
         if (!other.isValid() || stat("/dev/shm", &a) != 0 || stat(time.constData(), &b) != 0 ||
             a.st_dev == b.st_dev)
             QSKIP("no second file system at /dev/shm");
@@ -811,8 +804,8 @@ private slots:
         CommonUtils::saveSizeOfCache(day, &n);
         QCOMPARE(n, 5);
         Removal::removeItems({time + "/a.txt"});
-        QVERIFY(!TestEnv::exists(day +
-                                 "/.Salvora3_CacheInformation")); // the day is recounted next time
+        // The day is recounted next time.
+        QVERIFY(!TestEnv::exists(day + "/.Salvora3_CacheInformation"));
         QVERIFY(TestEnv::exists(time));
         Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
         QVERIFY(!TestEnv::exists(time));

@@ -284,9 +284,7 @@ private slots:
                          : symlink(victim.constData(), path.constData()) == 0);
             CommonUtils::addToLogFile(QStringLiteral("entry"));
             QCOMPARE(TestEnv::readFile(victim), QByteArray("precious"));
-            struct stat st
-            {
-            };
+            struct stat st = {};
             QVERIFY(lstat(path.constData(), &st) == 0 && S_ISREG(st.st_mode));
             QVERIFY(TestEnv::readFile(path).endsWith(" - entry\n(null)"));
         }
