@@ -1,5 +1,6 @@
 // "Salvora 3 Menu" on a private session bus, offscreen (no tray): the controller in this
-// process, then the real program as the session would run it.
+// process, then the real program as the session would run it; and the programs that live for a
+// session end with it (the agent would otherwise keep its root helper alive too).
 
 #include "TestEnv.h"
 
@@ -26,7 +27,11 @@
 #include <QTest>
 #include <QTreeWidget>
 
+#include <csignal>
 #include <sys/stat.h>
+
+using namespace Notifications;
+using namespace SettingsKeys;
 
 namespace {
 
@@ -46,6 +51,22 @@ void post(const char *name, const char *object)
 QByteArray logText()
 {
     return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
+}
+
+// Starts a private bus; its address and the pid to end it with.
+bool startBus(QProcessEnvironment &env, pid_t &pid)
+{
+    QProcess p;
+    p.start(QStringLiteral("dbus-daemon"),
+            {QStringLiteral("--session"), QStringLiteral("--fork"),
+             QStringLiteral("--print-address=1"), QStringLiteral("--print-pid=1")});
+    if (!p.waitForFinished(10000) || p.exitCode() != 0) return false;
+    const QList<QByteArray> lines = p.readAllStandardOutput().trimmed().split('\n');
+    if (lines.size() < 2) return false;
+    env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QString::fromUtf8(lines[0].trimmed()));
+    pid = pid_t(lines[1].trimmed().toLongLong());
+    return pid > 0;
 }
 
 } // namespace
@@ -84,14 +105,13 @@ private slots:
     }
     void cleanup()
     {
-        QDBusConnection::sessionBus().unregisterService(
-            QLatin1String(Notifications::kDaemonService));
+        QDBusConnection::sessionBus().unregisterService(QLatin1String(kDaemonService));
         delete env;
     }
 
     void showsAndFollowsTheState()
     {
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        Settings::setInteger(PrefsProtectionEnabled, 1);
         addToCache("a", 12345);
         MenuController menu(fakePrograms());
         QSignalSpy quit(&menu, &MenuController::quitRequested);
@@ -108,32 +128,32 @@ private slots:
                               qtTrId("MenuSize").arg(CommonUtils::getSizeStr(12345))}));
 
         // Another process switches protection off and says so (how fast: theProgram).
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3SettingsDidChange);
+        Settings::setInteger(PrefsProtectionEnabled, 0);
+        post(Salvora3MenuNotification, Salvora3SettingsDidChange);
         QTRY_VERIFY_WITH_TIMEOUT(!menu.protectionEnabled(), 1000);
         QCOMPARE(actionTexts(menu.menu()).at(0), qtTrId("MenuStateOff"));
         QVERIFY(menu.protectionOnAction()->isEnabled());
 
         // Its own command stores the switch and tells the window and the daemon.
         NotificationBus window;
-        window.observe(QLatin1String(Notifications::Salvora3Notification));
+        window.observe(QLatin1String(Salvora3Notification));
         QSignalSpy told(&window, &NotificationBus::received);
         menu.protectionOnAction()->trigger();
-        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(1));
+        QCOMPARE(Settings::integer(PrefsProtectionEnabled), std::optional<qint64>(1));
         QVERIFY(menu.protectionEnabled());
         QTRY_COMPARE(told.size(), 1);
-        QCOMPARE(told[0][1].toString(), QLatin1String(Notifications::Salvora3SettingsDidChange));
+        QCOMPARE(told[0][1].toString(), QLatin1String(Salvora3SettingsDidChange));
 
         // The caches grew.
         addToCache("b", 1000);
-        post(Notifications::Salvora3Notification, Notifications::Salvora3DataMovedToCache);
+        post(Salvora3Notification, Salvora3DataMovedToCache);
         QTRY_COMPARE(menu.cacheSize(), qint64(13345));
 
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3GetStatus);
+        post(Salvora3MenuNotification, Salvora3GetStatus);
         QTRY_VERIFY(logText().contains(
             "Salvora 3 Menu status: protection on, caches 13345 bytes, no system tray."));
         QCOMPARE(quit.size(), 0);
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3MenuMustQuit);
+        post(Salvora3MenuNotification, Salvora3MenuMustQuit);
         QTRY_COMPARE(quit.size(), 1);
     }
 
@@ -169,8 +189,7 @@ private slots:
             QTRY_VERIFY(menu.cacheSize() >= 0);
         }
         QFile::remove(marker);
-        QVERIFY(QDBusConnection::sessionBus().registerService(
-            QLatin1String(Notifications::kDaemonService)));
+        QVERIFY(QDBusConnection::sessionBus().registerService(QLatin1String(kDaemonService)));
         MenuController menu(fakePrograms());
         menu.start();
         QTRY_VERIFY(menu.cacheSize() >= 0);
@@ -182,17 +201,15 @@ private slots:
     void theProgram()
     {
         // Pretend the daemon runs, so that the program does not start the real one.
-        QVERIFY(QDBusConnection::sessionBus().registerService(
-            QLatin1String(Notifications::kDaemonService)));
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        QVERIFY(QDBusConnection::sessionBus().registerService(QLatin1String(kDaemonService)));
+        Settings::setInteger(PrefsProtectionEnabled, 1);
         const QString program =
             QCoreApplication::applicationDirPath() + QStringLiteral("/salvora3-menu");
         QProcess first;
         first.start(program, {});
         QVERIFY(first.waitForStarted());
         QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
-        QTRY_VERIFY_WITH_TIMEOUT(
-            bus->isServiceRegistered(QLatin1String(Notifications::kMenuService)), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(bus->isServiceRegistered(QLatin1String(kMenuService)), 10000);
 
         QProcess second;
         second.start(program, {});
@@ -200,21 +217,81 @@ private slots:
         QCOMPARE(second.exitCode(), 0);
         QCOMPARE(first.state(), QProcess::Running);
 
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3GetStatus);
+        post(Salvora3MenuNotification, Salvora3GetStatus);
         QTRY_VERIFY(logText().contains("Salvora 3 Menu status: protection on"));
         QElapsedTimer clock;
         clock.start();
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3SettingsDidChange);
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3GetStatus);
+        Settings::setInteger(PrefsProtectionEnabled, 0);
+        post(Salvora3MenuNotification, Salvora3SettingsDidChange);
+        post(Salvora3MenuNotification, Salvora3GetStatus);
         QTRY_VERIFY_WITH_TIMEOUT(logText().contains("Salvora 3 Menu status: protection off"), 1000);
         QVERIFY(clock.elapsed() < 1000);
 
-        post(Notifications::Salvora3MenuNotification, Notifications::Salvora3MenuMustQuit);
+        post(Salvora3MenuNotification, Salvora3MenuMustQuit);
         QVERIFY(first.waitForFinished(5000));
         QCOMPARE(first.exitStatus(), QProcess::NormalExit);
         QCOMPARE(first.exitCode(), 0);
         QVERIFY(logText().contains("no system tray is available"));
+    }
+
+    // Once the session bus goes away, the companion's watch fires and the agent quits.
+    void sessionEndsWithItsBus()
+    {
+        QProcessEnvironment e;
+        pid_t bus = 0;
+        if (!startBus(e, bus)) QSKIP("no dbus-daemon to start");
+        const QString name = QStringLiteral("session-end-test");
+        QDBusConnection connection = QDBusConnection::connectToBus(
+            e.value(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")), name);
+        QVERIFY(connection.isConnected());
+        bool ended = false;
+        QObject context;
+        NotificationBus::whenSessionEnds(
+            &context, [&] { ended = true; }, 50, connection);
+        // The agent on the same bus, alone (no root helper).
+        QProcess agent;
+        agent.setProcessEnvironment(e);
+        agent.start(QStringLiteral(SALVORA_AGENT));
+        QVERIFY(agent.waitForStarted());
+        QTest::qWait(500);
+        QVERIFY(!ended); // a live bus is left alone
+        QCOMPARE(agent.state(), QProcess::Running);
+        ::kill(bus, SIGTERM);
+        QTRY_VERIFY_WITH_TIMEOUT(ended, 5000);
+        QVERIFY2(agent.waitForFinished(6000), "the agent outlived its session bus");
+        QDBusConnection::disconnectFromBus(name);
+    }
+
+    // The window quits on SIGTERM (a session ending) and SIGINT as when its last window closes:
+    // at once, with status 0, and saying so in the log.
+    void windowQuitsOnSignals_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::newRow("SIGTERM") << int(SIGTERM);
+        QTest::newRow("SIGINT") << int(SIGINT);
+    }
+    void windowQuitsOnSignals()
+    {
+        QFETCH(int, signal);
+        QProcessEnvironment e;
+        pid_t bus = 0;
+        if (!startBus(e, bus)) QSKIP("no dbus-daemon to start");
+        QProcess window;
+        window.setProcessEnvironment(e);
+        window.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        window.start(QStringLiteral(SALVORA_WINDOW));
+        QVERIFY(window.waitForStarted());
+        // Up and running: launched, or asking for its privileges (a build that has none).
+        QTest::qWait(1500);
+        QCOMPARE(window.state(), QProcess::Running);
+        ::kill(pid_t(window.processId()), signal);
+        const bool ended = window.waitForFinished(10000);
+        ::kill(bus, SIGTERM);
+        QVERIFY2(ended, "the window outlived the signal");
+        QCOMPARE(window.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(window.exitCode(), 0);
+        if (logText().contains("Salvora 3 Launched."))
+            QVERIFY(logText().contains("Salvora 3 quits."));
     }
 };
 
