@@ -1,5 +1,6 @@
 // The preload library with real programs: what they delete on a protected volume is kept whole,
 // they see exactly what they would have seen without it, and what must not be kept is deleted.
+#include "DaemonHarness.h"
 #include "TestEnv.h"
 
 #include "cache/CacheCommit.h"
@@ -12,7 +13,9 @@
 
 #include "KeepTable.h"
 
+#include <QDBusConnection>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QMap>
 #include <QProcess>
 #include <QSignalSpy>
@@ -539,6 +542,86 @@ private slots:
         // Told a few times at most, not once per record.
         QTest::qWait(700);
         QVERIFY2(kept.count() < 5, QByteArray::number(kept.count()).constData());
+    }
+
+    void trashEmptied_data()
+    {
+        QTest::addColumn<QByteArray>("setup"); // in orig/, without the library
+        QTest::addColumn<QByteArray>("command");
+        QTest::addColumn<QByteArrayList>("items");
+        // Trashed as gio and trash-cli do (the .trashinfo, then a rename into files/) and deleted
+        // at once, the .trashinfo before the item in every other round.
+        QByteArrayList files;
+        for (int i = 1; i <= 200; ++i)
+            files << "f" + QByteArray::number(i);
+        std::sort(files.begin(), files.end());
+        QTest::newRow("200 rounds of trash and unlink")
+            << QByteArray("for i in $(seq 200); do echo \"content $i\" > f$i; done")
+            << QByteArray("T=$XDG_DATA_HOME/Trash && mkdir -p $T/files $T/info && for i in $(seq 200); do "
+                          "printf '[Trash Info]\\nPath=%s\\nDeletionDate=2026-01-01T00:00:00\\n' "
+                          "\"$PWD/orig/f$i\" > $T/info/f$i.trashinfo && mv orig/f$i $T/files/ && "
+                          "if [ $((i % 2)) = 0 ]; then rm $T/info/f$i.trashinfo $T/files/f$i; "
+                          "else rm $T/files/f$i $T/info/f$i.trashinfo; fi || exit 1; done")
+            << files;
+        QTest::newRow("trash-put and trash-empty of 20000 files")
+            << QByteArray("mkdir -p big/empty/inner && cd big && for d in $(seq 20); do mkdir d$d && "
+                          "for f in $(seq 1000); do echo $d.$f > d$d/f$f; done; done")
+            << QByteArray("trash-put orig/big && trash-empty --trash-dir=\"$XDG_DATA_HOME/Trash\"")
+            << QByteArrayList{"big"};
+    }
+
+    void trashEmptied()
+    {
+        // Emptied by a program that has the library, while the daemon shadows what arrives in the
+        // trash: each item is kept once, whole, under its original name and with its origin.
+        QFETCH(QByteArray, setup);
+        QFETCH(QByteArray, command);
+        QFETCH(QByteArrayList, items);
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("no session bus (run through ctest, which starts a private one)");
+        if (command.contains("trash-") && (!have("trash-put") || !have("trash-empty")))
+            QSKIP("needs trash-cli; see scripts/deps.sh");
+        const QByteArray orig = home + "/orig";
+        QVERIFY(TestEnv::makeFolders(orig));
+        QCOMPARE(run(setup, false, orig).exitCode, 0);
+        QMap<QByteArray, Snapshot> before;
+        for (const QByteArray &item : items)
+            before.insert(item, snapshot(orig + '/' + item));
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        Harness::Daemon daemon;
+        QVERIFY2(daemon.start(), daemon.output().constData());
+
+        QElapsedTimer clock;
+        clock.start();
+        const Run r = run(command);
+        QVERIFY2(r.exitCode == 0, r.output.constData());
+        qInfo("emptied in %lld ms", clock.elapsed());
+        // A later arrival's shadow shows that the daemon has seen every item come and go: the
+        // shadows of those the library kept are gone, none committed.
+        const QByteArray trash = home + "/.local/share/Trash";
+        QVERIFY(TestEnv::writeFile(orig + "/sentinel", "s"));
+        QVERIFY(Harness::trashByHand(trash, orig + "/sentinel", "sentinel"));
+        QTRY_COMPARE_WITH_TIMEOUT(Harness::pendingCount(cache), 1, 30000);
+
+        const QList<CacheCommit::Origin> origins =
+            CacheCommit::readOrigins(cache, CommonUtils::nameForCacheFolderForToday().toLatin1());
+        QByteArrayList kept;
+        for (const QByteArray &time : timeFolders(cache)) {
+            const QByteArray timeName = time.mid(time.lastIndexOf('/') + 1);
+            for (const QByteArray &name : entries(time)) {
+                kept << name;
+                QVERIFY2(snapshot(time + '/' + name) == before.value(name), name.constData());
+                QVERIFY2(std::any_of(origins.begin(), origins.end(),
+                                     [&](const CacheCommit::Origin &o) {
+                                         return o.time == timeName && o.name == name &&
+                                                o.path == orig + '/' + name;
+                                     }),
+                         name.constData());
+            }
+        }
+        std::sort(kept.begin(), kept.end());
+        QCOMPARE(kept, items);
+        QVERIFY(daemon.stop());
     }
 
     void keepCommand()
