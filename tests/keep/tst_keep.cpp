@@ -568,6 +568,20 @@ private slots:
                           "for f in $(seq 1000); do echo $d.$f > d$d/f$f; done; done")
             << QByteArray("trash-put orig/big && trash-empty --trash-dir=\"$XDG_DATA_HOME/Trash\"")
             << QByteArrayList{"big"};
+        // As GNOME empties: moved to expunged/, its .trashinfo deleted, then deleted there, all
+        // by one process; the daemon's shadow is ready by then.
+        const QByteArray gnome =
+            "import os, shutil, sys; t = sys.argv[1]; os.rename(t + '/files/tree', t + "
+            "'/expunged/12345'); os.unlink(t + '/info/tree.trashinfo'); shutil.rmtree(t + "
+            "'/expunged/12345')";
+        QTest::newRow("moved to expunged/ and deleted there")
+            << QByteArray("mkdir -p tree/sub tree/empty && echo a > tree/a && echo b > tree/sub/b "
+                          "&& ln -s a tree/link")
+            << "T=$XDG_DATA_HOME/Trash && mkdir -p $T/files $T/info $T/expunged && "
+               "printf '[Trash Info]\\nPath=%s\\nDeletionDate=2026-01-01T00:00:00\\n' "
+               "\"$PWD/orig/tree\" > $T/info/tree.trashinfo && mv orig/tree $T/files/ && sleep 0.5 "
+               "&& /usr/bin/python3 -c \"" + gnome + "\" $T"
+            << QByteArrayList{"tree"};
     }
 
     void trashEmptied()
@@ -581,6 +595,7 @@ private slots:
             QSKIP("no session bus (run through ctest, which starts a private one)");
         if (command.contains("trash-") && (!have("trash-put") || !have("trash-empty")))
             QSKIP("needs trash-cli; see scripts/deps.sh");
+        if (command.contains("python3") && !have("/usr/bin/python3")) QSKIP("python3 is not installed");
         const QByteArray orig = home + "/orig";
         QVERIFY(TestEnv::makeFolders(orig));
         QCOMPARE(run(setup, false, orig).exitCode, 0);
