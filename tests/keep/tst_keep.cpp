@@ -10,6 +10,7 @@
 
 #include "KeepFeed.h"
 #include "OriginRecord.h"
+#include "TrashInfoText.h"
 
 #include "KeepTable.h"
 
@@ -233,6 +234,42 @@ private slots:
         }
     }
 
+    void trashInfo_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QByteArray>("topdir");
+        QTest::addColumn<QByteArray>("path");
+        const QByteArray group = "[Trash Info]\n";
+        QTest::newRow("absolute") << group + "Path=/home/u/a%20b.txt\nDeletionDate=2024-05-03T14:07:55\n"
+                                  << QByteArray("/vol") << QByteArray("/home/u/a b.txt");
+        QTest::newRow("not UTF-8, CRLF") << QByteArray("[Trash Info]\r\nPath=/d/latin%FF%fe-1\r\n") << QByteArray()
+                                         << "/d/" + kLatin1Name;
+        QTest::newRow("relative, joined to the top")
+            << group + "Path=docs/x" << QByteArray("/media/u/usb") << QByteArray("/media/u/usb/docs/x");
+        QTest::newRow("relative without a top") << group + "Path=docs/x" << QByteArray() << QByteArray();
+        QTest::newRow("other group first") << "[Other]\nPath=/wrong\n" + group + "Path=/right\n"
+                                           << QByteArray() << QByteArray("/right");
+        QTest::newRow("outside the group") << QByteArray("Path=/x\n[Trash Info]\n") << QByteArray()
+                                           << QByteArray();
+        QTest::newRow("bad escape") << group + "Path=/a%2" << QByteArray() << QByteArray();
+        QTest::newRow("NUL escape") << group + "Path=/a%00b" << QByteArray() << QByteArray();
+        QTest::newRow("empty") << group + "Path=\n" << QByteArray() << QByteArray();
+        QTest::newRow("longer than a path") << group + "Path=/" + QByteArray(PATH_MAX, 'a')
+                                            << QByteArray() << QByteArray();
+    }
+
+    void trashInfo()
+    {
+        // The library and the agent read a .trashinfo with the same decoder.
+        QFETCH(QByteArray, text);
+        QFETCH(QByteArray, topdir);
+        QFETCH(QByteArray, path);
+        char out[PATH_MAX];
+        const std::size_t n = trashinfo::originalPath(text.constData(), std::size_t(text.size()),
+                                                      topdir.constData(), out, sizeof out);
+        QCOMPARE(QByteArray(out, qsizetype(n)), path);
+    }
+
     void keeps_data()
     {
         QTest::addColumn<QByteArray>("command");
@@ -398,6 +435,12 @@ private slots:
         QTest::newRow("home cache") << QByteArray("rm .cache/x") << QByteArray(".cache/x") << 1;
         QTest::newRow("trash") << QByteArray("rm .local/share/Trash/info/x.trashinfo")
                                << QByteArray(".local/share/Trash/info/x.trashinfo") << 1;
+        QTest::newRow("trash sizes") << QByteArray("rm .local/share/Trash/directorysizes")
+                                     << QByteArray(".local/share/Trash/directorysizes") << 1;
+        // Where it came from is not known: the agent's shadow is what keeps it.
+        QTest::newRow("trashed without .trashinfo")
+            << QByteArray("rm -r .local/share/Trash/files/orphan")
+            << QByteArray(".local/share/Trash/files/orphan") << 1;
         QTest::newRow("inside the cache") << QByteArray("rm -r .Salvora3Cache/old")
                                           << QByteArray(".Salvora3Cache/old") << 1;
         for (const char *name : {"x.tmp", "x~", ".#x", "x.swp", "x.part", ".goutputstream-AB12",
