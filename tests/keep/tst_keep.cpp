@@ -659,7 +659,13 @@ private slots:
         const QByteArray trash = home + "/.local/share/Trash";
         QVERIFY(TestEnv::writeFile(orig + "/sentinel", "s"));
         QVERIFY(Harness::trashByHand(trash, orig + "/sentinel", "sentinel"));
-        QTRY_COMPARE_WITH_TIMEOUT(Harness::pendingCount(cache), 1, 30000);
+        const QByteArray pending = cache + "/.pending/" + QByteArray::number(getuid());
+        const auto onlySentinel = [&] {
+            const QByteArrayList shadows = entries(pending);
+            return shadows.size() == 1 &&
+                   TestEnv::readFile(pending + '/' + shadows.first() + "/item") == "s";
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(onlySentinel(), 30000);
 
         const QList<CacheCommit::Origin> origins =
             CacheCommit::readOrigins(cache, CommonUtils::nameForCacheFolderForToday().toLatin1());
