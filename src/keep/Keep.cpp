@@ -1606,6 +1606,16 @@ int trashDeletion(Via via, int dirFd, const char *path, int flags, const View &v
         return realCall(via, dirFd, path, flags);
     }
     Batch *b = batchFor(volume, parent.st_dev);
+    // The folder's times before anything of it goes, whether kept or not (a FIFO, say, is not).
+    if (Slot *s = findSlot(*b, parent.st_ino, true); s && !s->timed) {
+        s->atime = parent.st_atim;
+        s->mtime = parent.st_mtim;
+        s->timed = true;
+    }
+    if (!folder && !S_ISREG(item.st_mode) && !S_ISLNK(item.st_mode)) {
+        errno = savedErrno;
+        return realCall(via, dirFd, path, flags);
+    }
     if (folder) {
         errno = savedErrno;
         const int r = realCall(via, dirFd, path, flags);
@@ -1688,7 +1698,10 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     const bool trashPossible = inTrash || !plain;
     const bool data = (S_ISREG(item.st_mode) && (item.st_nlink == 1 || trashPossible)) ||
                       S_ISLNK(item.st_mode);
-    if (folder ? !S_ISDIR(item.st_mode) : !data) {
+    // What else a trashed folder holds (a FIFO, a socket) is deleted for real, but its folder's
+    // times are taken first.
+    const bool other = !data && trashPossible && !S_ISDIR(item.st_mode) && !S_ISREG(item.st_mode);
+    if (folder ? !S_ISDIR(item.st_mode) : !(data || other)) {
         errno = savedErrno;
         return realCall(via, dirFd, path, flags);
     }
@@ -1710,7 +1723,7 @@ int deletion(Via via, int dirFd, const char *path, int flags)
                              parent, savedErrno);
     if (spot.part == TrashPart::Info && !folder)
         rememberInfo(v, volume, spot, dirFd, path, leaf, leafLen);
-    if (!place || place->excluded || (!folder && place->refused) || nameOut ||
+    if (!place || place->excluded || (!folder && place->refused) || nameOut || other ||
         (S_ISREG(item.st_mode) && item.st_nlink != 1)) {
         errno = savedErrno;
         return realCall(via, dirFd, path, flags);

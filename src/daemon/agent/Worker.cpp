@@ -109,24 +109,31 @@ qint64 mergeMissing(int from, int to, int depth = 0)
 {
     QList<QByteArray> names;
     FolderWalk::forEachEntry(from, [&](const char *name, FolderWalk::Type) { names.append(name); });
-    qint64 moved = 0;
+    qint64 moved = 0, here = 0;
+    // The folder keeps the times it had where it was.
+    struct stat folder{};
+    const bool timed = fstat(to, &folder) == 0;
     for (const QByteArray &name : std::as_const(names)) {
         if (name.startsWith(".sv3-")) continue;
-        struct stat there{}, here{};
+        struct stat there{}, mine{};
         if (fstatat(to, name.constData(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
             if (errno == ENOENT &&
                 renameat2(from, name.constData(), to, name.constData(), RENAME_NOREPLACE) == 0)
-                ++moved;
+                ++here;
             continue;
         }
         if (!S_ISDIR(there.st_mode) || depth >= 512 ||
-            fstatat(from, name.constData(), &here, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(here.st_mode))
+            fstatat(from, name.constData(), &mine, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(mine.st_mode))
             continue;
         Fd a(openat(from, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         Fd b(openat(to, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (a.fd >= 0 && b.fd >= 0) moved += mergeMissing(a.fd, b.fd, depth + 1);
     }
-    return moved;
+    if (here > 0 && timed) {
+        const timespec times[2] = {folder.st_atim, folder.st_mtim};
+        futimens(to, times);
+    }
+    return moved + here;
 }
 
 } // namespace
