@@ -1612,9 +1612,14 @@ int trashDeletion(Via via, int dirFd, const char *path, int flags, const View &v
         s->mtime = parent.st_mtim;
         s->timed = true;
     }
+    // Once the item itself goes, its origin is forgotten: another item may take its name.
+    const auto done = [&](int r) {
+        if (top) gOrigins[kOrigins].trash = nullptr;
+        return r;
+    };
     if (!folder && !S_ISREG(item.st_mode) && !S_ISLNK(item.st_mode)) {
         errno = savedErrno;
-        return realCall(via, dirFd, path, flags);
+        return done(realCall(via, dirFd, path, flags));
     }
     if (folder) {
         errno = savedErrno;
@@ -1626,13 +1631,13 @@ int trashDeletion(Via via, int dirFd, const char *path, int flags, const View &v
         else trashMirror(*b, v, t, *o, place, parent);
         folderRemoved(*b, v, place, leaf, leafLen, item, parent);
         errno = savedErrno;
-        return 0;
+        return done(0);
     }
     const bool kept = top ? keepTrashFile(*b, v, dirFd, path, *o, place, item)
                           : trashMirror(*b, v, t, *o, place, parent) &&
                                 keepFile(*b, v, dirFd, path, leaf, leafLen, place, item, parent);
     errno = savedErrno;
-    return kept ? 0 : realCall(via, dirFd, path, flags);
+    return done(kept ? 0 : realCall(via, dirFd, path, flags));
 }
 
 int deletion(Via via, int dirFd, const char *path, int flags)
