@@ -23,6 +23,9 @@ namespace {
 using Fd = UniqueFd;
 
 constexpr char kInfoSuffix[] = ".trashinfo";
+// How long an item moved to expunged/ may take to be deleted there before it is settled anyway:
+// GNOME deletes it at once, the preload library keeping it as it goes.
+constexpr int kExpungedWaitMs = 300;
 
 } // namespace
 
@@ -221,7 +224,15 @@ void TrashWatch::left(const QByteArray &name)
         it->ino == quint64(st.st_ino))
         return; // moved out and straight back
     if (const QByteArray there = expungedName(it->ino); !there.isEmpty() && mExpunged->isPresent()) {
-        mWaiting.insert(there, {name, it->id});
+        // Not for long: one that stays there (deleted at leisure) is settled all the same.
+        const QByteArray id = it->id;
+        mWaiting.insert(there, {name, id});
+        QTimer::singleShot(kExpungedWaitMs, this, [this, there, name, id] {
+            const auto w = mWaiting.constFind(there);
+            if (w == mWaiting.cend() || w->second != id) return;
+            mWaiting.erase(w);
+            if (mShadows.value(name).id == id) settle(name);
+        });
         return;
     }
     settle(name);

@@ -63,7 +63,7 @@ private:
     QSet<QByteArray> mInFlight; // names whose shadow the worker has not walked yet
     QList<std::pair<QByteArray, std::uint32_t>> mLeaving; // moved out, waiting for the batch's end
     // Items moved to expunged/ to be deleted there (as GNOME empties the trash): name there ->
-    // name in files/ and shadow id. Settled once gone from there, so that a program that deletes
-    // them with the preload library has kept them first.
+    // name in files/ and shadow id. Settled once gone from there (or after a moment), so that a
+    // program that deletes them with the preload library has kept them first.
     QHash<QByteArray, std::pair<QByteArray, QByteArray>> mWaiting;
 };
