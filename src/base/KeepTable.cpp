@@ -20,7 +20,11 @@ Table Table::withDefaults(const std::string &home, const std::string &trashFolde
                               "/.config/BraveSoftware", "/.thunderbird"})
             t.lists[ExcludedPlaces].push_back(home + p);
     }
-    if (!trashFolder.empty()) t.lists[ExcludedPlaces].push_back(trashFolder);
+    // A trash's own bookkeeping is never kept; its items are, as they are emptied.
+    if (!trashFolder.empty()) {
+        t.lists[ExcludedPlaces].push_back(trashFolder);
+        t.lists[Trashes].push_back(trashFolder);
+    }
     t.lists[NamePrefixes] = {".#", ".goutputstream-"};
     // SQLite's rollback journals come and go with every transaction of a program's database.
     t.lists[NameSuffixes] = {".tmp", "~", ".swp", ".part", "-journal"};

@@ -19,7 +19,7 @@
 namespace keeptable {
 
 inline constexpr char kMagic[8] = {'S', 'V', '3', 'K', 'E', 'E', 'P', '1'};
-inline constexpr std::uint32_t kVersion = 1;
+inline constexpr std::uint32_t kVersion = 2;
 inline constexpr std::uint32_t kMaxBytes = 1u << 20;
 inline constexpr std::uint32_t kFlagOn = 1;
 
@@ -34,6 +34,8 @@ enum List : std::uint32_t {
     ProtectedMounts,   // mount points of the protected file systems
     OtherMounts,       // mount points of every other file system: a path whose longest matching
                        // mount point is one of these is passed on without a system call
+    Trashes,           // the user's trash folders on the protected volumes, canonical: what is
+                       // emptied from their files/ or expunged/ is kept as the trashed item
     ListCount
 };
 

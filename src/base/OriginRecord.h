@@ -118,9 +118,10 @@ struct Writer
 };
 
 // One record, ending with a newline, into `out`; its length, or 0 when it does not fit. The path
-// is `folder` + "/" + `leaf`.
+// is `folder` + "/" + `leaf`. `trashIno`: the inode of an item emptied from the trash (0: none).
 inline std::size_t format(char *out, std::size_t size, const char *time, const char *name,
-                          const char *folder, const char *leaf, unsigned uid, std::uint64_t ino)
+                          const char *folder, const char *leaf, unsigned uid, std::uint64_t ino,
+                          std::uint64_t trashIno = 0)
 {
     Writer w{out, size};
     w.put("{\"time\":\"");
@@ -132,12 +133,15 @@ inline std::size_t format(char *out, std::size_t size, const char *time, const c
     const bool root = fl == 1 && folder[0] == '/';
     w.bytes("path", folder, root ? 0 : fl, "/", 1, leaf, std::strlen(leaf));
     // No inode (0) is left out, as CacheCommit leaves it out.
-    char numbers[64];
+    char numbers[96];
+    int at = std::snprintf(numbers, sizeof numbers, ",\"uid\":%u", uid);
     if (ino)
-        std::snprintf(numbers, sizeof numbers, ",\"uid\":%u,\"ino\":\"%llu\"}\n", uid,
-                      static_cast<unsigned long long>(ino));
-    else
-        std::snprintf(numbers, sizeof numbers, ",\"uid\":%u}\n", uid);
+        at += std::snprintf(numbers + at, sizeof numbers - std::size_t(at), ",\"ino\":\"%llu\"",
+                            static_cast<unsigned long long>(ino));
+    if (trashIno)
+        at += std::snprintf(numbers + at, sizeof numbers - std::size_t(at),
+                            ",\"trashIno\":\"%llu\"", static_cast<unsigned long long>(trashIno));
+    std::snprintf(numbers + at, sizeof numbers - std::size_t(at), "}\n");
     w.put(numbers);
     return w.ok ? w.at : 0;
 }

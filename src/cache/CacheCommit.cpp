@@ -84,6 +84,8 @@ int appendOrigin(int cacheFd, const QByteArray &day, const Origin &origin)
     putBytes(o, "path", origin.path);
     o.insert(QLatin1String("uid"), origin.uid);
     if (origin.ino != 0) o.insert(QLatin1String("ino"), QString::number(origin.ino));
+    if (origin.trashIno != 0)
+        o.insert(QLatin1String("trashIno"), QString::number(origin.trashIno));
     if (!origin.completeness.complete) {
         o.insert(QLatin1String("incomplete"), true);
         o.insert(QLatin1String("missingFiles"), origin.completeness.missingFiles);
@@ -288,7 +290,7 @@ Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
         }
         const int recorded =
             appendOrigin(cacheFd, day,
-                         {time, finalName, originalPath, qint64(getuid()), quint64(item.st_ino),
+                         {time, finalName, originalPath, qint64(getuid()), quint64(item.st_ino), 0,
                           completeness});
         if (recorded != 0) {
             r.sysErrno = recorded;
@@ -405,6 +407,7 @@ QList<Origin> readOrigins(const QByteArray &cacheFolder, const QByteArray &day)
         origin.path = getBytes(o, "path");
         origin.uid = o.value(QLatin1String("uid")).toInteger(-1);
         origin.ino = o.value(QLatin1String("ino")).toString().toULongLong();
+        origin.trashIno = o.value(QLatin1String("trashIno")).toString().toULongLong();
         origin.completeness.complete = !o.value(QLatin1String("incomplete")).toBool();
         origin.completeness.missingFiles = o.value(QLatin1String("missingFiles")).toInteger();
         origin.completeness.missingBytes = o.value(QLatin1String("missingBytes")).toInteger();

@@ -128,6 +128,9 @@ struct Origin
     qint64 uid = -1; // who deleted it
     quint64 ino = 0; // the item's inode when it was kept (0: not recorded), to tell records of
                      // the same name apart
+    // An item that a program emptied from the trash, kept by the preload library: the inode it
+    // had in the trash's files/ (or expunged/), by which the daemon knows it kept it already.
+    quint64 trashIno = 0;
     Completeness completeness;
     bool operator==(const Origin &) const = default;
 };

@@ -8,6 +8,7 @@
 
 #include "KeepTableFormat.h"
 #include "OriginRecord.h"
+#include "TrashInfoText.h"
 
 #include <atomic>
 #include <cerrno>
@@ -259,6 +260,16 @@ bool inList(const View &v, keeptable::List list, const char *name, std::size_t n
     return false;
 }
 
+// The names and extensions the user excluded.
+bool userExcluded(const View &v, const char *name, std::size_t n)
+{
+    if (inList(v, keeptable::ExcludedNames, name, n)) return true;
+    const char *dot = static_cast<const char *>(memrchr(name, '.', n));
+    // ".profile" has no extension; "archive." has an empty one, which matches nothing.
+    if (!dot || dot == name || dot == name + n - 1) return false;
+    return inList(v, keeptable::ExcludedExtensions, dot + 1, std::size_t(name + n - dot - 1));
+}
+
 // Names that are never kept: temporary names and the user's excluded names and extensions.
 bool nameExcluded(const View &v, const char *name, std::size_t n)
 {
@@ -266,11 +277,7 @@ bool nameExcluded(const View &v, const char *name, std::size_t n)
         if (startsWith(name, n, s)) return true;
     for (const char *s = v.list(keeptable::NameSuffixes); *s; s = View::next(s))
         if (endsWith(name, n, s)) return true;
-    if (inList(v, keeptable::ExcludedNames, name, n)) return true;
-    const char *dot = static_cast<const char *>(memrchr(name, '.', n));
-    // ".profile" has no extension; "archive." has an empty one, which matches nothing.
-    if (!dot || dot == name || dot == name + n - 1) return false;
-    return inList(v, keeptable::ExcludedExtensions, dot + 1, std::size_t(name + n - dot - 1));
+    return userExcluded(v, name, n);
 }
 
 bool hasCacheComponent(const char *path, std::size_t n)
@@ -468,6 +475,8 @@ struct Node
     Kind kind;
     bool gone;              // no longer in the cache as this node
     bool removed;           // Folder: its original was removed (else it is still there)
+    bool trash;             // Folder: made for a folder of an item emptied from the trash, which
+                            // stays one item even when the emptying stops half-way
     mode_t mode;
     timespec atime, mtime;
 };
@@ -754,10 +763,10 @@ bool openTimeFolder(Batch &b, const View &v)
 char gRecord[origin::kMaxRecordBytes];
 
 bool writeOrigin(Batch &b, const char *name, const char *folder, const char *leaf,
-                 std::uint64_t ino)
+                 std::uint64_t ino, std::uint64_t trashIno)
 {
     const std::size_t n =
-        origin::format(gRecord, sizeof gRecord, b.time, name, folder, leaf, gUid, ino);
+        origin::format(gRecord, sizeof gRecord, b.time, name, folder, leaf, gUid, ino, trashIno);
     if (n == 0) return false;
     const ssize_t w = write(b.originsFd, gRecord, n);
     if (w == ssize_t(n)) return true;
@@ -891,7 +900,7 @@ bool pathIn(Batch &b, std::uint32_t container, const char *name, char *out, std:
 // name chosen goes to `chosen`. 0 or an errno value.
 template <typename Place>
 int placeAtTop(Batch &b, const char *leaf, const char *folderPath, std::uint64_t ino,
-               const Place &place, char *chosen)
+               const Place &place, char *chosen, std::uint64_t trashIno = 0)
 {
     char numbered[NAME_MAX + 1];
     const char *name = leaf;
@@ -904,7 +913,7 @@ int placeAtTop(Batch &b, const char *leaf, const char *folderPath, std::uint64_t
             if (fstatat(b.timeFd, name, &taken, AT_SYMLINK_NOFOLLOW) == 0) continue;
         }
         if (given(b, name, false)) continue;
-        if (!writeOrigin(b, name, folderPath, leaf, ino)) return ENOSPC;
+        if (!writeOrigin(b, name, folderPath, leaf, ino, trashIno)) return ENOSPC;
         const int err = place(name);
         if (err == EEXIST) continue;
         // Also after a failure: its record stays behind, so the name is not given again.
@@ -1003,14 +1012,15 @@ void materialise(Batch &b, std::uint32_t e, std::uint32_t container)
 // `parentIno` at `parentPath`): inside its parent's when that has one, else at the top of the time
 // folder. What the batch kept of the folder so far moves into it. Its node, or 0.
 std::uint32_t makeMirror(Batch &b, std::uint64_t ino, std::uint64_t parentIno, const char *name,
-                         const char *path, const char *parentPath, const struct stat *parent)
+                         const char *path, const char *parentPath, const struct stat *parent,
+                         std::uint64_t trashIno = 0)
 {
     const Slot *ps = findSlot(b, parentIno, false);
     const std::uint32_t container = ps ? ps->mirror : 0;
     char chosen[NAME_MAX + 1];
     const auto make = [&](const char *to) { return mkdirat(b.timeFd, to, 0700) == 0 ? 0 : errno; };
     const int err = container ? placeIn(b, container, name, make, chosen)
-                              : placeAtTop(b, name, parentPath, 0, make, chosen);
+                              : placeAtTop(b, name, parentPath, 0, make, chosen, trashIno);
     if (err) return 0;
     Node node{};
     node.ino = ino;
@@ -1021,6 +1031,7 @@ std::uint32_t makeMirror(Batch &b, std::uint64_t ino, std::uint64_t parentIno, c
     node.topName = container ? kNone : node.cur;
     node.container = container;
     node.kind = Kind::Folder;
+    node.trash = trashIno != 0 || (container && nodeAt(b, container).trash);
     const std::uint32_t m =
         node.name != kNone && node.cur != kNone && node.path != kNone ? addNode(b, node, parent) : 0;
     Slot *own = m ? findSlot(b, ino, true) : nullptr;
@@ -1236,8 +1247,322 @@ void dissolveAll(Batch &b)
 {
     for (std::uint32_t k = 1; k <= b.nodes.size; ++k) {
         const Node n = nodeAt(b, k);
-        if (!n.gone && n.kind == Kind::Folder && !n.removed && n.container == 0) dissolve(b, k);
+        if (!n.gone && n.kind == Kind::Folder && !n.removed && !n.trash && n.container == 0)
+            dissolve(b, k);
     }
+}
+
+// ---- items emptied from the trash -----------------------------------------------------------
+//
+// A program that empties the trash deletes <trash>/files/<name> (a folder entry by entry), or, as
+// GNOME does, first moves it to <trash>/expunged/ and deletes it there. What it deletes is kept as
+// the trashed item: named as it was before it was trashed, its origin record carrying its original
+// path from <name>.trashinfo, and the inode it had in the trash, by which the agent knows that its
+// shadow of the item is not needed.
+
+enum class TrashPart { None, Files, Expunged, Info };
+
+// Where a canonical folder lies in one of the user's trashes.
+struct TrashSpot
+{
+    TrashPart part = TrashPart::None;
+    const char *trash = nullptr; // the trash folder, a string of the table
+    std::size_t trashLength = 0;
+    // Below files/ or expunged/: "" for that folder itself, else "/<item>[/...]".
+    const char *rest = nullptr;
+    std::size_t restLength = 0;
+};
+
+TrashSpot trashSpot(const View &v, const char *folder, std::size_t n)
+{
+    TrashSpot t;
+    for (const char *s = v.list(keeptable::Trashes); *s; s = View::next(s)) {
+        std::size_t l = std::strlen(s);
+        while (l > 1 && s[l - 1] == '/')
+            --l;
+        if (n <= l || std::memcmp(folder, s, l) != 0 || folder[l] != '/') continue;
+        const char *sub = folder + l + 1;
+        const std::size_t subLength = n - l - 1;
+        const auto under = [&](const char *name, TrashPart part) {
+            const std::size_t k = std::strlen(name);
+            if (subLength < k || std::memcmp(sub, name, k) != 0 || (subLength > k && sub[k] != '/'))
+                return false;
+            if (part == TrashPart::Info && subLength != k) return false;
+            t = {part, s, l, sub + k, subLength - k};
+            return true;
+        };
+        if (under("files", TrashPart::Files) || under("expunged", TrashPart::Expunged) ||
+            under("info", TrashPart::Info))
+            return t;
+    }
+    return t;
+}
+
+// The original path of a trashed item, with the item it belongs to.
+struct TrashOrigin
+{
+    const char *trash = nullptr; // the table's string; null: a free slot
+    long at = 0;
+    std::uint64_t ino = 0; // the item's inode in files/ or expunged/ (0: not known)
+    bool expunged = false;
+    char name[NAME_MAX + 1];   // its name there (in files/ only)
+    char path[PATH_MAX];
+};
+// Origins read from a .trashinfo deleted before its item, and, last, the item being emptied.
+constexpr std::size_t kOrigins = 16;
+constexpr long kOriginMs = 60000;
+TrashOrigin *gOrigins = nullptr; // mapped at first use
+char gInfoText[4 * PATH_MAX];
+char gChain[PATH_MAX];
+
+bool mapOrigins()
+{
+    if (gOrigins) return true;
+    void *p = mmap(nullptr, sizeof(TrashOrigin) * (kOrigins + 1), PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) return false;
+    gOrigins = static_cast<TrashOrigin *>(p);
+    return true;
+}
+
+// What a relative "Path=" of the trash's .trashinfo files starts from: the volume's top folder
+// (none for the home trash).
+const char *topdirOf(const View &v, const keeptable::Volume *volume)
+{
+    const char *top = v.string(volume->volumePath);
+    return std::strcmp(top, "/") == 0 ? nullptr : top;
+}
+
+// Reads the original path from the .trashinfo at (dirFd, path): the user's own regular file,
+// read whole within bounds.
+bool readOrigin(int dirFd, const char *path, const char *topdir, char *out)
+{
+    const int fd = openat(dirFd, path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat st{};
+    bool ok = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() &&
+              st.st_size < off_t(sizeof gInfoText);
+    std::size_t n = 0;
+    while (ok && n < sizeof gInfoText) {
+        const ssize_t r = read(fd, gInfoText + n, sizeof gInfoText - n);
+        if (r < 0 && errno == EINTR) continue;
+        if (r < 0) ok = false;
+        if (r <= 0) break;
+        n += std::size_t(r);
+    }
+    close(fd);
+    return ok && n < sizeof gInfoText &&
+           trashinfo::originalPath(gInfoText, n, topdir, out, PATH_MAX) > 0;
+}
+
+struct Dirent64
+{
+    std::uint64_t ino;
+    std::int64_t off;
+    unsigned short reclen;
+    unsigned char type;
+    char name[1];
+};
+
+// The entry of <trash>/expunged that an emptier has just moved there: the one entry changed in
+// the last few seconds that no remembered origin claims. None when that is not one entry.
+bool claimExpunged(const char *trash, std::size_t trashLength, std::uint64_t *ino)
+{
+    char path[PATH_MAX];
+    if (std::snprintf(path, sizeof path, "%.*s/expunged", int(trashLength), trash) >=
+        int(sizeof path))
+        return false;
+    const int fd = open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return false;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    int found = 0;
+    alignas(8) char buffer[4096];
+    for (long n; found < 2 && (n = syscall(SYS_getdents64, fd, buffer, sizeof buffer)) > 0;) {
+        for (long at = 0; at < n;) {
+            const auto *e = reinterpret_cast<const Dirent64 *>(buffer + at);
+            at += e->reclen;
+            if (e->name[0] == '.' && (e->name[1] == '\0' || (e->name[1] == '.' && e->name[2] == '\0')))
+                continue;
+            struct stat st{};
+            if (fstatat(fd, e->name, &st, AT_SYMLINK_NOFOLLOW) != 0 || now.tv_sec - st.st_ctim.tv_sec > 5)
+                continue;
+            bool claimed = false;
+            for (std::size_t i = 0; i < kOrigins; ++i)
+                claimed = claimed || (gOrigins[i].trash == trash && gOrigins[i].expunged &&
+                                      gOrigins[i].ino == st.st_ino);
+            if (claimed) continue;
+            *ino = st.st_ino;
+            ++found;
+        }
+    }
+    close(fd);
+    return found == 1;
+}
+
+// A .trashinfo is being deleted: where its item came from is remembered, for the item may be
+// deleted after it (or, moved to expunged/, is about to be).
+void rememberInfo(const View &v, const keeptable::Volume *volume, const TrashSpot &t, int dirFd,
+                  const char *path, const char *leaf, std::size_t leafLen)
+{
+    static constexpr char kSuffix[] = ".trashinfo";
+    if (leafLen <= sizeof kSuffix - 1 || !endsWith(leaf, leafLen, kSuffix) || !mapOrigins()) return;
+    const std::size_t nameLen = leafLen - (sizeof kSuffix - 1);
+    TrashOrigin *o = &gOrigins[0];
+    for (std::size_t i = 1; i < kOrigins; ++i)
+        if (gOrigins[i].at < o->at) o = &gOrigins[i];
+    o->trash = nullptr;
+    if (!readOrigin(dirFd, path, topdirOf(v, volume), o->path)) return;
+    std::memcpy(o->name, leaf, nameLen);
+    o->name[nameLen] = '\0';
+    char item[PATH_MAX];
+    struct stat st{};
+    if (std::snprintf(item, sizeof item, "%.*s/files/%s", int(t.trashLength), t.trash, o->name) <
+            int(sizeof item) &&
+        fstatat(AT_FDCWD, item, &st, AT_SYMLINK_NOFOLLOW) == 0) {
+        o->ino = st.st_ino;
+        o->expunged = false;
+    } else if (claimExpunged(t.trash, t.trashLength, &o->ino)) {
+        o->expunged = true;
+    } else {
+        return;
+    }
+    o->at = nowMs();
+    o->trash = t.trash;
+}
+
+// The origin of the trashed item `name` of that trash (in files/, or in expunged/), whose inode
+// is `ino` when known: the item being emptied, a remembered one, or its .trashinfo. Null when
+// none is known.
+const TrashOrigin *trashOrigin(const View &v, const keeptable::Volume *volume, const TrashSpot &t,
+                               const char *name, std::size_t nameLen, std::uint64_t ino)
+{
+    if (!mapOrigins()) return nullptr;
+    TrashOrigin &cur = gOrigins[kOrigins];
+    const bool expunged = t.part == TrashPart::Expunged;
+    const long now = nowMs();
+    const auto sameName = [&](const TrashOrigin &o) {
+        return std::strlen(o.name) == nameLen && std::memcmp(o.name, name, nameLen) == 0;
+    };
+    if (cur.trash == t.trash && cur.expunged == expunged && sameName(cur) &&
+        (ino == 0 || cur.ino == 0 || cur.ino == ino) && now - cur.at < kOriginMs)
+        return &cur;
+    char path[PATH_MAX];
+    if (expunged && ino == 0) {
+        struct stat st{};
+        if (std::snprintf(path, sizeof path, "%.*s/expunged/%.*s", int(t.trashLength), t.trash,
+                          int(nameLen), name) >= int(sizeof path) ||
+            fstatat(AT_FDCWD, path, &st, AT_SYMLINK_NOFOLLOW) != 0)
+            return nullptr;
+        ino = st.st_ino;
+    }
+    bool found = false;
+    for (std::size_t i = 0; i < kOrigins && !found; ++i) {
+        TrashOrigin &o = gOrigins[i];
+        if (o.trash != t.trash || now - o.at >= kOriginMs || o.expunged != expunged) continue;
+        if (expunged ? o.ino != ino : (!sameName(o) || (ino != 0 && o.ino != ino))) continue;
+        cur = o;
+        o.trash = nullptr;
+        found = true;
+    }
+    if (!found) {
+        // Its .trashinfo is still there: the emptiers that delete the item first.
+        if (expunged ||
+            std::snprintf(path, sizeof path, "%.*s/info/%.*s.trashinfo", int(t.trashLength),
+                          t.trash, int(nameLen), name) >= int(sizeof path) ||
+            !readOrigin(AT_FDCWD, path, topdirOf(v, volume), cur.path)) {
+            cur.trash = nullptr;
+            return nullptr;
+        }
+        cur.trash = t.trash;
+        cur.expunged = false;
+        cur.ino = ino;
+    }
+    std::memcpy(cur.name, name, nameLen);
+    cur.name[nameLen] = '\0';
+    cur.at = now;
+    return &cur;
+}
+
+// The folder of the batch for a trashed folder item, made at the top of the time folder under
+// the item's original name, with the record that names where it came from.
+std::uint32_t trashTop(Batch &b, const View &v, const TrashOrigin &o, const struct stat &item,
+                       const struct stat &files)
+{
+    if (const Slot *s = findSlot(b, item.st_ino, false); s && s->mirror) return s->mirror;
+    char folder[PATH_MAX];
+    const char *leaf = nullptr;
+    if (!openTimeFolder(b, v) || !splitFolder(o.path, folder, &leaf) || std::strlen(leaf) > NAME_MAX)
+        return 0;
+    return makeMirror(b, item.st_ino, files.st_ino, leaf, o.path, folder, &files, item.st_ino);
+}
+
+// The folder of the batch for the folder `folder` (in `t`, whose state is `st`) of a trashed
+// folder item, made with those of its parents up to the item. Its node, or 0.
+std::uint32_t trashMirror(Batch &b, const View &v, const TrashSpot &t, const TrashOrigin &o,
+                          const PathEntry &folder, const struct stat &st)
+{
+    if (const Slot *s = findSlot(b, st.st_ino, false); s && s->mirror) return s->mirror;
+    if (!openTimeFolder(b, v)) return 0;
+    // Down from files/ (or expunged/), one folder at a time: each is looked at and made.
+    std::memcpy(gChain, folder.path, folder.length + 1);
+    std::size_t end = folder.length - t.restLength;
+    struct stat parent{}, cur{};
+    gChain[end] = '\0';
+    if (fstatat(AT_FDCWD, gChain, &parent, 0) != 0) return 0;
+    gChain[end] = '/';
+    std::uint32_t m = 0;
+    for (bool top = true; end < folder.length; top = false) {
+        const std::size_t start = end + 1;
+        end = start;
+        while (end < folder.length && gChain[end] != '/')
+            ++end;
+        const char saved = gChain[end];
+        gChain[end] = '\0';
+        const bool ok = fstatat(AT_FDCWD, gChain, &cur, AT_SYMLINK_NOFOLLOW) == 0 &&
+                        S_ISDIR(cur.st_mode) && cur.st_dev == st.st_dev;
+        if (ok) {
+            const Slot *s = findSlot(b, cur.st_ino, false);
+            m = s && s->mirror ? s->mirror
+                : top          ? trashTop(b, v, o, cur, parent)
+                               : makeMirror(b, cur.st_ino, parent.st_ino, gChain + start, gChain,
+                                            gChain, &parent);
+        }
+        gChain[end] = saved;
+        if (!ok || !m) return 0;
+        parent = cur;
+    }
+    return cur.st_ino == st.st_ino ? m : 0;
+}
+
+// Moves a trashed file or link, emptied from the trash, to the top of the time folder under its
+// original name. True when it is kept.
+bool keepTrashFile(Batch &b, const View &v, int dirFd, const char *path, const TrashOrigin &o,
+                   PathEntry &folder, const struct stat &item)
+{
+    char originFolder[PATH_MAX], chosen[NAME_MAX + 1];
+    const char *leaf = nullptr;
+    if (!openTimeFolder(b, v) || !splitFolder(o.path, originFolder, &leaf) ||
+        std::strlen(leaf) > NAME_MAX)
+        return false;
+    const int err = placeAtTop(
+        b, leaf, originFolder, item.st_ino,
+        [&](const char *to) {
+            return renameat2(dirFd, path, b.timeFd, to, RENAME_NOREPLACE) == 0 ? 0 : errno;
+        },
+        chosen, item.st_ino);
+    if (err) {
+        if (err == EACCES || err == EPERM || err == EROFS) folder.refused = true;
+        return false;
+    }
+    struct stat there{};
+    if (fstatat(b.timeFd, chosen, &there, AT_SYMLINK_NOFOLLOW) != 0 || there.st_ino != item.st_ino ||
+        (there.st_mode & S_IFMT) != (item.st_mode & S_IFMT)) {
+        renameat2(b.timeFd, chosen, dirFd, path, RENAME_NOREPLACE);
+        return false;
+    }
+    if (nowMs() - b.lastSizeReset > 1000) resetSizeRecord(b);
+    return true;
 }
 
 // The batch of this process for the device, begun anew after a pause or on another volume.
@@ -1254,6 +1579,65 @@ Batch *batchFor(const keeptable::Volume *volume, dev_t dev)
     b.volume = volume;
     b.lastUse = now;
     return &b;
+}
+
+// A deletion in files/ or expunged/ of a trash: the trashed item is kept as a whole, under its
+// original name. The real call when its origin is not known.
+int trashDeletion(Via via, int dirFd, const char *path, int flags, const View &v,
+                  const keeptable::Volume *volume, const TrashSpot &t, PathEntry &place,
+                  const char *leaf, std::size_t leafLen, const struct stat &item,
+                  const struct stat &parent, int savedErrno)
+{
+    const bool folder = flags == AT_REMOVEDIR;
+    // The item's name there, and whether the entry is the item itself.
+    const bool top = t.restLength == 0;
+    const char *name = top ? leaf : t.rest + 1;
+    const char *slash = top ? nullptr
+                            : static_cast<const char *>(std::memchr(name, '/', t.restLength - 1));
+    const std::size_t nameLen = top ? leafLen : slash ? std::size_t(slash - name) : t.restLength - 1;
+    // Its inode when at hand: the entry's own, or its folder's when that is the item.
+    const std::uint64_t ino = top ? item.st_ino : slash ? 0 : parent.st_ino;
+    const TrashOrigin *o = nameLen <= NAME_MAX && !(!folder && place.refused)
+                               ? trashOrigin(v, volume, t, name, nameLen, ino)
+                               : nullptr;
+    const char *originLeaf = o ? std::strrchr(o->path, '/') + 1 : nullptr;
+    if (!o || userExcluded(v, originLeaf, std::strlen(originLeaf))) {
+        errno = savedErrno;
+        return realCall(via, dirFd, path, flags);
+    }
+    Batch *b = batchFor(volume, parent.st_dev);
+    // The folder's times before anything of it goes, whether kept or not (a FIFO, say, is not).
+    if (Slot *s = findSlot(*b, parent.st_ino, true); s && !s->timed) {
+        s->atime = parent.st_atim;
+        s->mtime = parent.st_mtim;
+        s->timed = true;
+    }
+    // Once the item itself goes, its origin is forgotten: another item may take its name.
+    const auto done = [&](int r) {
+        if (top) gOrigins[kOrigins].trash = nullptr;
+        return r;
+    };
+    if (!folder && !S_ISREG(item.st_mode) && !S_ISLNK(item.st_mode)) {
+        errno = savedErrno;
+        return done(realCall(via, dirFd, path, flags));
+    }
+    if (folder) {
+        errno = savedErrno;
+        const int r = realCall(via, dirFd, path, flags);
+        if (r != 0) return r;
+        // Its folder in the batch is where it goes, or, for the item, the item: made now when
+        // nothing of it was kept before (a folder of empty folders is kept like any item).
+        if (top) trashTop(*b, v, *o, item, parent);
+        else trashMirror(*b, v, t, *o, place, parent);
+        folderRemoved(*b, v, place, leaf, leafLen, item, parent);
+        errno = savedErrno;
+        return done(0);
+    }
+    const bool kept = top ? keepTrashFile(*b, v, dirFd, path, *o, place, item)
+                          : trashMirror(*b, v, t, *o, place, parent) &&
+                                keepFile(*b, v, dirFd, path, leaf, leafLen, place, item, parent);
+    errno = savedErrno;
+    return done(kept ? 0 : realCall(via, dirFd, path, flags));
 }
 
 // A bare name deleted in the working folder of an unprotected file system (make's `rm -f *.o`, a
@@ -1290,11 +1674,24 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     if (leafLen == 0 || leafLen > NAME_MAX ||
         (leaf[0] == '.' && (leafLen == 1 || (leafLen == 2 && leaf[1] == '.'))))
         return realCall(via, dirFd, path, flags);
-    // By its text alone where that is sure: other file systems, scratch places, caches.
-    if (isPlainAbsolute(path) &&
-        (onOtherMount(v, path, len) || placeExcluded(v, path, std::size_t(leaf - path))))
-        return realCall(via, dirFd, path, flags);
-    if (nameExcluded(v, leaf, leafLen)) return realCall(via, dirFd, path, flags);
+    // By its text alone where that is sure: other file systems, scratch places, caches. A trash
+    // lies in an excluded place, but what is emptied from it is kept (and its .trashinfo read).
+    const bool plain = isPlainAbsolute(path);
+    bool inTrash = false;
+    if (plain) {
+        if (onOtherMount(v, path, len)) return realCall(via, dirFd, path, flags);
+        if (placeExcluded(v, path, std::size_t(leaf - path))) {
+            const std::size_t folderLen = slash == path ? 1 : std::size_t(slash - path);
+            if (trashSpot(v, path, folderLen).part == TrashPart::None)
+                return realCall(via, dirFd, path, flags);
+            inTrash = true;
+        }
+    }
+    // A name never kept, unless it may lie in a trashed folder (which is kept whole): by its
+    // text, or, relative to a folder's descriptor as programs that empty folders delete, once the
+    // folder is known.
+    const bool nameOut = nameExcluded(v, leaf, leafLen);
+    if (nameOut && !inTrash && (plain || dirFd == AT_FDCWD)) return realCall(via, dirFd, path, flags);
     const bool inCwd = !slash && dirFd == AT_FDCWD;
     const std::uint32_t cwdChanges = gCwdChanges.load(std::memory_order_acquire);
     if (inCwd && gCwdUnprotected.load(std::memory_order_relaxed) == cwdKey(*m, cwdChanges))
@@ -1322,9 +1719,15 @@ int deletion(Via via, int dirFd, const char *path, int flags)
         errno = savedErrno;
         return realCall(via, dirFd, path, flags);
     }
-    // Only what holds data: the last link of a file or a link; a folder, after the real call.
-    const bool data = (S_ISREG(item.st_mode) && item.st_nlink == 1) || S_ISLNK(item.st_mode);
-    if (folder ? !S_ISDIR(item.st_mode) : !data) {
+    // Only what holds data: the last link of a file (any file of a trashed item, whose other link
+    // may be the agent's shadow) or a link; a folder, after the real call.
+    const bool trashPossible = inTrash || !plain;
+    const bool data = (S_ISREG(item.st_mode) && (item.st_nlink == 1 || trashPossible)) ||
+                      S_ISLNK(item.st_mode);
+    // What else a trashed folder holds (a FIFO, a socket) is deleted for real, but its folder's
+    // times are taken first.
+    const bool other = !data && trashPossible && !S_ISDIR(item.st_mode) && !S_ISREG(item.st_mode);
+    if (folder ? !S_ISDIR(item.st_mode) : !(data || other)) {
         errno = savedErrno;
         return realCall(via, dirFd, path, flags);
     }
@@ -1340,7 +1743,14 @@ int deletion(Via via, int dirFd, const char *path, int flags)
         (!processExcluded(*m) && !gBypassed)
             ? folderPath(*m, dirFd, path, slash ? slash + 1 : path, parent)
             : nullptr;
-    if (!place || place->excluded || (!folder && place->refused)) {
+    const TrashSpot spot = place ? trashSpot(v, place->path, place->length) : TrashSpot{};
+    if (spot.part == TrashPart::Files || spot.part == TrashPart::Expunged)
+        return trashDeletion(via, dirFd, path, flags, v, volume, spot, *place, leaf, leafLen, item,
+                             parent, savedErrno);
+    if (spot.part == TrashPart::Info && !folder)
+        rememberInfo(v, volume, spot, dirFd, path, leaf, leafLen);
+    if (!place || place->excluded || (!folder && place->refused) || nameOut || other ||
+        (S_ISREG(item.st_mode) && item.st_nlink != 1)) {
         errno = savedErrno;
         return realCall(via, dirFd, path, flags);
     }

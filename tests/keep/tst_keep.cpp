@@ -1,5 +1,6 @@
 // The preload library with real programs: what they delete on a protected volume is kept whole,
 // they see exactly what they would have seen without it, and what must not be kept is deleted.
+#include "DaemonHarness.h"
 #include "TestEnv.h"
 
 #include "cache/CacheCommit.h"
@@ -9,10 +10,13 @@
 
 #include "KeepFeed.h"
 #include "OriginRecord.h"
+#include "TrashInfoText.h"
 
 #include "KeepTable.h"
 
+#include <QDBusConnection>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QMap>
 #include <QProcess>
 #include <QSignalSpy>
@@ -230,6 +234,42 @@ private slots:
         }
     }
 
+    void trashInfo_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QByteArray>("topdir");
+        QTest::addColumn<QByteArray>("path");
+        const QByteArray group = "[Trash Info]\n";
+        QTest::newRow("absolute") << group + "Path=/home/u/a%20b.txt\nDeletionDate=2024-05-03T14:07:55\n"
+                                  << QByteArray("/vol") << QByteArray("/home/u/a b.txt");
+        QTest::newRow("not UTF-8, CRLF") << QByteArray("[Trash Info]\r\nPath=/d/latin%FF%fe-1\r\n") << QByteArray()
+                                         << "/d/" + kLatin1Name;
+        QTest::newRow("relative, joined to the top")
+            << group + "Path=docs/x" << QByteArray("/media/u/usb") << QByteArray("/media/u/usb/docs/x");
+        QTest::newRow("relative without a top") << group + "Path=docs/x" << QByteArray() << QByteArray();
+        QTest::newRow("other group first") << "[Other]\nPath=/wrong\n" + group + "Path=/right\n"
+                                           << QByteArray() << QByteArray("/right");
+        QTest::newRow("outside the group") << QByteArray("Path=/x\n[Trash Info]\n") << QByteArray()
+                                           << QByteArray();
+        QTest::newRow("bad escape") << group + "Path=/a%2" << QByteArray() << QByteArray();
+        QTest::newRow("NUL escape") << group + "Path=/a%00b" << QByteArray() << QByteArray();
+        QTest::newRow("empty") << group + "Path=\n" << QByteArray() << QByteArray();
+        QTest::newRow("longer than a path") << group + "Path=/" + QByteArray(PATH_MAX, 'a')
+                                            << QByteArray() << QByteArray();
+    }
+
+    void trashInfo()
+    {
+        // The library and the agent read a .trashinfo with the same decoder.
+        QFETCH(QByteArray, text);
+        QFETCH(QByteArray, topdir);
+        QFETCH(QByteArray, path);
+        char out[PATH_MAX];
+        const std::size_t n = trashinfo::originalPath(text.constData(), std::size_t(text.size()),
+                                                      topdir.constData(), out, sizeof out);
+        QCOMPARE(QByteArray(out, qsizetype(n)), path);
+    }
+
     void keeps_data()
     {
         QTest::addColumn<QByteArray>("command");
@@ -400,6 +440,12 @@ private slots:
         QTest::newRow("home cache") << QByteArray("rm .cache/x") << QByteArray(".cache/x") << 1;
         QTest::newRow("trash") << QByteArray("rm .local/share/Trash/info/x.trashinfo")
                                << QByteArray(".local/share/Trash/info/x.trashinfo") << 1;
+        QTest::newRow("trash sizes") << QByteArray("rm .local/share/Trash/directorysizes")
+                                     << QByteArray(".local/share/Trash/directorysizes") << 1;
+        // Where it came from is not known: the agent's shadow is what keeps it.
+        QTest::newRow("trashed without .trashinfo")
+            << QByteArray("rm -r .local/share/Trash/files/orphan")
+            << QByteArray(".local/share/Trash/files/orphan") << 1;
         QTest::newRow("inside the cache") << QByteArray("rm -r .Salvora3Cache/old")
                                           << QByteArray(".Salvora3Cache/old") << 1;
         for (const char *name : {"x.tmp", "x~", ".#x", "x.swp", "x.part", ".goutputstream-AB12",
@@ -544,6 +590,113 @@ private slots:
         // Told a few times at most, not once per record.
         QTest::qWait(700);
         QVERIFY2(kept.count() < 5, QByteArray::number(kept.count()).constData());
+    }
+
+    void trashEmptied_data()
+    {
+        QTest::addColumn<QByteArray>("setup"); // in orig/, without the library
+        QTest::addColumn<QByteArray>("command");
+        QTest::addColumn<QByteArrayList>("items");
+        // Trashed as gio and trash-cli do (the .trashinfo, then a rename into files/) and deleted
+        // at once, the .trashinfo before the item in every other round.
+        QByteArrayList files;
+        for (int i = 1; i <= 200; ++i)
+            files << "f" + QByteArray::number(i);
+        std::sort(files.begin(), files.end());
+        QTest::newRow("200 rounds of trash and unlink")
+            << QByteArray("for i in $(seq 200); do echo \"content $i\" > f$i; done")
+            << QByteArray("T=$XDG_DATA_HOME/Trash && mkdir -p $T/files $T/info && for i in $(seq 200); do "
+                          "printf '[Trash Info]\\nPath=%s\\nDeletionDate=2026-01-01T00:00:00\\n' "
+                          "\"$PWD/orig/f$i\" > $T/info/f$i.trashinfo && mv orig/f$i $T/files/ && "
+                          "if [ $((i % 2)) = 0 ]; then rm $T/info/f$i.trashinfo $T/files/f$i; "
+                          "else rm $T/files/f$i $T/info/f$i.trashinfo; fi || exit 1; done")
+            << files;
+        QTest::newRow("trash-put and trash-empty of 20000 files")
+            << QByteArray("mkdir -p big/empty/inner && cd big && for d in $(seq 20); do mkdir d$d && "
+                          "for f in $(seq 1000); do echo $d.$f > d$d/f$f; done; done")
+            << QByteArray("trash-put orig/big && trash-empty --trash-dir=\"$XDG_DATA_HOME/Trash\"")
+            << QByteArrayList{"big"};
+        // Emptied once the daemon's shadow holds the item: the library deletes the FIFO for real,
+        // the shadow's link of it joins the kept item.
+        QTest::newRow("shadowed, with what the library does not keep")
+            << QByteArray("mkdir -p tree/sub && echo a > tree/a && mkfifo tree/sub/pipe")
+            << QByteArray("trash-put orig/tree && sleep 1 && trash-empty --trash-dir=\"$XDG_DATA_HOME/Trash\"")
+            << QByteArrayList{"tree"};
+        // As GNOME empties: moved to expunged/, its .trashinfo deleted, then deleted there, all
+        // by one process; the daemon's shadow is ready by then.
+        const QByteArray gnome =
+            "import os, shutil, sys; t = sys.argv[1]; os.rename(t + '/files/tree', t + "
+            "'/expunged/12345'); os.unlink(t + '/info/tree.trashinfo'); shutil.rmtree(t + "
+            "'/expunged/12345')";
+        QTest::newRow("moved to expunged/ and deleted there")
+            << QByteArray("mkdir -p tree/sub tree/empty && echo a > tree/a && echo b > tree/sub/b "
+                          "&& ln -s a tree/link")
+            << "T=$XDG_DATA_HOME/Trash && mkdir -p $T/files $T/info $T/expunged && "
+               "printf '[Trash Info]\\nPath=%s\\nDeletionDate=2026-01-01T00:00:00\\n' "
+               "\"$PWD/orig/tree\" > $T/info/tree.trashinfo && mv orig/tree $T/files/ && sleep 0.5 "
+               "&& /usr/bin/python3 -c \"" + gnome + "\" $T"
+            << QByteArrayList{"tree"};
+    }
+
+    void trashEmptied()
+    {
+        // Emptied by a program that has the library, while the daemon shadows what arrives in the
+        // trash: each item is kept once, whole, under its original name and with its origin.
+        QFETCH(QByteArray, setup);
+        QFETCH(QByteArray, command);
+        QFETCH(QByteArrayList, items);
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("no session bus (run through ctest, which starts a private one)");
+        if (command.contains("trash-") && (!have("trash-put") || !have("trash-empty")))
+            QSKIP("needs trash-cli; see scripts/deps.sh");
+        if (command.contains("python3") && !have("/usr/bin/python3")) QSKIP("python3 is not installed");
+        const QByteArray orig = home + "/orig";
+        QVERIFY(TestEnv::makeFolders(orig));
+        QCOMPARE(run(setup, false, orig).exitCode, 0);
+        QMap<QByteArray, Snapshot> before;
+        for (const QByteArray &item : items)
+            before.insert(item, snapshot(orig + '/' + item));
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        Harness::Daemon daemon;
+        QVERIFY2(daemon.start(), daemon.output().constData());
+
+        QElapsedTimer clock;
+        clock.start();
+        const Run r = run(command);
+        QVERIFY2(r.exitCode == 0, r.output.constData());
+        qInfo("emptied in %lld ms", clock.elapsed());
+        // A later arrival's shadow shows that the daemon has seen every item come and go: the
+        // shadows of those the library kept are gone, none committed.
+        const QByteArray trash = home + "/.local/share/Trash";
+        QVERIFY(TestEnv::writeFile(orig + "/sentinel", "s"));
+        QVERIFY(Harness::trashByHand(trash, orig + "/sentinel", "sentinel"));
+        const QByteArray pending = cache + "/.pending/" + QByteArray::number(getuid());
+        const auto onlySentinel = [&] {
+            const QByteArrayList shadows = entries(pending);
+            return shadows.size() == 1 &&
+                   TestEnv::readFile(pending + '/' + shadows.first() + "/item") == "s";
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(onlySentinel(), 30000);
+
+        const QList<CacheCommit::Origin> origins =
+            CacheCommit::readOrigins(cache, CommonUtils::nameForCacheFolderForToday().toLatin1());
+        QByteArrayList kept;
+        for (const QByteArray &time : timeFolders(cache)) {
+            const QByteArray timeName = time.mid(time.lastIndexOf('/') + 1);
+            for (const QByteArray &name : entries(time)) {
+                kept << name;
+                QVERIFY2(snapshot(time + '/' + name) == before.value(name), name.constData());
+                QVERIFY2(std::any_of(origins.begin(), origins.end(),
+                                     [&](const CacheCommit::Origin &o) {
+                                         return o.time == timeName && o.name == name &&
+                                                o.path == orig + '/' + name;
+                                     }),
+                         name.constData());
+            }
+        }
+        std::sort(kept.begin(), kept.end());
+        QCOMPARE(kept, items);
+        QVERIFY(daemon.stop());
     }
 
     void keepCommand()

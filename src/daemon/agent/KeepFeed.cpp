@@ -16,11 +16,20 @@
 #include <QSet>
 #include <QTimer>
 
+#include <climits>
+#include <cstdlib>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace {
+
+// The library compares the real paths of folders with the table's.
+std::string canonical(const QByteArray &path)
+{
+    char real[PATH_MAX];
+    return ::realpath(path.constData(), real) ? std::string(real) : path.toStdString();
+}
 
 std::vector<std::string> pieces(const char *key)
 {
@@ -58,7 +67,7 @@ keeptable::Table KeepFeed::tableFor(bool protection)
 {
     const QByteArray home = CommonUtils::homeFolder();
     keeptable::Table t = keeptable::Table::withDefaults(
-        home.toStdString(), CommonUtils::pathForTrashFolderInVolume(0).toStdString());
+        home.toStdString(), canonical(CommonUtils::pathForTrashFolderInVolume(0)));
     t.on = protection;
     t.generation = quint64(QDateTime::currentMSecsSinceEpoch());
     t.lists[keeptable::ExcludedNames] = pieces(SettingsKeys::PrefsExcludeName);
@@ -70,9 +79,12 @@ keeptable::Table KeepFeed::tableFor(bool protection)
         struct stat st{};
         if (::stat(path == "/" ? home.constData() : path.constData(), &st) != 0) continue;
         if (path != "/") {
-            // The volume's trashes hold the trash's own bookkeeping; the daemon keeps their items.
-            t.lists[keeptable::ExcludedPlaces].push_back((path + "/.Trash-" + uid).toStdString());
-            t.lists[keeptable::ExcludedPlaces].push_back((path + "/.Trash/" + uid).toStdString());
+            // The volume's trashes hold the trash's own bookkeeping, never kept; their items are
+            // kept as they are emptied.
+            for (const QByteArray &trash : {path + "/.Trash-" + uid, path + "/.Trash/" + uid}) {
+                t.lists[keeptable::ExcludedPlaces].push_back(trash.toStdString());
+                t.lists[keeptable::Trashes].push_back(canonical(trash));
+            }
         }
         // Only a cache that is there and sound: the library never makes one.
         const CacheFolder::Status status = CacheFolder::check(path, false);

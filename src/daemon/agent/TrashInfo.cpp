@@ -1,7 +1,8 @@
 #include "TrashInfo.h"
 
-#include <QList>
+#include "TrashInfoText.h"
 
+#include <climits>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,21 +14,11 @@ constexpr qsizetype kMaxInfoSize = 64 * 1024;
 
 QByteArray parseOriginalPath(QByteArrayView content, const QByteArray &topdir)
 {
-    bool inGroup = false;
-    for (QByteArrayView line : content.toByteArray().split('\n')) {
-        if (line.endsWith('\r')) line.chop(1);
-        if (line.startsWith('[')) {
-            inGroup = line == "[Trash Info]";
-            continue;
-        }
-        if (!inGroup || !line.startsWith("Path=")) continue;
-        const QByteArray path = QByteArray::fromPercentEncoding(line.sliced(5).toByteArray());
-        if (path.isEmpty() || path.contains('\0')) return {};
-        if (path.startsWith('/')) return path;
-        if (topdir.isEmpty()) return {};
-        return topdir.endsWith('/') ? topdir + path : topdir + '/' + path;
-    }
-    return {};
+    // The same decoder as the preload library's, so that both name an item alike.
+    char path[PATH_MAX];
+    const std::size_t n = trashinfo::originalPath(content.data(), std::size_t(content.size()),
+                                                  topdir.constData(), path, sizeof path);
+    return QByteArray(path, qsizetype(n));
 }
 
 QByteArray originalPath(int infoDirFd, const QByteArray &trashName, const QByteArray &topdir)

@@ -23,6 +23,9 @@ namespace {
 using Fd = UniqueFd;
 
 constexpr char kInfoSuffix[] = ".trashinfo";
+// How long an item moved to expunged/ may take to be deleted there before it is settled anyway:
+// GNOME deletes it at once, the preload library keeping it as it goes.
+constexpr int kExpungedWaitMs = 300;
 
 } // namespace
 
@@ -34,7 +37,14 @@ TrashWatch::TrashWatch(Agent *agent, Volume *volume, QByteArray trashDir, bool s
     mFiles = new DirWatch(agent->inotify(), mTrashDir + "/files",
                           IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM, this);
     mInfo = new DirWatch(agent->inotify(), mTrashDir + "/info", IN_CLOSE_WRITE | IN_MOVED_TO, this);
+    mExpunged = new DirWatch(agent->inotify(), mTrashDir + "/expunged", IN_DELETE | IN_MOVED_FROM, this);
     connect(mFiles, &DirWatch::event, this, &TrashWatch::onFilesEvent);
+    connect(mExpunged, &DirWatch::event, this, &TrashWatch::onExpungedEvent);
+    connect(mExpunged, &DirWatch::vanished, this, [this] {
+        const auto waiting = std::exchange(mWaiting, {});
+        for (const auto &[name, id] : waiting)
+            if (mShadows.value(name).id == id) settle(name);
+    });
     connect(mInfo, &DirWatch::event, this, &TrashWatch::onInfoEvent);
     connect(mFiles, &DirWatch::appeared, this, &TrashWatch::reconcile);
     connect(mFiles, &DirWatch::vanished, this, &TrashWatch::reconcile);
@@ -124,6 +134,28 @@ void TrashWatch::onInfoEvent(const Inotify::Event &e)
     if (!it->origin.isEmpty()) mAgent->setOrigin(*mVolume, *it);
 }
 
+void TrashWatch::onExpungedEvent(const Inotify::Event &e)
+{
+    qCDebug(lcEvents).noquote() << mTrashDir << "expunged/" << e.name << Qt::hex << e.mask;
+    const auto waiting = mWaiting.take(e.name);
+    if (!waiting.first.isEmpty() && mShadows.value(waiting.first).id == waiting.second)
+        settle(waiting.first);
+}
+
+QByteArray TrashWatch::expungedName(quint64 ino) const
+{
+    Fd expunged(openSub("expunged"));
+    QByteArray found;
+    if (expunged.fd < 0) return found;
+    FolderWalk::forEachEntry(expunged.fd, [&](const char *name, FolderWalk::Type) {
+        struct stat st{};
+        if (found.isEmpty() && fstatat(expunged.fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+            quint64(st.st_ino) == ino)
+            found = name;
+    });
+    return found;
+}
+
 void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
 {
     Fd files(openSub("files"));
@@ -191,6 +223,18 @@ void TrashWatch::left(const QByteArray &name)
     if (files.fd >= 0 && fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
         it->ino == quint64(st.st_ino))
         return; // moved out and straight back
+    if (const QByteArray there = expungedName(it->ino); !there.isEmpty() && mExpunged->isPresent()) {
+        // Not for long: one that stays there (deleted at leisure) is settled all the same.
+        const QByteArray id = it->id;
+        mWaiting.insert(there, {name, id});
+        QTimer::singleShot(kExpungedWaitMs, this, [this, there, name, id] {
+            const auto w = mWaiting.constFind(there);
+            if (w == mWaiting.cend() || w->second != id) return;
+            mWaiting.erase(w);
+            if (mShadows.value(name).id == id) settle(name);
+        });
+        return;
+    }
     settle(name);
 }
 
@@ -225,7 +269,7 @@ void TrashWatch::reconcile()
         files.fd, [&](const char *name, FolderWalk::Type) { present.insert(QByteArray(name)); });
     const QList<QByteArray> shadowed = mShadows.keys();
     for (const QByteArray &name : shadowed)
-        if (!present.contains(name)) settle(name);
+        if (!present.contains(name)) left(name);
     for (const QByteArray &name : std::as_const(present))
         arrived(name, false);
 }

@@ -40,6 +40,9 @@ public:
 private:
     void onFilesEvent(const Inotify::Event &e);
     void onInfoEvent(const Inotify::Event &e);
+    void onExpungedEvent(const Inotify::Event &e);
+    // The name in expunged/ of the entry with that inode, or empty.
+    QByteArray expungedName(quint64 ino) const;
     void arrived(const QByteArray &name, bool mayStillFill);
     void left(const QByteArray &name);
     void processLeaving();
@@ -54,8 +57,13 @@ private:
     bool mSharedTop;
     DirWatch *mFiles;
     DirWatch *mInfo;
+    DirWatch *mExpunged;
     QHash<QByteArray, ShadowRecord> mShadows;             // by name in files/
     QSet<QByteArray> mResume;   // names whose shadow an earlier run left unwalked
     QSet<QByteArray> mInFlight; // names whose shadow the worker has not walked yet
     QList<std::pair<QByteArray, std::uint32_t>> mLeaving; // moved out, waiting for the batch's end
+    // Items moved to expunged/ to be deleted there (as GNOME empties the trash): name there ->
+    // name in files/ and shadow id. Settled once gone from there (or after a moment), so that a
+    // program that deletes them with the preload library has kept them first.
+    QHash<QByteArray, std::pair<QByteArray, QByteArray>> mWaiting;
 };

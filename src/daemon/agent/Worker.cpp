@@ -1,7 +1,9 @@
 #include "Worker.h"
 
+#include "SafeFile.h"
 #include "UniqueFd.h"
 #include "cache/CacheFolder.h"
+#include "cache/CacheLayout.h"
 #include "cache/FolderWalk.h"
 
 #include <QDateTime>
@@ -9,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -61,6 +64,76 @@ qint64 removeLeftoverCopies(int dirFd, int depth = 0)
         }
     }
     return removed;
+}
+
+bool isPlainName(const QByteArray &name)
+{
+    return !name.isEmpty() && name != "." && name != ".." && !name.contains('/') &&
+           !name.contains('\0');
+}
+
+// The item that the preload library kept of a trashed item while a program emptied the trash,
+// as a path in the cache; empty when there is none. Its origin record names the inode the item
+// had in the trash; only those records are read.
+QByteArray keptByLibrary(const QByteArray &cacheFolder, const ShadowRecord &r)
+{
+    if (r.ino == 0) return {};
+    const QByteArray needle = "\"trashIno\":\"" + QByteArray::number(r.ino) + '"';
+    const QDateTime now = QDateTime::currentDateTime();
+    // A batch that began before midnight records under the day before.
+    for (const QDateTime &when : {now, now.addDays(-1)}) {
+        const QByteArray day = CommonUtils::nameForCacheFolder(when).toLatin1();
+        const safefile::ReadResult file = safefile::readRegular(
+            AT_FDCWD, CacheCommit::originsFileFor(cacheFolder, day).constData(), 64u << 20);
+        if (file.error != 0 || file.data.find(needle.constData()) == std::string::npos) continue;
+        const QList<CacheCommit::Origin> origins = CacheCommit::readOrigins(cacheFolder, day);
+        for (auto it = origins.crbegin(); it != origins.crend(); ++it) {
+            if (it->trashIno != r.ino || it->uid != qint64(getuid()) ||
+                (!r.origin.isEmpty() && it->path != r.origin) || !isPlainName(it->time) ||
+                !isPlainName(it->name))
+                continue;
+            const QByteArray path = cacheFolder + '/' + day + '/' + it->time + '/' + it->name;
+            // A folder item is a folder made for it; a file keeps its inode.
+            struct stat st{};
+            if (::lstat(path.constData(), &st) == 0 && (S_ISDIR(st.st_mode) || quint64(st.st_ino) == r.ino))
+                return path;
+        }
+    }
+    return {};
+}
+
+// Moves into `to` what the folder `from` holds that `to` lacks, folder by folder: what the shadow
+// saved and the library did not keep (it deleted for real what it could not keep). The number of
+// entries moved.
+qint64 mergeMissing(int from, int to, int depth = 0)
+{
+    QList<QByteArray> names;
+    FolderWalk::forEachEntry(from, [&](const char *name, FolderWalk::Type) { names.append(name); });
+    qint64 moved = 0, here = 0;
+    // The folder keeps the times it had where it was.
+    struct stat folder{};
+    const bool timed = fstat(to, &folder) == 0;
+    for (const QByteArray &name : std::as_const(names)) {
+        if (name.startsWith(".sv3-")) continue;
+        struct stat there{}, mine{};
+        if (fstatat(to, name.constData(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno == ENOENT &&
+                renameat2(from, name.constData(), to, name.constData(), RENAME_NOREPLACE) == 0)
+                ++here;
+            continue;
+        }
+        if (!S_ISDIR(there.st_mode) || depth >= 512 ||
+            fstatat(from, name.constData(), &mine, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(mine.st_mode))
+            continue;
+        Fd a(openat(from, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        Fd b(openat(to, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (a.fd >= 0 && b.fd >= 0) moved += mergeMissing(a.fd, b.fd, depth + 1);
+    }
+    if (here > 0 && timed) {
+        const timespec times[2] = {folder.st_atim, folder.st_mtim};
+        futimens(to, times);
+    }
+    return moved + here;
 }
 
 } // namespace
@@ -379,6 +452,33 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
     };
 
     const std::optional<ShadowRecord> onDisk = pending.readRecord(given.id);
+    // Emptied by a program that has the preload library: it kept the item already. The shadow
+    // only adds what the library could not keep, then goes.
+    const QByteArray byLibrary = keptByLibrary(CacheFolder::pathFor(volume), onDisk ? *onDisk : given);
+    if (!byLibrary.isEmpty()) {
+        qint64 merged = 0;
+        if (onDisk) {
+            s.record = *onDisk;
+            Fd pendingFd(pending.open(false));
+            Fd item(pendingFd.fd >= 0 ? openat(pendingFd.fd, (onDisk->id + '/' + PendingArea::kItemName).constData(),
+                                               O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                                      : -1);
+            Fd kept(item.fd >= 0 ? ::open(byLibrary.constData(),
+                                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                                 : -1);
+            if (kept.fd >= 0) merged = mergeMissing(item.fd, kept.fd);
+            pending.drop(onDisk->id);
+        }
+        if (merged == 0) return finish(Settled::Outcome::Dropped);
+        // What was added changes the day's size.
+        const QByteArray dayFolder = byLibrary.left(byLibrary.lastIndexOf('/'));
+        ::unlink((dayFolder.left(dayFolder.lastIndexOf('/')) + '/' +
+                  CommonUtils::kCacheInformationName)
+                     .constData());
+        s.result.cachedPath = byLibrary;
+        s.completeness.complete = true;
+        return finish(Settled::Outcome::Kept);
+    }
     if (!onDisk)
         return finish(Settled::Outcome::Lost,
                       QStringLiteral("it left the trash before anything of it could be saved"));
