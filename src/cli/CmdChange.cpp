@@ -1,4 +1,6 @@
 #include "cli/Args.h"
+
+#include "PathJoin.h"
 #include "cli/CliIo.h"
 #include "cli/Commands.h"
 #include "cli/Volumes.h"
@@ -31,8 +33,8 @@ bool isCacheItem(const QByteArray &path)
     const qsizetype n = parts.size();
     // The home cache, or a user's folder in a volume's shared cache folder.
     bool isUid = false;
-    const bool inCache = parts[n - 4] == CacheFolder::kName ||
-                         (n >= 5 && parts[n - 5] == CacheFolder::kName &&
+    const bool inCache = parts[n - 4] == kCacheFolderName ||
+                         (n >= 5 && parts[n - 5] == kCacheFolderName &&
                           parts[n - 4].toULongLong(&isUid) == getuid() && isUid);
     return inCache && parts[n - 3].startsWith("20") &&
            parts[n - 2].startsWith("20") && !parts[n - 1].isEmpty() && parts[n - 1] != "." && parts[n - 1] != ".." &&
@@ -150,7 +152,7 @@ int restore(int argc, char **argv)
             item = found.first();
         }
         if (!toOriginal) {
-            jobs.append({item, (to.endsWith('/') ? to : to + '/') + Restore::lastComponent(item)});
+            jobs.append({item, joinPath(to, Restore::lastComponent(item))});
             continue;
         }
         const QByteArray original = isCacheItem(item) ? Restore::originalPathOf(item) : QByteArray();

@@ -1,5 +1,7 @@
 #include "TrashInfo.h"
 
+#include "PathJoin.h"
+
 #include <QList>
 
 #include <fcntl.h>
@@ -25,7 +27,7 @@ QByteArray parseOriginalPath(QByteArrayView content, const QByteArray &topdir)
         if (path.isEmpty() || path.contains('\0')) return {};
         if (path.startsWith('/')) return path;
         if (topdir.isEmpty()) return {};
-        return topdir.endsWith('/') ? topdir + path : topdir + '/' + path;
+        return joinPath(topdir, path);
     }
     return {};
 }
