@@ -6,7 +6,6 @@
 #include "MidnightTimer.h"
 #include "PrivilegedClient.h"
 #include "TrashWatch.h"
-#include "Printable.h"
 #include "UniqueFd.h"
 #include "cache/CacheLayout.h"
 #include "cache/Folders.h"
@@ -100,11 +99,6 @@ Prefs Prefs::read()
         v && v->typeId() == QMetaType::QVariantMap)
         p.protectedDisks = v->toMap();
     return p;
-}
-
-QString logText(const QByteArray &bytes)
-{
-    return QString::fromStdString(printable(bytes.toStdString()));
 }
 
 Agent::Agent(PrivilegedClient *privileged, QObject *parent)

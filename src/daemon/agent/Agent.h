@@ -4,6 +4,7 @@
 #include "Worker.h"
 #include "cache/CacheCommit.h"
 #include "cache/CacheFolder.h"
+#include "common/Log.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -169,7 +170,6 @@ private:
     qint64 mLongestStallMs = 0;
 };
 
-// Log text for bytes: the log is ASCII, and a name must not be able to forge an entry.
-QString logText(const QByteArray &bytes);
+using CommonUtils::logText;
 // Why nothing is kept on a volume, for the log (English, like every line of the daemon's).
 QString cacheStateText(CacheFolder::State state);
