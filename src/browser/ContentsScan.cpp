@@ -1,7 +1,6 @@
 #include "browser/ContentsScan.h"
 
-#include "PathJoin.h"
-
+#include "base/PathJoin.h"
 #include "base/SafeFile.h"
 #include "cache/CacheCommit.h"
 #include "cache/FolderWalk.h"

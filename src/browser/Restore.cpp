@@ -1,7 +1,6 @@
 #include "browser/Restore.h"
 
-#include "PathJoin.h"
-
+#include "base/PathJoin.h"
 #include "base/SafeFile.h"
 #include "base/UniqueFd.h"
 #include "browser/Removal.h"

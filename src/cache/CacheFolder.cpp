@@ -1,10 +1,9 @@
 #include "cache/CacheFolder.h"
 
-#include "PathJoin.h"
-
 #include "common/Locations.h"
 #include "volumes/Volumes.h"
 
+#include "PathJoin.h"
 #include "SafeFile.h"
 #include "UniqueFd.h"
 

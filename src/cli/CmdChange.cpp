@@ -1,11 +1,11 @@
 #include "cli/Args.h"
 
-#include "PathJoin.h"
 #include "cli/CliIo.h"
 #include "cli/Commands.h"
 #include "cli/Volumes.h"
 
 #include "browser/ContentsScan.h"
+#include "browser/Deletion.h"
 #include "browser/Removal.h"
 #include "browser/Restore.h"
 #include "cache/CacheCommit.h"
@@ -13,6 +13,8 @@
 #include "cache/CacheLayout.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
+
+#include "PathJoin.h"
 
 #include <cstdio>
 #include <sys/stat.h>
@@ -217,7 +219,7 @@ int rm(int argc, char **argv)
         return CliIo::fail(a.error(), 2);
     if (a.positional().isEmpty())
         return CliIo::fail(QStringLiteral("rm takes PATH..."), 2);
-    const QList<CacheCommit::Result> results = CacheCommit::deleteIntoCache(a.positional());
+    const QList<CacheCommit::Result> results = Deletion::deleteIntoCache(a.positional());
     NotificationBus::flush();
     int failures = 0;
     CliIo::Out out;

@@ -36,7 +36,7 @@ struct Prefs
 {
     bool protection = true;          // absent counts as on: nothing is lost before a first launch
     std::optional<qint64> retention; // days; absent or 0: never purged
-    CacheCommit::Exclusions exclusions;
+    KeepPolicy::Exclusions exclusions;
     QVariantMap protectedDisks;
 
     static Prefs read();
