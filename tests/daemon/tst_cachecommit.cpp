@@ -64,6 +64,39 @@ private slots:
         QVERIFY(KeepPolicy::Exclusions().isEmpty());
     }
 
+    // What the daemon and salvora rm read as the keep policy, whatever the stored types.
+    void keepPolicyFromSettings_data()
+    {
+        QTest::addColumn<QVariant>("protection");
+        QTest::addColumn<QVariant>("names");
+        QTest::addColumn<bool>("on");
+        QTest::addColumn<bool>("excludes");
+        QTest::newRow("absent") << QVariant() << QVariant() << true << false;
+        QTest::newRow("off") << QVariant(0) << QVariant(QStringLiteral("x")) << false << true;
+        QTest::newRow("off as text") << QVariant(QStringLiteral("0")) << QVariant() << false << false;
+        QTest::newRow("true") << QVariant(true) << QVariant() << true << false;
+        QTest::newRow("not a number") << QVariant(QStringLiteral("no")) << QVariant() << true << false;
+        QTest::newRow("names not text") << QVariant(1) << QVariant(7) << true << false;
+    }
+    void keepPolicyFromSettings()
+    {
+        QFETCH(QVariant, protection);
+        QFETCH(QVariant, names);
+        QFETCH(bool, on);
+        QFETCH(bool, excludes);
+        {
+            const auto s = Settings::open();
+            for (const auto &[key, v] : {std::pair{SettingsKeys::PrefsProtectionEnabled, protection},
+                                         std::pair{SettingsKeys::PrefsExcludeName, names}})
+                v.isValid() ? s->setValue(QLatin1String(key), v) : s->remove(QLatin1String(key));
+        }
+        const KeepPolicy p = KeepPolicy::read();
+        QCOMPARE(p.protection, on);
+        QCOMPARE(p.exclusions.matches("x"), excludes);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        Settings::remove(SettingsKeys::PrefsExcludeName);
+    }
+
     void deletesIntoTodaysTimeFolder()
     {
         NotificationBus bus;
