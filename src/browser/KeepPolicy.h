@@ -22,6 +22,9 @@ struct KeepPolicy
         Exclusions(const QString &names, const QString &extensions);
         bool matches(QByteArrayView name) const;
         bool isEmpty() const { return mNames.isEmpty() && mExtensions.isEmpty(); }
+        // The pieces, for the preload library's table, which matches them itself.
+        const QByteArrayList &names() const { return mNames; }
+        const QByteArrayList &extensions() const { return mExtensions; }
         bool operator==(const Exclusions &) const = default;
 
     private:
