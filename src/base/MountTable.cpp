@@ -114,8 +114,9 @@ std::vector<Entry> parse(std::string_view text)
         Entry e;
         const std::string_view dev = fields[2];
         const std::size_t colon = dev.find(':');
-        if (!number(fields[0], e.mountId) || !number(fields[1], e.parentId) || colon == std::string_view::npos ||
-            !number(dev.substr(0, colon), e.major) || !number(dev.substr(colon + 1), e.minor))
+        if (!number(fields[0], e.mountId) || !number(fields[1], e.parentId) ||
+            colon == std::string_view::npos || !number(dev.substr(0, colon), e.major) ||
+            !number(dev.substr(colon + 1), e.minor))
             continue;
         e.root = unescape(fields[3]);
         e.mountPoint = unescape(fields[4]);

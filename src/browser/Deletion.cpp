@@ -65,7 +65,9 @@ Destination destinationFor(dev_t dev, Error *error)
     for (qsizetype i = 0; i < volumes.size(); ++i) {
         const QByteArray volume = volumes.at(i).toUtf8();
         const QByteArray base = volume == "/" ? CommonUtils::homeFolder() : volume;
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (base.isEmpty() || ::stat(base.constData(), &st) != 0 || st.st_dev != dev) continue;
         Destination d;
         d.volumeIndex = i;
@@ -76,7 +78,9 @@ Destination destinationFor(dev_t dev, Error *error)
     }
     *error = Error::NotOnProtectedVolume;
     for (const QString &v : volumes) {
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (::stat(v.toUtf8().constData(), &st) == 0 && st.st_dev == dev)
             *error = Error::CrossDevice;
     }
@@ -98,7 +102,9 @@ QList<Result> deleteIntoCache(const QByteArrayList &paths, bool notify)
         const qsizetype slash = abs.lastIndexOf('/');
         const QByteArray name = slash >= 0 ? abs.mid(slash + 1) : QByteArray();
         const QByteArray parent = slash > 0 ? abs.left(slash) : QByteArray("/");
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (abs.isEmpty() || !isItemName(name)) {
             r.error = Error::InvalidPath;
         } else if (!policy.protection) {
@@ -136,7 +142,8 @@ QList<Result> deleteIntoCache(const QByteArrayList &paths, bool notify)
             results.append(r);
             continue;
         }
-        r = CacheCommit::moveIntoCache(parentFd.fd, name, cacheFd.fd, d.cacheFolder, name, abs, when);
+        r = CacheCommit::moveIntoCache(parentFd.fd, name, cacheFd.fd, d.cacheFolder, name, abs,
+                                       when);
         r.path = path;
         moved = moved || r.ok();
         results.append(r);

@@ -30,8 +30,9 @@ KeepPolicy KeepPolicy::read(const Settings::Snapshot &settings)
     KeepPolicy p;
     const std::optional<qint64> protection = settings.integer(SettingsKeys::PrefsProtectionEnabled);
     p.protection = !protection || *protection != 0;
-    p.exclusions = Exclusions(settings.string(SettingsKeys::PrefsExcludeName).value_or(QString()),
-                              settings.string(SettingsKeys::PrefsExcludeExtension).value_or(QString()));
+    p.exclusions =
+        Exclusions(settings.string(SettingsKeys::PrefsExcludeName).value_or(QString()),
+                   settings.string(SettingsKeys::PrefsExcludeExtension).value_or(QString()));
     return p;
 }
 

@@ -55,7 +55,8 @@ int appendOrigin(int cacheFd, const QByteArray &day, const Origin &origin)
         o.insert(QLatin1String("missingBytes"), origin.completeness.missingBytes);
     }
     const QByteArray line = QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
-    return safefile::appendRecord(folder.fd, (day + ".jsonl").constData(), line.toStdString(), 0600);
+    return safefile::appendRecord(folder.fd, (day + ".jsonl").constData(), line.toStdString(),
+                                  0600);
 }
 
 QByteArray originsFileFor(const QByteArray &cacheFolder, const QByteArray &day)

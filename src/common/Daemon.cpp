@@ -14,7 +14,9 @@ std::optional<bool> isRunning()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected() || !bus.interface()) return std::nullopt;
-    return bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService)).value();
+    return bus.interface()
+        ->isServiceRegistered(QLatin1String(Notifications::kDaemonService))
+        .value();
 }
 
 bool startIfNeeded(const QString &path, const QString &who)

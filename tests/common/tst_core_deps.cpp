@@ -36,15 +36,20 @@ private slots:
         QTest::newRow("common") << "common" << QStringList{"base"} << true;
         QTest::newRow("volumes") << "volumes" << QStringList{"common", "base"} << true;
         QTest::newRow("cache") << "cache" << QStringList{"volumes", "common", "base"} << true;
-        QTest::newRow("browser") << "browser" << QStringList{"cache", "volumes", "common", "base"} << true;
+        QTest::newRow("browser") << "browser" << QStringList{"cache", "volumes", "common", "base"}
+                                 << true;
         QTest::newRow("daemon/shared") << "daemon/shared" << QStringList{"base"} << false;
-        QTest::newRow("daemon/privileged") << "daemon/privileged" << QStringList{"daemon/shared", "base"} << false;
-        QTest::newRow("daemon/agent") << "daemon/agent"
-                                      << QStringList{"daemon/shared", "browser", "cache", "volumes", "common", "base"}
-                                      << true;
+        QTest::newRow("daemon/privileged")
+            << "daemon/privileged" << QStringList{"daemon/shared", "base"} << false;
+        QTest::newRow("daemon/agent")
+            << "daemon/agent"
+            << QStringList{"daemon/shared", "browser", "cache", "volumes", "common", "base"}
+            << true;
         QTest::newRow("launcher") << "launcher" << QStringList{"base"} << false;
         QTest::newRow("keep") << "keep" << QStringList{"base"} << false;
-        QTest::newRow("cli") << "cli" << QStringList{"browser", "cache", "volumes", "common", "base"} << true;
+        QTest::newRow("cli") << "cli"
+                             << QStringList{"browser", "cache", "volumes", "common", "base"}
+                             << true;
     }
     void includesPointDown()
     {
@@ -53,11 +58,13 @@ private slots:
         QFETCH(bool, qt);
         const QDir src(QStringLiteral(SALVORA_SOURCE_DIR));
         const QDir dir(src.filePath(folder));
-        const QStringList files = dir.entryList({QStringLiteral("*.h"), QStringLiteral("*.cpp")}, QDir::Files);
+        const QStringList files =
+            dir.entryList({QStringLiteral("*.h"), QStringLiteral("*.cpp")}, QDir::Files);
         QVERIFY2(!files.isEmpty(), qPrintable(dir.path()));
         allowed << folder;
-        static const QRegularExpression include(QStringLiteral("^\\s*#\\s*include\\s*([<\"])([^>\"]+)[>\"]"),
-                                                QRegularExpression::MultilineOption);
+        static const QRegularExpression include(
+            QStringLiteral("^\\s*#\\s*include\\s*([<\"])([^>\"]+)[>\"]"),
+            QRegularExpression::MultilineOption);
         QStringList wrong;
         for (const QString &name : files) {
             QFile f(dir.filePath(name));
@@ -72,8 +79,7 @@ private slots:
                         wrong << name + QLatin1String(": Qt (") + header + QLatin1Char(')');
                     continue;
                 }
-                if (header.endsWith(QLatin1String(".moc")))
-                    continue;
+                if (header.endsWith(QLatin1String(".moc"))) continue;
                 if (header.contains(QLatin1Char('/'))) {
                     from = header.section(QLatin1Char('/'), 0, -2);
                 } else if (dir.exists(header)) {
@@ -84,8 +90,7 @@ private slots:
                         if (src.exists(QLatin1String(lib) + QLatin1Char('/') + header))
                             from = QLatin1String(lib);
                 }
-                if (!allowed.contains(from))
-                    wrong << name + QLatin1String(": ") + header;
+                if (!allowed.contains(from)) wrong << name + QLatin1String(": ") + header;
             }
         }
         QVERIFY2(wrong.isEmpty(), qPrintable(wrong.join(QLatin1String("; "))));
