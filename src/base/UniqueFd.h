@@ -2,8 +2,9 @@
 
 #include <unistd.h>
 
-// A file descriptor that is closed when it goes out of scope. Both halves of the daemon work
-// relative to descriptors everywhere, so that no path is resolved twice.
+// A file descriptor that is closed when it goes out of scope: the one owner of descriptors in the
+// core, both halves of the daemon and the launcher, which work relative to descriptors
+// everywhere so that no path is resolved twice.
 struct UniqueFd
 {
     int fd = -1;
@@ -26,4 +27,17 @@ struct UniqueFd
     }
     UniqueFd(const UniqueFd &) = delete;
     UniqueFd &operator=(const UniqueFd &) = delete;
+
+    // Gives the descriptor up without closing it.
+    int release()
+    {
+        const int f = fd;
+        fd = -1;
+        return f;
+    }
+    void reset(int f = -1)
+    {
+        if (fd >= 0) ::close(fd);
+        fd = f;
+    }
 };

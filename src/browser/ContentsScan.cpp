@@ -1,5 +1,6 @@
 #include "browser/ContentsScan.h"
 
+#include "base/PathJoin.h"
 #include "base/SafeFile.h"
 #include "cache/CacheCommit.h"
 #include "cache/FolderWalk.h"
@@ -203,7 +204,7 @@ QList<QByteArray> timeFoldersOf(const QList<Root> &roots, const std::atomic<bool
         const int fd = FolderWalk::openFolder(root.path);
         if (fd < 0)
             continue;
-        const QByteArray prefix = root.path.endsWith('/') ? root.path : root.path + '/';
+        const QByteArray prefix = folderPrefix(root.path);
         FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type type) {
             if (!stop.load(std::memory_order_relaxed) && type == FolderWalk::Type::Directory && name[0] == '2' &&
                 name[1] == '0')

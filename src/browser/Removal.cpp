@@ -1,5 +1,7 @@
 #include "browser/Removal.h"
 
+#include "PathJoin.h"
+
 #include "cache/CacheLayout.h"
 #include "cache/DayList.h"
 #include "cache/FolderWalk.h"
@@ -139,7 +141,7 @@ QByteArrayList cacheFolderPieces(const QByteArrayList &cacheFolders)
         if (S_ISDIR(st.st_mode)) {
             const int fd = FolderWalk::openFolder(cache);
             if (fd >= 0) {
-                const QByteArray base = cache.endsWith('/') ? cache : cache + '/';
+                const QByteArray base = folderPrefix(cache);
                 FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type) { pieces.append(base + name); });
                 close(fd);
             }

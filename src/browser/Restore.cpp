@@ -1,5 +1,6 @@
 #include "browser/Restore.h"
 
+#include "base/PathJoin.h"
 #include "base/SafeFile.h"
 #include "base/UniqueFd.h"
 #include "browser/Removal.h"
@@ -385,7 +386,7 @@ QList<ItemResult> copyItems(const QByteArray &destinationFolder, const QByteArra
                             const std::atomic<bool> *stop, const std::function<void(const ItemResult &)> &onItemDone)
 {
     QList<ItemResult> results;
-    const QByteArray base = destinationFolder.endsWith('/') ? destinationFolder : destinationFolder + '/';
+    const QByteArray base = folderPrefix(destinationFolder);
     for (const QByteArray &s : sources) {
         if (stopped(stop))
             break;

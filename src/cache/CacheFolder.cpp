@@ -3,6 +3,7 @@
 #include "common/Locations.h"
 #include "volumes/Volumes.h"
 
+#include "PathJoin.h"
 #include "SafeFile.h"
 #include "UniqueFd.h"
 
@@ -60,7 +61,7 @@ int openHomeCache(bool create, Status *status)
     struct stat hst{};
     if (homeFd.fd < 0 || fstat(homeFd.fd, &hst) != 0)
         return finish(status, State::NoVolume, errno);
-    Fd cache(safefile::openFolder(homeFd.fd, kName, create, 0700));
+    Fd cache(safefile::openFolder(homeFd.fd, kCacheFolderName, create, 0700));
     if (cache.fd < 0) {
         const int err = errno;
         return finish(status, stateForOpenError(err), err);
@@ -78,7 +79,7 @@ int openVolumeCache(const QByteArray &volumePath, bool create, Status *status)
     // folder of the user's own would shut the volume's other users out.
     const bool aloneAtRoot = rst.st_uid == me && (rst.st_mode & kGroupOrOthersWrite) == 0;
     // Root's own shared folder lets the other users through to theirs.
-    Fd shared(safefile::openFolder(root.fd, kName, create && aloneAtRoot, me == 0 ? 0711 : 0700));
+    Fd shared(safefile::openFolder(root.fd, kCacheFolderName, create && aloneAtRoot, me == 0 ? 0711 : 0700));
     if (shared.fd < 0) {
         const int err = errno;
         // Nothing there yet: the daemon makes it, with help where the user may not write.
@@ -116,9 +117,8 @@ int openVolumeCache(const QByteArray &volumePath, bool create, Status *status)
 
 QByteArray pathFor(const QByteArray &volumePath)
 {
-    if (volumePath == "/") return CommonUtils::homeFolder() + '/' + kName;
-    const QByteArray base = volumePath.endsWith('/') ? volumePath.chopped(1) : volumePath;
-    return base + '/' + kName + '/' + QByteArray::number(geteuid());
+    if (volumePath == "/") return joinPath(CommonUtils::homeFolder(), kCacheFolderName);
+    return joinPath(joinPath(volumePath, kCacheFolderName), QByteArray::number(geteuid()));
 }
 
 int open(const QByteArray &volumePath, bool create, Status *status)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "CacheName.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -14,8 +16,6 @@
 // Every use opens the folder step by step without following links and checks what it got, so a
 // folder that another account planted or swapped in is never used.
 namespace CacheFolder {
-
-inline constexpr char kName[] = ".Salvora3Cache";
 
 enum class State {
     Ready,

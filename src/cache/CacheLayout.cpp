@@ -1,5 +1,7 @@
 #include "cache/CacheLayout.h"
 
+#include "PathJoin.h"
+
 #include "cache/CacheFolder.h"
 #include "common/Locations.h"
 #include "volumes/Volumes.h"
@@ -21,11 +23,6 @@ QByteArray volumeBasePath(qsizetype index)
     if (index < 0 || index >= volumes.size())
         return {};
     return volumes.at(index).toUtf8();
-}
-
-QByteArray joined(const QByteArray &base, const char *name)
-{
-    return base.endsWith('/') ? base + name : base + '/' + name;
 }
 
 // Whole days since 2001-01-01 00:00 UTC, truncated toward zero.
@@ -69,7 +66,7 @@ QByteArray pathForTrashFolderInVolume(qsizetype volumeIndex)
     const QByteArray base = volumeBasePath(volumeIndex);
     if (base.isEmpty())
         return {};
-    return joined(base, ".Trash-") + QByteArray::number(getuid());
+    return joinPath(base, ".Trash-") + QByteArray::number(getuid());
 }
 
 QString nameForCacheFolder(const QDateTime &when)

@@ -1,5 +1,7 @@
 #include "cache/DayList.h"
 
+#include "PathJoin.h"
+
 #include "cache/CacheLayout.h"
 #include "cache/FolderWalk.h"
 #include "cache/SizeRecords.h"
@@ -92,7 +94,7 @@ QList<DayEntry> getListOfDaysInCache(const QByteArray &cachePath)
     std::sort(names.begin(), names.end(), [](const Candidate &a, const Candidate &b) {
         return compareCaseInsensitive(a.name, b.name) < 0;
     });
-    const QByteArray prefix = cachePath.endsWith('/') ? cachePath : cachePath + '/';
+    const QByteArray prefix = folderPrefix(cachePath);
     for (std::size_t i = 0; i < names.size(); ++i) {
         const Candidate &c = names[i];
         if (c.name.startsWith('.'))

@@ -2,6 +2,7 @@
 
 #include "SafeFile.h"
 #include "SafeRemove.h"
+#include "UniqueFd.h"
 #include "cache/CacheCommit.h"
 #include "cache/CacheLayout.h"
 #include "cache/FolderWalk.h"
@@ -98,13 +99,12 @@ Outcome run(int cacheFd, const Threshold &threshold, const QDate &today,
 
 void recordAction(const Action &a)
 {
-    const int dir = safefile::openPathCreating(recordFolder().toStdString(), 0700);
-    if (dir < 0) return;
+    const UniqueFd dir(safefile::openPathCreating(recordFolder().toStdString(), 0700));
+    if (dir.fd < 0) return;
     const QByteArray line = a.when.toUTC().toString(Qt::ISODate).toLatin1() + '\t' +
                             QByteArray::number(a.wantedFree) + '\t' + QByteArray::number(a.days) +
                             '\t' + a.volume + '\n';
-    safefile::replaceFile(dir, kRecordName, line.toStdString(), 0600);
-    ::close(dir);
+    safefile::replaceFile(dir.fd, kRecordName, line.toStdString(), 0600);
 }
 
 std::optional<Action> lastAction()

@@ -1,9 +1,11 @@
 #include "cli/Args.h"
+
 #include "cli/CliIo.h"
 #include "cli/Commands.h"
 #include "cli/Volumes.h"
 
 #include "browser/ContentsScan.h"
+#include "browser/Deletion.h"
 #include "browser/Removal.h"
 #include "browser/Restore.h"
 #include "cache/CacheCommit.h"
@@ -16,6 +18,8 @@
 #include "UniqueFd.h"
 
 #include <cerrno>
+#include "PathJoin.h"
+
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -37,8 +41,8 @@ bool isCacheItem(const QByteArray &path)
     const qsizetype n = parts.size();
     // The home cache, or a user's folder in a volume's shared cache folder.
     bool isUid = false;
-    const bool inCache = parts[n - 4] == CacheFolder::kName ||
-                         (n >= 5 && parts[n - 5] == CacheFolder::kName &&
+    const bool inCache = parts[n - 4] == kCacheFolderName ||
+                         (n >= 5 && parts[n - 5] == kCacheFolderName &&
                           parts[n - 4].toULongLong(&isUid) == getuid() && isUid);
     return inCache && parts[n - 3].startsWith("20") &&
            parts[n - 2].startsWith("20") && !parts[n - 1].isEmpty() && parts[n - 1] != "." && parts[n - 1] != ".." &&
@@ -185,7 +189,7 @@ int restore(int argc, char **argv)
             item = found.first();
         }
         if (!toOriginal) {
-            jobs.append({item, (to.endsWith('/') ? to : to + '/') + Restore::lastComponent(item)});
+            jobs.append({item, joinPath(to, Restore::lastComponent(item))});
             continue;
         }
         const QByteArray original = isCacheItem(item) ? Restore::originalPathOf(item) : QByteArray();
@@ -255,7 +259,7 @@ int rm(int argc, char **argv)
             return CliIo::fail(QStringLiteral("--permanently does not go with --json"), 2);
         return deletePermanently(a.positional());
     }
-    const QList<CacheCommit::Result> results = CacheCommit::deleteIntoCache(a.positional());
+    const QList<CacheCommit::Result> results = Deletion::deleteIntoCache(a.positional());
     NotificationBus::flush();
     int failures = 0;
     CliIo::Out out;

@@ -1,6 +1,6 @@
 #include "common/Locations.h"
 
-#include "cache/Folders.h"
+#include "common/Folders.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -2,6 +2,7 @@
 
 #include "common/Locations.h"
 
+#include "Printable.h"
 #include "SafeFile.h"
 #include "UniqueFd.h"
 
@@ -26,6 +27,11 @@ bool isAscii(QByteArrayView bytes)
 } // namespace
 
 namespace CommonUtils {
+
+QString logText(QByteArrayView bytes)
+{
+    return QString::fromStdString(printable(std::string_view(bytes.data(), std::size_t(bytes.size()))));
+}
 
 QString logFilePath()
 {

@@ -16,5 +16,8 @@ void addToLogFile(const QString &message);
 // missing or unreadable as ASCII) and the time of the entry.
 QByteArray composeLogContent(const QString &message, const QByteArray *previous, const QDateTime &now);
 QString logFilePath();
+// Bytes (a path, a name) as they may go into a log line: the log is ASCII, and a name must not be
+// able to forge an entry. The rule is the one the root helper and the launcher log with.
+QString logText(QByteArrayView bytes);
 
 } // namespace CommonUtils

@@ -1,6 +1,6 @@
 #include "common/Settings.h"
 
-#include "cache/Folders.h"
+#include "common/Folders.h"
 
 #include <QFile>
 #include <QIODevice>
@@ -165,18 +165,55 @@ std::unique_ptr<QSettings> open()
     return s;
 }
 
+Snapshot::Snapshot() : mSettings(open())
+{
+}
+
+Snapshot::~Snapshot() = default;
+
+bool Snapshot::contains(const char *key) const
+{
+    return mSettings->contains(QLatin1String(key));
+}
+
+std::optional<QVariant> Snapshot::value(const char *key) const
+{
+    const QString k = QLatin1String(key);
+    if (!mSettings->contains(k))
+        return std::nullopt;
+    return mSettings->value(k);
+}
+
+std::optional<qint64> Snapshot::integer(const char *key) const
+{
+    const auto v = value(key);
+    return v ? toInteger(*v) : std::nullopt;
+}
+
+std::optional<QString> Snapshot::string(const char *key) const
+{
+    const auto v = value(key);
+    if (!v || v->typeId() != QMetaType::QString)
+        return std::nullopt;
+    return v->toString();
+}
+
+std::optional<QVariantMap> Snapshot::dictionary(const char *key) const
+{
+    const auto v = value(key);
+    if (!v || v->typeId() != QMetaType::QVariantMap)
+        return std::nullopt;
+    return v->toMap();
+}
+
 bool contains(const char *key)
 {
-    return open()->contains(QLatin1String(key));
+    return Snapshot().contains(key);
 }
 
 std::optional<QVariant> value(const char *key)
 {
-    auto s = open();
-    const QString k = QLatin1String(key);
-    if (!s->contains(k))
-        return std::nullopt;
-    return s->value(k);
+    return Snapshot().value(key);
 }
 
 std::optional<qint64> toInteger(const QVariant &v)
@@ -209,24 +246,17 @@ std::optional<qint64> toInteger(const QVariant &v)
 
 std::optional<qint64> integer(const char *key)
 {
-    const auto v = value(key);
-    return v ? toInteger(*v) : std::nullopt;
+    return Snapshot().integer(key);
 }
 
 std::optional<QString> string(const char *key)
 {
-    const auto v = value(key);
-    if (!v || v->typeId() != QMetaType::QString)
-        return std::nullopt;
-    return v->toString();
+    return Snapshot().string(key);
 }
 
 std::optional<QVariantMap> dictionary(const char *key)
 {
-    const auto v = value(key);
-    if (!v || v->typeId() != QMetaType::QVariantMap)
-        return std::nullopt;
-    return v->toMap();
+    return Snapshot().dictionary(key);
 }
 
 static void write(const char *key, const QVariant &v)

@@ -19,6 +19,24 @@ QSettings::Format jsonFormat();
 // A fresh handle on the domain, already synchronised with the file.
 std::unique_ptr<QSettings> open();
 
+// One reading of the domain, for a reader of several keys that must agree with each other. The
+// typed getters below are the only place where a stored value's type is judged.
+class Snapshot
+{
+public:
+    Snapshot();
+    ~Snapshot();
+    bool contains(const char *key) const;
+    std::optional<QVariant> value(const char *key) const;
+    std::optional<qint64> integer(const char *key) const;
+    std::optional<QString> string(const char *key) const;
+    std::optional<QVariantMap> dictionary(const char *key) const;
+
+private:
+    std::unique_ptr<QSettings> mSettings;
+};
+
+// The same, each from a fresh reading.
 bool contains(const char *key);
 std::optional<QVariant> value(const char *key);
 std::optional<qint64> integer(const char *key);

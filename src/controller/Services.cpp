@@ -1,14 +1,10 @@
 #include "controller/AppDelegate.h"
 
+#include "common/Daemon.h"
 #include "common/Locations.h"
 #include "common/Log.h"
 #include "common/Notifications.h"
 #include "logic/LoginItems.h"
-
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QFileInfo>
-#include <QProcess>
 
 bool AppDelegate::runPrivilegeChecks()
 {
@@ -24,12 +20,5 @@ void AppDelegate::installSalvoraMenu()
 
 void AppDelegate::startDaemonIfNeeded()
 {
-    // The companion does the same; whichever of the two comes first starts it.
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected() || !bus.interface()) return;
-    if (bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService))) return;
-    const QString daemon = CommonUtils::daemonAppPath();
-    if (daemon.isEmpty() || !QFileInfo::exists(daemon)) return;
-    if (QProcess::startDetached(daemon, {}))
-        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 started sv3daemon."));
+    Daemon::startIfNeeded(CommonUtils::daemonAppPath(), QStringLiteral("Salvora 3"));
 }

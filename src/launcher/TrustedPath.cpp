@@ -1,6 +1,7 @@
 #include "TrustedPath.h"
 
 #include "Printable.h"
+#include "UniqueFd.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -14,32 +15,7 @@ namespace launcher {
 
 namespace {
 
-class Fd
-{
-public:
-    explicit Fd(int fd = -1) : mFd(fd) {}
-    ~Fd()
-    {
-        if (mFd >= 0) ::close(mFd);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    int get() const { return mFd; }
-    int release()
-    {
-        const int fd = mFd;
-        mFd = -1;
-        return fd;
-    }
-    void reset(int fd)
-    {
-        if (mFd >= 0) ::close(mFd);
-        mFd = fd;
-    }
-
-private:
-    int mFd;
-};
+using Fd = UniqueFd;
 
 // One name below an open folder, refusing symbolic links of any kind. openat2 refuses them
 // outright; on kernels without it O_NOFOLLOW keeps the last (and only) name from being followed,
@@ -87,27 +63,21 @@ bool onlyRootCanChange(const struct stat &status)
     return status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-TrustedFile::~TrustedFile()
-{
-    if (mFd >= 0) ::close(mFd);
-    if (mFolderFd >= 0) ::close(mFolderFd);
-}
-
 bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::string *why)
 {
     if (names.empty()) return refuse(why, "/", "is not a file");
     Fd dir(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat status = {};
-    if (dir.get() < 0 || ::fstat(dir.get(), &status) != 0)
+    if (dir.fd < 0 || ::fstat(dir.fd, &status) != 0)
         return refuse(why, "/", std::strerror(errno));
     if (!onlyRootCanChange(status))
         return refuse(why, "/", "can be changed by a user other than root");
 
     for (std::size_t i = 0; i + 1 < names.size(); ++i) {
         const std::string path = joined(names, i + 1);
-        Fd next(openBelow(dir.get(), names[i], O_PATH | O_DIRECTORY));
-        if (next.get() < 0) return refuseOpen(why, path, dir.get(), names[i]);
-        if (::fstat(next.get(), &status) != 0) return refuse(why, path, std::strerror(errno));
+        Fd next(openBelow(dir.fd, names[i], O_PATH | O_DIRECTORY));
+        if (next.fd < 0) return refuseOpen(why, path, dir.fd, names[i]);
+        if (::fstat(next.fd, &status) != 0) return refuse(why, path, std::strerror(errno));
         if (!S_ISDIR(status.st_mode)) return refuse(why, path, "is not a folder");
         if (!onlyRootCanChange(status))
             return refuse(why, path, "can be changed by a user other than root");
@@ -117,9 +87,9 @@ bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::
     // Look before opening for reading, so that a device or a fifo is never opened at all.
     const std::string path = joined(names, names.size());
     const std::string &name = names.back();
-    Fd probe(openBelow(dir.get(), name, O_PATH));
-    if (probe.get() < 0) return refuseOpen(why, path, dir.get(), name);
-    if (::fstat(probe.get(), &status) != 0) return refuse(why, path, std::strerror(errno));
+    Fd probe(openBelow(dir.fd, name, O_PATH));
+    if (probe.fd < 0) return refuseOpen(why, path, dir.fd, name);
+    if (::fstat(probe.fd, &status) != 0) return refuse(why, path, std::strerror(errno));
     if (!S_ISREG(status.st_mode))
         return refuse(why, path,
                       S_ISLNK(status.st_mode) ? "is a symbolic link" : "is not a regular file");
@@ -127,17 +97,15 @@ bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::
         return refuse(why, path, "can be changed by a user other than root");
     if (status.st_nlink != 1) return refuse(why, path, "has more than one link");
 
-    Fd fd(openBelow(dir.get(), name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    Fd fd(openBelow(dir.fd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY));
     struct stat opened = {};
-    if (fd.get() < 0) return refuseOpen(why, path, dir.get(), name);
-    if (::fstat(fd.get(), &opened) != 0) return refuse(why, path, std::strerror(errno));
+    if (fd.fd < 0) return refuseOpen(why, path, dir.fd, name);
+    if (::fstat(fd.fd, &opened) != 0) return refuse(why, path, std::strerror(errno));
     // Only root can rename inside this folder, but the check is cheap.
     if (opened.st_dev != status.st_dev || opened.st_ino != status.st_ino)
         return refuse(why, path, "changed while it was opened");
-    if (file->mFd >= 0) ::close(file->mFd);
-    if (file->mFolderFd >= 0) ::close(file->mFolderFd);
-    file->mFd = fd.release();
-    file->mFolderFd = dir.release();
+    file->mFd = std::move(fd);
+    file->mFolderFd = std::move(dir);
     file->mStatus = opened;
     return true;
 }

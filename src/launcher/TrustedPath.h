@@ -1,5 +1,7 @@
 #pragma once
 
+#include "UniqueFd.h"
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,19 +19,18 @@ class TrustedFile
 {
 public:
     TrustedFile() = default;
-    ~TrustedFile();
     TrustedFile(const TrustedFile &) = delete;
     TrustedFile &operator=(const TrustedFile &) = delete;
 
-    int fd() const { return mFd; }
+    int fd() const { return mFd.fd; }
     const struct stat &status() const { return mStatus; }
     // The folder that holds the file, opened (O_PATH) on the same walk.
-    int folderFd() const { return mFolderFd; }
+    int folderFd() const { return mFolderFd.fd; }
 
 private:
     friend bool openTrusted(const std::vector<std::string> &, TrustedFile *, std::string *);
-    int mFd = -1;
-    int mFolderFd = -1;
+    UniqueFd mFd;
+    UniqueFd mFolderFd;
     struct stat mStatus = {};
 };
 

@@ -1,6 +1,7 @@
 #include "MenuController.h"
 
 #include "cache/SizeRecords.h"
+#include "common/Daemon.h"
 #include "common/Locations.h"
 #include "common/Log.h"
 #include "common/LossWatch.h"
@@ -14,8 +15,6 @@
 #include "volumes/Volumes.h"
 
 #include <QAction>
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDeadlineTimer>
 #include <QDesktopServices>
 #include <QFileInfo>
@@ -133,12 +132,7 @@ void MenuController::start()
 
 void MenuController::startDaemonIfNeeded()
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected() || !bus.interface()) return;
-    if (bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService))) return;
-    if (mOptions.daemonPath.isEmpty() || !QFileInfo::exists(mOptions.daemonPath)) return;
-    if (QProcess::startDetached(mOptions.daemonPath, {}))
-        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 Menu started sv3daemon."));
+    Daemon::startIfNeeded(mOptions.daemonPath, QStringLiteral("Salvora 3 Menu"));
 }
 
 bool MenuController::trayAvailable() const

@@ -17,12 +17,12 @@ struct MountEntry
     QByteArray source;
 };
 
+// The mount table as Qt types; the parsing itself is shared with the privileged helper
+// (mounttable in the base library).
 namespace MountInfo {
 
 // Lines that cannot be parsed are skipped; the order of the kernel's table is kept.
 QList<MountEntry> parse(QByteArrayView text);
-// Undoes the kernel's octal escapes (\040 space, \011 tab, \012 line feed, \134 backslash).
-QByteArray unescape(QByteArrayView field);
 // Reads the whole file (procfs files must be read in one go to be consistent).
 QByteArray readAll(int fd);
 QByteArray readFile(const char *path = "/proc/self/mountinfo");

@@ -23,20 +23,18 @@ QList<QByteArray> mountPointsOf(const QByteArray &table)
 
 MountWatcher::MountWatcher(QObject *parent, const char *mountInfoPath) : QObject(parent)
 {
-    mFd = ::open(mountInfoPath, O_RDONLY | O_CLOEXEC);
-    if (mFd < 0)
+    mFd.reset(::open(mountInfoPath, O_RDONLY | O_CLOEXEC));
+    if (mFd.fd < 0)
         return;
-    mMountPoints = mountPointsOf(MountInfo::readAll(mFd));
+    mMountPoints = mountPointsOf(MountInfo::readAll(mFd.fd));
     // Never a Read notifier: the file is always readable, and that would spin.
-    mNotifier = new QSocketNotifier(mFd, QSocketNotifier::Exception, this);
+    mNotifier = new QSocketNotifier(mFd.fd, QSocketNotifier::Exception, this);
     connect(mNotifier, &QSocketNotifier::activated, this, &MountWatcher::refresh);
 }
 
 MountWatcher::~MountWatcher()
 {
     delete mNotifier;
-    if (mFd >= 0)
-        ::close(mFd);
 }
 
 void MountWatcher::diff(const QList<QByteArray> &before, const QList<QByteArray> &after, QList<QByteArray> &mounted,
@@ -66,9 +64,9 @@ void MountWatcher::diff(const QList<QByteArray> &before, const QList<QByteArray>
 
 void MountWatcher::refresh()
 {
-    if (mFd < 0)
+    if (mFd.fd < 0)
         return;
-    const QList<QByteArray> now = mountPointsOf(MountInfo::readAll(mFd));
+    const QList<QByteArray> now = mountPointsOf(MountInfo::readAll(mFd.fd));
     QList<QByteArray> mounted, unmounted;
     diff(mMountPoints, now, mounted, unmounted);
     mMountPoints = now;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "UniqueFd.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QObject>
@@ -16,7 +18,7 @@ public:
     explicit MountWatcher(QObject *parent = nullptr, const char *mountInfoPath = "/proc/self/mountinfo");
     ~MountWatcher() override;
 
-    bool isWatching() const { return mFd >= 0; }
+    bool isWatching() const { return mFd.fd >= 0; }
     // Re-reads the table now and reports the differences (also called on every kernel event).
     void refresh();
 
@@ -29,7 +31,7 @@ signals:
     void deviceDidUnmount(const QString &path);
 
 private:
-    int mFd = -1;
+    UniqueFd mFd;
     QSocketNotifier *mNotifier = nullptr;
     QList<QByteArray> mMountPoints;
 };

@@ -2,6 +2,8 @@
 
 #include "volumes/VolumesState.h"
 
+#include "MountTable.h"
+
 #include <algorithm>
 
 namespace VolumesState {
@@ -61,13 +63,9 @@ namespace CommonUtils {
 
 bool isEligibleMountPoint(const QString &path)
 {
-    if (path == QLatin1String("/"))
-        return true;
-    if (path.startsWith(QLatin1String("/Volumes/")))
-        return !path.startsWith(QLatin1String("/Volumes/com.apple")) &&
-               !path.startsWith(QLatin1String("/Volumes/Preboot"));
-    return path.startsWith(QLatin1String("/media/")) || path.startsWith(QLatin1String("/run/media/")) ||
-           path.startsWith(QLatin1String("/mnt/"));
+    // The privileged helper decides with the same rule, so the two can never disagree.
+    const QByteArray bytes = path.toUtf8();
+    return mounttable::isEligible(std::string_view(bytes.constData(), std::size_t(bytes.size())));
 }
 
 bool deviceIsValid(const QString &path)

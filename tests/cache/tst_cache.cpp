@@ -8,6 +8,8 @@
 #include "common/Texts.h"
 
 #include <QByteArrayList>
+#include "PathJoin.h"
+
 #include <QCoreApplication>
 #include <QTest>
 
@@ -101,6 +103,24 @@ private slots:
         qputenv("HOME", env->homeBytes() + "/gone");
         QVERIFY(CommonUtils::pathForCacheFolderInVolume(0).isEmpty());
         QVERIFY(!TestEnv::exists(env->homeBytes() + "/gone"));
+    }
+
+    void pathJoin_data()
+    {
+        QTest::addColumn<QByteArray>("folder");
+        QTest::addColumn<QByteArray>("joined");
+        QTest::newRow("root") << QByteArray("/") << QByteArray("/a");
+        QTest::newRow("plain") << QByteArray("/f") << QByteArray("/f/a");
+        QTest::newRow("trailing slash") << QByteArray("/f/") << QByteArray("/f/a");
+        QTest::newRow("empty") << QByteArray() << QByteArray("/a");
+    }
+    void pathJoin()
+    {
+        QFETCH(QByteArray, folder);
+        QFETCH(QByteArray, joined);
+        QCOMPARE(joinPath(folder, "a"), joined);
+        QCOMPARE(folderPrefix(folder) + "a", joined);
+        QCOMPARE(joinPath(folder.toStdString(), std::string("a")), joined.toStdString());
     }
 
     void namesAndLabels()

@@ -1,5 +1,7 @@
 #include "DaemonHarness.h"
 
+#include "browser/Deletion.h"
+#include "browser/KeepPolicy.h"
 #include "cache/CacheCommit.h"
 #include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
@@ -29,7 +31,7 @@ class TstCacheCommit : public QObject
     static bool exists(const QByteArray &p) { return TestEnv::exists(p); }
     static CacheCommit::Result del(const QByteArray &path)
     {
-        return CacheCommit::deleteIntoCache({path}, false).first();
+        return Deletion::deleteIntoCache({path}, false).first();
     }
 
 private slots:
@@ -47,7 +49,7 @@ private slots:
         QCOMPARE(CacheCommit::numberedName(longest, 2), QByteArray(248, 'a') + " 2.txt");
         QCOMPARE(CacheCommit::numberedName(QByteArray(255, 'b'), 10), QByteArray(252, 'b') + " 10");
 
-        const CacheCommit::Exclusions ex(QStringLiteral("foo; bar;;Ünïcode"),
+        const KeepPolicy::Exclusions ex(QStringLiteral("foo; bar;;Ünïcode"),
                                          QStringLiteral("jpg;gz;"));
         QVERIFY(ex.matches("FOO"));
         QVERIFY(ex.matches(" bar")); // blanks are part of a filter piece
@@ -59,7 +61,40 @@ private slots:
         QVERIFY(!ex.matches("x.jpeg"));
         QVERIFY(!ex.matches(".jpg")); // a hidden name has no extension
         QVERIFY(!ex.matches("foo.txt"));
-        QVERIFY(CacheCommit::Exclusions().isEmpty());
+        QVERIFY(KeepPolicy::Exclusions().isEmpty());
+    }
+
+    // What the daemon and salvora rm read as the keep policy, whatever the stored types.
+    void keepPolicyFromSettings_data()
+    {
+        QTest::addColumn<QVariant>("protection");
+        QTest::addColumn<QVariant>("names");
+        QTest::addColumn<bool>("on");
+        QTest::addColumn<bool>("excludes");
+        QTest::newRow("absent") << QVariant() << QVariant() << true << false;
+        QTest::newRow("off") << QVariant(0) << QVariant(QStringLiteral("x")) << false << true;
+        QTest::newRow("off as text") << QVariant(QStringLiteral("0")) << QVariant() << false << false;
+        QTest::newRow("true") << QVariant(true) << QVariant() << true << false;
+        QTest::newRow("not a number") << QVariant(QStringLiteral("no")) << QVariant() << true << false;
+        QTest::newRow("names not text") << QVariant(1) << QVariant(7) << true << false;
+    }
+    void keepPolicyFromSettings()
+    {
+        QFETCH(QVariant, protection);
+        QFETCH(QVariant, names);
+        QFETCH(bool, on);
+        QFETCH(bool, excludes);
+        {
+            const auto s = Settings::open();
+            for (const auto &[key, v] : {std::pair{SettingsKeys::PrefsProtectionEnabled, protection},
+                                         std::pair{SettingsKeys::PrefsExcludeName, names}})
+                v.isValid() ? s->setValue(QLatin1String(key), v) : s->remove(QLatin1String(key));
+        }
+        const KeepPolicy p = KeepPolicy::read();
+        QCOMPARE(p.protection, on);
+        QCOMPARE(p.exclusions.matches("x"), excludes);
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+        Settings::remove(SettingsKeys::PrefsExcludeName);
     }
 
     void deletesIntoTodaysTimeFolder()
@@ -75,7 +110,7 @@ private slots:
         const auto dir = snapshot(home + "/rm/dir");
         const mode_t oldMask = umask(0);
         const QList<CacheCommit::Result> results =
-            CacheCommit::deleteIntoCache({home + "/rm/one/n.txt", home + "/rm/two/n.txt/",
+            Deletion::deleteIntoCache({home + "/rm/one/n.txt", home + "/rm/two/n.txt/",
                                           home + "/rm/dir", home + "/rm/" + odd});
         umask(oldMask);
         for (const auto &r : results)

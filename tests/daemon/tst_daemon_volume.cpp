@@ -1,5 +1,6 @@
 #include "DaemonHarness.h"
 
+#include "browser/Deletion.h"
 #include "cache/CacheCommit.h"
 #include "cache/CacheLayout.h"
 #include "cache/DayEntry.h"
@@ -113,7 +114,7 @@ private slots:
         // `salvora rm`: straight into the volume's cache; the daemon hears of it and refreshes
         // the volume's snapshot.
         QVERIFY(TestEnv::writeFile(mount + "/docs/direct.txt", "deleted from a terminal"));
-        const auto results = CacheCommit::deleteIntoCache({mount + "/docs/direct.txt"});
+        const auto results = Deletion::deleteIntoCache({mount + "/docs/direct.txt"});
         QVERIFY2(results.first().ok(), qPrintable(results.first().message()));
         QVERIFY(results.first().cachedPath.startsWith(cache + '/'));
         QCOMPARE(TestEnv::readFile(results.first().cachedPath),

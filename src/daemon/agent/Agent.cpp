@@ -6,10 +6,8 @@
 #include "MidnightTimer.h"
 #include "PrivilegedClient.h"
 #include "TrashWatch.h"
-#include "Printable.h"
 #include "UniqueFd.h"
 #include "cache/CacheLayout.h"
-#include "cache/Folders.h"
 #include "common/Locations.h"
 #include "common/Log.h"
 #include "common/PostTo.h"
@@ -78,33 +76,14 @@ QString cacheStateText(CacheFolder::State state)
 
 Prefs Prefs::read()
 {
-    const auto s = Settings::open();
-    const auto get = [&](const char *key) -> std::optional<QVariant> {
-        const QString k = QLatin1String(key);
-        return s->contains(k) ? std::optional<QVariant>(s->value(k)) : std::nullopt;
-    };
+    const Settings::Snapshot s;
+    const KeepPolicy keep = KeepPolicy::read(s);
     Prefs p;
-    if (const auto v = get(SettingsKeys::PrefsProtectionEnabled)) {
-        const auto i = Settings::toInteger(*v);
-        p.protection = !i || *i != 0;
-    }
-    if (const auto v = get(SettingsKeys::PrefsRemoveFromCache))
-        p.retention = Settings::toInteger(*v);
-    const auto text = [&](const char *key) {
-        const auto v = get(key);
-        return v && v->typeId() == QMetaType::QString ? v->toString() : QString();
-    };
-    p.exclusions = CacheCommit::Exclusions(text(SettingsKeys::PrefsExcludeName),
-                                           text(SettingsKeys::PrefsExcludeExtension));
-    if (const auto v = get(SettingsKeys::PrefsProtectedDisks);
-        v && v->typeId() == QMetaType::QVariantMap)
-        p.protectedDisks = v->toMap();
+    p.protection = keep.protection;
+    p.exclusions = keep.exclusions;
+    p.retention = s.integer(SettingsKeys::PrefsRemoveFromCache);
+    p.protectedDisks = s.dictionary(SettingsKeys::PrefsProtectedDisks).value_or(QVariantMap());
     return p;
-}
-
-QString logText(const QByteArray &bytes)
-{
-    return QString::fromStdString(printable(bytes.toStdString()));
 }
 
 Agent::Agent(PrivilegedClient *privileged, QObject *parent)

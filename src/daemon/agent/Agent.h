@@ -4,6 +4,7 @@
 #include "Worker.h"
 #include "cache/CacheCommit.h"
 #include "cache/CacheFolder.h"
+#include "common/Log.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -35,7 +36,7 @@ struct Prefs
 {
     bool protection = true;          // absent counts as on: nothing is lost before a first launch
     std::optional<qint64> retention; // days; absent or 0: never purged
-    CacheCommit::Exclusions exclusions;
+    KeepPolicy::Exclusions exclusions;
     QVariantMap protectedDisks;
 
     static Prefs read();
@@ -169,7 +170,6 @@ private:
     qint64 mLongestStallMs = 0;
 };
 
-// Log text for bytes: the log is ASCII, and a name must not be able to forge an entry.
-QString logText(const QByteArray &bytes);
+using CommonUtils::logText;
 // Why nothing is kept on a volume, for the log (English, like every line of the daemon's).
 QString cacheStateText(CacheFolder::State state);

@@ -9,25 +9,20 @@
 
 Inotify::Inotify(QObject *parent) : QObject(parent)
 {
-    mFd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (mFd < 0) return;
-    mNotifier = new QSocketNotifier(mFd, QSocketNotifier::Read, this);
+    mFd.reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    if (mFd.fd < 0) return;
+    mNotifier = new QSocketNotifier(mFd.fd, QSocketNotifier::Read, this);
     connect(mNotifier, &QSocketNotifier::activated, this, &Inotify::readEvents);
-}
-
-Inotify::~Inotify()
-{
-    if (mFd >= 0) ::close(mFd);
 }
 
 int Inotify::addWatch(const QByteArray &path, std::uint32_t mask, Handler handler)
 {
-    if (mFd < 0) {
+    if (mFd.fd < 0) {
         errno = EBADF;
         return -1;
     }
     // IN_MASK_ADD: another owner of the same folder keeps its events.
-    const int wd = inotify_add_watch(mFd, path.constData(), mask | IN_MASK_ADD);
+    const int wd = inotify_add_watch(mFd.fd, path.constData(), mask | IN_MASK_ADD);
     if (wd < 0) return -1;
     const int handle = mNextHandle++;
     mWatches.insert(handle, {wd, std::move(handler)});
@@ -42,7 +37,7 @@ void Inotify::removeWatch(int handle)
     const int wd = it->wd;
     mWatches.erase(it);
     mByWd.remove(wd, handle);
-    if (!mByWd.contains(wd)) inotify_rm_watch(mFd, wd);
+    if (!mByWd.contains(wd)) inotify_rm_watch(mFd.fd, wd);
 }
 
 void Inotify::drain()
@@ -54,7 +49,7 @@ void Inotify::readEvents()
 {
     alignas(inotify_event) char buf[65536];
     for (;;) {
-        const ssize_t n = ::read(mFd, buf, sizeof buf);
+        const ssize_t n = ::read(mFd.fd, buf, sizeof buf);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) return;
         QList<Event> events;

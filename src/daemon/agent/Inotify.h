@@ -1,5 +1,7 @@
 #pragma once
 
+#include "UniqueFd.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QObject>
@@ -26,9 +28,8 @@ public:
     using Handler = std::function<void(const Event &)>;
 
     explicit Inotify(QObject *parent = nullptr);
-    ~Inotify() override;
 
-    bool isValid() const { return mFd >= 0; }
+    bool isValid() const { return mFd.fd >= 0; }
     // A handle (> 0) for removeWatch, or -1 with errno set.
     int addWatch(const QByteArray &path, std::uint32_t mask, Handler handler);
     void removeWatch(int handle);
@@ -47,7 +48,7 @@ private:
         int wd;
         Handler handler;
     };
-    int mFd = -1;
+    UniqueFd mFd;
     QSocketNotifier *mNotifier = nullptr;
     QHash<int, Watch> mWatches; // handle -> watch
     QMultiHash<int, int> mByWd; // wd -> handles

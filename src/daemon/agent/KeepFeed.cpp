@@ -1,12 +1,11 @@
 #include "KeepFeed.h"
 
+#include "browser/KeepPolicy.h"
 #include "cache/CacheCommit.h"
 #include "cache/CacheFolder.h"
 #include "cache/CacheLayout.h"
 #include "common/Locations.h"
 #include "common/Log.h"
-#include "common/Settings.h"
-#include "common/SettingsKeys.h"
 #include "volumes/MountInfo.h"
 #include "volumes/Volumes.h"
 
@@ -31,11 +30,11 @@ std::string canonical(const QByteArray &path)
     return ::realpath(path.constData(), real) ? std::string(real) : path.toStdString();
 }
 
-std::vector<std::string> pieces(const char *key)
+std::vector<std::string> strings(const QByteArrayList &pieces)
 {
     std::vector<std::string> out;
-    for (const QString &p : Settings::string(key).value_or(QString()).split(QLatin1Char(';'), Qt::SkipEmptyParts))
-        out.push_back(p.toUtf8().toStdString());
+    for (const QByteArray &p : pieces)
+        out.push_back(p.toStdString());
     return out;
 }
 
@@ -70,8 +69,9 @@ keeptable::Table KeepFeed::tableFor(bool protection)
         home.toStdString(), canonical(CommonUtils::pathForTrashFolderInVolume(0)));
     t.on = protection;
     t.generation = quint64(QDateTime::currentMSecsSinceEpoch());
-    t.lists[keeptable::ExcludedNames] = pieces(SettingsKeys::PrefsExcludeName);
-    t.lists[keeptable::ExcludedExtensions] = pieces(SettingsKeys::PrefsExcludeExtension);
+    const KeepPolicy::Exclusions exclusions = KeepPolicy::read().exclusions;
+    t.lists[keeptable::ExcludedNames] = strings(exclusions.names());
+    t.lists[keeptable::ExcludedExtensions] = strings(exclusions.extensions());
     const QByteArray uid = QByteArray::number(getuid());
     QSet<quint64> protectedDevices;
     for (const QString &volume : CommonUtils::getAllProtectedVolumes()) {

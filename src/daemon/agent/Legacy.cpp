@@ -105,12 +105,12 @@ void Agent::migrateLegacy(Volume &v, int cacheFd)
 {
     if (v.mountPath == "/") return; // the home cache was always the user's own
     Fd root(::open(v.mountPath.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    Fd shared(root.fd >= 0 ? openSub(root.fd, CacheFolder::kName) : -1);
+    Fd shared(root.fd >= 0 ? openSub(root.fd, kCacheFolderName) : -1);
     if (shared.fd < 0) return;
     QByteArrayList days;
     for (const QByteArray &name : namesIn(shared.fd, true))
         if (name.startsWith("20")) days.append(name);
-    const QByteArray sharedPath = v.mountPath + '/' + CacheFolder::kName;
+    const QByteArray sharedPath = v.mountPath + '/' + kCacheFolderName;
     Moved moved;
     for (const QByteArray &day : std::as_const(days))
         moveDay(shared.fd, sharedPath, day, cacheFd, v.cacheFolder, moved);

@@ -10,16 +10,11 @@
 
 MidnightTimer::MidnightTimer(QObject *parent) : QObject(parent)
 {
-    mFd = timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
-    if (mFd < 0) return;
-    mNotifier = new QSocketNotifier(mFd, QSocketNotifier::Read, this);
+    mFd.reset(timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC));
+    if (mFd.fd < 0) return;
+    mNotifier = new QSocketNotifier(mFd.fd, QSocketNotifier::Read, this);
     connect(mNotifier, &QSocketNotifier::activated, this, &MidnightTimer::onReady);
     arm();
-}
-
-MidnightTimer::~MidnightTimer()
-{
-    if (mFd >= 0) ::close(mFd);
 }
 
 void MidnightTimer::arm()
@@ -30,13 +25,13 @@ void MidnightTimer::arm()
     itimerspec spec{};
     spec.it_value.tv_sec = next.toSecsSinceEpoch();
     // A change of the clock cancels the timer: it is armed again for the new "next midnight".
-    timerfd_settime(mFd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr);
+    timerfd_settime(mFd.fd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr);
 }
 
 void MidnightTimer::onReady()
 {
     std::uint64_t expirations = 0;
-    const ssize_t n = ::read(mFd, &expirations, sizeof expirations);
+    const ssize_t n = ::read(mFd.fd, &expirations, sizeof expirations);
     const bool cancelled = n < 0 && errno == ECANCELED;
     // A clock set across midnight counts as midnight.
     const bool newDay = QDate::currentDate() != mDay;

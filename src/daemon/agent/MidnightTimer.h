@@ -1,5 +1,7 @@
 #pragma once
 
+#include "UniqueFd.h"
+
 #include <QDate>
 #include <QObject>
 
@@ -12,8 +14,7 @@ class MidnightTimer : public QObject
     Q_OBJECT
 public:
     explicit MidnightTimer(QObject *parent = nullptr);
-    ~MidnightTimer() override;
-    bool isValid() const { return mFd >= 0; }
+    bool isValid() const { return mFd.fd >= 0; }
 
 signals:
     void midnight();
@@ -22,7 +23,7 @@ private:
     void arm();
     void onReady();
 
-    int mFd = -1;
+    UniqueFd mFd;
     QSocketNotifier *mNotifier = nullptr;
     QDate mDay;
 };

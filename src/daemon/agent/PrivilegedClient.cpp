@@ -19,13 +19,13 @@ PrivilegedClient::PrivilegedClient(int fd, pid_t helper) : mFd(fd), mHelper(help
 {
     int type = 0;
     socklen_t len = sizeof type;
-    if (mFd >= 0 &&
-        (getsockopt(mFd, SOL_SOCKET, SO_TYPE, &type, &len) != 0 || type != SOCK_SEQPACKET)) {
-        mFd = -1;
+    if (mFd.fd >= 0 &&
+        (getsockopt(mFd.fd, SOL_SOCKET, SO_TYPE, &type, &len) != 0 || type != SOCK_SEQPACKET)) {
+        mFd.release(); // not the helper's socket: not ours to close either
         return;
     }
     // Programs the agent starts must not inherit the way to root.
-    if (mFd >= 0) fcntl(mFd, F_SETFD, FD_CLOEXEC);
+    if (mFd.fd >= 0) fcntl(mFd.fd, F_SETFD, FD_CLOEXEC);
 }
 
 PrivilegedClient::~PrivilegedClient()
@@ -35,8 +35,7 @@ PrivilegedClient::~PrivilegedClient()
 
 void PrivilegedClient::lose()
 {
-    if (mFd >= 0) ::close(mFd);
-    mFd = -1;
+    mFd.reset();
     // The helper exits when the socket closes; it is our child since sv3daemon became us.
     if (mHelper > 0) waitpid(mHelper, nullptr, WNOHANG);
     mHelper = -1;
@@ -51,7 +50,7 @@ PrivilegedClient::Outcome PrivilegedClient::ask(int op, const QByteArray &first,
                                                 const QByteArray &second)
 {
     Outcome o;
-    if (mFd < 0) {
+    if (mFd.fd < 0) {
         o.error = ENOTCONN;
         o.message = QStringLiteral("no privileged helper");
         return o;
@@ -62,19 +61,19 @@ PrivilegedClient::Outcome PrivilegedClient::ask(int op, const QByteArray &first,
     request.second = second.toStdString();
     const std::string out = privileged::encode(request);
     if (out.size() > privileged::kMaxDatagram ||
-        send(mFd, out.data(), out.size(), MSG_NOSIGNAL) < 0) {
+        send(mFd.fd, out.data(), out.size(), MSG_NOSIGNAL) < 0) {
         o.error = errno ? errno : ENAMETOOLONG;
         o.message = QStringLiteral("cannot reach the privileged helper");
         if (o.error != ENAMETOOLONG) lose();
         return o;
     }
-    pollfd p{mFd, POLLIN, 0};
+    pollfd p{mFd.fd, POLLIN, 0};
     int ready = 0;
     do
         ready = poll(&p, 1, kAnswerTimeoutMs);
     while (ready < 0 && errno == EINTR);
     char buf[privileged::kMaxDatagram];
-    const ssize_t n = ready > 0 ? recv(mFd, buf, sizeof buf, 0) : -1;
+    const ssize_t n = ready > 0 ? recv(mFd.fd, buf, sizeof buf, 0) : -1;
     const auto response = n > 0 ? privileged::decodeResponse({buf, std::size_t(n)}) : std::nullopt;
     if (!response) {
         o.error = EPIPE;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "UniqueFd.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -19,7 +21,7 @@ public:
     PrivilegedClient(const PrivilegedClient &) = delete;
     PrivilegedClient &operator=(const PrivilegedClient &) = delete;
 
-    bool isAvailable() const { return mFd >= 0; }
+    bool isAvailable() const { return mFd.fd >= 0; }
 
     struct Outcome
     {
@@ -34,6 +36,6 @@ private:
     Outcome ask(int op, const QByteArray &first, const QByteArray &second);
     void lose();
 
-    int mFd = -1;
+    UniqueFd mFd;
     pid_t mHelper = -1;
 };

@@ -2,6 +2,7 @@
 
 #include "PendingArea.h"
 #include "Shadow.h"
+#include "browser/KeepPolicy.h"
 #include "cache/CacheCommit.h"
 
 #include <QByteArray>
@@ -24,13 +25,6 @@
 //    snapshot), looking at its stop flag as it goes.
 // Both stop within a step when the agent quits; a shadow not walked to its end is walked again at
 // the next start (its record says so).
-
-// What to keep, as the agent's settings say when an item is settled.
-struct KeepPolicy
-{
-    bool protection = true;
-    CacheCommit::Exclusions exclusions;
-};
 
 // A shadow walked to its end (or that could not even be started).
 struct ShadowTaken

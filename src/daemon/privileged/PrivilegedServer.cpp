@@ -1,5 +1,6 @@
 #include "PrivilegedServer.h"
 
+#include "CacheName.h"
 #include "MountTable.h"
 #include "Printable.h"
 #include "SafeRemove.h"
@@ -24,7 +25,6 @@ namespace privileged {
 
 namespace {
 
-constexpr char kCacheName[] = ".Salvora3Cache";
 // Root's shared folder: its users pass through it to their own folders, and see nothing else.
 constexpr mode_t kSharedMode = 0711;
 constexpr mode_t kGroupOrOthersWrite = S_IWGRP | S_IWOTH;
@@ -161,9 +161,9 @@ Outcome makeShared(int rootFd, const struct statx &root, Fd &shared)
 {
     timespec before{};
     clock_gettime(CLOCK_REALTIME, &before);
-    if (mkdirat(rootFd, kCacheName, 0700) != 0 && errno != EEXIST)
+    if (mkdirat(rootFd, kCacheFolderName, 0700) != 0 && errno != EEXIST)
         return failed(errno, "cannot create the shared cache folder");
-    shared.fd = openat(rootFd, kCacheName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    shared.fd = openat(rootFd, kCacheFolderName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     struct statx st{};
     if (shared.fd < 0 || !fullStat(shared.fd, &st))
         return refused("the shared cache folder vanished while it was made");
@@ -237,7 +237,7 @@ Outcome createUserCache(const Context &c, const std::string &mountPoint)
     struct statx rootStat{};
     std::string why;
     if (!openMountRoot(c, mountPoint, root, &rootStat, &why)) return refused(why);
-    Fd shared(openat(root.fd, kCacheName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    Fd shared(openat(root.fd, kCacheFolderName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     Outcome o;
     bool own = false;
     if (shared.fd < 0 && errno == ENOENT) {
@@ -282,7 +282,7 @@ bool allowVolume(const Context &context, const std::string &mountPoint, std::str
     if (!openMountRoot(context, mountPoint, root, &rootStat, &why)) {
         o = refused(why);
     } else {
-        Fd shared(openat(root.fd, kCacheName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        Fd shared(openat(root.fd, kCacheFolderName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         bool own = false;
         o = shared.fd < 0 && errno == ENOENT ? makeShared(root.fd, rootStat, shared)
             : shared.fd < 0 ? refused(std::string("cannot open the cache folder: ") +

@@ -1,4 +1,4 @@
-#include "cache/Folders.h"
+#include "common/Folders.h"
 
 #include <cerrno>
 #include <sys/stat.h>

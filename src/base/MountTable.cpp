@@ -1,13 +1,13 @@
 #include "MountTable.h"
 
+#include "UniqueFd.h"
+
 #include <cerrno>
 #include <charconv>
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace mounttable {
-
-namespace {
 
 std::string unescape(std::string_view field)
 {
@@ -26,6 +26,8 @@ std::string unescape(std::string_view field)
     }
     return out;
 }
+
+namespace {
 
 std::vector<std::string_view> split(std::string_view line)
 {
@@ -112,10 +114,13 @@ std::vector<Entry> parse(std::string_view text)
         Entry e;
         const std::string_view dev = fields[2];
         const std::size_t colon = dev.find(':');
-        if (!number(fields[0], e.mountId) || colon == std::string_view::npos ||
-            !number(dev.substr(0, colon), e.major) || !number(dev.substr(colon + 1), e.minor))
+        if (!number(fields[0], e.mountId) || !number(fields[1], e.parentId) ||
+            colon == std::string_view::npos || !number(dev.substr(0, colon), e.major) ||
+            !number(dev.substr(colon + 1), e.minor))
             continue;
+        e.root = unescape(fields[3]);
         e.mountPoint = unescape(fields[4]);
+        e.options = std::string(fields[5]);
         e.fsType = unescape(fields[sep + 1]);
         e.source = unescape(fields[sep + 2]);
         entries.push_back(std::move(e));
@@ -123,12 +128,10 @@ std::vector<Entry> parse(std::string_view text)
     return entries;
 }
 
-std::vector<Entry> read(const char *path)
+std::string readAll(int fd)
 {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return {};
-    // procfs gives a consistent table only to one read sequence from offset 0.
     std::string text;
+    if (lseek(fd, 0, SEEK_SET) < 0) return text;
     char buf[65536];
     for (;;) {
         const ssize_t n = ::read(fd, buf, sizeof buf);
@@ -137,8 +140,18 @@ std::vector<Entry> read(const char *path)
         text.append(buf, std::size_t(n));
         if (text.size() > (64u << 20)) break;
     }
-    close(fd);
-    return parse(text);
+    return text;
+}
+
+std::string readText(const char *path)
+{
+    const UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+    return fd.fd < 0 ? std::string() : readAll(fd.fd);
+}
+
+std::vector<Entry> read(const char *path)
+{
+    return parse(readText(path));
 }
 
 bool isEligible(std::string_view p)
