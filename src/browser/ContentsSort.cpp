@@ -1,10 +1,10 @@
 #include "browser/ContentsSort.h"
 
 #include "browser/NameMatch.h"
+#include "common/Jobs.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <thread>
 #include <vector>
 
 namespace ContentsSort {
@@ -244,7 +244,7 @@ void sortParallel(CacheItems &items, int code)
     auto &rows = items.rows();
     const auto ranks = (code & 1) ? folderRanks(items) : std::vector<std::uint32_t>();
     const auto less = lessFor(items, code, ranks);
-    if (rows.size() < 20000 || std::thread::hardware_concurrency() < 2) {
+    if (rows.size() < 20000 || Jobs::cores() < 2) {
         std::sort(rows.begin(), rows.end(), less);
         return;
     }
@@ -252,9 +252,12 @@ void sortParallel(CacheItems &items, int code)
     // of half the list (which would cost 20 bytes a row at the peak).
     const auto middle = rows.begin() + std::ptrdiff_t(rows.size() / 2);
     std::nth_element(rows.begin(), middle, rows.end(), less);
-    std::thread other([&] { std::sort(rows.begin(), middle, less); });
-    std::sort(middle, rows.end(), less);
-    other.join();
+    Jobs::parallelFor(2, [&](std::size_t half) {
+        if (half == 0)
+            std::sort(rows.begin(), middle, less);
+        else
+            std::sort(middle, rows.end(), less);
+    });
 }
 
 void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, int code)

@@ -12,7 +12,6 @@
 #include <QLineEdit>
 #include <QTimer>
 
-#include <thread>
 
 void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
 {
@@ -64,7 +63,7 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
     mHandOverScheduled = false;
     mSinceHandOver.invalidate();
     mHandOverPauseMs = kHandOverIntervalMs;
-    std::thread([job, workers = mWorkers, this] {
+    Jobs::start([job, workers = mWorkers, this] {
         job->run([&] { workers->post([this, job] { contentsReady(job); }); },
                  [&] { workers->post([this, job] { endContentsScan(job); }); },
                  [&](ContentsScan::OriginFill::Batch &&batch) {
@@ -73,7 +72,7 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
                      });
                  },
                  [&] { workers->post([this, job] { endOrigins(job); }); });
-    }).detach();
+    });
     emit contentsScanStarted();
 }
 

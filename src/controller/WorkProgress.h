@@ -1,6 +1,6 @@
 #pragma once
 
-#include "controller/WorkerState.h"
+#include "common/Jobs.h"
 
 #include <QElapsedTimer>
 #include <QList>
@@ -49,7 +49,7 @@ private:
     std::atomic<bool> mFinished{false};
     std::atomic<bool> mAnnounced{false};
     // Set on the main thread before the worker starts, never changed afterwards.
-    std::shared_ptr<WorkerState> mWatcher;
+    std::shared_ptr<Mailbox> mWatcher;
     WorkProgress *mProgress = nullptr;
 };
 
@@ -103,7 +103,7 @@ private:
     };
     QList<Entry> mJobs;
     std::array<Summary, 2> mSummary{};
-    std::shared_ptr<WorkerState> mMailbox;
+    std::shared_ptr<Mailbox> mMailbox;
     QTimer mThrottle;
     bool mDirty = false;
 };

@@ -106,7 +106,8 @@ struct ShadowWorker::Task
 };
 
 ShadowWorker::ShadowWorker(OnShadow onShadow, OnSettled onSettled)
-    : mOnShadow(std::move(onShadow)), mOnSettled(std::move(onSettled)), mThread([this] { run(); })
+    : mOnShadow(std::move(onShadow)), mOnSettled(std::move(onSettled)),
+      mThread(Jobs::start([this] { run(); }))
 {
 }
 
@@ -122,7 +123,7 @@ void ShadowWorker::stop()
         mStop = true;
     }
     mWake.notify_all();
-    if (mThread.joinable()) mThread.join();
+    if (mThread) mThread->wait();
 }
 
 void ShadowWorker::post(Command command)
@@ -422,7 +423,7 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
 }
 
 BackgroundWorker::BackgroundWorker()
-    : mThread([this] {
+    : mThread(Jobs::start([this] {
           for (;;) {
               Job job;
               {
@@ -436,7 +437,7 @@ BackgroundWorker::BackgroundWorker()
               }
               job(mStop);
           }
-      })
+      }))
 {
 }
 
@@ -461,5 +462,5 @@ void BackgroundWorker::stop()
         mStop = true;
     }
     mWake.notify_all();
-    if (mThread.joinable()) mThread.join();
+    if (mThread) mThread->wait();
 }
