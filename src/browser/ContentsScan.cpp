@@ -239,16 +239,15 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
                 return;
             }
             done[k] = std::move(items);
-            // Hand over every finished folder that is next in order, as one batch.
+            // Hand over every finished folder that is next in order, each as it is: gathering
+            // them first would copy every row once more.
             if (k != delivered)
                 return;
-            CacheItems batch;
             while (delivered < n && done[delivered]) {
-                batch.append(std::move(*done[delivered]));
+                sink(std::move(*done[delivered]));
                 done[delivered].reset();
                 ++delivered;
             }
-            sink(std::move(batch));
         },
         unsigned(std::max(0, options.threads)));
     return !stop.load();

@@ -169,8 +169,6 @@ int ls(int argc, char **argv)
     options.pattern = NameMatch::Pattern(QString::fromLocal8Bit(a.value("-s").value_or(QByteArray())));
     // Sizes cost one statx per file, more than reading the folders; --no-sizes leaves them out.
     options.readSizes = !a.flag("--no-sizes");
-    // Sorted afterwards anyway: each folder is taken in as soon as it is read, copied once.
-    options.inOrder = false;
     std::atomic<bool> stop{false};
     CacheItems items;
     // The days' file counts bound the number of items from above in practice (a folder item holds
@@ -204,9 +202,18 @@ int ls(int argc, char **argv)
         std::string caching; // text: the caching time as the window shows it
     };
     std::vector<FolderText> folders(items.folderCount());
+    // Each day's label once (a day may hold many time folders); read concurrently afterwards.
+    QHash<QByteArray, QString> dayLabels;
+    for (std::uint32_t f = 0; f < items.folderCount(); ++f) {
+        const QByteArrayView day = DayTexts::dayOf(items.timeFolderName(f));
+        if (!dayLabels.contains(day.toByteArray()))
+            dayLabels.insert(day.toByteArray(), DayTexts::dayLabel(day));
+    }
     Jobs::parallelFor(items.folderCount(), [&](std::size_t f) {
         FolderText &t = folders[f];
-        const QByteArray caching = DayTexts::cachingTime(items.timeFolderName(std::uint32_t(f))).toUtf8();
+        const QByteArrayView name = items.timeFolderName(std::uint32_t(f));
+        const QByteArray caching =
+            DayTexts::cachingTime(name, dayLabels.value(DayTexts::dayOf(name).toByteArray())).toUtf8();
         if (json) {
             t.path = "\", \"path\": \"";
             CliIo::appendJsonChars(t.path, items.timeFolderPath(std::uint32_t(f)));
@@ -287,17 +294,22 @@ int ls(int argc, char **argv)
     const std::size_t pieces = (n + kChunk - 1) / kChunk;
     const std::size_t ahead = std::size_t(Jobs::cores());
     std::vector<std::string> ready(pieces);
+    std::vector<std::string> spare; // written pieces, their memory reused for the next ones
     std::mutex mutex;
     std::condition_variable written;
     std::size_t next = 0; // the first piece not written yet
     bool writing = false;
     Jobs::parallelFor(pieces, [&](std::size_t p) {
+        std::string text;
         {
             std::unique_lock lock(mutex);
             written.wait(lock, [&] { return p < next + ahead; });
+            if (!spare.empty()) {
+                text = std::move(spare.back());
+                spare.pop_back();
+            }
         }
-        std::string text;
-        text.reserve(kChunk * (json ? 320 : 160));
+        text.clear();
         format(qsizetype(p * kChunk), qsizetype(std::min(n, (p + 1) * kChunk)), text);
         std::unique_lock lock(mutex);
         ready[p] = std::move(text);
@@ -305,13 +317,14 @@ int ls(int argc, char **argv)
             return; // the writer takes it in turn
         writing = true;
         while (next < pieces && !ready[next].empty()) {
-            const std::string piece = std::move(ready[next]);
+            std::string piece = std::move(ready[next]);
             ready[next] = std::string();
             ++next;
             lock.unlock();
             written.notify_all();
             std::fwrite(piece.data(), 1, piece.size(), stdout);
             lock.lock();
+            spare.push_back(std::move(piece));
         }
         writing = false;
     });
