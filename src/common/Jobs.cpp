@@ -27,7 +27,8 @@ bool Handle::wait(int timeoutMs) const
         mEnded.wait(lock, [this] { return mFinished; });
         return true;
     }
-    return mEnded.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return mFinished; });
+    return mEnded.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                           [this] { return mFinished; });
 }
 
 void Handle::markFinished()

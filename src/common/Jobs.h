@@ -32,7 +32,9 @@ public:
         QMetaObject::invokeMethod(
             mReceiver,
             [fn = std::forward<F>(fn)]() mutable {
-                { std::lock_guard sync(orderingMutex()); }
+                {
+                    std::lock_guard sync(orderingMutex());
+                }
                 fn();
             },
             Qt::QueuedConnection);

@@ -12,7 +12,6 @@
 #include <QLineEdit>
 #include <QTimer>
 
-
 void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
 {
     // A scan is running: ask it to stop and try again shortly, until it has ended.

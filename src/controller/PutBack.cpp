@@ -8,7 +8,6 @@
 #include <QAction>
 #include <QLineEdit>
 
-
 void AppDelegate::putBack()
 {
     const QByteArrayList paths = selectedContentsPaths();

@@ -10,7 +10,6 @@
 #include <QMimeData>
 #include <QThread>
 
-
 Q_LOGGING_CATEGORY(lcRestore, "salvora.restore")
 
 namespace RestoreActions {

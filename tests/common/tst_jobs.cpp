@@ -36,10 +36,13 @@ void TestJobs::parallelForCallsEachIndexOnce()
     std::vector<std::atomic<int>> calls(std::size_t(n) + 1);
     std::atomic<bool> callerTookPart{n == 0};
     const Qt::HANDLE caller = QThread::currentThreadId();
-    Jobs::parallelFor(std::size_t(n), [&](std::size_t i) {
-        calls[i].fetch_add(1);
-        if (QThread::currentThreadId() == caller) callerTookPart = true;
-    }, unsigned(threads));
+    Jobs::parallelFor(
+        std::size_t(n),
+        [&](std::size_t i) {
+            calls[i].fetch_add(1);
+            if (QThread::currentThreadId() == caller) callerTookPart = true;
+        },
+        unsigned(threads));
     for (int i = 0; i < n; ++i)
         QCOMPARE(calls[std::size_t(i)].load(), 1);
     QCOMPARE(calls[std::size_t(n)].load(), 0);
@@ -71,7 +74,8 @@ void TestJobs::postsArriveInOrderOnTheReceiversThread()
     const auto job = Jobs::start([mailbox, &seen, &onReceiversThread, &receiver] {
         for (int i = 0; i < 100; ++i)
             mailbox->post([i, &seen, &onReceiversThread, &receiver] {
-                onReceiversThread = onReceiversThread && QThread::currentThread() == receiver.thread();
+                onReceiversThread =
+                    onReceiversThread && QThread::currentThread() == receiver.thread();
                 seen.append(i);
             });
     });
