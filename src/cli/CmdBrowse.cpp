@@ -181,6 +181,14 @@ int ls(int argc, char **argv)
         expected = 0;
     items.reserve(std::size_t(expected), std::size_t(expected) * 32);
     ContentsScan::scan(roots, options, stop, [&](CacheItems &&batch) { items.append(std::move(batch)); });
+    // Looked for before sorting, while the rows still follow their names in memory; a row keeps
+    // its name's place through the sort, so that names it.
+    QHash<std::uint32_t, CacheCommit::Completeness> incomplete;
+    {
+        const QHash<qsizetype, CacheCommit::Completeness> found = IncompleteItems::inList(items);
+        for (auto it = found.cbegin(); it != found.cend(); ++it)
+            incomplete.insert(items.row(it.key()).offset, it.value());
+    }
     ContentsSort::sortParallel(items, code);
     if (sortBy == "size") {
         // Smallest first (folders, which have no size, before files), names ordering equals.
@@ -192,7 +200,6 @@ int ls(int argc, char **argv)
     }
 
     const bool json = a.flag("--json");
-    const QHash<qsizetype, CacheCommit::Completeness> incomplete = IncompleteItems::inList(items);
     // Everything that depends only on the time folder is made once per folder: in JSON, the text
     // between a row's name and its name again in its path, and the text after its size.
     struct FolderText
@@ -253,7 +260,7 @@ int ls(int argc, char **argv)
                                   : "\", \"folder\": false, \"size\": null, \"sizeText\": \"";
                 }
                 out += f.tail;
-                if (const auto part = incomplete.constFind(i); part != incomplete.cend()) {
+                if (const auto part = incomplete.constFind(r.offset); part != incomplete.cend()) {
                     out += "\", \"incomplete\": true, \"missingFiles\": ";
                     out += std::to_string(part->missingFiles);
                     out += ", \"missingBytes\": ";
@@ -274,7 +281,7 @@ int ls(int argc, char **argv)
                 path.assign(f.path);
                 path.append(items.name(r).data(), std::size_t(items.name(r).size()));
                 CliIo::appendShellText(out, QByteArrayView(path.data(), qsizetype(path.size())));
-                if (incomplete.contains(i))
+                if (incomplete.contains(r.offset))
                     out += "\t(incomplete)";
                 out += '\n';
             }
