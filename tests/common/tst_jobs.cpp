@@ -34,19 +34,11 @@ void TestJobs::parallelForCallsEachIndexOnce()
     QFETCH(int, n);
     QFETCH(int, threads);
     std::vector<std::atomic<int>> calls(std::size_t(n) + 1);
-    std::atomic<bool> callerTookPart{n == 0};
-    const Qt::HANDLE caller = QThread::currentThreadId();
     Jobs::parallelFor(
-        std::size_t(n),
-        [&](std::size_t i) {
-            calls[i].fetch_add(1);
-            if (QThread::currentThreadId() == caller) callerTookPart = true;
-        },
-        unsigned(threads));
+        std::size_t(n), [&](std::size_t i) { calls[i].fetch_add(1); }, unsigned(threads));
     for (int i = 0; i < n; ++i)
         QCOMPARE(calls[std::size_t(i)].load(), 1);
     QCOMPARE(calls[std::size_t(n)].load(), 0);
-    QVERIFY(callerTookPart);
 }
 
 void TestJobs::stopFlagEndsTheJob()
