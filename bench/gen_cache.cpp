@@ -1,10 +1,13 @@
 // gen_cache: writes a deterministic synthetic Salvora 3 cache folder for benchmarks.
 //
-//   gen_cache --out DIR --entries N [--seed S] [--flat] [--odd-names]
+//   gen_cache --out DIR --entries N [--seed S] [--flat | --small-folders] [--odd-names]
 //             [--start-date yyyy-MM-dd] [--force]
 //
 // Layout: DIR/<yyyy-MM-dd>/<yyyy-MM-dd HH_mm_ss>/<deleted items>. N counts every entry
-// below the time folders, including everything inside folder items. Files only get an
+// below the time folders, including everything inside folder items. By default a year of
+// time folders shares N by weight (a few large ones); --flat puts N plain files in one time
+// folder; --small-folders makes 40-80 time folders a day of 12-24 items each, for as many days
+// as N needs (someone who deletes a little at a time). Files only get an
 // apparent size via ftruncate, so they are sparse: a million of them cost little disk and
 // are quick to make, while du and statx still see realistic sizes.
 //
@@ -38,7 +41,7 @@ constexpr uint64_t KiB = 1024;
 constexpr uint64_t MiB = 1024 * KiB;
 
 constexpr const char *kUsage =
-    "usage: gen_cache --out DIR --entries N [--seed S] [--flat] [--odd-names]\n"
+    "usage: gen_cache --out DIR --entries N [--seed S] [--flat | --small-folders] [--odd-names]\n"
     "                 [--start-date yyyy-MM-dd] [--force]\n";
 
 // Names are arbitrary bytes; keep error messages readable on any terminal.
@@ -192,6 +195,7 @@ struct Options
     uint64_t entries = 0;
     uint64_t seed = 0;
     bool flat = false;
+    bool smallFolders = false;
     bool oddNames = false;
     bool force = false;
     int64_t startDay = daysFromCivil(2025, 1, 1); // days since 1970-01-01
@@ -274,6 +278,9 @@ Options parseArgs(int argc, char **argv)
         } else if (arg == "--flat") {
             noValue();
             opt.flat = true;
+        } else if (arg == "--small-folders") {
+            noValue();
+            opt.smallFolders = true;
         } else if (arg == "--odd-names") {
             noValue();
             opt.oddNames = true;
@@ -289,6 +296,7 @@ Options parseArgs(int argc, char **argv)
     }
     if (!haveOut || opt.out.empty()) usageError("--out DIR is required");
     if (!haveEntries) usageError("--entries N is required");
+    if (opt.flat && opt.smallFolders) usageError("--flat and --small-folders exclude each other");
     return opt;
 }
 
@@ -845,6 +853,8 @@ public:
         if (limit_ == 0) return;
         if (opt_.flat)
             runFlat();
+        else if (opt_.smallFolders)
+            runSmallFolders();
         else
             runYear();
     }
@@ -874,6 +884,29 @@ private:
             makeItem(timeFd, remaining());
         ::close(timeFd);
         ::close(dayFd);
+    }
+
+    void runSmallFolders()
+    {
+        for (unsigned day = 0; remaining() > 0; ++day) {
+            const int dayFd = openDay(day);
+            const unsigned count = 40 + rng_.belowU(41);
+            std::vector<unsigned> seconds;
+            while (seconds.size() < count) {
+                const auto s = static_cast<unsigned>(rng_.range(7 * 3600, 86399));
+                if (std::find(seconds.begin(), seconds.end(), s) == seconds.end())
+                    seconds.push_back(s);
+            }
+            std::sort(seconds.begin(), seconds.end());
+            for (size_t i = 0; i < seconds.size() && remaining() > 0; ++i) {
+                const int timeFd = openTime(dayFd, seconds[i]);
+                const unsigned items = 12 + rng_.belowU(13);
+                for (unsigned k = 0; k < items && remaining() > 0; ++k)
+                    makeItem(timeFd, remaining());
+                ::close(timeFd);
+            }
+            ::close(dayFd);
+        }
     }
 
     // Plans a year of time folders first, then spreads N over them by weight. One entry stays

@@ -4,6 +4,7 @@
 #include "base/SafeFile.h"
 #include "cache/CacheCommit.h"
 #include "cache/FolderWalk.h"
+#include "common/Jobs.h"
 
 #include <QHash>
 #include <QJsonDocument>
@@ -15,7 +16,6 @@
 #include <mutex>
 #include <optional>
 #include <unordered_map>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -221,12 +221,12 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
     const QList<QByteArray> folders = timeFoldersOf(roots, stop);
     const std::size_t n = std::size_t(folders.size());
     std::vector<std::optional<CacheItems>> done(n);
-    std::atomic<std::size_t> next{0};
     std::mutex deliverMutex;
     std::size_t delivered = 0;
 
-    auto worker = [&] {
-        for (std::size_t k; (k = next.fetch_add(1)) < n;) {
+    Jobs::parallelFor(
+        n,
+        [&](std::size_t k) {
             if (stop.load(std::memory_order_relaxed))
                 return;
             CacheItems items;
@@ -237,30 +237,20 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
             if (!options.inOrder) {
                 // Whoever finishes hands over at once: a slow folder holds nobody up.
                 sink(std::move(items));
-                continue;
+                return;
             }
             done[k] = std::move(items);
-            // Hand over every finished folder that is next in order, as one batch.
+            // Hand over every finished folder that is next in order, each as it is: gathering
+            // them first would copy every row once more.
             if (k != delivered)
-                continue;
-            CacheItems batch;
+                return;
             while (delivered < n && done[delivered]) {
-                batch.append(std::move(*done[delivered]));
+                sink(std::move(*done[delivered]));
                 done[delivered].reset();
                 ++delivered;
             }
-            sink(std::move(batch));
-        }
-    };
-    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-    const std::size_t threads = std::min<std::size_t>(options.threads > 0 ? std::size_t(options.threads) : cores,
-                                                      std::max<std::size_t>(n, 1));
-    std::vector<std::thread> helpers;
-    for (std::size_t i = 1; i < threads; ++i)
-        helpers.emplace_back(worker);
-    worker();
-    for (std::thread &t : helpers)
-        t.join();
+        },
+        unsigned(std::max(0, options.threads)));
     return !stop.load();
 }
 

@@ -82,9 +82,8 @@ private:
 // directories whose names begin with "20".
 QList<QByteArray> timeFoldersOf(const QList<Root> &roots, const std::atomic<bool> &stop);
 
-// Calls `sink` with the matching items, in scan order, one call per run of finished time folders
-// (so one or more folders a call), or one call per folder as each is done when !inOrder. Calls
-// come from scan threads, never two at once. Returns false when `stop` ended the scan early.
+// Calls `sink` with the matching items of each time folder, in scan order, or as each is done
+// when !inOrder. Calls come from scan threads, never two at once. Returns false when `stop` ended the scan early.
 bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bool> &stop,
           const std::function<void(CacheItems &&batch)> &sink);
 

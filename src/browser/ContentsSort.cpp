@@ -1,10 +1,10 @@
 #include "browser/ContentsSort.h"
 
 #include "browser/NameMatch.h"
+#include "common/Jobs.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <thread>
 #include <vector>
 
 namespace ContentsSort {
@@ -227,7 +227,7 @@ void sortParallel(CacheItems &items, SortOrder order)
     auto &rows = items.rows();
     const auto ranks = order.key == SortOrder::Time ? folderRanks(items) : std::vector<std::uint32_t>();
     const RowOrder less{items, order, &ranks};
-    if (rows.size() < 20000 || std::thread::hardware_concurrency() < 2) {
+    if (rows.size() < 20000 || Jobs::cores() < 2) {
         std::sort(rows.begin(), rows.end(), less);
         return;
     }
@@ -235,9 +235,12 @@ void sortParallel(CacheItems &items, SortOrder order)
     // of half the list (which would cost 20 bytes a row at the peak).
     const auto middle = rows.begin() + std::ptrdiff_t(rows.size() / 2);
     std::nth_element(rows.begin(), middle, rows.end(), less);
-    std::thread other([&] { std::sort(rows.begin(), middle, less); });
-    std::sort(middle, rows.end(), less);
-    other.join();
+    Jobs::parallelFor(2, [&](std::size_t half) {
+        if (half == 0)
+            std::sort(rows.begin(), middle, less);
+        else
+            std::sort(middle, rows.end(), less);
+    });
 }
 
 void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, SortOrder order)

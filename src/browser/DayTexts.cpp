@@ -37,11 +37,26 @@ QString summary(const QList<DayEntry> &days, qint64 retentionDays)
     return line1 + QLatin1Char('\n') + qtTrId("ContentsOfCache").arg(totals);
 }
 
-QString cachingTime(QByteArrayView timeFolderName)
+QByteArrayView dayOf(QByteArrayView timeFolderName)
+{
+    return timeFolderName.first(std::min<qsizetype>(10, timeFolderName.size()));
+}
+
+QString dayLabel(QByteArrayView timeFolderName)
+{
+    return CommonUtils::dateStringForCacheFolder(dayOf(timeFolderName));
+}
+
+QString cachingTime(QByteArrayView timeFolderName, const QString &dayLabel)
 {
     QString hm = QString::fromLatin1(timeFolderName.size() > 10 ? timeFolderName.sliced(10, std::min<qsizetype>(6, timeFolderName.size() - 10)) : QByteArrayView());
     hm.replace(QLatin1Char('_'), QLatin1Char(':'));
-    return CommonUtils::dateStringForCacheFolder(timeFolderName) + hm;
+    return dayLabel + hm;
+}
+
+QString cachingTime(QByteArrayView timeFolderName)
+{
+    return cachingTime(timeFolderName, dayLabel(timeFolderName));
 }
 
 } // namespace DayTexts

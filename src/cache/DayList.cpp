@@ -5,12 +5,11 @@
 #include "cache/CacheLayout.h"
 #include "cache/FolderWalk.h"
 #include "cache/SizeRecords.h"
+#include "common/Jobs.h"
 
 #include <algorithm>
-#include <atomic>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -45,24 +44,12 @@ void fillTotals(QList<DayEntry> &days)
     }
     if (recount.empty())
         return;
-    std::atomic<std::size_t> next{0};
-    auto worker = [&] {
-        for (std::size_t k; (k = next.fetch_add(1)) < recount.size();) {
-            DayEntry &d = days[recount[k]];
-            qint64 count = 0;
-            d.size = CommonUtils::getSizeOfCache(d.path, &count);
-            d.count = count;
-        }
-    };
-    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-    const std::size_t helpers = std::min<std::size_t>(cores, recount.size()) - 1;
-    std::vector<std::thread> threads;
-    threads.reserve(helpers);
-    for (std::size_t i = 0; i < helpers; ++i)
-        threads.emplace_back(worker);
-    worker();
-    for (std::thread &t : threads)
-        t.join();
+    Jobs::parallelFor(recount.size(), [&](std::size_t k) {
+        DayEntry &d = days[recount[k]];
+        qint64 count = 0;
+        d.size = CommonUtils::getSizeOfCache(d.path, &count);
+        d.count = count;
+    });
 }
 
 } // namespace

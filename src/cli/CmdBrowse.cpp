@@ -11,6 +11,7 @@
 #include "cache/CacheLayout.h"
 #include "cache/DayList.h"
 #include "cache/SizeRecords.h"
+#include "common/Jobs.h"
 #include "common/Losses.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
@@ -22,9 +23,11 @@
 #include <QDBusConnectionInterface>
 
 #include <cerrno>
+#include <charconv>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -178,6 +181,14 @@ int ls(int argc, char **argv)
         expected = 0;
     items.reserve(std::size_t(expected), std::size_t(expected) * 32);
     ContentsScan::scan(roots, options, stop, [&](CacheItems &&batch) { items.append(std::move(batch)); });
+    // Looked for before sorting, while the rows still follow their names in memory; a row keeps
+    // its name's place through the sort, so that names it.
+    QHash<std::uint32_t, CacheCommit::Completeness> incomplete;
+    {
+        const QHash<qsizetype, CacheCommit::Completeness> found = IncompleteItems::inList(items);
+        for (auto it = found.cbegin(); it != found.cend(); ++it)
+            incomplete.insert(items.row(it.key()).offset, it.value());
+    }
     ContentsSort::sortParallel(items, order);
     if (sortBy == "size") {
         // Smallest first (folders, which have no size, before files), names ordering equals.
@@ -189,55 +200,67 @@ int ls(int argc, char **argv)
     }
 
     const bool json = a.flag("--json");
-    const QHash<qsizetype, CacheCommit::Completeness> incomplete = IncompleteItems::inList(items);
-    // Everything that depends only on the time folder is made once per folder.
+    // Everything that depends only on the time folder is made once per folder: in JSON, the text
+    // between a row's name and its name again in its path, and the text after its size.
     struct FolderText
     {
-        std::string path;   // escaped folder path and "/"
-        std::string time;   // escaped time-folder name (JSON only)
-        std::string caching; // the caching time as the window shows it
+        std::string path;    // JSON: "path" up to the name; text: the folder's path and "/"
+        std::string tail;    // JSON: "timeFolder" and "cachingTime" up to their closing quote
+        std::string caching; // text: the caching time as the window shows it
     };
     std::vector<FolderText> folders(items.folderCount());
+    // Each day's label once (a day may hold many time folders); read concurrently afterwards.
+    QHash<QByteArray, QString> dayLabels;
     for (std::uint32_t f = 0; f < items.folderCount(); ++f) {
+        const QByteArrayView day = DayTexts::dayOf(items.timeFolderName(f));
+        if (!dayLabels.contains(day.toByteArray()))
+            dayLabels.insert(day.toByteArray(), DayTexts::dayLabel(day));
+    }
+    Jobs::parallelFor(items.folderCount(), [&](std::size_t f) {
         FolderText &t = folders[f];
-        const QByteArray caching = DayTexts::cachingTime(items.timeFolderName(f)).toUtf8();
+        const QByteArrayView name = items.timeFolderName(std::uint32_t(f));
+        const QByteArray caching =
+            DayTexts::cachingTime(name, dayLabels.value(DayTexts::dayOf(name).toByteArray())).toUtf8();
         if (json) {
-            CliIo::appendJsonChars(t.path, items.timeFolderPath(f));
-            CliIo::appendJsonChars(t.time, items.timeFolderName(f));
-            CliIo::appendJsonChars(t.caching, caching);
+            t.path = "\", \"path\": \"";
+            CliIo::appendJsonChars(t.path, items.timeFolderPath(std::uint32_t(f)));
             t.path += '/';
+            t.tail = "\", \"timeFolder\": \"";
+            CliIo::appendJsonChars(t.tail, items.timeFolderName(std::uint32_t(f)));
+            t.tail += "\", \"cachingTime\": \"";
+            CliIo::appendJsonChars(t.tail, caching);
         } else {
-            t.path = items.timeFolderPath(f).toStdString() + '/';
+            t.path = items.timeFolderPath(std::uint32_t(f)).toStdString() + '/';
             t.caching.assign(caching.constData(), std::size_t(caching.size()));
         }
-    }
+    });
     const CommonUtils::SizeUnits units = CommonUtils::SizeUnits::current();
     auto format = [&](qsizetype from, qsizetype to, std::string &out) {
-        std::string name, size, path;
+        std::string name, path;
+        char number[24];
         for (qsizetype i = from; i < to; ++i) {
             const CacheItems::Row &r = items.row(i);
             const FolderText &f = folders[r.folder];
             const bool folder = r.kind == CacheItems::Kind::Folder;
+            const bool sized = !folder && r.size >= 0;
             name.clear();
-            size.clear();
-            if (!folder && r.size >= 0)
-                CommonUtils::appendSizeStr(size, r.size, units);
             if (json) {
                 CliIo::appendJsonChars(name, items.name(r));
                 out += i ? ",\n {\"name\": \"" : "\n {\"name\": \"";
                 out += name;
-                out += "\", \"path\": \"";
                 out += f.path;
                 out += name;
-                out += folder ? "\", \"folder\": true, \"size\": " : "\", \"folder\": false, \"size\": ";
-                out += folder || r.size < 0 ? std::string("null") : std::to_string(r.size);
-                out += ", \"sizeText\": \"";
-                out += size;
-                out += "\", \"timeFolder\": \"";
-                out += f.time;
-                out += "\", \"cachingTime\": \"";
-                out += f.caching;
-                if (const auto part = incomplete.constFind(i); part != incomplete.cend()) {
+                if (sized) {
+                    out += "\", \"folder\": false, \"size\": ";
+                    out.append(number, std::size_t(std::to_chars(number, number + sizeof number, r.size).ptr - number));
+                    out += ", \"sizeText\": \"";
+                    CommonUtils::appendSizeStr(out, r.size, units);
+                } else {
+                    out += folder ? "\", \"folder\": true, \"size\": null, \"sizeText\": \""
+                                  : "\", \"folder\": false, \"size\": null, \"sizeText\": \"";
+                }
+                out += f.tail;
+                if (const auto part = incomplete.constFind(r.offset); part != incomplete.cend()) {
                     out += "\", \"incomplete\": true, \"missingFiles\": ";
                     out += std::to_string(part->missingFiles);
                     out += ", \"missingBytes\": ";
@@ -248,46 +271,70 @@ int ls(int argc, char **argv)
                 }
             } else {
                 // Names and paths as a shell reads them back, to paste into `salvora restore`.
-                CliIo::appendShellText(name, items.name(r));
-                path.assign(f.path);
-                path.append(items.name(r).data(), std::size_t(items.name(r).size()));
-                out += name;
+                CliIo::appendShellText(out, items.name(r));
                 out += '\t';
-                out += size;
+                if (sized)
+                    CommonUtils::appendSizeStr(out, r.size, units);
                 out += '\t';
                 out += f.caching;
                 out += '\t';
+                path.assign(f.path);
+                path.append(items.name(r).data(), std::size_t(items.name(r).size()));
                 CliIo::appendShellText(out, QByteArrayView(path.data(), qsizetype(path.size())));
-                if (incomplete.contains(i))
+                if (incomplete.contains(r.offset))
                     out += "\t(incomplete)";
                 out += '\n';
             }
         }
     };
-    // Formatted on every core, a few thousand rows at a time, and written in order: a long
-    // listing never waits for one core, nor holds its whole text in memory.
+    // Formatted on every core, a few thousand rows at a time, and written in order by whichever
+    // thread finished the next piece while the others go on formatting. A formatter keeps at most
+    // a few pieces ahead of the writing, so a long listing never holds its whole text in memory.
     CliIo::Out out;
     if (json)
         out << "{\"volume\": " << (long long)v->index << ", \"items\": [";
     else if (isatty(STDOUT_FILENO))
         out << "NAME\tSIZE\tMOVED TO THE CACHE\tPATH\n";
-    const qsizetype n = items.size();
-    const qsizetype cores = std::max<qsizetype>(1, std::thread::hardware_concurrency());
-    constexpr qsizetype kChunk = 4096;
-    std::vector<std::string> texts(static_cast<std::size_t>(cores));
-    for (qsizetype from = 0; from < n; from += kChunk * cores) {
-        std::vector<std::thread> threads;
-        for (qsizetype p = 1; p < cores && from + p * kChunk < n; ++p)
-            threads.emplace_back(format, from + p * kChunk, std::min(n, from + (p + 1) * kChunk),
-                                 std::ref(texts[std::size_t(p)]));
-        format(from, std::min(n, from + kChunk), texts[0]);
-        for (std::thread &t : threads)
-            t.join();
-        for (qsizetype p = 0; p < cores && from + p * kChunk < n; ++p) {
-            out.raw(texts[std::size_t(p)].data(), texts[std::size_t(p)].size());
-            texts[std::size_t(p)].clear();
+    out.flush();
+    const std::size_t n = std::size_t(items.size());
+    constexpr std::size_t kChunk = 1024;
+    const std::size_t pieces = (n + kChunk - 1) / kChunk;
+    const std::size_t ahead = std::size_t(Jobs::cores());
+    std::vector<std::string> ready(pieces);
+    std::vector<std::string> spare; // written pieces, their memory reused for the next ones
+    std::mutex mutex;
+    std::condition_variable written;
+    std::size_t next = 0; // the first piece not written yet
+    bool writing = false;
+    Jobs::parallelFor(pieces, [&](std::size_t p) {
+        std::string text;
+        {
+            std::unique_lock lock(mutex);
+            written.wait(lock, [&] { return p < next + ahead; });
+            if (!spare.empty()) {
+                text = std::move(spare.back());
+                spare.pop_back();
+            }
         }
-    }
+        text.clear();
+        format(qsizetype(p * kChunk), qsizetype(std::min(n, (p + 1) * kChunk)), text);
+        std::unique_lock lock(mutex);
+        ready[p] = std::move(text);
+        if (writing)
+            return; // the writer takes it in turn
+        writing = true;
+        while (next < pieces && !ready[next].empty()) {
+            std::string piece = std::move(ready[next]);
+            ready[next] = std::string();
+            ++next;
+            lock.unlock();
+            written.notify_all();
+            std::fwrite(piece.data(), 1, piece.size(), stdout);
+            lock.lock();
+            spare.push_back(std::move(piece));
+        }
+        writing = false;
+    });
     if (json)
         out << "\n]}\n";
     return 0;

@@ -1,16 +1,12 @@
 #include "common/LossWatch.h"
 
-#include <QDeadlineTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
-#include <QThread>
 #include <QTimer>
 
 #include <fcntl.h>
 
-#include <memory>
-#include <mutex>
 #include <utility>
 
 namespace {
@@ -27,7 +23,8 @@ bool sameFile(const struct stat &a, const struct stat &b)
 } // namespace
 
 LossWatch::LossWatch(QObject *parent)
-    : QObject(parent), mWatcher(new QFileSystemWatcher(this)), mCoalesce(new QTimer(this))
+    : QObject(parent), mWatcher(new QFileSystemWatcher(this)), mCoalesce(new QTimer(this)),
+      mMailbox(std::make_shared<Mailbox>(this))
 {
     mCoalesce->setSingleShot(true);
     mCoalesce->setInterval(kCoalesceMs);
@@ -39,14 +36,10 @@ LossWatch::LossWatch(QObject *parent)
 
 LossWatch::~LossWatch()
 {
-    if (mReader) {
-        disconnect(mReader, nullptr, this, nullptr);
-        // A stalled home folder must not keep the program from quitting.
-        if (!mReader->wait(QDeadlineTimer(2000))) {
-            mReader->setParent(nullptr);
-            connect(mReader, &QThread::finished, mReader, &QObject::deleteLater);
-        }
-    }
+    // A mark being written is let finish; a stalled home folder must not keep the program from
+    // quitting.
+    if (mReader) mReader->wait(2000);
+    mMailbox->detach();
 }
 
 void LossWatch::start()
@@ -91,35 +84,16 @@ void LossWatch::read()
         mReadAgain = true;
         return;
     }
-    // The result belongs to the thread as much as to this object: either may go first. Its lock
-    // orders the thread's writes before the reads here where sanitizers can see it.
-    struct Result
-    {
-        std::mutex lock;
-        QList<Losses::Loss> losses;
-    };
-    auto result = std::make_shared<Result>();
     const qsizetype mark = std::exchange(mMarkShown, -1);
-    mReader = QThread::create([result, mark] {
+    mReader = Jobs::start([this, mark, mailbox = mMailbox] {
         if (mark >= 0) Losses::markSeen(mark);
-        QList<Losses::Loss> losses = Losses::unseen();
-        std::lock_guard lock(result->lock);
-        result->losses = std::move(losses);
+        mailbox->post([this, losses = Losses::unseen()]() mutable { readDone(std::move(losses)); });
     });
-    mReader->setParent(this);
-    connect(mReader, &QThread::finished, this, [this, result] {
-        std::unique_lock lock(result->lock);
-        QList<Losses::Loss> losses = std::move(result->losses);
-        lock.unlock();
-        readDone(std::move(losses));
-    });
-    mReader->start(QThread::LowPriority);
 }
 
 void LossWatch::readDone(QList<Losses::Loss> losses)
 {
-    mReader->deleteLater();
-    mReader = nullptr;
+    mReader.reset();
     if (mReadAgain) {
         mReadAgain = false;
         read();

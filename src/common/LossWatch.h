@@ -1,13 +1,14 @@
 #pragma once
 
+#include "common/Jobs.h"
 #include "common/Losses.h"
 
 #include <QObject>
 
+#include <memory>
 #include <sys/stat.h>
 
 class QFileSystemWatcher;
-class QThread;
 class QTimer;
 
 // The unseen losses, kept current for a window or the companion: read off the calling thread
@@ -41,7 +42,8 @@ private:
 
     QFileSystemWatcher *mWatcher = nullptr;
     QTimer *mCoalesce = nullptr;
-    QThread *mReader = nullptr;
+    std::shared_ptr<Mailbox> mMailbox;
+    std::shared_ptr<Jobs::Handle> mReader;
     bool mReadAgain = false;
     qsizetype mMarkShown = -1; // losses to mark seen before the next read
     struct stat mLastSeen{};

@@ -3,7 +3,6 @@
 #include <QCoreApplication>
 
 #include <charconv>
-#include <cstdio>
 
 namespace CommonUtils {
 
@@ -22,8 +21,7 @@ void appendSizeStr(std::string &out, qint64 size, const SizeUnits &units)
 {
     char buf[40];
     if (size <= 99) {
-        const int n = std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(size));
-        out.append(buf, std::size_t(n));
+        out.append(buf, std::size_t(std::to_chars(buf, buf + sizeof buf, size).ptr - buf));
         return;
     }
     double divisor = 1000.0;
@@ -43,8 +41,8 @@ void appendSizeStr(std::string &out, qint64 size, const SizeUnits &units)
         const auto r = std::to_chars(buf, buf + sizeof buf, q, std::chars_format::fixed, 1);
         out.append(buf, std::size_t(r.ptr - buf));
     } else {
-        const int n = std::snprintf(buf, sizeof buf, "%lld", static_cast<long long>(q + 0.5));
-        out.append(buf, std::size_t(n));
+        const auto r = std::to_chars(buf, buf + sizeof buf, static_cast<long long>(q + 0.5));
+        out.append(buf, std::size_t(r.ptr - buf));
     }
     out.push_back(' ');
     out.append(unit->constData(), std::size_t(unit->size()));

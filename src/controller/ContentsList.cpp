@@ -12,8 +12,6 @@
 #include <QLineEdit>
 #include <QTimer>
 
-#include <thread>
-
 void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
 {
     // A scan is running: ask it to stop and try again shortly, until it has ended.
@@ -64,7 +62,7 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
     mHandOverScheduled = false;
     mSinceHandOver.invalidate();
     mHandOverPauseMs = kHandOverIntervalMs;
-    std::thread([job, workers = mWorkers, this] {
+    Jobs::start([job, workers = mWorkers, this] {
         job->run([&] { workers->post([this, job] { contentsReady(job); }); },
                  [&] { workers->post([this, job] { endContentsScan(job); }); },
                  [&](ContentsScan::OriginFill::Batch &&batch) {
@@ -73,7 +71,7 @@ void AppDelegate::updateListOfContentsInCache(const QByteArray &timeFolder)
                      });
                  },
                  [&] { workers->post([this, job] { endOrigins(job); }); });
-    }).detach();
+    });
     emit contentsScanStarted();
 }
 

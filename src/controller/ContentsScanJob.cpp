@@ -1,8 +1,7 @@
 #include "controller/ContentsScanJob.h"
 
 #include "browser/ContentsSort.h"
-
-#include <thread>
+#include "common/Jobs.h"
 
 ContentsScanJob::ContentsScanJob(Request request, const std::atomic<bool> &stop)
     : sortOrder(request.sortOrder), mRequest(std::move(request)), mStop(stop)
@@ -25,7 +24,7 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
         if (!folder.isEmpty()) mFolderCodes.fetch_or(1u << order.code());
     };
     bool first = true;
-    std::thread scanner([this, options, &first, &wake] {
+    const auto scanner = Jobs::start([this, options, &first, &wake] {
         ContentsScan::scan(mRequest.roots, options, mStop, [&](CacheItems &&batch) {
             // The first rows go straight to the window, whatever this thread is busy with.
             if (first && !batch.isEmpty()) {
@@ -57,7 +56,7 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
         const SortOrder order = prepareChunk(chunk);
         addToReady(std::move(chunk), order, wake);
     }
-    scanner.join();
+    scanner->wait();
     listed();
     mFill->run([this] { return mStop.load(std::memory_order_relaxed) || originsMustStop.load(std::memory_order_relaxed); },
                origins);

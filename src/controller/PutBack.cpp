@@ -8,15 +8,13 @@
 #include <QAction>
 #include <QLineEdit>
 
-#include <thread>
-
 void AppDelegate::putBack()
 {
     const QByteArrayList paths = selectedContentsPaths();
     if (paths.isEmpty()) return;
     // The records and the original places are read off the main thread; the question, if any,
     // is asked back on it.
-    std::thread([paths, workers = mWorkers, this] {
+    Jobs::start([paths, workers = mWorkers, this] {
         QList<QPair<QByteArray, QByteArray>> items;
         QByteArrayList unrecorded;
         QByteArrayList taken;
@@ -30,7 +28,7 @@ void AppDelegate::putBack()
             if (Restore::pathTaken(original)) taken.append(original);
         }
         workers->post([this, items, unrecorded, taken] { putBackPlanned(items, unrecorded, taken); });
-    }).detach();
+    });
 }
 
 void AppDelegate::putBackPlanned(const QList<QPair<QByteArray, QByteArray>> &items,

@@ -11,14 +11,13 @@
 #include <QTimer>
 
 #include <sys/stat.h>
-#include <thread>
 
 void AppDelegate::calcSizeContents(const QByteArray &path)
 {
     if (!mCalculatingSizeContents) {
         mCalculatingSizeContents = true;
         mCalculatingSizeContentsMustStop = false;
-        std::thread([workers = mWorkers, path, this] {
+        Jobs::start([workers = mWorkers, path, this] {
             workers->nextRefresh = SizeCalculation::now() + SizeCalculation::kRefreshInterval;
             workers->post([this] { updateSizeContents(0); });
             const std::int64_t total = SizeCalculation::calcSizeContentsFor(
@@ -33,7 +32,7 @@ void AppDelegate::calcSizeContents(const QByteArray &path)
                 mCalculatingSizeContents = false;
                 mCalculatingSizeContentsMustStop = false;
             });
-        }).detach();
+        });
         return;
     }
     // One at a time: stop the running one and try again until it has ended. Every request keeps

@@ -1,22 +1,14 @@
 #include "logic/IncompleteLookup.h"
 
-#include <QDeadlineTimer>
-#include <QThread>
-
-#include <memory>
-#include <mutex>
-
-IncompleteLookup::IncompleteLookup(QObject *parent) : QObject(parent) {}
+IncompleteLookup::IncompleteLookup(QObject *parent)
+    : QObject(parent), mMailbox(std::make_shared<Mailbox>(this))
+{
+}
 
 IncompleteLookup::~IncompleteLookup()
 {
-    if (!mReader) return;
-    disconnect(mReader, nullptr, this, nullptr);
-    // A stalled volume must not keep the window from closing.
-    if (!mReader->wait(QDeadlineTimer(2000))) {
-        mReader->setParent(nullptr);
-        connect(mReader, &QThread::finished, mReader, &QObject::deleteLater);
-    }
+    // A stalled volume must not keep the window from closing: what the read finds is dropped.
+    mMailbox->detach();
 }
 
 const CacheCommit::Completeness *IncompleteLookup::find(const QByteArray &timeFolderPath,
@@ -45,32 +37,16 @@ void IncompleteLookup::clear()
 
 void IncompleteLookup::readNext()
 {
-    if (mReader || mToRead.isEmpty()) return;
+    if (mReading || mToRead.isEmpty()) return;
     const QByteArray day = mToRead.takeFirst();
-    // Shared with the thread, which may outlive this object; the lock orders its writes before
-    // the reads here where sanitizers can see it.
-    struct Result
-    {
-        std::mutex lock;
-        IncompleteItems::DayMap map;
-    };
-    auto result = std::make_shared<Result>();
-    mReader = QThread::create([day, result] {
-        IncompleteItems::DayMap map = IncompleteItems::ofDay(day);
-        std::lock_guard lock(result->lock);
-        result->map = std::move(map);
+    mReading = true;
+    Jobs::start([this, day, generation = mGeneration, mailbox = mMailbox] {
+        mailbox->post([this, day, generation, map = IncompleteItems::ofDay(day)]() mutable {
+            mReading = false;
+            const bool current = generation == mGeneration;
+            if (current) mDays.insert(day, std::move(map));
+            readNext();
+            if (current) emit loaded();
+        });
     });
-    mReader->setParent(this);
-    connect(mReader, &QThread::finished, this, [this, day, result, generation = mGeneration] {
-        mReader->deleteLater();
-        mReader = nullptr;
-        const bool current = generation == mGeneration;
-        if (current) {
-            std::lock_guard lock(result->lock);
-            mDays.insert(day, std::move(result->map));
-        }
-        readNext();
-        if (current) emit loaded();
-    });
-    mReader->start(QThread::LowPriority);
 }

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "browser/IncompleteItems.h"
+#include "common/Jobs.h"
 
 #include <QHash>
 #include <QObject>
 
+#include <memory>
 #include <optional>
-
-class QThread;
 
 // Which rows of the contents list were kept only in part, for drawing them. A row whose name
 // carries the marker has its day's origin records read off the main thread the first time it is
@@ -33,6 +33,7 @@ private:
     // nullopt while being read.
     QHash<QByteArray, std::optional<IncompleteItems::DayMap>> mDays;
     QList<QByteArray> mToRead;
-    QThread *mReader = nullptr;
+    std::shared_ptr<Mailbox> mMailbox;
+    bool mReading = false;
     quint64 mGeneration = 0;
 };

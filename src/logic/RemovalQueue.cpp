@@ -3,25 +3,17 @@
 #include "browser/Removal.h"
 #include "common/NotificationBus.h"
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <thread>
-
 // Shared by the main thread and one removal's worker.
 struct RemovalQueue::Running
 {
     std::shared_ptr<WorkJob> job;
-    std::thread thread;
-    std::mutex mutex;
-    std::condition_variable ended;
-    bool done = false;
-    // Written by the worker until `done`.
+    std::shared_ptr<Jobs::Handle> worker;
+    // Written by the worker; read once it has finished.
     QByteArrayList handed;
 };
 
 RemovalQueue::RemovalQueue(WorkProgress *progress, QObject *parent)
-    : QObject(parent), mProgress(progress), mMailbox(std::make_shared<WorkerState>(this))
+    : QObject(parent), mProgress(progress), mMailbox(std::make_shared<Mailbox>(this))
 {
 }
 
@@ -68,8 +60,8 @@ void RemovalQueue::startNext()
         const QByteArrayList paths = next.request.paths;
         mRunningRequest = std::move(next.request);
         mRunning = running;
-        running->thread =
-            std::thread([this, running, mode, paths, hook = mItemHook, mailbox = mMailbox] {
+        running->worker =
+            Jobs::start([this, running, mode, paths, hook = mItemHook, mailbox = mMailbox] {
                 WorkJob &job = *running->job;
                 QByteArrayList pieces = paths;
                 if (mode == Request::Mode::CacheFolders) {
@@ -86,12 +78,7 @@ void RemovalQueue::startNext()
                     Removal::removeItems(pieces, job.stopFlag(), itemDone);
                 else
                     Removal::removeTrees(pieces, job.stopFlag(), itemDone);
-                {
-                    std::lock_guard lock(running->mutex);
-                    running->handed = std::move(handed);
-                    running->done = true;
-                }
-                running->ended.notify_all();
+                running->handed = std::move(handed);
                 job.finish();
                 mailbox->post([this] { workerEnded(); });
             });
@@ -103,7 +90,7 @@ void RemovalQueue::workerEnded()
     if (!mRunning) return; // shut down meanwhile
     const std::shared_ptr<Running> running = std::move(mRunning);
     mRunning.reset();
-    running->thread.join();
+    running->worker->wait();
     const QByteArrayList handed = running->handed;
     const Request request = std::move(mRunningRequest);
     mRunningRequest = Request{};
@@ -128,20 +115,14 @@ bool RemovalQueue::shutdown(int timeoutMs)
         const std::shared_ptr<Running> running = std::move(mRunning);
         mRunning.reset();
         running->job->requestStop();
-        {
-            std::unique_lock lock(running->mutex);
-            ended = running->ended.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                            [&] { return running->done; });
-        }
+        ended = running->worker->wait(timeoutMs);
         if (ended) {
-            running->thread.join();
             if (mRunningRequest.tellDaemon && !running->handed.isEmpty()) {
                 Removal::postDeleteRequest(running->handed);
                 NotificationBus::flush();
             }
         } else {
             // It holds only shared state; what it reports from now on is dropped.
-            running->thread.detach();
             mRunning = running; // remembered, so that a second call still answers false
         }
         mRunningRequest = Request{};

@@ -70,7 +70,7 @@ private:
     void workerEnded();
 
     WorkProgress *mProgress;
-    std::shared_ptr<WorkerState> mMailbox;
+    std::shared_ptr<Mailbox> mMailbox;
     QList<Pending> mWaiting;
     std::shared_ptr<Running> mRunning;
     Request mRunningRequest;

@@ -10,8 +10,6 @@
 #include <QMimeData>
 #include <QThread>
 
-#include <thread>
-
 Q_LOGGING_CATEGORY(lcRestore, "salvora.restore")
 
 namespace RestoreActions {
@@ -183,7 +181,7 @@ bool CopyJobs::start(const QByteArrayList &job)
     mJobs.append(work);
     mShared->running.fetch_add(1);
     // The thread owns its copy of the job and shares only the running count and its job's counts and stop flag.
-    std::thread([shared = mShared, work, job, hook = mItemHook, mailbox = mMailbox, reporter = mReporter] {
+    Jobs::start([shared = mShared, work, job, hook = mItemHook, mailbox = mMailbox, reporter = mReporter] {
         RestoreReport report;
         report.destination = job.first();
         report.results = Restore::copyItems(job.first(), job.mid(1), work->stopFlag(),
@@ -194,11 +192,11 @@ bool CopyJobs::start(const QByteArrayList &job)
         work->finish();
         if (mailbox && reporter) mailbox->post([reporter, report] { reporter(report); });
         shared->running.fetch_sub(1);
-    }).detach();
+    });
     return true;
 }
 
-void CopyJobs::setReporter(std::shared_ptr<WorkerState> mailbox, Reporter reporter)
+void CopyJobs::setReporter(std::shared_ptr<Mailbox> mailbox, Reporter reporter)
 {
     mMailbox = std::move(mailbox);
     mReporter = std::move(reporter);
@@ -213,7 +211,7 @@ bool CopyJobs::startPutBack(const QList<QPair<QByteArray, QByteArray>> &items, R
     mJobs.removeIf([](const std::weak_ptr<WorkJob> &w) { return w.expired(); });
     mJobs.append(work);
     mShared->running.fetch_add(1);
-    std::thread([shared = mShared, work, items, clash, unrecorded, hook = mItemHook, mailbox = mMailbox,
+    Jobs::start([shared = mShared, work, items, clash, unrecorded, hook = mItemHook, mailbox = mMailbox,
                  reporter = mReporter] {
         RestoreReport report;
         report.kind = RestoreReport::Kind::PutBack;
@@ -227,7 +225,7 @@ bool CopyJobs::startPutBack(const QList<QPair<QByteArray, QByteArray>> &items, R
         work->finish();
         if (mailbox && reporter) mailbox->post([reporter, report] { reporter(report); });
         shared->running.fetch_sub(1);
-    }).detach();
+    });
     return true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "browser/Restore.h"
+#include "common/Jobs.h"
 #include "logic/WorkProgress.h"
 #include "logic/WorkerState.h"
 
@@ -81,7 +82,7 @@ public:
     void setProgress(WorkProgress *progress) { mProgress = progress; }
     // Each finished job's report goes to `reporter` on the mailbox's thread.
     using Reporter = std::function<void(const RestoreReport &)>;
-    void setReporter(std::shared_ptr<WorkerState> mailbox, Reporter reporter);
+    void setReporter(std::shared_ptr<Mailbox> mailbox, Reporter reporter);
     // Starts copySelectedItemsThread on the job; false (nothing started) without a destination
     // and at least one source, or after stopAll().
     bool start(const QByteArrayList &job);
@@ -109,7 +110,7 @@ private:
     // The jobs that may still run, to stop them at quit.
     QList<std::weak_ptr<WorkJob>> mJobs;
     std::function<void(const QByteArray &)> mItemHook;
-    std::shared_ptr<WorkerState> mMailbox;
+    std::shared_ptr<Mailbox> mMailbox;
     Reporter mReporter;
 };
 

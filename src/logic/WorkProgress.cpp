@@ -30,7 +30,7 @@ void WorkJob::announce()
 }
 
 WorkProgress::WorkProgress(QObject *parent)
-    : QObject(parent), mMailbox(std::make_shared<WorkerState>(this))
+    : QObject(parent), mMailbox(std::make_shared<Mailbox>(this))
 {
     mThrottle.setSingleShot(true);
     mThrottle.setInterval(kUpdateIntervalMs);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Jobs.h"
 #include "logic/WorkerState.h"
 
 #include <QElapsedTimer>
@@ -49,7 +50,7 @@ private:
     std::atomic<bool> mFinished{false};
     std::atomic<bool> mAnnounced{false};
     // Set on the main thread before the worker starts, never changed afterwards.
-    std::shared_ptr<WorkerState> mWatcher;
+    std::shared_ptr<Mailbox> mWatcher;
     WorkProgress *mProgress = nullptr;
 };
 
@@ -103,7 +104,7 @@ private:
     };
     QList<Entry> mJobs;
     std::array<Summary, 2> mSummary{};
-    std::shared_ptr<WorkerState> mMailbox;
+    std::shared_ptr<Mailbox> mMailbox;
     QTimer mThrottle;
     bool mDirty = false;
 };

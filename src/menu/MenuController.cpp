@@ -2,6 +2,7 @@
 
 #include "cache/SizeRecords.h"
 #include "common/Daemon.h"
+#include "common/Jobs.h"
 #include "common/Locations.h"
 #include "common/Log.h"
 #include "common/LossWatch.h"
@@ -16,6 +17,8 @@
 
 #include <QAction>
 #include <QDeadlineTimer>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QLoggingCategory>
@@ -24,7 +27,6 @@
 #include <QPixmap>
 #include <QProcess>
 #include <QSystemTrayIcon>
-#include <QThread>
 #include <QUrl>
 
 #include <atomic>
@@ -57,7 +59,8 @@ MenuController::Options MenuController::defaultOptions()
 
 MenuController::MenuController(Options options, QObject *parent)
     : QObject(parent), mOptions(std::move(options)), mBus(new NotificationBus(this)),
-      mMounts(new MountWatcher(this)), mMenu(new QMenu), mLosses(new LossWatch(this))
+      mMounts(new MountWatcher(this)), mMenu(new QMenu), mLosses(new LossWatch(this)),
+      mMailbox(std::make_shared<Mailbox>(this))
 {
     mStateLine = mMenu->addAction(QString());
     mStateLine->setEnabled(false);
@@ -97,14 +100,9 @@ MenuController::MenuController(Options options, QObject *parent)
 
 MenuController::~MenuController()
 {
-    if (mSizeWorker) {
-        disconnect(mSizeWorker, nullptr, this, nullptr);
-        // A cache on a stalled volume must not keep the companion from quitting.
-        if (!mSizeWorker->wait(QDeadlineTimer(3000))) {
-            mSizeWorker->setParent(nullptr);
-            connect(mSizeWorker, &QThread::finished, mSizeWorker, &QObject::deleteLater);
-        }
-    }
+    // A cache on a stalled volume must not keep the companion from quitting: what the size
+    // calculation finds afterwards is dropped.
+    mMailbox->detach();
     delete mLossesDialog;
     delete mTray;
     delete mMenu;
@@ -198,19 +196,14 @@ void MenuController::refreshCacheSize()
         mSizeRequestedAgain = true;
         return;
     }
-    // The worker owns its result, so that it may outlive the controller at quit.
-    auto result = std::make_shared<std::atomic<qint64>>(0);
-    mSizeWorker = QThread::create([result] { result->store(CommonUtils::getSizeOfCaches()); });
-    mSizeWorker->setParent(this);
-    connect(mSizeWorker, &QThread::finished, this,
-            [this, result] { sizeCalculated(result->load()); });
-    mSizeWorker->start(QThread::LowPriority);
+    mSizeWorker = Jobs::start([this, mailbox = mMailbox] {
+        mailbox->post([this, size = CommonUtils::getSizeOfCaches()] { sizeCalculated(size); });
+    });
 }
 
 void MenuController::sizeCalculated(qint64 size)
 {
-    mSizeWorker->deleteLater();
-    mSizeWorker = nullptr;
+    mSizeWorker.reset();
     mCacheSize = std::max<qint64>(0, size);
     updateTexts();
     if (mSizeRequestedAgain) {

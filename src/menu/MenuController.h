@@ -1,7 +1,11 @@
 #pragma once
 
+#include "common/Jobs.h"
+
 #include <QObject>
 #include <QString>
+
+#include <memory>
 
 class LossWatch;
 class LossesDialog;
@@ -10,7 +14,6 @@ class MountWatcher;
 class QAction;
 class QMenu;
 class QSystemTrayIcon;
-class QThread;
 
 // "Salvora 3 Menu": a tray icon whose menu tells whether protection is on and how much the
 // caches hold, switches protection, opens the window and the log. It follows the settings that
@@ -87,6 +90,7 @@ private:
 
     // The size calculation walks the caches' records on a worker thread; at most one runs, and
     // a request while it runs is remembered and served when it ends.
-    QThread *mSizeWorker = nullptr;
+    std::shared_ptr<Mailbox> mMailbox;
+    std::shared_ptr<Jobs::Handle> mSizeWorker;
     bool mSizeRequestedAgain = false;
 };

@@ -1,6 +1,7 @@
 #include "ui/PreviewPanel.h"
 
 #include "browser/Restore.h"
+#include "common/Jobs.h"
 #include "common/SizeText.h"
 
 #include <QApplication>
@@ -29,7 +30,6 @@
 #include <fcntl.h>
 #include <mutex>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 // An image drawn as large as the panel allows, never enlarged, aspect kept.
@@ -259,7 +259,7 @@ void PreviewPanel::reloadData()
     }
     // The thread owns its request and shares only the delivery, which outlives the panel if it
     // must; a result for an item the panel has moved on from is dropped there.
-    std::thread([delivery = mDelivery, generation, path] {
+    Jobs::start([delivery = mDelivery, generation, path] {
         Preview p = load(path);
         {
             const std::lock_guard lock(delivery->mutex);
@@ -268,7 +268,7 @@ void PreviewPanel::reloadData()
         }
         // By name, so that nothing but the call itself crosses to the GUI thread.
         QMetaObject::invokeMethod(delivery.get(), "deliver", Qt::QueuedConnection);
-    }).detach();
+    });
 }
 
 void PreviewPanel::makeKeyAndOrderFront()

@@ -10,7 +10,6 @@
 #include "cache/CacheLayout.h"
 #include "common/Locations.h"
 #include "common/Log.h"
-#include "common/PostTo.h"
 #include "common/Losses.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -123,10 +122,10 @@ bool Agent::start()
     // The workers report on their own threads; what they say is handled here, in order.
     mShadows = std::make_unique<ShadowWorker>(
         [this](const ShadowTaken &t) {
-            PostTo::receiver(this, [this, t] { onShadowTaken(t); });
+            mMailbox.post([this, t] { onShadowTaken(t); });
         },
         [this](const Settled &s) {
-            PostTo::receiver(this, [this, s] { onSettled(s); });
+            mMailbox.post([this, s] { onSettled(s); });
         });
     mBackground = std::make_unique<BackgroundWorker>();
     mLoopTimer = new QTimer(this);

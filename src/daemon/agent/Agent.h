@@ -138,6 +138,8 @@ private:
     QSet<QByteArray> mGuardStuck; // volumes short of space with no older day left, as told
     Prefs mPrefs;
     std::vector<std::unique_ptr<Volume>> mVolumes;
+    // What the workers report comes to this thread through it.
+    Mailbox mMailbox{this};
     std::unique_ptr<ShadowWorker> mShadows;
     std::unique_ptr<BackgroundWorker> mBackground;
 

@@ -14,7 +14,6 @@
 #include "common/SizeText.h"
 #include "common/Locations.h"
 #include "common/Log.h"
-#include "common/PostTo.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "volumes/MountInfo.h"
@@ -109,7 +108,7 @@ void Agent::purge(const QString &reason)
                 purged << where;
             }
         }
-        PostTo::receiver(this, [this, purged, failures, days, reason] {
+        mMailbox.post([this, purged, failures, days, reason] {
             if (!purged.isEmpty()) {
                 CommonUtils::addToLogFile(
                     QStringLiteral("sv3daemon purged %1 day(s) older than %2 day(s) (%3): %4.")
@@ -183,7 +182,7 @@ void Agent::guardSpace()
                                                    "older than today is left to remove.")
                                         .arg(free, logText(mount)));
         }
-        PostTo::receiver(this, [this, lines, stuck, removedAny] {
+        mMailbox.post([this, lines, stuck, removedAny] {
             mGuardQueued = false;
             for (const QString &line : lines)
                 CommonUtils::addToLogFile(line);
@@ -246,7 +245,7 @@ void Agent::handleDeleteRequest(const QByteArrayList &paths)
                         .arg(refused.join(QStringLiteral(", ")));
         if (!failed.isEmpty())
             line += QStringLiteral(" Failed: %1.").arg(failed.join(QStringLiteral(", ")));
-        PostTo::receiver(this, [this, line, removed] {
+        mMailbox.post([this, line, removed] {
             CommonUtils::addToLogFile(line);
             if (removed > 0) {
                 NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),

@@ -179,7 +179,8 @@ struct ShadowWorker::Task
 };
 
 ShadowWorker::ShadowWorker(OnShadow onShadow, OnSettled onSettled)
-    : mOnShadow(std::move(onShadow)), mOnSettled(std::move(onSettled)), mThread([this] { run(); })
+    : mOnShadow(std::move(onShadow)), mOnSettled(std::move(onSettled)),
+      mThread(Jobs::start([this] { run(); }))
 {
 }
 
@@ -195,7 +196,7 @@ void ShadowWorker::stop()
         mStop = true;
     }
     mWake.notify_all();
-    if (mThread.joinable()) mThread.join();
+    if (mThread) mThread->wait();
 }
 
 void ShadowWorker::post(Command command)
@@ -522,7 +523,7 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
 }
 
 BackgroundWorker::BackgroundWorker()
-    : mThread([this] {
+    : mThread(Jobs::start([this] {
           for (;;) {
               Job job;
               {
@@ -536,7 +537,7 @@ BackgroundWorker::BackgroundWorker()
               }
               job(mStop);
           }
-      })
+      }))
 {
 }
 
@@ -561,5 +562,5 @@ void BackgroundWorker::stop()
         mStop = true;
     }
     mWake.notify_all();
-    if (mThread.joinable()) mThread.join();
+    if (mThread) mThread->wait();
 }

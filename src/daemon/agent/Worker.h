@@ -4,6 +4,7 @@
 #include "Shadow.h"
 #include "browser/KeepPolicy.h"
 #include "cache/CacheCommit.h"
+#include "common/Jobs.h"
 
 #include <QByteArray>
 #include <QString>
@@ -14,7 +15,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 // The agent's file-system work, off its event thread, so that the trash keeps being watched
 // whatever it costs. Two threads:
@@ -104,7 +104,7 @@ private:
     std::vector<std::unique_ptr<Task>> mTasks;
     std::deque<Command> mSettles;
     unsigned long long mArrivals = 0;
-    std::thread mThread;
+    std::shared_ptr<Jobs::Handle> mThread;
 };
 
 class BackgroundWorker
@@ -125,5 +125,5 @@ private:
     std::deque<Job> mJobs;
     std::atomic<bool> mStop{false};
     std::atomic<bool> mBusy{false};
-    std::thread mThread;
+    std::shared_ptr<Jobs::Handle> mThread;
 };
