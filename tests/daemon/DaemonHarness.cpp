@@ -4,6 +4,9 @@
 #include "cache/CacheLayout.h"
 #include "common/Log.h"
 #include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "volumes/MountInfo.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -69,8 +72,7 @@ QByteArray Daemon::output()
 bool Daemon::waitForOutput(const QByteArray &needle, int timeoutMs)
 {
     // Gives up early when the daemon has ended without saying it.
-    return QTest::qWaitFor([&] { return output().contains(needle) || !isRunning(); },
-                           timeoutMs) &&
+    return QTest::qWaitFor([&] { return output().contains(needle) || !isRunning(); }, timeoutMs) &&
            output().contains(needle);
 }
 
@@ -84,9 +86,57 @@ bool Daemon::waitForShadows(int count, int timeoutMs)
     return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
 }
 
+void DaemonSuite::initTestCase()
+{
+    if (!QDBusConnection::sessionBus().isConnected())
+        QSKIP("no session bus (run through ctest, which starts a private one)");
+    if (!haveProgram("gio") || !haveProgram("trash-put") || !haveProgram("trash-empty"))
+        QSKIP("needs gio (libglib2.0-bin) and trash-cli; see scripts/deps.sh");
+    if (const QString why = missing(); !why.isEmpty()) QSKIP(qPrintable(why));
+    s = new Session;
+    home = s->home;
+    cache = home + "/.Salvora3Cache";
+    trash = home + "/.local/share/Trash";
+    QVERIFY(pointBusActivationAtTestHome());
+    QVERIFY(TestEnv::makeFolders(trash + "/files") && TestEnv::makeFolders(trash + "/info"));
+    Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+    Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 0);
+    prepare();
+    if (!QTest::currentTestFailed()) QVERIFY2(s->daemon.start(), s->daemon.output().constData());
+}
+
+void DaemonSuite::cleanupTestCase()
+{
+    const bool clean = !s || s->daemon.stop();
+    delete s;
+    QVERIFY(clean);
+}
+
 bool haveProgram(const char *name)
 {
     return !QStandardPaths::findExecutable(QLatin1String(name)).isEmpty();
+}
+
+bool foreignTrashExists()
+{
+    const QByteArray uid = QByteArray::number(getuid());
+    for (const MountEntry &e : MountInfo::parse(MountInfo::readFile())) {
+        const QByteArray top = e.mountPoint == "/" ? QByteArray() : e.mountPoint;
+        if (TestEnv::exists(top + "/.Trash-" + uid) || TestEnv::exists(top + "/.Trash/" + uid))
+            return true;
+    }
+    return false;
+}
+
+bool makeTree(const QByteArray &root, int folders, int files)
+{
+    for (int d = 0; d < folders; ++d)
+        for (int f = 0; f < files; ++f)
+            if (!TestEnv::writeFile(root + "/d" + QByteArray::number(d) + "/f" +
+                                        QByteArray::number(f),
+                                    root + QByteArray::number(d * 100000 + f)))
+                return false;
+    return true;
 }
 
 Session::Session()
@@ -126,13 +176,21 @@ bool emptyTrash(const QByteArray &trash)
     return run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(trash)});
 }
 
-bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName)
+bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName,
+                 const QByteArray &origin)
 {
-    const QByteArray info = "[Trash Info]\nPath=" + path.toPercentEncoding("/") +
-                            "\nDeletionDate=2024-05-03T14:07:55\n";
+    const QByteArray info =
+        "[Trash Info]\nPath=" + (origin.isEmpty() ? path : origin).toPercentEncoding("/") +
+        "\nDeletionDate=2024-05-03T14:07:55\n";
     return TestEnv::makeFolders(trash + "/files") &&
            TestEnv::writeFile(trash + "/info/" + trashName + ".trashinfo", info) &&
            ::rename(path.constData(), (trash + "/files/" + trashName).constData()) == 0;
+}
+
+bool emptyByHand(const QByteArray &trash, const QByteArray &trashName)
+{
+    return removeTree(trash + "/files/" + trashName) &&
+           ::unlink((trash + "/info/" + trashName + ".trashinfo").constData()) == 0;
 }
 
 bool pointBusActivationAtTestHome()
@@ -172,7 +230,9 @@ void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray
     for (const QByteArray &name : names(rel.isEmpty() ? base : base + '/' + rel)) {
         const QByteArray r = rel.isEmpty() ? name : rel + '/' + name;
         const QByteArray full = base + '/' + r;
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (lstat(full.constData(), &st) != 0) continue;
         if (S_ISDIR(st.st_mode)) {
             out.insert(r, "d");
@@ -218,8 +278,8 @@ QByteArray kept(const QByteArray &cacheFolder, const QByteArray &name)
 
 bool keptFrom(const QByteArray &cacheFolder, const QByteArray &path)
 {
-    const QList<CacheCommit::Origin> origins = CacheCommit::readOrigins(
-        cacheFolder, CommonUtils::nameForCacheFolderForToday().toLatin1());
+    const QList<CacheCommit::Origin> origins =
+        CacheCommit::readOrigins(cacheFolder, CommonUtils::nameForCacheFolderForToday().toLatin1());
     return std::any_of(origins.begin(), origins.end(),
                        [&](const CacheCommit::Origin &o) { return o.path == path; });
 }
@@ -235,23 +295,24 @@ QByteArray logContent()
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
+// The fields of /proc/PID/stat after the command name (which may hold blanks): the state first.
+static QList<QByteArray> statFields(qint64 pid)
+{
+    const QByteArray stat = TestEnv::readFile("/proc/" + QByteArray::number(pid) + "/stat");
+    return stat.isEmpty() ? QList<QByteArray>() : stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+}
+
 qint64 cpuTicks(qint64 pid)
 {
-    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly)) return -1;
-    const QByteArray stat = f.readAll();
-    // Fields after the command name, which may hold blanks, start after the last ')'.
-    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     // utime and stime are fields 14 and 15 of the line, 12 and 13 after the name.
-    return fields.size() > 12 ? fields[11].toLongLong() + fields[12].toLongLong() : -1;
+    const QList<QByteArray> f = statFields(pid);
+    return f.size() > 12 ? f[11].toLongLong() + f[12].toLongLong() : -1;
 }
 
 qint64 parentOf(qint64 pid)
 {
-    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly)) return -1;
-    const QByteArray stat = f.readAll();
-    return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1).toLongLong();
+    const QList<QByteArray> f = statFields(pid);
+    return f.size() > 1 ? f[1].toLongLong() : -1;
 }
 
 qint64 descendant(const QByteArray &path, qint64 ancestor)

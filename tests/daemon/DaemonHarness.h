@@ -65,11 +65,38 @@ struct Session
     bool trashAndShadow(const QByteArray &cache, const QByteArrayList &paths);
 };
 
+// A suite of one daemon on a private home: initTestCase makes the session (home trash made,
+// protection on, nothing purged by age), lets prepare() add the suite's settings and mounts, and
+// starts the daemon; cleanupTestCase fails when it did not end cleanly (a sanitizer finding would).
+class DaemonSuite : public QObject
+{
+    Q_OBJECT
+protected:
+    Session *s = nullptr;
+    QByteArray home, cache, trash;
+    // Why the suite cannot run here; empty when it can.
+    virtual QString missing() { return {}; }
+    virtual void prepare() {}
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+};
+
 inline bool run(const QString &program, const QStringList &args, QByteArray *output = nullptr)
 {
     return TestEnv::runProgram(program, args, output);
 }
+// `sh -ec script`, as root for mounts and the like.
+inline bool sh(const QByteArray &script)
+{
+    return run(QStringLiteral("sh"), {QStringLiteral("-ec"), QString::fromLocal8Bit(script)});
+}
 bool haveProgram(const char *name);
+// Another trash of this user on a mounted volume: `gio trash --empty` would empty it too.
+bool foreignTrashExists();
+// `folders` x `files` small files of distinct content below root (d<i>/f<j>).
+bool makeTree(const QByteArray &root, int folders, int files);
 inline QString str(const QByteArray &path)
 {
     return QFile::decodeName(path);
@@ -77,7 +104,11 @@ inline QString str(const QByteArray &path)
 bool trashPut(const QByteArrayList &paths);
 bool emptyTrash(const QByteArray &trash);
 // Trashes the way every file manager does: the .trashinfo first, then a rename into files/.
-bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName);
+// `origin`: the path its .trashinfo records, when it is not `path`.
+bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName,
+                 const QByteArray &origin = {});
+// Empties one item as KDE and trash-empty do: files/X (a folder recursively), then its .trashinfo.
+bool emptyByHand(const QByteArray &trash, const QByteArray &trashName);
 
 // Makes the bus start services (gvfsd, which empties the trash for `gio trash --empty`) with the
 // test's home, never the real one.
@@ -101,7 +132,8 @@ qint64 cpuTicks(qint64 pid);
 qint64 parentOf(qint64 pid);
 // A live descendant of `ancestor` whose executable is `path`, or -1.
 qint64 descendant(const QByteArray &path, qint64 ancestor);
-// The value of a /proc/PID/status line ("Uid", "State", "VmHWM"…), blanks squeezed; empty when gone.
+// The value of a /proc/PID/status line ("Uid", "State", "VmHWM"…), blanks squeezed; empty when
+// gone.
 QByteArray statusLine(qint64 pid, const char *key);
 
 } // namespace Harness
