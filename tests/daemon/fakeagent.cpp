@@ -5,7 +5,6 @@
 //   create HEX        ask to create the cache folder at the root of mount point HEX
 //   remove HEX HEX    the removal request of earlier versions (a path inside a cache folder)
 //   raw HEX           send these bytes as one datagram
-//   status            print the uid, gid and capabilities of this process and of the helper
 //   quit              exit
 // HEX "-" is the empty string. Each command prints one line.
 
@@ -15,7 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -31,21 +29,6 @@ std::string unhex(const std::string &hex)
     for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
         out.push_back(char(std::stoi(hex.substr(i, 2), nullptr, 16)));
     return out;
-}
-
-std::string statusField(const std::string &pid, const std::string &key)
-{
-    std::ifstream f("/proc/" + pid + "/status");
-    std::string line;
-    while (std::getline(f, line))
-        if (line.rfind(key + ":", 0) == 0) {
-            std::string v = line.substr(key.size() + 1);
-            for (char &c : v)
-                if (c == '\t') c = ' ';
-            const std::size_t start = v.find_first_not_of(' ');
-            return start == std::string::npos ? std::string() : v.substr(start);
-        }
-    return "?";
 }
 
 std::string exchange(int fd, const std::string &datagram)
@@ -69,11 +52,8 @@ std::string exchange(int fd, const std::string &datagram)
 int main(int argc, char **argv)
 {
     int fd = -1;
-    std::string helper;
-    for (int i = 1; i < argc; ++i) {
+    for (int i = 1; i < argc; ++i)
         if (std::strncmp(argv[i], "--privileged-fd=", 16) == 0) fd = std::atoi(argv[i] + 16);
-        if (std::strncmp(argv[i], "--privileged-pid=", 17) == 0) helper = argv[i] + 17;
-    }
     std::cout << "fakeagent ready" << std::endl;
     std::string line;
     while (std::getline(std::cin, line)) {
@@ -81,19 +61,6 @@ int main(int argc, char **argv)
         std::string cmd, a, b;
         in >> cmd >> a >> b;
         if (cmd == "quit") break;
-        if (cmd == "status") {
-            std::cout << "uid=" << statusField("self", "Uid")
-                      << ";gid=" << statusField("self", "Gid")
-                      << ";groups=" << statusField("self", "Groups")
-                      << ";capeff=" << statusField("self", "CapEff")
-                      << ";capprm=" << statusField("self", "CapPrm")
-                      << ";helper-uid=" << statusField(helper, "Uid")
-                      << ";helper-capeff=" << statusField(helper, "CapEff")
-                      << ";helper-capbnd=" << statusField(helper, "CapBnd")
-                      << ";helper-nnp=" << statusField(helper, "NoNewPrivs") << ";helper=" << helper
-                      << std::endl;
-            continue;
-        }
         privileged::Request r;
         std::string datagram;
         if (cmd == "create") {
