@@ -12,7 +12,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusMetaType>
-#include <QDirIterator>
 #include <QFile>
 #include <QStandardPaths>
 #include <QTest>
@@ -97,7 +96,19 @@ void DaemonSuite::initTestCase()
     home = s->home;
     cache = home + "/.Salvora3Cache";
     trash = home + "/.local/share/Trash";
-    QVERIFY(pointBusActivationAtTestHome());
+    // The bus starts services (gvfsd, which empties the trash for `gio trash --empty`) with the
+    // test's home, never the real one.
+    using Environment = QMap<QString, QString>;
+    qDBusRegisterMetaType<Environment>();
+    Environment env;
+    for (const char *name :
+         {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"})
+        env.insert(QLatin1String(name), QString::fromLocal8Bit(qgetenv(name)));
+    QDBusMessage m = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("UpdateActivationEnvironment"));
+    m << QVariant::fromValue(env);
+    QCOMPARE(QDBusConnection::sessionBus().call(m).type(), QDBusMessage::ReplyMessage);
     QVERIFY(TestEnv::makeFolders(trash + "/files") && TestEnv::makeFolders(trash + "/info"));
     Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
     Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 0);
@@ -193,21 +204,6 @@ bool emptyByHand(const QByteArray &trash, const QByteArray &trashName)
            ::unlink((trash + "/info/" + trashName + ".trashinfo").constData()) == 0;
 }
 
-bool pointBusActivationAtTestHome()
-{
-    using Environment = QMap<QString, QString>;
-    qDBusRegisterMetaType<Environment>();
-    Environment env;
-    for (const char *name :
-         {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"})
-        env.insert(QLatin1String(name), QString::fromLocal8Bit(qgetenv(name)));
-    QDBusMessage m = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("UpdateActivationEnvironment"));
-    m << QVariant::fromValue(env);
-    return QDBusConnection::sessionBus().call(m).type() == QDBusMessage::ReplyMessage;
-}
-
 namespace {
 
 // Names in a folder, sorted, without "." and "..".
@@ -225,34 +221,31 @@ QByteArrayList names(const QByteArray &folder, bool hidden = true)
     return out;
 }
 
-void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray, QByteArray> &out)
+void walk(const QByteArray &base, const QByteArray &rel, bool owners,
+          QMap<QByteArray, QByteArray> &out)
 {
-    for (const QByteArray &name : names(rel.isEmpty() ? base : base + '/' + rel)) {
-        const QByteArray r = rel.isEmpty() ? name : rel + '/' + name;
-        const QByteArray full = base + '/' + r;
-        struct stat st
-        {
-        };
-        if (lstat(full.constData(), &st) != 0) continue;
-        if (S_ISDIR(st.st_mode)) {
-            out.insert(r, "d");
-            snapshotInto(base, r, out);
-        } else if (S_ISLNK(st.st_mode)) {
-            char buf[4096];
-            const ssize_t n = readlink(full.constData(), buf, sizeof buf);
-            out.insert(r, "l:" + QByteArray(buf, n > 0 ? n : 0));
-        } else {
-            out.insert(r, "f:" + TestEnv::readFile(full));
-        }
-    }
+    const QByteArray full = rel.isEmpty() ? base : base + '/' + rel;
+    struct stat st = {};
+    if (lstat(full.constData(), &st) != 0) return;
+    char link[4096];
+    const ssize_t n = S_ISLNK(st.st_mode) ? readlink(full.constData(), link, sizeof link) : 0;
+    QByteArray v = S_ISDIR(st.st_mode)   ? QByteArray("d")
+                   : S_ISREG(st.st_mode) ? "f:" + TestEnv::readFile(full)
+                                         : "l:" + QByteArray(link, n > 0 ? n : 0);
+    if (owners)
+        v = QByteArray::number(st.st_mode, 8) + ' ' + QByteArray::number(st.st_uid) + ' ' + v;
+    if (owners || !rel.isEmpty()) out.insert(rel, v);
+    if (S_ISDIR(st.st_mode))
+        for (const QByteArray &name : names(full))
+            walk(base, rel.isEmpty() ? name : rel + '/' + name, owners, out);
 }
 
 } // namespace
 
-QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder)
+QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners)
 {
     QMap<QByteArray, QByteArray> out;
-    snapshotInto(folder, {}, out);
+    walk(folder, {}, owners, out);
     return out;
 }
 
@@ -307,27 +300,6 @@ qint64 cpuTicks(qint64 pid)
     // utime and stime are fields 14 and 15 of the line, 12 and 13 after the name.
     const QList<QByteArray> f = statFields(pid);
     return f.size() > 12 ? f[11].toLongLong() + f[12].toLongLong() : -1;
-}
-
-qint64 parentOf(qint64 pid)
-{
-    const QList<QByteArray> f = statFields(pid);
-    return f.size() > 1 ? f[1].toLongLong() : -1;
-}
-
-qint64 descendant(const QByteArray &path, qint64 ancestor)
-{
-    QDirIterator it(QStringLiteral("/proc"));
-    while (it.hasNext()) {
-        const QString dir = it.next();
-        bool ok = false;
-        const qint64 pid = it.fileName().toLongLong(&ok);
-        if (!ok || QFile::encodeName(QFile::symLinkTarget(dir + QLatin1String("/exe"))) != path)
-            continue;
-        for (qint64 p = pid; p > 1; p = parentOf(p))
-            if (p == ancestor) return pid;
-    }
-    return -1;
 }
 
 QByteArray statusLine(qint64 pid, const char *key)

@@ -110,12 +110,9 @@ bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArr
 // Empties one item as KDE and trash-empty do: files/X (a folder recursively), then its .trashinfo.
 bool emptyByHand(const QByteArray &trash, const QByteArray &trashName);
 
-// Makes the bus start services (gvfsd, which empties the trash for `gio trash --empty`) with the
-// test's home, never the real one.
-bool pointBusActivationAtTestHome();
-
-// Files below a folder: relative path -> "f:" + content, "l:" + link target, or "d" for a folder.
-QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder);
+// Files below a folder: relative path -> "f:" + content, "l:" + link target, or "d" for a folder;
+// with `owners`, the folder itself too (as ""), each value after its mode (octal) and owner.
+QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners = false);
 // Items kept in a cache: "<day>/<time>/<name>" for each item of each time folder.
 QByteArrayList cachedItems(const QByteArray &cacheFolder);
 // The newest kept item of that name, as a full path; empty when none.
@@ -128,10 +125,6 @@ using Removal::removeTree;
 QByteArray logContent();
 // utime + stime of a process, in clock ticks.
 qint64 cpuTicks(qint64 pid);
-// The parent of a process, -1 when it is gone.
-qint64 parentOf(qint64 pid);
-// A live descendant of `ancestor` whose executable is `path`, or -1.
-qint64 descendant(const QByteArray &path, qint64 ancestor);
 // The value of a /proc/PID/status line ("Uid", "State", "VmHWM"…), blanks squeezed; empty when
 // gone.
 QByteArray statusLine(qint64 pid, const char *key);

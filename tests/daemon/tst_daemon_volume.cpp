@@ -112,9 +112,7 @@ private slots:
         QVERIFY(TestEnv::writeFile(mount + "/docs/c.txt", "trashed before unplugging"));
         QVERIFY(s->trashAndShadow(volumeCache, {mount + "/docs/c.txt"}));
         const QByteArrayList before = cachedItems(volumeCache);
-        struct stat first
-        {
-        }, now{};
+        struct stat first = {}, now = {};
         QVERIFY(::stat(mount.constData(), &first) == 0);
 
         QVERIFY(run(QStringLiteral("umount"), {str(mount)}));
@@ -152,9 +150,7 @@ private slots:
         // older days take two more.
         Settings::setInteger(SettingsKeys::PrefsKeepFreePercent, 50);
         Settings::setInteger(SettingsKeys::PrefsKeepFreeBytes, 1'000'000'000);
-        struct statvfs v
-        {
-        };
+        struct statvfs v = {};
         QVERIFY(::statvfs(mount.constData(), &v) == 0);
         const auto available = [&] {
             return ::statvfs(mount.constData(), &v) == 0 ? qint64(v.f_bavail) * qint64(v.f_frsize)

@@ -10,7 +10,6 @@
 #include <QTest>
 
 #include <csignal>
-#include <dirent.h>
 #include <pwd.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -38,31 +37,10 @@ QByteArray today()
     return CommonUtils::nameForCacheFolderForToday().toLatin1();
 }
 
-// Every entry below `path` (and `path` itself, as ""): type, mode, owner and a file's content.
-void treeInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray, QByteArray> &out)
-{
-    const QByteArray full = rel.isEmpty() ? base : base + '/' + rel;
-    struct stat st
-    {
-    };
-    if (::lstat(full.constData(), &st) != 0) return;
-    QByteArray v = QByteArray::number(st.st_mode, 8) + ' ' + QByteArray::number(st.st_uid);
-    if (S_ISREG(st.st_mode)) v += ' ' + TestEnv::readFile(full);
-    out.insert(rel, v);
-    if (!S_ISDIR(st.st_mode)) return;
-    if (DIR *d = ::opendir(full.constData())) {
-        while (const dirent *e = ::readdir(d))
-            if (qstrcmp(e->d_name, ".") != 0 && qstrcmp(e->d_name, "..") != 0)
-                treeInto(base, rel.isEmpty() ? e->d_name : rel + '/' + e->d_name, out);
-        ::closedir(d);
-    }
-}
-
+// Every entry below `path` and `path` itself (as ""): mode, owner and what it holds.
 QMap<QByteArray, QByteArray> tree(const QByteArray &path)
 {
-    QMap<QByteArray, QByteArray> out;
-    treeInto(path, {}, out);
-    return out;
+    return snapshot(path, true);
 }
 
 // The value of --NAME=VALUE on a process's command line.
@@ -91,7 +69,7 @@ QByteArray hex(const QByteArray &b)
     return b.isEmpty() ? QByteArray("-") : b.toHex();
 }
 
-// The stand-in agent (fakeagent.cpp): one command line in, the first word of its answer out
+// The stand-in agent (attacker.cpp): one command line in, the first word of its answer out
 // (done, refused, consent or failed).
 struct FakeAgent : QProcess
 {
@@ -179,7 +157,11 @@ struct Account
                             << str(kBin + "/sv3daemon"));
         p.start();
         if (!daemon->waitForOutput("sv3daemon ready", 15000)) return false;
-        agent = descendant(kBin + "/sv3daemon-agent", daemon->pid());
+        QByteArray pid;
+        agent = Harness::run(QStringLiteral("pgrep"),
+                             {"-u", QString::number(uid), "-x", "sv3daemon-agent"}, &pid)
+                    ? pid.trimmed().toLongLong()
+                    : -1;
         helper = argumentOf(agent, "privileged-pid").toLongLong();
         return agent > 0 && helper > 0;
     }
@@ -348,10 +330,10 @@ private slots:
                    kRootOnlyUuid.toLower().toLatin1() +
                    " b $(mountpoint -d /mnt/rootonly | tr : ' ')"));
         // Set-user-id root, as the package installs it; and a copy with the stand-in agent.
-        QVERIFY(sh("cd \"$SALVORA_BIN_DIR\"; install -m 4755 sv3daemon /mnt/bin;"
-                   "install sv3daemon-agent sv3daemon-fakeagent sv3daemon-attacker /mnt/bin;"
-                   "install sv3daemon /mnt/fake; install sv3daemon-fakeagent "
-                   "/mnt/fake/sv3daemon-agent"));
+        QVERIFY(
+            sh("cd \"$SALVORA_BIN_DIR\"; install -m 4755 sv3daemon /mnt/bin;"
+               "install sv3daemon-agent sv3daemon-attacker /mnt/bin; install sv3daemon /mnt/fake;"
+               "install sv3daemon-attacker /mnt/fake/sv3daemon-agent"));
 
         QVERIFY(writeSettings(victim, {{kSharedUuid, str(kShared)}}));
         // The attacker lists the root-only volume too, in a 16 MB settings file.
@@ -517,9 +499,7 @@ private slots:
             }
             QCOMPARE(TestEnv::modeOf(a->logFile()), mode_t(0600));
         }
-        struct stat st
-        {
-        };
+        struct stat st = {};
         QVERIFY(::lstat((kShared + "/.Salvora3Cache").constData(), &st) == 0);
         QCOMPARE(st.st_uid, uid_t(0));
         QCOMPARE(st.st_mode & 07777, mode_t(0711));
@@ -563,9 +543,8 @@ private slots:
             // The victim's processes and the helpers, root's, are out of its reach.
             for (const qint64 pid : {victim.agent, victim.helper, attacker.helper}) {
                 QByteArray out;
-                QVERIFY(!attacker.run({str(kBin + "/sv3daemon-attacker"), "steal",
-                                       QString::number(pid), "3", "/bin/true"},
-                                      &out));
+                QVERIFY(!attacker.run(
+                    {str(kBin + "/sv3daemon-attacker"), "steal", QString::number(pid), "3"}, &out));
                 QCOMPARE(out, QByteArray("pidfd_getfd: EPERM"));
             }
             victimCaches = cachesOf(victim);
@@ -576,8 +555,7 @@ private slots:
             stealer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
             stealer.start(QStringLiteral("setpriv"),
                           attacker.as() << str(kBin + "/sv3daemon-attacker") << "steal"
-                                        << QString::number(attacker.agent) << fd
-                                        << str(kBin + "/sv3daemon-fakeagent"));
+                                        << QString::number(attacker.agent) << fd);
             QVERIFY(stealer.ready());
         }
         if (command.startsWith("rm ")) {
@@ -601,9 +579,7 @@ private slots:
         QVERIFY(run(str(kBin + "/sv3daemon"), {"--allow-volume", str(kRootOnly)}));
         QCOMPARE(TestEnv::modeOf(shared), mode_t(0711));
         QCOMPARE(stealer.ask("create " + hex(kRootOnly)), QByteArray("done"));
-        struct stat own
-        {
-        };
+        struct stat own = {};
         QVERIFY(::lstat(attacker.cache(kRootOnly).constData(), &own) == 0);
         QVERIFY(own.st_uid == attacker.uid && own.st_gid == attacker.gid &&
                 (own.st_mode & 07777) == 0700);
@@ -670,9 +646,7 @@ private slots:
             return t;
         };
         const auto victimBefore = keptPart();
-        struct stat shared
-        {
-        };
+        struct stat shared = {};
         QVERIFY(::lstat((kShared + "/.Salvora3Cache").constData(), &shared) == 0);
         QTest::qWait(1100); // nothing above passes for a folder the helper has just made
 
@@ -709,18 +683,14 @@ private slots:
         QCOMPARE(keptPart(), victimBefore);
         const QByteArrayList problems = modeProblems(victim);
         QVERIFY2(problems.isEmpty(), problems.join('\n').constData());
-        struct stat after
-        {
-        };
+        struct stat after = {};
         QVERIFY(::lstat((kShared + "/.Salvora3Cache").constData(), &after) == 0);
         QCOMPARE(after.st_ino, shared.st_ino);
         QCOMPARE(after.st_mode & 07777, mode_t(0711));
         // Every folder the helper made in the race is root's and closed, or the attacker's own.
         for (const QByteArray &name : tree(kShared).keys()) {
             if (!name.startsWith(".made-") || name.contains('/')) continue;
-            struct stat st
-            {
-            };
+            struct stat st = {};
             QVERIFY(::lstat((kShared + '/' + name).constData(), &st) == 0);
             QVERIFY2((st.st_uid == 0 && (st.st_mode & 022) == 0) || st.st_uid == attacker.uid,
                      name.constData());
@@ -786,9 +756,7 @@ private slots:
                  {"/.local", "/.local/share", "/.local/share/Salvora 3", "/.Salvora3Cache"})
                 QVERIFY2((TestEnv::modeOf(a->home + f) & 022) == 0, (a->home + f).constData());
             // What stood at the log's name was replaced by the log, not written through.
-            struct stat st
-            {
-            };
+            struct stat st = {};
             QVERIFY(::lstat(a->logFile().constData(), &st) == 0 && S_ISREG(st.st_mode) &&
                     (st.st_mode & 07777) == 0600 && st.st_uid == a->uid);
         }
