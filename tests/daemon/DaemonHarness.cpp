@@ -87,40 +87,53 @@ bool Daemon::waitForShadows(int count, int timeoutMs)
 
 void DaemonSuite::initTestCase()
 {
-    if (!QDBusConnection::sessionBus().isConnected())
+    if (!bus.observe(QLatin1String(Notifications::Salvora3Notification)))
         QSKIP("no session bus (run through ctest, which starts a private one)");
     if (!haveProgram("gio") || !haveProgram("trash-put") || !haveProgram("trash-empty"))
         QSKIP("needs gio (libglib2.0-bin) and trash-cli; see scripts/deps.sh");
     if (const QString why = missing(); !why.isEmpty()) QSKIP(qPrintable(why));
-    s = new Session;
-    home = s->home;
-    cache = home + "/.Salvora3Cache";
-    trash = home + "/.local/share/Trash";
     // The bus starts services (gvfsd, which empties the trash for `gio trash --empty`) with the
     // test's home, never the real one.
     using Environment = QMap<QString, QString>;
     qDBusRegisterMetaType<Environment>();
-    Environment env;
+    Environment vars;
     for (const char *name :
          {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"})
-        env.insert(QLatin1String(name), QString::fromLocal8Bit(qgetenv(name)));
+        vars.insert(QLatin1String(name), QString::fromLocal8Bit(qgetenv(name)));
     QDBusMessage m = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("UpdateActivationEnvironment"));
-    m << QVariant::fromValue(env);
+    m << QVariant::fromValue(vars);
     QCOMPARE(QDBusConnection::sessionBus().call(m).type(), QDBusMessage::ReplyMessage);
     QVERIFY(TestEnv::makeFolders(trash + "/files") && TestEnv::makeFolders(trash + "/info"));
     Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
     Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 0);
     prepare();
-    if (!QTest::currentTestFailed()) QVERIFY2(s->daemon.start(), s->daemon.output().constData());
+    if (!QTest::currentTestFailed()) QVERIFY2(daemon.start(), daemon.output().constData());
 }
 
 void DaemonSuite::cleanupTestCase()
 {
-    const bool clean = !s || s->daemon.stop();
-    delete s;
-    QVERIFY(clean);
+    QVERIFY(daemon.stop());
+}
+
+int DaemonSuite::heard(const char *object) const
+{
+    return int(std::count_if(spy.begin(), spy.end(), [&](const QList<QVariant> &args) {
+        return args.value(1).toString() == QLatin1String(object);
+    }));
+}
+
+bool DaemonSuite::shadowedSince(int mark, const QByteArray &cacheFolder, int count)
+{
+    return QTest::qWaitFor([&] { return pendingCount(cacheFolder) == count; }, 10000) &&
+           daemon.waitForShadows(mark + count);
+}
+
+bool DaemonSuite::trashAndShadow(const QByteArray &cacheFolder, const QByteArrayList &paths)
+{
+    const int mark = daemon.shadowsTaken();
+    return trashPut(paths) && shadowedSince(mark, cacheFolder, int(paths.size()));
 }
 
 bool haveProgram(const char *name)
@@ -148,30 +161,6 @@ bool makeTree(const QByteArray &root, int folders, int files)
                                     root + QByteArray::number(d * 100000 + f)))
                 return false;
     return true;
-}
-
-Session::Session()
-{
-    bus.observe(QLatin1String(Notifications::Salvora3Notification));
-}
-
-int Session::heard(const char *object) const
-{
-    return int(std::count_if(spy.begin(), spy.end(), [&](const QList<QVariant> &args) {
-        return args.value(1).toString() == QLatin1String(object);
-    }));
-}
-
-bool Session::shadowedSince(int mark, const QByteArray &cache, int count)
-{
-    return QTest::qWaitFor([&] { return pendingCount(cache) == count; }, 10000) &&
-           daemon.waitForShadows(mark + count);
-}
-
-bool Session::trashAndShadow(const QByteArray &cache, const QByteArrayList &paths)
-{
-    const int mark = daemon.shadowsTaken();
-    return trashPut(paths) && shadowedSince(mark, cache, int(paths.size()));
 }
 
 bool trashPut(const QByteArrayList &paths)

@@ -46,34 +46,27 @@ private:
     QByteArray mOutput;
 };
 
-// A private home, the daemon and an ear on its "Salvora3Notification"s; the daemon is started
-// by the test once its settings are in place.
-struct Session
+// A suite of one daemon on a private home, with an ear on its "Salvora3Notification"s:
+// initTestCase makes the home trash, turns protection on (nothing purged by age), lets prepare()
+// add the suite's settings and mounts, and starts the daemon; cleanupTestCase fails when it did
+// not end cleanly (a sanitizer finding would).
+class DaemonSuite : public QObject
 {
-    Session();
+    Q_OBJECT
+protected:
     TestEnv env;
-    QByteArray home = env.homeBytes();
+    const QByteArray home = env.homeBytes(), cache = home + "/.Salvora3Cache",
+                     trash = home + "/.local/share/Trash";
     NotificationBus bus;
     QSignalSpy spy{&bus, &NotificationBus::received};
     Daemon daemon;
     // How many notifications with this object were heard.
     int heard(const char *object) const;
     // Waits until the daemon took `count` shadows more than `mark` (shadowsTaken() before the
-    // trashing) and `cache`'s pending area holds `count`.
-    bool shadowedSince(int mark, const QByteArray &cache, int count);
+    // trashing) and `cacheFolder`'s pending area holds `count`.
+    bool shadowedSince(int mark, const QByteArray &cacheFolder, int count);
     // `trash-put`, then shadowedSince() for each path.
-    bool trashAndShadow(const QByteArray &cache, const QByteArrayList &paths);
-};
-
-// A suite of one daemon on a private home: initTestCase makes the session (home trash made,
-// protection on, nothing purged by age), lets prepare() add the suite's settings and mounts, and
-// starts the daemon; cleanupTestCase fails when it did not end cleanly (a sanitizer finding would).
-class DaemonSuite : public QObject
-{
-    Q_OBJECT
-protected:
-    Session *s = nullptr;
-    QByteArray home, cache, trash;
+    bool trashAndShadow(const QByteArray &cacheFolder, const QByteArrayList &paths);
     // Why the suite cannot run here; empty when it can.
     virtual QString missing() { return {}; }
     virtual void prepare() {}

@@ -173,18 +173,15 @@ private slots:
         if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
         const QByteArray root = QFile::encodeName(mounts.path());
         // An eligible mount without a volume identity can never be protected.
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
-        QVERIFY(TestEnv::makeFolders("/mnt/plain"));
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3plain", "/mnt/plain"}));
+        QVERIFY(sh("mount -t tmpfs sv3test /mnt; mkdir /mnt/plain /mnt/bound /mnt/home;"
+                   "mount -t tmpfs sv3plain /mnt/plain; mount -t tmpfs sv3home /mnt/home"));
         CommonUtils::resetVolumesLists();
         QVERIFY(TestEnv::writeFile("/mnt/plain/f.txt", "x"));
         QCOMPARE(del("/mnt/plain/f.txt").error, Error::NotOnProtectedVolume);
 
         // The home's file system seen through another mount: the rename cannot cross it.
         QVERIFY(TestEnv::writeFile(home + "/bindsrc/b.txt", "x"));
-        QVERIFY(TestEnv::makeFolders("/mnt/bound"));
-        QVERIFY(run(QStringLiteral("mount"),
-                    {"--bind", QFile::decodeName(home + "/bindsrc"), "/mnt/bound"}));
+        QVERIFY(sh("mount --bind " + home + "/bindsrc /mnt/bound"));
         CommonUtils::resetVolumesLists();
         const CacheCommit::Result bound = del("/mnt/bound/b.txt");
         QCOMPARE(bound.error, Error::CrossDevice);
@@ -193,8 +190,6 @@ private slots:
         // "/" is protected, but with the home folder on another file system its items cannot
         // reach the home's cache.
         QVERIFY(TestEnv::writeFile(root + "/on-root.txt", "x"));
-        QVERIFY(TestEnv::makeFolders("/mnt/home"));
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3home", "/mnt/home"}));
         const QByteArray savedHome = qgetenv("HOME");
         qputenv("HOME", "/mnt/home");
         CommonUtils::resetVolumesLists();

@@ -28,12 +28,11 @@ class TstDaemonPerf : public DaemonSuite
             return -1;
         qInfo("shadow of a trashed folder of %d files taken in %lld ms", kFolders * kFiles,
               shadowMs(name));
-        s->spy.clear();
+        spy.clear();
         deletion();
         QElapsedTimer t;
         t.start();
-        if (!QTest::qWaitFor([&] { return s->heard(Notifications::Salvora3DataMovedToCache); },
-                             10000))
+        if (!QTest::qWaitFor([&] { return heard(Notifications::Salvora3DataMovedToCache); }, 10000))
             return -1;
         const qint64 ms = t.elapsed();
         const QByteArray item = kept(cache, name);
@@ -45,7 +44,7 @@ class TstDaemonPerf : public DaemonSuite
     {
         const QRegularExpression re(
             QStringLiteral("shadow of %1 : (\\d+) linked.* in (\\d+) ms").arg(QLatin1String(name)));
-        const auto m = re.match(QString::fromUtf8(s->daemon.output()));
+        const auto m = re.match(QString::fromUtf8(daemon.output()));
         return m.hasMatch() && m.captured(1).toInt() == kFolders * kFiles
                    ? m.captured(2).toLongLong()
                    : -1;
@@ -55,10 +54,10 @@ private slots:
     void idleUsesNoCpu()
     {
         QTest::qWait(500); // start-up work done
-        const qint64 before = cpuTicks(s->daemon.pid());
+        const qint64 before = cpuTicks(daemon.pid());
         QVERIFY(before >= 0);
         QTest::qWait(10000);
-        const qint64 used = cpuTicks(s->daemon.pid()) - before;
+        const qint64 used = cpuTicks(daemon.pid()) - before;
         qInfo("CPU used by the idle daemon over 10 s: %lld tick(s) of 1/%ld s", used,
               sysconf(_SC_CLK_TCK));
         QVERIFY(used <= 1);

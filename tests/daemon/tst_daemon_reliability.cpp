@@ -208,16 +208,16 @@ private slots:
         if (copies) {
             QString why;
             if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
-            QVERIFY(s->daemon.stop());
+            QVERIFY(daemon.stop());
             QVERIFY(sh("mkdir -p " + home + "/trash-real/files " + home + "/trash-real/info;" +
                        "mount --bind " + home + "/trash-real " + trash));
-            QVERIFY(s->daemon.start());
+            QVERIFY(daemon.start());
         }
         const auto unbind = qScopeGuard([&] {
             if (!copies) return;
-            s->daemon.stop();
+            daemon.stop();
             sh("umount -l " + trash);
-            s->daemon.start();
+            daemon.start();
         });
         const QByteArray staging = trash + "/staging";
         QVERIFY(TestEnv::makeFolders(staging));
@@ -251,16 +251,16 @@ private slots:
                 for (const Original &o : originals)
                     emptyByHand(trash, o.name);
             };
-            const int mark = s->daemon.shadowsTaken();
+            const int mark = daemon.shadowsTaken();
             for (const Original &o : originals)
                 QVERIFY(trashByHand(trash, staging + '/' + o.name, o.name, o.path));
             if (phase == 1) {
-                QVERIFY2(s->shadowedSince(mark, cache, int(originals.size())), qPrintable(context));
+                QVERIFY2(shadowedSince(mark, cache, int(originals.size())), qPrintable(context));
                 emptyAll();
             }
             QTest::qSleep(delayMs);
-            ::kill(pid_t(s->daemon.pid()), SIGKILL);
-            s->daemon.process().waitForFinished(5000);
+            ::kill(pid_t(daemon.pid()), SIGKILL);
+            daemon.process().waitForFinished(5000);
             QByteArrayList unseen;
             if (phase == 2) {
                 QByteArray records;
@@ -272,7 +272,7 @@ private slots:
                     if (!records.contains(o.name)) unseen << o.name;
                 emptyAll();
             }
-            QVERIFY2(s->daemon.start(), qPrintable(context));
+            QVERIFY2(daemon.start(), qPrintable(context));
             if (phase == 0) {
                 QVERIFY2(QTest::qWaitFor(
                              [&] { return pendingCount(cache) == int(originals.size()); }, 20000),
@@ -371,7 +371,7 @@ private slots:
                                       QLatin1String(Notifications::Salvora3GetStatus)));
         QTest::qWait(500);
         QCOMPARE(logContent(), before);
-        QVERIFY(s->daemon.isRunning());
+        QVERIFY(daemon.isRunning());
     }
 
     void longNamesInTheSameSecond()
@@ -379,13 +379,13 @@ private slots:
         // Two 255-byte names kept in the same second: the second one's numbered name must be
         // shortened to fit.
         const QByteArray name = QByteArray(251, 'n') + ".txt";
-        const int mark = s->daemon.shadowsTaken();
+        const int mark = daemon.shadowsTaken();
         for (const char *dir : {"a", "b"}) {
             const QByteArray path = home + "/long/" + dir + '/' + name;
             QVERIFY(TestEnv::writeFile(path, QByteArray("from ") + dir));
             QVERIFY(trashByHand(trash, path, QByteArray("long-") + dir));
         }
-        QVERIFY(s->shadowedSince(mark, cache, 2));
+        QVERIFY(shadowedSince(mark, cache, 2));
         for (const char *dir : {"a", "b"})
             QVERIFY(emptyByHand(trash, QByteArray("long-") + dir));
         QVERIFY(settled(cache));
@@ -431,7 +431,7 @@ private slots:
     {
         QFETCH(bool, purging);
         QByteArrayList days;
-        QVERIFY(s->daemon.stop());
+        QVERIFY(daemon.stop());
         if (purging) {
             // 25 old days of 1,000 files each, purged as the agent starts.
             for (int d = 0; d < 25; ++d) {
@@ -441,23 +441,23 @@ private slots:
                 days << cache + '/' + day;
             }
             Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 30);
-            QVERIFY(s->daemon.start()); // the purge begins as it starts
+            QVERIFY(daemon.start()); // the purge begins as it starts
         } else {
-            QVERIFY(s->daemon.start());
+            QVERIFY(daemon.start());
             QVERIFY(makeTree(home + "/huge", 20, 1000));
             QVERIFY(trashByHand(trash, home + "/huge", "huge"));
             QTest::qWait(50);
         }
         QElapsedTimer t;
         t.start();
-        ::kill(pid_t(s->daemon.pid()), SIGTERM);
-        QVERIFY(s->daemon.process().waitForFinished(5000));
+        ::kill(pid_t(daemon.pid()), SIGTERM);
+        QVERIFY(daemon.process().waitForFinished(5000));
         qInfo("agent exited %lld ms after SIGTERM", t.elapsed());
         QVERIFY(t.elapsed() <= 1000);
-        QCOMPARE(s->daemon.process().exitStatus(), QProcess::NormalExit);
+        QCOMPARE(daemon.process().exitStatus(), QProcess::NormalExit);
 
         // The next run finishes the work.
-        QVERIFY(s->daemon.start());
+        QVERIFY(daemon.start());
         if (purging) {
             QTRY_VERIFY_WITH_TIMEOUT(std::none_of(days.begin(), days.end(), &TestEnv::exists),
                                      60000);

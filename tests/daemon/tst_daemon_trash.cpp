@@ -51,12 +51,12 @@ private slots:
         QVERIFY(::symlink("2024/a.jpg", (work + "/photos/link").constData()) == 0);
         const QByteArray report = TestEnv::readFile(work + "/report.txt");
         const auto photos = snapshot(work + "/photos");
-        const int before = s->heard(Notifications::Salvora3DataMovedToCache);
+        const int before = heard(Notifications::Salvora3DataMovedToCache);
 
-        const int mark = s->daemon.shadowsTaken();
+        const int mark = daemon.shadowsTaken();
         QVERIFY(run(QStringLiteral("gio"),
                     {QStringLiteral("trash"), str(work + "/report.txt"), str(work + "/photos")}));
-        QVERIFY(s->shadowedSince(mark, cache, 2));
+        QVERIFY(shadowedSince(mark, cache, 2));
         QVERIFY(cachedItems(cache).isEmpty()); // shadows only, until the trash is emptied
         QVERIFY(run(QStringLiteral("gio"), {QStringLiteral("trash"), QStringLiteral("--empty")}));
         QTRY_VERIFY_WITH_TIMEOUT(keptAll({"report.txt", "photos"}), 10000);
@@ -64,7 +64,7 @@ private slots:
         QCOMPARE(TestEnv::readFile(kept("report.txt")), report);
         QCOMPARE(snapshot(kept("photos")), photos);
         QVERIFY(kept("photos").startsWith(cache + '/' + today() + '/' + today() + ' '));
-        QTRY_VERIFY(s->heard(Notifications::Salvora3DataMovedToCache) > before);
+        QTRY_VERIFY(heard(Notifications::Salvora3DataMovedToCache) > before);
         QTRY_COMPARE(pendingCount(cache), 0); // a shadow goes just after its item is kept
         QVERIFY(snapshot(trash + "/files").isEmpty());
         QVERIFY(keptFrom(cache, work + "/photos"));
@@ -81,12 +81,12 @@ private slots:
         QVERIFY(TestEnv::writeFile(work + "/kdedir/x/y.txt", "y"));
         QVERIFY(TestEnv::writeFile(work + "/kdedir/top.bin", QByteArray(70000, '\0')));
         const auto dir = snapshot(work + "/kdedir");
-        const int before = s->heard(Notifications::Salvora3DataMovedToCache);
-        const int mark = s->daemon.shadowsTaken();
+        const int before = heard(Notifications::Salvora3DataMovedToCache);
+        const int mark = daemon.shadowsTaken();
         QVERIFY(trashByHand(trash, work + '/' + odd, odd));
         QVERIFY(trashByHand(trash, work + "/other/" + odd, odd + ".2"));
         QVERIFY(trashByHand(trash, work + "/kdedir", "kdedir"));
-        QVERIFY(s->shadowedSince(mark, cache, 3));
+        QVERIFY(shadowedSince(mark, cache, 3));
         for (const QByteArray &name : {odd, odd + ".2", QByteArray("kdedir")})
             QVERIFY(emptyByHand(trash, name));
         QTRY_VERIFY_WITH_TIMEOUT(keptAll({odd, "kdedir", "r\xe9sum\xe9 2.txt"}), 10000);
@@ -96,7 +96,7 @@ private slots:
                  QSet<QByteArray>({"latin-1 name", "same name, other file"}));
         QVERIFY(keptFrom(cache, work + "/other/" + odd));
         QTRY_COMPARE(pendingCount(cache), 0);
-        QTRY_VERIFY(s->heard(Notifications::Salvora3DataMovedToCache) > before);
+        QTRY_VERIFY(heard(Notifications::Salvora3DataMovedToCache) > before);
     }
 
     void restoreLeavesNothing()
@@ -130,9 +130,9 @@ private slots:
             QVERIFY(TestEnv::writeFile(work + '/' + n, n));
             paths << work + '/' + n;
         }
-        const int mark = s->daemon.shadowsTaken();
+        const int mark = daemon.shadowsTaken();
         QVERIFY(trashPut(paths));
-        QVERIFY(s->shadowedSince(mark, cache, 2));
+        QVERIFY(shadowedSince(mark, cache, 2));
         QTest::qWait(300);
         QCOMPARE(pendingCount(cache), 2);
         QVERIFY(emptyTrash(trash));
@@ -153,11 +153,11 @@ private slots:
         QVERIFY(trashPut({work + "/late.txt"}));
         QTest::qWait(200);
         QCOMPARE(pendingCount(cache), 0);
-        const int lateMark = s->daemon.shadowsTaken();
+        const int lateMark = daemon.shadowsTaken();
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         Settings::remove(SettingsKeys::PrefsExcludeName);
         Settings::remove(SettingsKeys::PrefsExcludeExtension);
-        QVERIFY(s->shadowedSince(lateMark, cache, 1));
+        QVERIFY(shadowedSince(lateMark, cache, 1));
         QVERIFY(emptyTrash(trash));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("late.txt").isEmpty(), 10000);
     }
@@ -167,13 +167,13 @@ private slots:
         // The window's "remove all caches": protection off, every cache deleted (shadows with
         // them); when protection comes back, items still in the trash are shadowed again.
         QVERIFY(TestEnv::writeFile(home + "/removeall/waiting.txt", "still in the trash"));
-        QVERIFY(s->trashAndShadow(cache, {home + "/removeall/waiting.txt"}));
+        QVERIFY(trashAndShadow(cache, {home + "/removeall/waiting.txt"}));
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
         QVERIFY(settingsChanged());
         QVERIFY(removeTree(cache));
-        const int mark = s->daemon.shadowsTaken();
+        const int mark = daemon.shadowsTaken();
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
-        QVERIFY(s->shadowedSince(mark, cache, 1));
+        QVERIFY(shadowedSince(mark, cache, 1));
         QVERIFY(emptyTrash(trash));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("waiting.txt").isEmpty(), 10000);
     }
@@ -191,7 +191,7 @@ private slots:
         };
         const auto exists = &TestEnv::exists;
         const QByteArray d20 = makeDay(20), d3 = makeDay(3), d0 = cache + '/' + today();
-        const int before = s->heard(Notifications::Salvora3CacheModified);
+        const int before = heard(Notifications::Salvora3CacheModified);
 
         Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 10); // noticed on disk
         QTRY_VERIFY_WITH_TIMEOUT(
@@ -199,7 +199,7 @@ private slots:
         QVERIFY(!exists(d20) && exists(d3) && exists(d0));
         // Its origins go with it (after the folder: announced once both are gone).
         QVERIFY(!exists(cache + "/.origins/" + d20.mid(cache.size() + 1) + ".jsonl"));
-        QTRY_VERIFY(s->heard(Notifications::Salvora3CacheModified) > before);
+        QTRY_VERIFY(heard(Notifications::Salvora3CacheModified) > before);
 
         // 0 keeps everything, whatever the age.
         Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 0);
@@ -258,13 +258,13 @@ private slots:
     {
         const QByteArray item = home + "/restart/while-stopped.txt";
         QVERIFY(TestEnv::writeFile(item, "trashed while the daemon was not running"));
-        QVERIFY(s->daemon.stop());
+        QVERIFY(daemon.stop());
         QVERIFY(trashPut({item}));
-        QVERIFY(s->daemon.start());
+        QVERIFY(daemon.start());
         QCOMPARE(pendingCount(cache), 1); // shadowed at start
-        QVERIFY(s->daemon.stop());
+        QVERIFY(daemon.stop());
         QVERIFY(emptyTrash(trash));
-        QVERIFY(s->daemon.start()); // its item is gone: committed at start, on the worker
+        QVERIFY(daemon.start()); // its item is gone: committed at start, on the worker
         QTRY_VERIFY_WITH_TIMEOUT(!kept("while-stopped.txt").isEmpty(), 5000);
         QTRY_COMPARE(pendingCount(cache), 0);
     }
@@ -281,15 +281,15 @@ private slots:
             QFile::encodeName(QFileInfo(Settings::fileName()).absolutePath()) + "/noise-";
         const QByteArray item = home + "/overflow/unannounced.txt";
         QVERIFY(TestEnv::writeFile(item, "x"));
-        const int shadows = s->daemon.shadowsTaken();
-        QVERIFY(::kill(pid_t(s->daemon.pid()), SIGSTOP) == 0);
+        const int shadows = daemon.shadowsTaken();
+        QVERIFY(::kill(pid_t(daemon.pid()), SIGSTOP) == 0);
         // Each write closes a file in the watched settings folder: one event each.
         for (int i = 0; i <= limit; ++i)
             TestEnv::writeFile(noise + QByteArray::number(i), "");
         QVERIFY(trashPut({item}));
-        QVERIFY(::kill(pid_t(s->daemon.pid()), SIGCONT) == 0);
+        QVERIFY(::kill(pid_t(daemon.pid()), SIGCONT) == 0);
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 20000);
-        QVERIFY(s->daemon.waitForShadows(shadows + 1));
+        QVERIFY(daemon.waitForShadows(shadows + 1));
         QTRY_VERIFY(logContent().contains("sv3daemon missed file system events"));
         QVERIFY(emptyTrash(trash));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("unannounced.txt").isEmpty(), 10000);
@@ -304,7 +304,7 @@ private slots:
         QVERIFY(second.waitForFinished(10000));
         QCOMPARE(second.exitStatus(), QProcess::NormalExit);
         QCOMPARE(second.exitCode(), 0);
-        QVERIFY(s->daemon.isRunning());
+        QVERIFY(daemon.isRunning());
     }
 };
 

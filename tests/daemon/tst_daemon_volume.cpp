@@ -65,7 +65,7 @@ private slots:
         QVERIFY(TestEnv::writeFile(mount + "/docs/a.txt", "on the volume"));
         QVERIFY(TestEnv::writeFile(mount + "/docs/folder/x.bin", QByteArray(5000, 'x')));
         const auto folder = snapshot(mount + "/docs/folder");
-        QVERIFY(s->trashAndShadow(volumeCache, {mount + "/docs/a.txt", mount + "/docs/folder"}));
+        QVERIFY(trashAndShadow(volumeCache, {mount + "/docs/a.txt", mount + "/docs/folder"}));
         // trash-cli writes paths relative to the volume's top folder there.
         QVERIFY(TestEnv::readFile(mount + "/.Trash-0/info/a.txt.trashinfo")
                     .contains("Path=docs/a.txt"));
@@ -77,7 +77,7 @@ private slots:
         QCOMPARE(TestEnv::readFile(kept("a.txt")), QByteArray("on the volume"));
         QCOMPARE(snapshot(kept("folder")), folder);
         QVERIFY(keptFrom(volumeCache, mount + "/docs/a.txt"));
-        QTRY_VERIFY(!s->spy.isEmpty());
+        QTRY_VERIFY(!spy.isEmpty());
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(2), 10000);
         QCOMPARE(snapshotEntry().value(QStringLiteral("path")).toString(), str(mount));
     }
@@ -88,7 +88,7 @@ private slots:
         QVERIFY(::mkdir((mount + "/.Trash").constData(), 0777) == 0);
         QVERIFY(::chmod((mount + "/.Trash").constData(), 01777) == 0);
         QVERIFY(TestEnv::writeFile(mount + "/docs/b.txt", "shared trash"));
-        QVERIFY(s->trashAndShadow(volumeCache, {mount + "/docs/b.txt"}));
+        QVERIFY(trashAndShadow(volumeCache, {mount + "/docs/b.txt"}));
         QVERIFY(emptyByHand(mount + "/.Trash/0", "b.txt"));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("b.txt").isEmpty(), 10000);
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(3), 10000);
@@ -110,26 +110,23 @@ private slots:
     void unpluggedVolumeKeepsItsDays()
     {
         QVERIFY(TestEnv::writeFile(mount + "/docs/c.txt", "trashed before unplugging"));
-        QVERIFY(s->trashAndShadow(volumeCache, {mount + "/docs/c.txt"}));
+        QVERIFY(trashAndShadow(volumeCache, {mount + "/docs/c.txt"}));
         const QByteArrayList before = cachedItems(volumeCache);
         struct stat first = {}, now = {};
         QVERIFY(::stat(mount.constData(), &first) == 0);
 
-        QVERIFY(run(QStringLiteral("umount"), {str(mount)}));
+        QVERIFY(sh("umount '" + mount + '\''));
         QTest::qWait(800);
         // Still offered with its days; unplugging deleted nothing, so nothing was committed.
         QCOMPARE(snapshotEntry().value(QStringLiteral("path")).toString(), str(mount));
         QCOMPARE(todaysCountInSnapshot(), qint64(4));
-        QVERIFY(s->daemon.isRunning());
+        QVERIFY(daemon.isRunning());
 
         // Plugged again on another loop device, so under another device number.
-        const QString other = images.filePath(QStringLiteral("other.img"));
-        QVERIFY(run(QStringLiteral("truncate"), {"-s", "1M", other}));
-        QByteArray loop;
-        QVERIFY(run(QStringLiteral("losetup"), {"--find", "--show", other}, &loop));
-        QVERIFY(run(QStringLiteral("mount"), {"-o", "loop", image(), str(mount)}));
-        QVERIFY(
-            run(QStringLiteral("losetup"), {"--detach", QString::fromLocal8Bit(loop.trimmed())}));
+        QVERIFY(sh("cd " + QFile::encodeName(images.path()) +
+                   "; truncate -s 1M other.img; loop=$(losetup --find --show other.img);"
+                   "mount -o loop vol.img '" +
+                   mount + "'; losetup --detach $loop"));
         QVERIFY(::stat(mount.constData(), &now) == 0);
         QVERIFY(now.st_dev != first.st_dev);
         QTest::qWait(800);
@@ -140,8 +137,8 @@ private slots:
         QCOMPARE(TestEnv::readFile(kept("c.txt")), QByteArray("trashed before unplugging"));
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(5), 10000);
         // Nothing of the daemon holds the volume.
-        QVERIFY(run(QStringLiteral("umount"), {str(mount)}));
-        QVERIFY(run(QStringLiteral("mount"), {"-o", "loop", image(), str(mount)}));
+        QVERIFY(sh("umount '" + mount + "'; mount -o loop " + QFile::encodeName(image()) + " '" +
+                   mount + '\''));
     }
 
     void oldestDaysGoForSpaceTodayStays()
@@ -170,7 +167,7 @@ private slots:
             QVERIFY(TestEnv::writeOrigin(volumeCache, day(d), time, "old.bin", mount + "/old.bin"));
         }
         QVERIFY(available() < wanted);
-        const int before = s->heard(Notifications::Salvora3CacheModified);
+        const int before = heard(Notifications::Salvora3CacheModified);
         // As `salvora rm` tells of what it kept.
         NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
                               QLatin1String(Notifications::Salvora3DataMovedToCache));
@@ -180,7 +177,7 @@ private slots:
         QVERIFY(!TestEnv::exists(volumeCache + "/.origins/" + day(-9) + ".jsonl"));
         QVERIFY(TestEnv::exists(big));
         QVERIFY(available() < wanted);
-        QTRY_VERIFY_WITH_TIMEOUT(s->heard(Notifications::Salvora3CacheModified) > before, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(heard(Notifications::Salvora3CacheModified) > before, 5000);
         QTRY_VERIFY_WITH_TIMEOUT(logContent().contains("no day older than today is left"), 5000);
         QCOMPARE(logContent().count("removed to free space on /mnt/sv3 vol"), 2);
         const auto action = SpaceGuard::lastAction();
