@@ -25,26 +25,10 @@
 
 namespace Harness {
 
-QString binary(const char *name)
-{
-    return QString::fromLocal8Bit(qgetenv("SALVORA_BIN_DIR")) + QLatin1Char('/') +
-           QLatin1String(name);
-}
-
-Daemon::Daemon(QString program) : mProgram(std::move(program))
-{
-    mProcess.setProcessChannelMode(QProcess::MergedChannels);
-}
-
-Daemon::~Daemon()
-{
-    stop();
-}
-
 bool Daemon::start(int timeoutMs)
 {
     mOutput.clear();
-    mProcess.start(mProgram, {});
+    mProcess.start(mProgram, mArgs);
     if (!mProcess.waitForStarted(5000)) return false;
     return waitForOutput("sv3daemon ready", timeoutMs);
 }
@@ -62,27 +46,11 @@ bool Daemon::stop(int timeoutMs)
     return false;
 }
 
-QByteArray Daemon::output()
-{
-    mOutput += mProcess.readAll();
-    return mOutput;
-}
-
 bool Daemon::waitForOutput(const QByteArray &needle, int timeoutMs)
 {
     // Gives up early when the daemon has ended without saying it.
     return QTest::qWaitFor([&] { return output().contains(needle) || !isRunning(); }, timeoutMs) &&
            output().contains(needle);
-}
-
-int Daemon::shadowsTaken()
-{
-    return int(output().count("shadow of "));
-}
-
-bool Daemon::waitForShadows(int count, int timeoutMs)
-{
-    return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
 }
 
 void DaemonSuite::initTestCase()

@@ -11,20 +11,28 @@
 #include <QSignalSpy>
 #include <QString>
 #include <QStringList>
+#include <QTest>
 
 // Helpers for the end-to-end tests of sv3daemon: starting the real programs, driving real trash
 // tools, and looking at the caches they fill.
 namespace Harness {
 
 // A program of the build tree (SALVORA_BIN_DIR).
-QString binary(const char *name);
+inline QString binary(const char *name)
+{
+    return QFile::decodeName(qgetenv("SALVORA_BIN_DIR") + '/' + name);
+}
 
 // The daemon as the session starts it: `sv3daemon`, which becomes the agent.
 class Daemon
 {
 public:
-    explicit Daemon(QString program = binary("sv3daemon"));
-    ~Daemon();
+    explicit Daemon(QString program = binary("sv3daemon"), QStringList args = {})
+        : mProgram(std::move(program)), mArgs(std::move(args))
+    {
+        mProcess.setProcessChannelMode(QProcess::MergedChannels);
+    }
+    ~Daemon() { stop(); }
     // Starts it and waits until the agent says it is watching.
     bool start(int timeoutMs = 15000);
     // SIGTERM and wait; true when it ended by itself.
@@ -33,15 +41,19 @@ public:
     bool isRunning() const { return mProcess.state() != QProcess::NotRunning; }
     QProcess &process() { return mProcess; }
     // Everything it printed so far (stdout and stderr).
-    QByteArray output();
+    QByteArray output() { return mOutput += mProcess.readAll(); }
     bool waitForOutput(const QByteArray &needle, int timeoutMs = 10000);
     // Shadows the agent has finished taking since it started: a shadow's folder appears before
     // its content, so a test must wait for this before deleting from the trash.
-    int shadowsTaken();
-    bool waitForShadows(int count, int timeoutMs = 10000);
+    int shadowsTaken() { return int(output().count("shadow of ")); }
+    bool waitForShadows(int count, int timeoutMs = 10000)
+    {
+        return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
+    }
 
 private:
     QString mProgram;
+    QStringList mArgs;
     QProcess mProcess;
     QByteArray mOutput;
 };

@@ -37,12 +37,6 @@ QByteArray today()
     return CommonUtils::nameForCacheFolderForToday().toLatin1();
 }
 
-// Every entry below `path` and `path` itself (as ""): mode, owner and what it holds.
-QMap<QByteArray, QByteArray> tree(const QByteArray &path)
-{
-    return snapshot(path, true);
-}
-
 // The value of --NAME=VALUE on a process's command line.
 QByteArray argumentOf(qint64 pid, const QByteArray &name)
 {
@@ -100,24 +94,20 @@ struct Account
     qint64 agent = -1;
     qint64 helper = -1;
 
+    // setpriv's arguments that run what follows as this account, in a clean environment.
     QStringList as() const
     {
-        return {QStringLiteral("--reuid=%1").arg(uid), QStringLiteral("--regid=%1").arg(gid),
-                QStringLiteral("--clear-groups"), QStringLiteral("--")};
-    }
-    QProcessEnvironment env() const
-    {
-        QProcessEnvironment e;
-        e.insert(QStringLiteral("PATH"), QStringLiteral("/usr/bin:/bin"));
-        e.insert(QStringLiteral("HOME"), str(home));
-        e.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
-        return e;
+        return QStringLiteral("--reuid=%1 --regid=%2 --clear-groups -- env -i PATH=/usr/bin:/bin "
+                              "LC_ALL=C.UTF-8")
+                   .arg(uid)
+                   .arg(gid)
+                   .split(' ')
+               << QStringLiteral("HOME=") + str(home);
     }
     // Runs a program as this account; true when it exited 0.
     bool run(const QStringList &args, QByteArray *out = nullptr) const
     {
         QProcess p;
-        p.setProcessEnvironment(env());
         p.setProcessChannelMode(out ? QProcess::SeparateChannels : QProcess::ForwardedChannels);
         p.start(QStringLiteral("setpriv"), as() + args);
         const bool ok =
@@ -149,14 +139,10 @@ struct Account
     // The daemon as the desktop session starts it: as the account, on a bus of its own.
     bool start()
     {
-        daemon = std::make_unique<Daemon>(QStringLiteral("setpriv"));
-        QProcess &p = daemon->process();
-        p.setProcessEnvironment(env());
-        p.setProgram(QStringLiteral("setpriv"));
-        p.setArguments(as() << QStringLiteral("dbus-run-session") << QStringLiteral("--")
-                            << str(kBin + "/sv3daemon"));
-        p.start();
-        if (!daemon->waitForOutput("sv3daemon ready", 15000)) return false;
+        daemon = std::make_unique<Daemon>(QStringLiteral("setpriv"),
+                                          as() << QStringLiteral("dbus-run-session")
+                                               << QStringLiteral("--") << str(kBin + "/sv3daemon"));
+        if (!daemon->start()) return false;
         QByteArray pid;
         agent = Harness::run(QStringLiteral("pgrep"),
                              {"-u", QString::number(uid), "-x", "sv3daemon-agent"}, &pid)
@@ -178,15 +164,18 @@ struct Account
         daemon->process().waitForFinished(5000);
         return -1;
     }
-    // Trashes `path` (the account's), lets the daemon shadow it, empties that trash and waits
-    // until the item is kept.
-    bool trashAndKeep(const QByteArray &volume, const QByteArray &path)
+    // Trashes `path` (the account's), lets the daemon shadow it and empties that trash.
+    bool trashAndEmpty(const QByteArray &volume, const QByteArray &path)
     {
         const int mark = daemon->shadowsTaken();
-        const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
         return run({QStringLiteral("trash-put"), str(path)}) && daemon->waitForShadows(mark + 1) &&
                run({QStringLiteral("trash-empty"),
-                    QStringLiteral("--trash-dir=") + str(trash(volume))}) &&
+                    QStringLiteral("--trash-dir=") + str(trash(volume))});
+    }
+    bool trashAndKeep(const QByteArray &volume, const QByteArray &path)
+    {
+        const QByteArray name = path.mid(path.lastIndexOf('/') + 1);
+        return trashAndEmpty(volume, path) &&
                QTest::qWaitFor([&] { return !kept(cache(volume), name).isEmpty(); }, 10000);
     }
 };
@@ -196,12 +185,12 @@ struct Account
 QByteArrayList modeProblems(const Account &a)
 {
     QByteArrayList problems;
-    const auto home = tree(a.home);
+    const auto home = snapshot(a.home, true);
     for (auto it = home.begin(); it != home.end(); ++it)
         if (it.value().startsWith("40") && (it.value().mid(2, 3).toInt(nullptr, 8) & 022))
             problems << a.home + '/' + it.key() + ": " + it.value();
     const auto check = [&](const QByteArray &root) {
-        const auto t = tree(root);
+        const auto t = snapshot(root, true);
         if (t.isEmpty()) problems << root + ": missing";
         for (auto it = t.begin(); it != t.end(); ++it) {
             const QByteArray &rel = it.key();
@@ -239,7 +228,7 @@ class TstMultiUser : public QObject
     {
         QMap<QByteArray, QByteArray> all;
         for (const QByteArray &v : {QByteArray("/"), kShared})
-            for (auto [k, val] : tree(a.cache(v)).asKeyValueRange())
+            for (auto [k, val] : snapshot(a.cache(v), true).asKeyValueRange())
                 // Size records are the daemon's to rewrite whenever it likes.
                 if (!k.endsWith(CommonUtils::kCacheInformationName))
                     all.insert(a.cache(v) + '/' + k, val);
@@ -271,16 +260,14 @@ class TstMultiUser : public QObject
     // to `padTo` bytes.
     bool writeSettings(const Account &a, const QVariantMap &disks, qsizetype padTo = 0)
     {
-        QJsonObject o;
-        o.insert(QLatin1String(SettingsKeys::PrefsProtectionEnabled), 1);
-        o.insert(QLatin1String(SettingsKeys::PrefsProtectedDisks),
-                 QJsonObject::fromVariantMap(disks));
-        QByteArray json = QJsonDocument(o).toJson();
-        if (padTo > json.size()) json += QByteArray(padTo - json.size(), ' ');
-        const QByteArray file = a.home + "/.config/Salvora/Salvora 3.json";
-        return a.sh("mkdir -p -m 700 ~/.config ~/.config/Salvora") &&
-               TestEnv::writeFile(file, json) && ::chown(file.constData(), a.uid, a.gid) == 0 &&
-               ::chmod(file.constData(), 0600) == 0;
+        const QJsonObject o{
+            {QLatin1String(SettingsKeys::PrefsProtectionEnabled), 1},
+            {QLatin1String(SettingsKeys::PrefsProtectedDisks), QJsonObject::fromVariantMap(disks)}};
+        const QByteArray json = QJsonDocument(o).toJson(QJsonDocument::Compact);
+        return a.sh("mkdir -m 700 ~/.config ~/.config/Salvora; cd ~/.config/Salvora; echo '" +
+                    json + "' > s; head -c " +
+                    QByteArray::number(qMax<qsizetype>(padTo - json.size(), 0)) +
+                    " /dev/zero | tr '\\0' ' ' >> s; chmod 600 s; mv s 'Salvora 3.json'");
     }
 
     // Folders at the volume's root that another account may rename to the cache's name: one of
@@ -359,7 +346,7 @@ private slots:
     void rootsRequests()
     {
         const QByteArray cache = kRootOnly + "/.Salvora3Cache", victimDir = "/mnt/victim";
-        const auto victimBefore = tree(victimDir);
+        const auto victimBefore = snapshot(victimDir, true);
         FakeAgent s;
         s.start(str(kFake + "/sv3daemon"), {});
         QVERIFY(s.ready());
@@ -412,7 +399,7 @@ private slots:
         QVERIFY(removeTree(cache + "/2024-01-01"));
         QCOMPARE(create(kRootOnly), QByteArray("done"));
         QCOMPARE(TestEnv::modeOf(cache), mode_t(0711));
-        QCOMPARE(tree(victimDir), victimBefore);
+        QCOMPARE(snapshot(victimDir, true), victimBefore);
 
         // The helper leaves with its agent. Every request and its outcome is logged, hostile
         // bytes escaped.
@@ -551,7 +538,6 @@ private slots:
             QVERIFY(!victimCaches.isEmpty());
             const QByteArray fd = argumentOf(attacker.agent, "privileged-fd");
             QVERIFY(!fd.isEmpty());
-            stealer.setProcessEnvironment(attacker.env());
             stealer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
             stealer.start(QStringLiteral("setpriv"),
                           attacker.as() << str(kBin + "/sv3daemon-attacker") << "steal"
@@ -599,13 +585,12 @@ private slots:
     {
         QFETCH(QByteArray, folder);
         QVERIFY(makeSwapTargets());
-        const auto targetBefore = tree(kShared + '/' + folder);
+        const auto targetBefore = snapshot(kShared + '/' + folder, true);
         QVERIFY(attacker.sh("cd /mnt/shared; mv .Salvora3Cache .real; mv " + folder +
                             " .Salvora3Cache"));
-        auto restore = qScopeGuard([&] {
-            attacker.sh("cd /mnt/shared; mv .Salvora3Cache " + folder +
-                        "; mv .real .Salvora3Cache");
-        });
+        const QByteArray back =
+            "cd /mnt/shared; mv .Salvora3Cache " + folder + "; mv .real .Salvora3Cache";
+        auto restore = qScopeGuard([&] { attacker.sh(back); });
         const QByteArray file = kShared + "/victim-private/at-" + folder + ".txt";
         // The attacker's helper is asked for the attacker's folder there.
         QVERIFY(stealer.state() == QProcess::Running);
@@ -617,9 +602,8 @@ private slots:
                                       victim.daemon->shadowsTaken() > mark,
                                   victim.said().constData(), 10000);
         restore.dismiss();
-        QVERIFY(attacker.sh("cd /mnt/shared; mv .Salvora3Cache " + folder +
-                            "; mv .real .Salvora3Cache"));
-        QCOMPARE(tree(kShared + '/' + folder), targetBefore);
+        QVERIFY(attacker.sh(back));
+        QCOMPARE(snapshot(kShared + '/' + folder, true), targetBefore);
     }
 
     // The attacker swaps the volume's shared folder (which it may rename: the volume's root is
@@ -633,12 +617,12 @@ private slots:
         const QByteArrayList &targets = swapTargets;
         QMap<QByteArray, QMap<QByteArray, QByteArray>> targetsBefore;
         for (const QByteArray &t : targets)
-            targetsBefore.insert(t, tree(kShared + '/' + t));
+            targetsBefore.insert(t, snapshot(kShared + '/' + t, true));
         // Items the victim trashed above, while its cache was out of reach, may still be
         // shadowed into its pending area meanwhile, and size records rewritten; the rest of its
         // cache stays as it is.
         const auto keptPart = [&] {
-            auto t = tree(victim.cache(kShared));
+            auto t = snapshot(victim.cache(kShared), true);
             t.removeIf([](auto it) {
                 return it.key().startsWith(".pending/") ||
                        it.key().endsWith(CommonUtils::kCacheInformationName);
@@ -651,7 +635,6 @@ private slots:
         QTest::qWait(1100); // nothing above passes for a folder the helper has just made
 
         QProcess racer;
-        racer.setProcessEnvironment(attacker.env());
         QStringList args = attacker.as();
         args << str(kBin + "/sv3daemon-attacker") << "race" << str(kShared)
              << QString::number(kRaceSeconds) << ".Salvora3Cache";
@@ -670,16 +653,14 @@ private slots:
         }
         racer.waitForFinished(5000);
         const QByteArray result = racer.readAllStandardOutput().trimmed();
-        QByteArray counts;
-        for (auto [answer, n] : answers.asKeyValueRange())
-            counts += ' ' + answer + ' ' + QByteArray::number(n);
-        qInfo("race: %s; helper answers:%s", result.constData(), counts.constData());
+        qInfo("race: %s; helper: %d done, %d refused", result.constData(), answers.value("done"),
+              answers.value("refused"));
         QVERIFY(result.startsWith("swaps=") && !result.startsWith("swaps=0 "));
         QVERIFY(answers.value("done") > 0 && answers.value("refused") > 0);
         QVERIFY(!answers.contains("timeout"));
 
         for (const QByteArray &t : targets)
-            QCOMPARE(tree(kShared + '/' + t), targetsBefore.value(t));
+            QCOMPARE(snapshot(kShared + '/' + t, true), targetsBefore.value(t));
         QCOMPARE(keptPart(), victimBefore);
         const QByteArrayList problems = modeProblems(victim);
         QVERIFY2(problems.isEmpty(), problems.join('\n').constData());
@@ -688,7 +669,7 @@ private slots:
         QCOMPARE(after.st_ino, shared.st_ino);
         QCOMPARE(after.st_mode & 07777, mode_t(0711));
         // Every folder the helper made in the race is root's and closed, or the attacker's own.
-        for (const QByteArray &name : tree(kShared).keys()) {
+        for (const QByteArray &name : snapshot(kShared, true).keys()) {
             if (!name.startsWith(".made-") || name.contains('/')) continue;
             struct stat st = {};
             QVERIFY(::lstat((kShared + '/' + name).constData(), &st) == 0);
@@ -707,16 +688,15 @@ private slots:
         QCOMPARE(attacker.stop() >= 0, true);
         const QByteArray day = today(), info = CommonUtils::kCacheInformationName;
         for (const Account *a : {&victim, &attacker}) {
-            // As root, what the earlier version did as the account: folders open to all.
-            QVERIFY(a->sh("mkdir -p ~/docs ~/.Salvora3Cache/" + day +
-                          " ~/.Salvora3Cache/.origins;"
-                          "echo notes > ~/notes.txt; echo doc > ~/docs/doc.txt; chmod 755 ~/docs"));
-            for (const char *f : {"/.local", "/.local/share", "/.local/share/Salvora 3",
-                                  "/.Salvora3Cache", "/.Salvora3Cache/.origins"})
-                QVERIFY(::chmod((a->home + f).constData(), 0777) == 0);
-            QVERIFY(::chmod((a->home + "/.Salvora3Cache/" + day).constData(), 0777) == 0);
+            // What the earlier version did: folders open to all.
+            QVERIFY(
+                a->sh("cd; mkdir -p docs .Salvora3Cache/" + day +
+                      " .Salvora3Cache/.origins; echo notes > notes.txt; echo doc > docs/doc.txt;"
+                      "chmod 755 docs; chmod 777 .local .local/share '.local/share/Salvora 3' "
+                      ".Salvora3Cache .Salvora3Cache/.origins .Salvora3Cache/" +
+                      day));
             for (const char *target : {"/notes.txt", "/docs"})
-                before.insert(a->name + target, tree(a->home + target));
+                before.insert(a->name + target, snapshot(a->home + target, true));
         }
         const QByteArray v = victim.home, at = attacker.home;
         // The victim's log and origin folder are links to the victim's own things; its size
@@ -740,17 +720,15 @@ private slots:
         for (Account *a : {&victim, &attacker}) {
             QVERIFY2(a->start(), a->daemon->output().constData());
             QVERIFY(a->sh("echo again > ~/again.txt"));
-            const int mark = a->daemon->shadowsTaken();
-            QVERIFY(a->run({"trash-put", str(a->home + "/again.txt")}));
-            QVERIFY2(a->daemon->waitForShadows(mark + 1), a->said().constData());
-            QVERIFY(a->run({"trash-empty", "--trash-dir=" + str(a->trash("/"))}));
+            QVERIFY2(a->trashAndEmpty("/", a->home + "/again.txt"), a->said().constData());
             // Kept, or (while its origin cannot be recorded) kept aside and tried again, and
             // said so: never lost.
             QTRY_VERIFY2_WITH_TIMEOUT(
                 TestEnv::readFile(a->logFile()).contains(a->home + "/again.txt"),
                 a->said().constData(), 10000);
             const QByteArray pending = a->cache("/") + "/.pending/" + QByteArray::number(a->uid);
-            QVERIFY2(!kept(a->cache("/"), "again.txt").isEmpty() || tree(pending).size() > 1,
+            QVERIFY2(!kept(a->cache("/"), "again.txt").isEmpty() ||
+                         snapshot(pending, true).size() > 1,
                      a->said().constData());
             for (const char *f :
                  {"/.local", "/.local/share", "/.local/share/Salvora 3", "/.Salvora3Cache"})
@@ -772,7 +750,7 @@ private slots:
     {
         QFETCH(QByteArray, target);
         QVERIFY(before.contains(target));
-        QCOMPARE(tree("/mnt/home/" + target), before.value(target));
+        QCOMPARE(snapshot("/mnt/home/" + target, true), before.value(target));
     }
 
     // Neither FIFO planted as its log, origin record or size record holds a daemon: each ends
