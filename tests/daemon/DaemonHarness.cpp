@@ -191,7 +191,7 @@ void walk(const QByteArray &base, const QByteArray &rel, bool owners,
                                          : "l:" + QByteArray(link, n > 0 ? n : 0);
     if (owners)
         v = QByteArray::number(st.st_mode, 8) + ' ' + QByteArray::number(st.st_uid) + ' ' + v;
-    if (owners || !rel.isEmpty()) out.insert(rel, v);
+    if (owners || !rel.isEmpty() || !S_ISDIR(st.st_mode)) out.insert(rel, v);
     if (S_ISDIR(st.st_mode))
         for (const QByteArray &name : names(full))
             walk(base, rel.isEmpty() ? name : rel + '/' + name, owners, out);

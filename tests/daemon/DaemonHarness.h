@@ -115,8 +115,9 @@ bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArr
 // Empties one item as KDE and trash-empty do: files/X (a folder recursively), then its .trashinfo.
 bool emptyByHand(const QByteArray &trash, const QByteArray &trashName);
 
-// Files below a folder: relative path -> "f:" + content, "l:" + link target, or "d" for a folder;
-// with `owners`, the folder itself too (as ""), each value after its mode (octal) and owner.
+// Files below a folder (or a file itself, as ""): relative path -> "f:" + content, "l:" + link
+// target, or "d" for a folder; with `owners`, the folder itself too, each value after its mode
+// (octal) and owner.
 QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners = false);
 // Items kept in a cache: "<day>/<time>/<name>" for each item of each time folder.
 QByteArrayList cachedItems(const QByteArray &cacheFolder);

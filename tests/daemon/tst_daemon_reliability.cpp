@@ -6,7 +6,6 @@
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -17,7 +16,6 @@
 
 #include <csignal>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 using namespace Harness;
@@ -42,7 +40,7 @@ class TstDaemonReliability : public DaemonSuite
     {
         QByteArray name;
         QByteArray path;
-        QMap<QByteArray, QByteArray> digest;
+        QMap<QByteArray, QByteArray> content; // snapshot()
     };
 
     static QByteArray randomBytes(QRandomGenerator &rng, qsizetype size)
@@ -51,19 +49,6 @@ class TstDaemonReliability : public DaemonSuite
         for (qsizetype i = 0; i < size; ++i)
             b[i] = char(rng.bounded(256));
         return b;
-    }
-    // Hash of every file below a path ("" for the path itself when it is a file).
-    static QMap<QByteArray, QByteArray> digests(const QByteArray &path)
-    {
-        QMap<QByteArray, QByteArray> out;
-        struct stat st = {};
-        if (lstat(path.constData(), &st) != 0) return out;
-        const auto tree = S_ISDIR(st.st_mode)
-                              ? snapshot(path)
-                              : QMap<QByteArray, QByteArray>{{{}, TestEnv::readFile(path)}};
-        for (auto it = tree.cbegin(); it != tree.cend(); ++it)
-            out.insert(it.key(), QCryptographicHash::hash(it.value(), QCryptographicHash::Sha256));
-        return out;
     }
     static QJsonObject salvora(const QStringList &args)
     {
@@ -114,7 +99,7 @@ class TstDaemonReliability : public DaemonSuite
             const QByteArray whole = find(o.name), part = find(CacheCommit::incompleteName(o.name));
             const QByteArray what = (context + QStringLiteral(": ")).toUtf8() + o.name;
             if (!whole.isEmpty()) {
-                QVERIFY2(digests(whole) == o.digest, what + " shown complete, is not");
+                QVERIFY2(snapshot(whole) == o.content, what + " shown complete, is not");
                 const auto origin = originOf(whole);
                 QVERIFY2(origin && origin->completeness.complete, what + " kept without origin");
                 QCOMPARE(origin->path, o.path);
@@ -156,11 +141,11 @@ private slots:
         const QByteArray work = home + "/burst-" + tag;
         QList<Original> originals;
         QVERIFY(makeTree(work + "/big-" + tag, 20, 1000));
-        originals.append({"big-" + tag, work + "/big-" + tag, digests(work + "/big-" + tag)});
+        originals.append({"big-" + tag, work + "/big-" + tag, snapshot(work + "/big-" + tag)});
         for (int i = 0; i < 20; ++i) {
             const QByteArray name = "s-" + tag + '-' + QByteArray::number(i) + ".txt";
             QVERIFY(TestEnv::writeFile(work + '/' + name, QByteArray(i * 100 + 1, char('a' + i))));
-            originals.append({name, work + '/' + name, digests(work + '/' + name)});
+            originals.append({name, work + '/' + name, snapshot(work + '/' + name)});
         }
         QVERIFY(sh("cd " + work +
                    (gio ? "; gio trash big-* s-*.txt; sleep 0.001; gio trash --empty"
@@ -228,7 +213,7 @@ private slots:
             QList<Original> originals;
             const auto stage = [&](const QByteArray &name, const QByteArray &data) {
                 QVERIFY(data.isNull() || TestEnv::writeFile(staging + '/' + name, data));
-                originals.append({name, work + '/' + name, digests(staging + '/' + name)});
+                originals.append({name, work + '/' + name, snapshot(staging + '/' + name)});
             };
             if (copies) {
                 // 8 to 32 MB
@@ -324,21 +309,17 @@ private slots:
             QVERIFY(TestEnv::writeFile(staging + '/' + name + ".trashinfo",
                                        "[Trash Info]\nPath=docs/" + name +
                                            "\nDeletionDate=2024-05-03T14:07:55\n"));
-            originals.append({name, mount + "/docs/" + name, digests(staging + '/' + name)});
+            originals.append({name, mount + "/docs/" + name, snapshot(staging + '/' + name)});
         };
+        // Fills the disk but `leave` bytes, then moves the staged items from `from` on in.
         const auto fillAndTrash = [&](const QByteArray &filler, qint64 leave, qsizetype from) {
-            struct statvfs v = {};
-            QVERIFY(statvfs(mount.constData(), &v) == 0);
-            const qint64 size = qint64(v.f_bavail) * qint64(v.f_frsize) - leave;
-            QVERIFY(sh("head -c " + QByteArray::number(size) + " /dev/zero > " + filler +
-                       " || true; sync"));
-            for (qsizetype i = from; i < originals.size(); ++i) {
-                const QByteArray &name = originals[i].name;
-                ::rename((staging + '/' + name + ".trashinfo").constData(),
-                         (volumeTrash + "/info/" + name + ".trashinfo").constData());
-                QVERIFY(::rename((staging + '/' + name).constData(),
-                                 (volumeTrash + "/files/" + name).constData()) == 0);
-            }
+            QByteArray script = "cd " + volumeTrash + "; head -c $(($(df --output=avail -B1 . | " +
+                                "tail -1) - " + QByteArray::number(leave) + ")) /dev/zero > " +
+                                filler + " || true; sync";
+            for (qsizetype i = from; i < originals.size(); ++i)
+                script += "; mv staging/" + originals[i].name + ".trashinfo info; mv staging/" +
+                          originals[i].name + " files";
+            QVERIFY(sh(script));
         };
 
         // A 6 MB file that cannot be linked with 2 MB free: kept in part, or not at all.
@@ -412,7 +393,7 @@ private slots:
             QVERIFY(TestEnv::writeFile(folder + "/part" + QByteArray::number(i),
                                        QByteArray(i * 1000 + 1, char('0' + i))));
         }
-        const Original o{name, home + '/' + name, digests(folder)};
+        const Original o{name, home + '/' + name, snapshot(folder)};
         QTest::qWait(1500); // quiet for a while: the copy is over
         QVERIFY(emptyByHand(trash, name));
         QVERIFY(settled(cache));

@@ -181,10 +181,8 @@ private slots:
     void retentionPurge()
     {
         const auto makeDay = [&](int daysAgo) {
-            const QByteArray day = QDate::currentDate()
-                                       .addDays(-daysAgo)
-                                       .toString(QStringLiteral("yyyy-MM-dd"))
-                                       .toLatin1();
+            const QByteArray day =
+                QDate::currentDate().addDays(-daysAgo).toString(Qt::ISODate).toLatin1();
             TestEnv::writeFile(cache + '/' + day + '/' + day + " 10_00_00/old.txt", "old");
             TestEnv::writeFile(cache + "/.origins/" + day + ".jsonl", "{}\n");
             return cache + '/' + day;

@@ -354,15 +354,14 @@ private slots:
         QCOMPARE(create(kRootOnly), QByteArray("done"));
         QCOMPARE(TestEnv::modeOf(cache), mode_t(0711));
         QCOMPARE(TestEnv::modeOf(cache + "/0"), mode_t(0700));
-        QCOMPARE(create(kRootOnly), QByteArray("done"));                      // already there
-        for (const QByteArray &m : {QByteArray("/"), QByteArray("/mnt/home"), // not a mount point
-                                    QByteArray("/mnt/linkvol"),               // a link to one
-                                    QByteArray("/mnt/plain"), // no identity, so never protected
-                                    QByteArray("/mnt"),       // not where caches live
-                                    kRootOnly + '/',          // not in plain form
-                                    kRootOnly + "/../rootonly", kRootOnly.mid(1),
-                                    cache, // inside a mount, not its root
-                                    QByteArray()})
+        QCOMPARE(create(kRootOnly), QByteArray("done")); // already there
+        // Not a mount point, a link to one, one without identity (never protected), one where no
+        // cache lives, paths not in plain form, inside a mount but not its root, nothing.
+        const QByteArrayList hostile =
+            QByteArray("/ /mnt/home /mnt/linkvol /mnt/plain /mnt /mnt/rootonly/ "
+                       "/mnt/rootonly/../rootonly mnt/rootonly /mnt/rootonly/.Salvora3Cache")
+                .split(' ');
+        for (const QByteArray &m : hostile + QByteArrayList{QByteArray()})
             QVERIFY2(create(m) == "refused", m.constData());
         QVERIFY(!TestEnv::exists("/mnt/plain/.Salvora3Cache") &&
                 !TestEnv::exists("/mnt/.Salvora3Cache"));
