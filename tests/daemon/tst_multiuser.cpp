@@ -466,10 +466,10 @@ private slots:
                              &out));
         QCOMPARE(out, QByteArray("EACCES EACCES EACCES"));
         // The attacker keeps something there too, for the checks below.
-        QVERIFY(attacker.sh("echo mine > '" + (volume == "/" ? attacker.home : kShared) +
-                            "/attacker-" + QTest::currentDataTag() + ".txt'"));
-        QVERIFY(attacker.trashAndKeep(volume, (volume == "/" ? attacker.home : kShared) +
-                                                  "/attacker-" + QTest::currentDataTag() + ".txt"));
+        const QByteArray mine = (volume == "/" ? attacker.home : kShared) + "/attacker-" +
+                                QTest::currentDataTag() + ".txt";
+        QVERIFY(attacker.sh("echo mine > '" + mine + '\''));
+        QVERIFY(attacker.trashAndKeep(volume, mine));
     }
 
     // Nothing that others may write anywhere in either home; in what Salvora 3 made, folders
