@@ -4,12 +4,14 @@
 #include "cache/CacheLayout.h"
 #include "common/Log.h"
 #include "common/Notifications.h"
+#include "common/Settings.h"
+#include "common/SettingsKeys.h"
+#include "volumes/MountInfo.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusMetaType>
-#include <QDirIterator>
 #include <QFile>
 #include <QStandardPaths>
 #include <QTest>
@@ -23,26 +25,10 @@
 
 namespace Harness {
 
-QString binary(const char *name)
-{
-    return QString::fromLocal8Bit(qgetenv("SALVORA_BIN_DIR")) + QLatin1Char('/') +
-           QLatin1String(name);
-}
-
-Daemon::Daemon(QString program) : mProgram(std::move(program))
-{
-    mProcess.setProcessChannelMode(QProcess::MergedChannels);
-}
-
-Daemon::~Daemon()
-{
-    stop();
-}
-
 bool Daemon::start(int timeoutMs)
 {
     mOutput.clear();
-    mProcess.start(mProgram, {});
+    mProcess.start(mProgram, mArgs);
     if (!mProcess.waitForStarted(5000)) return false;
     return waitForOutput("sv3daemon ready", timeoutMs);
 }
@@ -60,28 +46,62 @@ bool Daemon::stop(int timeoutMs)
     return false;
 }
 
-QByteArray Daemon::output()
-{
-    mOutput += mProcess.readAll();
-    return mOutput;
-}
-
 bool Daemon::waitForOutput(const QByteArray &needle, int timeoutMs)
 {
     // Gives up early when the daemon has ended without saying it.
-    return QTest::qWaitFor([&] { return output().contains(needle) || !isRunning(); },
-                           timeoutMs) &&
+    return QTest::qWaitFor([&] { return output().contains(needle) || !isRunning(); }, timeoutMs) &&
            output().contains(needle);
 }
 
-int Daemon::shadowsTaken()
+void DaemonSuite::initTestCase()
 {
-    return int(output().count("shadow of "));
+    if (!bus.observe(QLatin1String(Notifications::Salvora3Notification)))
+        QSKIP("no session bus (run through ctest, which starts a private one)");
+    if (!haveProgram("gio") || !haveProgram("trash-put") || !haveProgram("trash-empty"))
+        QSKIP("needs gio (libglib2.0-bin) and trash-cli; see scripts/deps.sh");
+    if (const QString why = missing(); !why.isEmpty()) QSKIP(qPrintable(why));
+    // The bus starts services (gvfsd, which empties the trash for `gio trash --empty`) with the
+    // test's home, never the real one.
+    using Environment = QMap<QString, QString>;
+    qDBusRegisterMetaType<Environment>();
+    Environment vars;
+    for (const char *name :
+         {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"})
+        vars.insert(QLatin1String(name), QString::fromLocal8Bit(qgetenv(name)));
+    QDBusMessage m = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("UpdateActivationEnvironment"));
+    m << QVariant::fromValue(vars);
+    QCOMPARE(QDBusConnection::sessionBus().call(m).type(), QDBusMessage::ReplyMessage);
+    QVERIFY(TestEnv::makeFolders(trash + "/files") && TestEnv::makeFolders(trash + "/info"));
+    Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
+    Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 0);
+    prepare();
+    if (!QTest::currentTestFailed()) QVERIFY2(daemon.start(), daemon.output().constData());
 }
 
-bool Daemon::waitForShadows(int count, int timeoutMs)
+void DaemonSuite::cleanupTestCase()
 {
-    return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
+    QVERIFY(daemon.stop());
+}
+
+int DaemonSuite::heard(const char *object) const
+{
+    return int(std::count_if(spy.begin(), spy.end(), [&](const QList<QVariant> &args) {
+        return args.value(1).toString() == QLatin1String(object);
+    }));
+}
+
+bool DaemonSuite::shadowedSince(int mark, const QByteArray &cacheFolder, int count)
+{
+    return QTest::qWaitFor([&] { return pendingCount(cacheFolder) == count; }, 10000) &&
+           daemon.waitForShadows(mark + count);
+}
+
+bool DaemonSuite::trashAndShadow(const QByteArray &cacheFolder, const QByteArrayList &paths)
+{
+    const int mark = daemon.shadowsTaken();
+    return trashPut(paths) && shadowedSince(mark, cacheFolder, int(paths.size()));
 }
 
 bool haveProgram(const char *name)
@@ -89,28 +109,26 @@ bool haveProgram(const char *name)
     return !QStandardPaths::findExecutable(QLatin1String(name)).isEmpty();
 }
 
-Session::Session()
+bool foreignTrashExists()
 {
-    bus.observe(QLatin1String(Notifications::Salvora3Notification));
+    const QByteArray uid = QByteArray::number(getuid());
+    for (const MountEntry &e : MountInfo::parse(MountInfo::readFile())) {
+        const QByteArray top = e.mountPoint == "/" ? QByteArray() : e.mountPoint;
+        if (TestEnv::exists(top + "/.Trash-" + uid) || TestEnv::exists(top + "/.Trash/" + uid))
+            return true;
+    }
+    return false;
 }
 
-int Session::heard(const char *object) const
+bool makeTree(const QByteArray &root, int folders, int files)
 {
-    return int(std::count_if(spy.begin(), spy.end(), [&](const QList<QVariant> &args) {
-        return args.value(1).toString() == QLatin1String(object);
-    }));
-}
-
-bool Session::shadowedSince(int mark, const QByteArray &cache, int count)
-{
-    return QTest::qWaitFor([&] { return pendingCount(cache) == count; }, 10000) &&
-           daemon.waitForShadows(mark + count);
-}
-
-bool Session::trashAndShadow(const QByteArray &cache, const QByteArrayList &paths)
-{
-    const int mark = daemon.shadowsTaken();
-    return trashPut(paths) && shadowedSince(mark, cache, int(paths.size()));
+    for (int d = 0; d < folders; ++d)
+        for (int f = 0; f < files; ++f)
+            if (!TestEnv::writeFile(root + "/d" + QByteArray::number(d) + "/f" +
+                                        QByteArray::number(f),
+                                    root + QByteArray::number(d * 100000 + f)))
+                return false;
+    return true;
 }
 
 bool trashPut(const QByteArrayList &paths)
@@ -126,28 +144,21 @@ bool emptyTrash(const QByteArray &trash)
     return run(QStringLiteral("trash-empty"), {QStringLiteral("--trash-dir=") + str(trash)});
 }
 
-bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName)
+bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName,
+                 const QByteArray &origin)
 {
-    const QByteArray info = "[Trash Info]\nPath=" + path.toPercentEncoding("/") +
-                            "\nDeletionDate=2024-05-03T14:07:55\n";
+    const QByteArray info =
+        "[Trash Info]\nPath=" + (origin.isEmpty() ? path : origin).toPercentEncoding("/") +
+        "\nDeletionDate=2024-05-03T14:07:55\n";
     return TestEnv::makeFolders(trash + "/files") &&
            TestEnv::writeFile(trash + "/info/" + trashName + ".trashinfo", info) &&
            ::rename(path.constData(), (trash + "/files/" + trashName).constData()) == 0;
 }
 
-bool pointBusActivationAtTestHome()
+bool emptyByHand(const QByteArray &trash, const QByteArray &trashName)
 {
-    using Environment = QMap<QString, QString>;
-    qDBusRegisterMetaType<Environment>();
-    Environment env;
-    for (const char *name :
-         {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"})
-        env.insert(QLatin1String(name), QString::fromLocal8Bit(qgetenv(name)));
-    QDBusMessage m = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("UpdateActivationEnvironment"));
-    m << QVariant::fromValue(env);
-    return QDBusConnection::sessionBus().call(m).type() == QDBusMessage::ReplyMessage;
+    return removeTree(trash + "/files/" + trashName) &&
+           ::unlink((trash + "/info/" + trashName + ".trashinfo").constData()) == 0;
 }
 
 namespace {
@@ -167,32 +178,31 @@ QByteArrayList names(const QByteArray &folder, bool hidden = true)
     return out;
 }
 
-void snapshotInto(const QByteArray &base, const QByteArray &rel, QMap<QByteArray, QByteArray> &out)
+void walk(const QByteArray &base, const QByteArray &rel, bool owners,
+          QMap<QByteArray, QByteArray> &out)
 {
-    for (const QByteArray &name : names(rel.isEmpty() ? base : base + '/' + rel)) {
-        const QByteArray r = rel.isEmpty() ? name : rel + '/' + name;
-        const QByteArray full = base + '/' + r;
-        struct stat st{};
-        if (lstat(full.constData(), &st) != 0) continue;
-        if (S_ISDIR(st.st_mode)) {
-            out.insert(r, "d");
-            snapshotInto(base, r, out);
-        } else if (S_ISLNK(st.st_mode)) {
-            char buf[4096];
-            const ssize_t n = readlink(full.constData(), buf, sizeof buf);
-            out.insert(r, "l:" + QByteArray(buf, n > 0 ? n : 0));
-        } else {
-            out.insert(r, "f:" + TestEnv::readFile(full));
-        }
-    }
+    const QByteArray full = rel.isEmpty() ? base : base + '/' + rel;
+    struct stat st = {};
+    if (lstat(full.constData(), &st) != 0) return;
+    char link[4096];
+    const ssize_t n = S_ISLNK(st.st_mode) ? readlink(full.constData(), link, sizeof link) : 0;
+    QByteArray v = S_ISDIR(st.st_mode)   ? QByteArray("d")
+                   : S_ISREG(st.st_mode) ? "f:" + TestEnv::readFile(full)
+                                         : "l:" + QByteArray(link, n > 0 ? n : 0);
+    if (owners)
+        v = QByteArray::number(st.st_mode, 8) + ' ' + QByteArray::number(st.st_uid) + ' ' + v;
+    if (owners || !rel.isEmpty() || !S_ISDIR(st.st_mode)) out.insert(rel, v);
+    if (S_ISDIR(st.st_mode))
+        for (const QByteArray &name : names(full))
+            walk(base, rel.isEmpty() ? name : rel + '/' + name, owners, out);
 }
 
 } // namespace
 
-QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder)
+QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners)
 {
     QMap<QByteArray, QByteArray> out;
-    snapshotInto(folder, {}, out);
+    walk(folder, {}, owners, out);
     return out;
 }
 
@@ -218,8 +228,8 @@ QByteArray kept(const QByteArray &cacheFolder, const QByteArray &name)
 
 bool keptFrom(const QByteArray &cacheFolder, const QByteArray &path)
 {
-    const QList<CacheCommit::Origin> origins = CacheCommit::readOrigins(
-        cacheFolder, CommonUtils::nameForCacheFolderForToday().toLatin1());
+    const QList<CacheCommit::Origin> origins =
+        CacheCommit::readOrigins(cacheFolder, CommonUtils::nameForCacheFolderForToday().toLatin1());
     return std::any_of(origins.begin(), origins.end(),
                        [&](const CacheCommit::Origin &o) { return o.path == path; });
 }
@@ -235,38 +245,18 @@ QByteArray logContent()
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
+// The fields of /proc/PID/stat after the command name (which may hold blanks): the state first.
+static QList<QByteArray> statFields(qint64 pid)
+{
+    const QByteArray stat = TestEnv::readFile("/proc/" + QByteArray::number(pid) + "/stat");
+    return stat.isEmpty() ? QList<QByteArray>() : stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+}
+
 qint64 cpuTicks(qint64 pid)
 {
-    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly)) return -1;
-    const QByteArray stat = f.readAll();
-    // Fields after the command name, which may hold blanks, start after the last ')'.
-    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     // utime and stime are fields 14 and 15 of the line, 12 and 13 after the name.
-    return fields.size() > 12 ? fields[11].toLongLong() + fields[12].toLongLong() : -1;
-}
-
-qint64 parentOf(qint64 pid)
-{
-    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
-    if (!f.open(QIODevice::ReadOnly)) return -1;
-    const QByteArray stat = f.readAll();
-    return stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1).toLongLong();
-}
-
-qint64 descendant(const QByteArray &path, qint64 ancestor)
-{
-    QDirIterator it(QStringLiteral("/proc"));
-    while (it.hasNext()) {
-        const QString dir = it.next();
-        bool ok = false;
-        const qint64 pid = it.fileName().toLongLong(&ok);
-        if (!ok || QFile::encodeName(QFile::symLinkTarget(dir + QLatin1String("/exe"))) != path)
-            continue;
-        for (qint64 p = pid; p > 1; p = parentOf(p))
-            if (p == ancestor) return pid;
-    }
-    return -1;
+    const QList<QByteArray> f = statFields(pid);
+    return f.size() > 12 ? f[11].toLongLong() + f[12].toLongLong() : -1;
 }
 
 QByteArray statusLine(qint64 pid, const char *key)

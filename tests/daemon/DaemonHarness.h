@@ -11,20 +11,28 @@
 #include <QSignalSpy>
 #include <QString>
 #include <QStringList>
+#include <QTest>
 
 // Helpers for the end-to-end tests of sv3daemon: starting the real programs, driving real trash
 // tools, and looking at the caches they fill.
 namespace Harness {
 
 // A program of the build tree (SALVORA_BIN_DIR).
-QString binary(const char *name);
+inline QString binary(const char *name)
+{
+    return QFile::decodeName(qgetenv("SALVORA_BIN_DIR") + '/' + name);
+}
 
 // The daemon as the session starts it: `sv3daemon`, which becomes the agent.
 class Daemon
 {
 public:
-    explicit Daemon(QString program = binary("sv3daemon"));
-    ~Daemon();
+    explicit Daemon(QString program = binary("sv3daemon"), QStringList args = {})
+        : mProgram(std::move(program)), mArgs(std::move(args))
+    {
+        mProcess.setProcessChannelMode(QProcess::MergedChannels);
+    }
+    ~Daemon() { stop(); }
     // Starts it and waits until the agent says it is watching.
     bool start(int timeoutMs = 15000);
     // SIGTERM and wait; true when it ended by itself.
@@ -33,43 +41,67 @@ public:
     bool isRunning() const { return mProcess.state() != QProcess::NotRunning; }
     QProcess &process() { return mProcess; }
     // Everything it printed so far (stdout and stderr).
-    QByteArray output();
+    QByteArray output() { return mOutput += mProcess.readAll(); }
     bool waitForOutput(const QByteArray &needle, int timeoutMs = 10000);
     // Shadows the agent has finished taking since it started: a shadow's folder appears before
     // its content, so a test must wait for this before deleting from the trash.
-    int shadowsTaken();
-    bool waitForShadows(int count, int timeoutMs = 10000);
+    int shadowsTaken() { return int(output().count("shadow of ")); }
+    bool waitForShadows(int count, int timeoutMs = 10000)
+    {
+        return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
+    }
 
 private:
     QString mProgram;
+    QStringList mArgs;
     QProcess mProcess;
     QByteArray mOutput;
 };
 
-// A private home, the daemon and an ear on its "Salvora3Notification"s; the daemon is started
-// by the test once its settings are in place.
-struct Session
+// A suite of one daemon on a private home, with an ear on its "Salvora3Notification"s:
+// initTestCase makes the home trash, turns protection on (nothing purged by age), lets prepare()
+// add the suite's settings and mounts, and starts the daemon; cleanupTestCase fails when it did
+// not end cleanly (a sanitizer finding would).
+class DaemonSuite : public QObject
 {
-    Session();
+    Q_OBJECT
+protected:
     TestEnv env;
-    QByteArray home = env.homeBytes();
+    const QByteArray home = env.homeBytes(), cache = home + "/.Salvora3Cache",
+                     trash = home + "/.local/share/Trash";
     NotificationBus bus;
     QSignalSpy spy{&bus, &NotificationBus::received};
     Daemon daemon;
     // How many notifications with this object were heard.
     int heard(const char *object) const;
     // Waits until the daemon took `count` shadows more than `mark` (shadowsTaken() before the
-    // trashing) and `cache`'s pending area holds `count`.
-    bool shadowedSince(int mark, const QByteArray &cache, int count);
+    // trashing) and `cacheFolder`'s pending area holds `count`.
+    bool shadowedSince(int mark, const QByteArray &cacheFolder, int count);
     // `trash-put`, then shadowedSince() for each path.
-    bool trashAndShadow(const QByteArray &cache, const QByteArrayList &paths);
+    bool trashAndShadow(const QByteArray &cacheFolder, const QByteArrayList &paths);
+    // Why the suite cannot run here; empty when it can.
+    virtual QString missing() { return {}; }
+    virtual void prepare() {}
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
 };
 
 inline bool run(const QString &program, const QStringList &args, QByteArray *output = nullptr)
 {
     return TestEnv::runProgram(program, args, output);
 }
+// `sh -ec script`, as root for mounts and the like.
+inline bool sh(const QByteArray &script)
+{
+    return run(QStringLiteral("sh"), {QStringLiteral("-ec"), QString::fromLocal8Bit(script)});
+}
 bool haveProgram(const char *name);
+// Another trash of this user on a mounted volume: `gio trash --empty` would empty it too.
+bool foreignTrashExists();
+// `folders` x `files` small files of distinct content below root (d<i>/f<j>).
+bool makeTree(const QByteArray &root, int folders, int files);
 inline QString str(const QByteArray &path)
 {
     return QFile::decodeName(path);
@@ -77,14 +109,16 @@ inline QString str(const QByteArray &path)
 bool trashPut(const QByteArrayList &paths);
 bool emptyTrash(const QByteArray &trash);
 // Trashes the way every file manager does: the .trashinfo first, then a rename into files/.
-bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName);
+// `origin`: the path its .trashinfo records, when it is not `path`.
+bool trashByHand(const QByteArray &trash, const QByteArray &path, const QByteArray &trashName,
+                 const QByteArray &origin = {});
+// Empties one item as KDE and trash-empty do: files/X (a folder recursively), then its .trashinfo.
+bool emptyByHand(const QByteArray &trash, const QByteArray &trashName);
 
-// Makes the bus start services (gvfsd, which empties the trash for `gio trash --empty`) with the
-// test's home, never the real one.
-bool pointBusActivationAtTestHome();
-
-// Files below a folder: relative path -> "f:" + content, "l:" + link target, or "d" for a folder.
-QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder);
+// Files below a folder (or a file itself, as ""): relative path -> "f:" + content, "l:" + link
+// target, or "d" for a folder; with `owners`, the folder itself too, each value after its mode
+// (octal) and owner.
+QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners = false);
 // Items kept in a cache: "<day>/<time>/<name>" for each item of each time folder.
 QByteArrayList cachedItems(const QByteArray &cacheFolder);
 // The newest kept item of that name, as a full path; empty when none.
@@ -97,11 +131,8 @@ using Removal::removeTree;
 QByteArray logContent();
 // utime + stime of a process, in clock ticks.
 qint64 cpuTicks(qint64 pid);
-// The parent of a process, -1 when it is gone.
-qint64 parentOf(qint64 pid);
-// A live descendant of `ancestor` whose executable is `path`, or -1.
-qint64 descendant(const QByteArray &path, qint64 ancestor);
-// The value of a /proc/PID/status line ("Uid", "State", "VmHWM"…), blanks squeezed; empty when gone.
+// The value of a /proc/PID/status line ("Uid", "State", "VmHWM"…), blanks squeezed; empty when
+// gone.
 QByteArray statusLine(qint64 pid, const char *key);
 
 } // namespace Harness

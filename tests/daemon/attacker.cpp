@@ -1,14 +1,25 @@
-// What another local account does to a Salvora 3 user, run by tst_multiuser as that account:
+// What another local account does to a Salvora 3 user, run by tst_multiuser as that account;
+// prints one line of results per command:
 //
 //   race DIR SECONDS NAME TARGET...   for SECONDS, swap DIR/NAME with each DIR/TARGET and back
 //                                     (RENAME_EXCHANGE), and every 20 ms move NAME away so that
 //                                     a new one is made, then swap a target in for it at once
-//   steal PID FD PROGRAM ARGS...      take descriptor FD of process PID (pidfd_getfd, which needs
-//                                     no privilege over one's own processes) and run PROGRAM
-//                                     with it as --privileged-fd
+//   steal PID FD                      take descriptor FD of process PID (pidfd_getfd, which needs
+//                                     no privilege over one's own processes) and be the stand-in
+//                                     agent on it
 //   open PATH...                      try to read each path; prints "ok" or the errno's name
 //
-// Prints one line of results per command.
+// With --privileged-fd=N (as sv3daemon starts its agent, when copied beside it under the agent's
+// name) it is a stand-in agent: it sends the root helper whatever is asked on its stdin, so that
+// every hostile request can be tried, and prints the answer ("-" is the empty string):
+//
+//   create HEX        ask to create the cache folder at the root of mount point HEX
+//   remove HEX HEX    the removal request of earlier versions (a path inside a cache folder)
+//   raw HEX           send these bytes as one datagram
+//   quit              exit
+
+#include "Printable.h"
+#include "Protocol.h"
 
 #include <cerrno>
 #include <chrono>
@@ -16,7 +27,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iostream>
+#include <sstream>
 #include <string>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
@@ -69,7 +83,7 @@ int race(const char *dirPath, int seconds, const char *name, std::vector<const c
     return 0;
 }
 
-int steal(int pid, int fd, char **program)
+int steal(int pid, int fd)
 {
     const int pidfd = int(syscall(SYS_pidfd_open, pid, 0));
     if (pidfd < 0) return std::printf("pidfd_open: %s\n", strerrorname_np(errno)), 1;
@@ -77,14 +91,10 @@ int steal(int pid, int fd, char **program)
     if (stolen < 0) return std::printf("pidfd_getfd: %s\n", strerrorname_np(errno)), 1;
     // pidfd_getfd gives it close-on-exec.
     if (fcntl(stolen, F_SETFD, 0) != 0) return perror("fcntl"), 1;
-    std::vector<char *> argv;
-    for (char **a = program; *a; ++a)
-        argv.push_back(*a);
     std::string fdArg = "--privileged-fd=" + std::to_string(stolen);
-    argv.push_back(fdArg.data());
-    argv.push_back(nullptr);
+    char *argv[] = {const_cast<char *>("sv3daemon-attacker"), fdArg.data(), nullptr};
     std::fflush(stdout);
-    execv(argv[0], argv.data());
+    execv("/proc/self/exe", argv);
     return perror("execv"), 1;
 }
 
@@ -101,15 +111,66 @@ int tryOpen(int argc, char **argv)
     return 0;
 }
 
+std::string unhex(const std::string &hex)
+{
+    if (hex == "-") return {};
+    std::string out;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        out.push_back(char(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    return out;
+}
+
+std::string ask(int fd, const std::string &datagram)
+{
+    if (send(fd, datagram.data(), datagram.size(), MSG_NOSIGNAL) < 0)
+        return std::string("nosend ") + std::strerror(errno);
+    char buf[privileged::kMaxDatagram];
+    const ssize_t n = recv(fd, buf, sizeof buf, 0);
+    if (n <= 0) return "noanswer";
+    const auto r = privileged::decodeResponse({buf, std::size_t(n)});
+    if (!r) return "badanswer";
+    const char *status = r->status == privileged::Status::Done           ? "done"
+                         : r->status == privileged::Status::Refused      ? "refused"
+                         : r->status == privileged::Status::NeedsConsent ? "consent"
+                                                                         : "failed";
+    return std::string(status) + " " + std::to_string(r->error) + " " + printable(r->message);
+}
+
+int agent(int fd)
+{
+    std::cout << "fakeagent ready" << std::endl;
+    for (std::string line; std::getline(std::cin, line);) {
+        std::istringstream in(line);
+        std::string cmd, a, b;
+        in >> cmd >> a >> b;
+        if (cmd == "quit") break;
+        privileged::Request r;
+        r.first = unhex(a);
+        r.second = unhex(b);
+        if (cmd == "create") r.op = privileged::Op::CreateCacheFolder;
+        std::string datagram = cmd == "raw" ? r.first : privileged::encode(r);
+        // The removal request of earlier versions, which the helper no longer knows.
+        if (cmd == "remove") datagram[2] = 2;
+        if (cmd != "create" && cmd != "remove" && cmd != "raw")
+            std::cout << "unknown command" << std::endl;
+        else
+            std::cout << ask(fd, datagram) << std::endl;
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    for (int i = 1; i < argc; ++i)
+        if (std::strncmp(argv[i], "--privileged-fd=", 16) == 0)
+            return agent(std::atoi(argv[i] + 16));
     const std::string cmd = argc > 1 ? argv[1] : "";
     if (cmd == "race" && argc > 5)
         return race(argv[2], std::atoi(argv[3]), argv[4],
                     std::vector<const char *>(argv + 5, argv + argc));
-    if (cmd == "steal" && argc > 4) return steal(std::atoi(argv[2]), std::atoi(argv[3]), argv + 4);
+    if (cmd == "steal" && argc == 4) return steal(std::atoi(argv[2]), std::atoi(argv[3]));
     if (cmd == "open") return tryOpen(argc - 2, argv + 2);
     std::fprintf(stderr, "usage: see the source\n");
     return 2;

@@ -24,8 +24,7 @@ class TstCacheCommit : public QObject
 {
     Q_OBJECT
     TestEnv env;
-    const QByteArray home = env.homeBytes();
-    const QByteArray cache = home + "/.Salvora3Cache";
+    const QByteArray home = env.homeBytes(), cache = home + "/.Salvora3Cache";
     QTemporaryDir mounts;
 
     static bool exists(const QByteArray &p) { return TestEnv::exists(p); }
@@ -51,16 +50,13 @@ private slots:
 
         const KeepPolicy::Exclusions ex(QStringLiteral("foo; bar;;Ünïcode"),
                                          QStringLiteral("jpg;gz;"));
-        QVERIFY(ex.matches("FOO"));
-        QVERIFY(ex.matches(" bar")); // blanks are part of a filter piece
-        QVERIFY(!ex.matches("bar"));
-        QVERIFY(ex.matches("ünÏcode"));
-        QVERIFY(ex.matches("x.JPG"));
-        QVERIFY(ex.matches("caf\xe9.jpg"));
-        QVERIFY(ex.matches("archive.tar.gz")); // the last extension
-        QVERIFY(!ex.matches("x.jpeg"));
-        QVERIFY(!ex.matches(".jpg")); // a hidden name has no extension
-        QVERIFY(!ex.matches("foo.txt"));
+        for (const char *name :
+             {"FOO", " bar", "ünÏcode", "x.JPG", "caf\xe9.jpg", "archive.tar.gz"})
+            QVERIFY2(ex.matches(name), name);
+        // Blanks are part of a filter piece; only the last extension counts; a hidden name has
+        // no extension.
+        for (const char *name : {"bar", "x.jpeg", ".jpg", "foo.txt", "archive.gz.tar"})
+            QVERIFY2(!ex.matches(name), name);
         QVERIFY(KeepPolicy::Exclusions().isEmpty());
     }
 
@@ -208,18 +204,15 @@ private slots:
         if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
         const QByteArray root = QFile::encodeName(mounts.path());
         // An eligible mount without a volume identity can never be protected.
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
-        QVERIFY(TestEnv::makeFolders("/mnt/plain"));
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3plain", "/mnt/plain"}));
+        QVERIFY(sh("mount -t tmpfs sv3test /mnt; mkdir /mnt/plain /mnt/bound /mnt/home;"
+                   "mount -t tmpfs sv3plain /mnt/plain; mount -t tmpfs sv3home /mnt/home"));
         CommonUtils::resetVolumesLists();
         QVERIFY(TestEnv::writeFile("/mnt/plain/f.txt", "x"));
         QCOMPARE(del("/mnt/plain/f.txt").error, Error::NotOnProtectedVolume);
 
         // The home's file system seen through another mount: the rename cannot cross it.
         QVERIFY(TestEnv::writeFile(home + "/bindsrc/b.txt", "x"));
-        QVERIFY(TestEnv::makeFolders("/mnt/bound"));
-        QVERIFY(run(QStringLiteral("mount"),
-                    {"--bind", QFile::decodeName(home + "/bindsrc"), "/mnt/bound"}));
+        QVERIFY(sh("mount --bind " + home + "/bindsrc /mnt/bound"));
         CommonUtils::resetVolumesLists();
         const CacheCommit::Result bound = del("/mnt/bound/b.txt");
         QCOMPARE(bound.error, Error::CrossDevice);
@@ -228,8 +221,6 @@ private slots:
         // "/" is protected, but with the home folder on another file system its items cannot
         // reach the home's cache.
         QVERIFY(TestEnv::writeFile(root + "/on-root.txt", "x"));
-        QVERIFY(TestEnv::makeFolders("/mnt/home"));
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3home", "/mnt/home"}));
         const QByteArray savedHome = qgetenv("HOME");
         qputenv("HOME", "/mnt/home");
         CommonUtils::resetVolumesLists();

@@ -4,31 +4,33 @@
 #include "cache/CacheCommit.h"
 #include "cache/CacheLayout.h"
 #include "cache/DayEntry.h"
+#include "cache/SpaceGuard.h"
+#include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
 #include <QTest>
 
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 using namespace Harness;
 
 // A protected volume other than "/": a real ext4 image loop-mounted under /mnt in a private mount
 // namespace, its per-volume trashes, the user's private cache in the volume's shared cache folder,
-// and its days remembered in ProtectedVolumesData once it is unplugged.
-class TstDaemonVolume : public QObject
+// its days remembered in ProtectedVolumesData once it is unplugged, and the space guard.
+class TstDaemonVolume : public DaemonSuite
 {
     Q_OBJECT
-    Session *s = nullptr;
     QTemporaryDir images;
     const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AC");
     const QByteArray mount = "/mnt/sv3 vol";
     const QByteArray shared = mount + "/.Salvora3Cache";
-    const QByteArray cache = shared + '/' + QByteArray::number(getuid());
+    const QByteArray volumeCache = shared + '/' + QByteArray::number(getuid());
 
     QString image() const { return images.filePath(QStringLiteral("vol.img")); }
-    QByteArray kept(const QByteArray &name) const { return Harness::kept(cache, name); }
+    QByteArray kept(const QByteArray &name) const { return Harness::kept(volumeCache, name); }
     // The snapshot entry of our volume, as the window reads it.
     QVariantMap snapshotEntry() const
     {
@@ -37,7 +39,6 @@ class TstDaemonVolume : public QObject
             .value(uuid)
             .toMap();
     }
-
     qint64 todaysCountInSnapshot() const
     {
         const QString today = CommonUtils::nameForCacheFolderForToday();
@@ -47,49 +48,37 @@ class TstDaemonVolume : public QObject
         }
         return -1;
     }
-
-private slots:
-    void initTestCase()
+    QString missing() override
     {
         QString why;
-        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
-        if (!QDBusConnection::sessionBus().isConnected())
-            QSKIP("no session bus (run through ctest, which starts a private one)");
-        if (!haveProgram("trash-put") || !haveProgram("trash-empty"))
-            QSKIP("needs trash-cli; see scripts/deps.sh");
-        s = new Session;
-        QVERIFY(run(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
-        QVERIFY(TestEnv::mountExt4Image(image(), uuid, str(mount), 16));
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
-        Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, {{uuid, str(mount)}});
-        QVERIFY2(s->daemon.start(), s->daemon.output().constData());
+        return canMountPrivately(&why) ? QString() : why;
     }
-
-    void cleanupTestCase()
+    void prepare() override
     {
-        const bool clean = !s || s->daemon.stop();
-        delete s;
-        QVERIFY(clean);
+        QVERIFY(sh("mount -t tmpfs sv3test /mnt"));
+        QVERIFY(TestEnv::mountExt4Image(image(), uuid, str(mount), 16));
+        Settings::setDictionary(SettingsKeys::PrefsProtectedDisks, {{uuid, str(mount)}});
     }
 
+private slots:
     void volumeTrashGoesToTheVolumesCache()
     {
         QVERIFY(TestEnv::writeFile(mount + "/docs/a.txt", "on the volume"));
         QVERIFY(TestEnv::writeFile(mount + "/docs/folder/x.bin", QByteArray(5000, 'x')));
         const auto folder = snapshot(mount + "/docs/folder");
-        QVERIFY(s->trashAndShadow(cache, {mount + "/docs/a.txt", mount + "/docs/folder"}));
+        QVERIFY(trashAndShadow(volumeCache, {mount + "/docs/a.txt", mount + "/docs/folder"}));
         // trash-cli writes paths relative to the volume's top folder there.
         QVERIFY(TestEnv::readFile(mount + "/.Trash-0/info/a.txt.trashinfo")
                     .contains("Path=docs/a.txt"));
         QCOMPARE(TestEnv::modeOf(shared), mode_t(0711));
-        QCOMPARE(TestEnv::modeOf(cache), mode_t(0700));
+        QCOMPARE(TestEnv::modeOf(volumeCache), mode_t(0700));
 
         QVERIFY(emptyTrash(mount + "/.Trash-0"));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("a.txt").isEmpty() && !kept("folder").isEmpty(), 10000);
         QCOMPARE(TestEnv::readFile(kept("a.txt")), QByteArray("on the volume"));
         QCOMPARE(snapshot(kept("folder")), folder);
-        QVERIFY(keptFrom(cache, mount + "/docs/a.txt"));
-        QTRY_VERIFY(!s->spy.isEmpty());
+        QVERIFY(keptFrom(volumeCache, mount + "/docs/a.txt"));
+        QTRY_VERIFY(!spy.isEmpty());
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(2), 10000);
         QCOMPARE(snapshotEntry().value(QStringLiteral("path")).toString(), str(mount));
     }
@@ -100,11 +89,8 @@ private slots:
         QVERIFY(::mkdir((mount + "/.Trash").constData(), 0777) == 0);
         QVERIFY(::chmod((mount + "/.Trash").constData(), 01777) == 0);
         QVERIFY(TestEnv::writeFile(mount + "/docs/b.txt", "shared trash"));
-        QVERIFY(s->trashAndShadow(cache, {mount + "/docs/b.txt"}));
-        const QByteArray trash = mount + "/.Trash/0";
-        QVERIFY(TestEnv::exists(trash + "/files/b.txt"));
-        QVERIFY(removeTree(trash + "/files/b.txt"));
-        QVERIFY(::unlink((trash + "/info/b.txt.trashinfo").constData()) == 0);
+        QVERIFY(trashAndShadow(volumeCache, {mount + "/docs/b.txt"}));
+        QVERIFY(emptyByHand(mount + "/.Trash/0", "b.txt"));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("b.txt").isEmpty(), 10000);
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(3), 10000);
     }
@@ -116,7 +102,7 @@ private slots:
         QVERIFY(TestEnv::writeFile(mount + "/docs/direct.txt", "deleted from a terminal"));
         const auto results = Deletion::deleteIntoCache({mount + "/docs/direct.txt"});
         QVERIFY2(results.first().ok(), qPrintable(results.first().message()));
-        QVERIFY(results.first().cachedPath.startsWith(cache + '/'));
+        QVERIFY(results.first().cachedPath.startsWith(volumeCache + '/'));
         QCOMPARE(TestEnv::readFile(results.first().cachedPath),
                  QByteArray("deleted from a terminal"));
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(4), 10000);
@@ -125,36 +111,87 @@ private slots:
     void unpluggedVolumeKeepsItsDays()
     {
         QVERIFY(TestEnv::writeFile(mount + "/docs/c.txt", "trashed before unplugging"));
-        QVERIFY(s->trashAndShadow(cache, {mount + "/docs/c.txt"}));
-        const QByteArrayList before = cachedItems(cache);
-        struct stat first{}, now{};
+        QVERIFY(trashAndShadow(volumeCache, {mount + "/docs/c.txt"}));
+        const QByteArrayList before = cachedItems(volumeCache);
+        struct stat first = {}, now = {};
         QVERIFY(::stat(mount.constData(), &first) == 0);
 
-        QVERIFY(run(QStringLiteral("umount"), {str(mount)}));
+        QVERIFY(sh("umount '" + mount + '\''));
         QTest::qWait(800);
         // Still offered with its days; unplugging deleted nothing, so nothing was committed.
         QCOMPARE(snapshotEntry().value(QStringLiteral("path")).toString(), str(mount));
         QCOMPARE(todaysCountInSnapshot(), qint64(4));
-        QVERIFY(s->daemon.isRunning());
+        QVERIFY(daemon.isRunning());
 
         // Plugged again on another loop device, so under another device number.
-        const QString other = images.filePath(QStringLiteral("other.img"));
-        QVERIFY(run(QStringLiteral("truncate"), {"-s", "1M", other}));
-        QByteArray loop;
-        QVERIFY(run(QStringLiteral("losetup"), {"--find", "--show", other}, &loop));
-        QVERIFY(run(QStringLiteral("mount"), {"-o", "loop", image(), str(mount)}));
-        QVERIFY(
-            run(QStringLiteral("losetup"), {"--detach", QString::fromLocal8Bit(loop.trimmed())}));
+        QVERIFY(sh("cd " + QFile::encodeName(images.path()) +
+                   "; truncate -s 1M other.img; loop=$(losetup --find --show other.img);"
+                   "mount -o loop vol.img '" +
+                   mount + "'; losetup --detach $loop"));
         QVERIFY(::stat(mount.constData(), &now) == 0);
         QVERIFY(now.st_dev != first.st_dev);
         QTest::qWait(800);
-        QCOMPARE(cachedItems(cache), before);
-        QCOMPARE(pendingCount(cache), 1);
+        QCOMPARE(cachedItems(volumeCache), before);
+        QCOMPARE(pendingCount(volumeCache), 1);
         QVERIFY(emptyTrash(mount + "/.Trash/0"));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("c.txt").isEmpty(), 10000);
         QCOMPARE(TestEnv::readFile(kept("c.txt")), QByteArray("trashed before unplugging"));
         QTRY_COMPARE_WITH_TIMEOUT(todaysCountInSnapshot(), qint64(5), 10000);
-        QVERIFY(run(QStringLiteral("umount"), {str(mount)}));
+        // Nothing of the daemon holds the volume.
+        QVERIFY(sh("umount '" + mount + "'; mount -o loop " + QFile::encodeName(image()) + " '" +
+                   mount + '\''));
+    }
+
+    void oldestDaysGoForSpaceTodayStays()
+    {
+        // Half of the volume wanted free: today's item leaves a megabyte less than that; two
+        // older days take two more.
+        Settings::setInteger(SettingsKeys::PrefsKeepFreePercent, 50);
+        Settings::setInteger(SettingsKeys::PrefsKeepFreeBytes, 1'000'000'000);
+        struct statvfs v = {};
+        QVERIFY(::statvfs(mount.constData(), &v) == 0);
+        const auto available = [&] {
+            return ::statvfs(mount.constData(), &v) == 0 ? qint64(v.f_bavail) * qint64(v.f_frsize)
+                                                         : -1;
+        };
+        const qint64 mb = 1 << 20, wanted = qint64(v.f_blocks) * qint64(v.f_frsize) / 2;
+        const auto day = [](int offset) {
+            return QDate::currentDate().addDays(offset).toString(Qt::ISODate).toLatin1();
+        };
+        const QByteArray big = volumeCache + '/' + day(0) + '/' + day(0) + " 09_00_00/big.bin";
+        QVERIFY(available() - wanted + mb > 0);
+        QVERIFY(TestEnv::writeFile(big, QByteArray(available() - wanted + mb, 't')));
+        for (int d : {-9, -2}) {
+            const QByteArray time = day(d) + " 10_00_00";
+            QVERIFY(TestEnv::writeFile(volumeCache + '/' + day(d) + '/' + time + "/old.bin",
+                                       QByteArray(mb, 'o')));
+            QVERIFY(TestEnv::writeOrigin(volumeCache, day(d), time, "old.bin", mount + "/old.bin"));
+        }
+        QVERIFY(available() < wanted);
+        const int before = heard(Notifications::Salvora3CacheModified);
+        // As `salvora rm` tells of what it kept.
+        NotificationBus::post(QLatin1String(Notifications::Salvora3Notification),
+                              QLatin1String(Notifications::Salvora3DataMovedToCache));
+
+        QTRY_VERIFY_WITH_TIMEOUT(!TestEnv::exists(volumeCache + '/' + day(-2)), 10000);
+        QVERIFY(!TestEnv::exists(volumeCache + '/' + day(-9)));
+        QVERIFY(!TestEnv::exists(volumeCache + "/.origins/" + day(-9) + ".jsonl"));
+        QVERIFY(TestEnv::exists(big));
+        QVERIFY(available() < wanted);
+        QTRY_VERIFY_WITH_TIMEOUT(heard(Notifications::Salvora3CacheModified) > before, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(logContent().contains("no day older than today is left"), 5000);
+        QCOMPARE(logContent().count("removed to free space on /mnt/sv3 vol"), 2);
+        const auto action = SpaceGuard::lastAction();
+        QVERIFY(action);
+        QCOMPARE(action->volume, mount);
+        QCOMPARE(action->days, 2);
+        QCOMPARE(action->wantedFree, wanted);
+        // The agent's status says so too.
+        NotificationBus::post(QLatin1String(Notifications::Salvora3DaemonNotification),
+                              QLatin1String(Notifications::Salvora3GetStatus));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            logContent().contains("last days removed for space: 2 day(s) on /mnt/sv3 vol at "),
+            5000);
     }
 };
 
