@@ -185,6 +185,8 @@ printf 'mutations %d: killed %d, survived %d, not found %d, did not compile %d\n
 echo "time: $(( ($(date +%s) - started) / 60 )) min $(( ($(date +%s) - started) % 60 )) s; details in $results"
 
 restore
+# The build tree's programs still hold the last mutation each saw: build them back from the source.
+cmake --build "$build" -j "$jobs" >"$work/build.log" 2>&1 || say "mutate.sh: the final rebuild failed"
 if ! git diff --quiet -- src; then
     echo "mutate.sh: src/ differs from the commit after the run" >&2
     git diff --stat -- src >&2
