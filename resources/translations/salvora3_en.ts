@@ -367,14 +367,6 @@
         <source>Search the names of the items</source>
         <translation>Search the names of the items</translation>
     </message>
-    <message id="MenuQuitWindow">
-        <source>&amp;Quit</source>
-        <translation>&amp;Quit</translation>
-    </message>
-    <message id="MenuShowHelp">
-        <source>Salvora 3 &amp;Help</source>
-        <translation>Salvora 3 &amp;Help</translation>
-    </message>
     <message id="AboutTitle">
         <source>About Salvora 3</source>
         <translation>About Salvora 3</translation>

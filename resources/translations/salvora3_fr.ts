@@ -367,14 +367,6 @@
         <source>Search the names of the items</source>
         <translation>Rechercher dans les noms des éléments</translation>
     </message>
-    <message id="MenuQuitWindow">
-        <source>&amp;Quit</source>
-        <translation>&amp;Quitter</translation>
-    </message>
-    <message id="MenuShowHelp">
-        <source>Salvora 3 &amp;Help</source>
-        <translation>&amp;Aide de Salvora 3</translation>
-    </message>
     <message id="AboutTitle">
         <source>About Salvora 3</source>
         <translation>À propos de Salvora 3</translation>
