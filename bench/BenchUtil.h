@@ -30,12 +30,12 @@ inline double median(std::vector<double> v)
 }
 
 // Median wall time of `runs` runs; `before` runs untimed before each run.
-inline double medianSeconds(int runs, const std::function<void()> &fn, const std::function<void()> &before = {})
+inline double medianSeconds(int runs, const std::function<void()> &fn,
+                            const std::function<void()> &before = {})
 {
     std::vector<double> times;
     for (int i = 0; i < runs; ++i) {
-        if (before)
-            before();
+        if (before) before();
         times.push_back(seconds(fn));
     }
     return median(times);
@@ -43,7 +43,8 @@ inline double medianSeconds(int runs, const std::function<void()> &fn, const std
 
 // Runs a command with its standard output into `outFile` (replaced); returns its exit status, or
 // -1 when it could not start. `usage`, when given, receives the child's resource usage.
-inline int run(const std::vector<std::string> &argv, const char *outFile = "/dev/null", struct rusage *usage = nullptr)
+inline int run(const std::vector<std::string> &argv, const char *outFile = "/dev/null",
+               struct rusage *usage = nullptr)
 {
     std::vector<char *> args;
     for (const std::string &a : argv)
@@ -55,10 +56,11 @@ inline int run(const std::vector<std::string> &argv, const char *outFile = "/dev
     pid_t pid = 0;
     const int rc = posix_spawnp(&pid, args[0], &fa, nullptr, args.data(), environ);
     posix_spawn_file_actions_destroy(&fa);
-    if (rc != 0)
-        return -1;
+    if (rc != 0) return -1;
     int status = 0;
-    struct rusage ru{};
+    struct rusage ru
+    {
+    };
     wait4(pid, &status, 0, usage ? usage : &ru);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

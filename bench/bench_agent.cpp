@@ -21,9 +21,9 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QSettings>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSettings>
 #include <QThread>
 
 #include <csignal>
@@ -95,7 +95,8 @@ public:
         mProcess.setProcessChannelMode(QProcess::MergedChannels);
         mProcess.start(program, {});
         if (!waitFor([&] { return output().contains("sv3daemon ready"); }, 30000))
-            std::fprintf(stderr, "bench_agent: the agent did not start:\n%s\n", output().constData());
+            std::fprintf(stderr, "bench_agent: the agent did not start:\n%s\n",
+                         output().constData());
     }
     ~Agent()
     {
@@ -122,14 +123,17 @@ public:
         const qsizetype before = CommonUtils::logFilePath().isEmpty() ? 0 : logSize();
         NotificationBus::post(QLatin1String(Notifications::Salvora3DaemonNotification),
                               QLatin1String(Notifications::Salvora3GetStatus));
-        const QRegularExpression re(QStringLiteral("longest pause of its event loop while working: (\\d+) ms"));
+        const QRegularExpression re(
+            QStringLiteral("longest pause of its event loop while working: (\\d+) ms"));
         qint64 ms = -1;
-        waitFor([&] {
-            if (logSize() == before) return false;
-            const auto m = re.match(QString::fromUtf8(log()));
-            if (m.hasMatch()) ms = m.captured(1).toLongLong();
-            return m.hasMatch();
-        }, 10000);
+        waitFor(
+            [&] {
+                if (logSize() == before) return false;
+                const auto m = re.match(QString::fromUtf8(log()));
+                if (m.hasMatch()) ms = m.captured(1).toLongLong();
+                return m.hasMatch();
+            },
+            10000);
         return ms;
     }
 
@@ -139,10 +143,7 @@ private:
         QFile f(CommonUtils::logFilePath());
         return f.open(QIODevice::ReadOnly) ? f.read(4096) : QByteArray();
     }
-    static qsizetype logSize()
-    {
-        return QFileInfo(CommonUtils::logFilePath()).size();
-    }
+    static qsizetype logSize() { return QFileInfo(CommonUtils::logFilePath()).size(); }
     QProcess mProcess;
     QByteArray mOutput;
 };
@@ -178,7 +179,8 @@ int main(int argc, char **argv)
     qputenv("XDG_DATA_HOME", gHome + "/.local/share");
     qputenv("XDG_CACHE_HOME", gHome + "/.cache");
     qputenv("XDG_RUNTIME_DIR", gHome + "/.run");
-    QSettings::setPath(Settings::jsonFormat(), QSettings::UserScope, QFile::decodeName(gHome + "/.config"));
+    QSettings::setPath(Settings::jsonFormat(), QSettings::UserScope,
+                       QFile::decodeName(gHome + "/.config"));
     Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
     Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 0);
     const long tick = sysconf(_SC_CLK_TCK);
@@ -222,7 +224,8 @@ int main(int argc, char **argv)
     gen.start();
     QByteArrayList days;
     for (int d = 0; d < 300; ++d) {
-        const QByteArray day = today.addDays(-400 - d).toString(QStringLiteral("yyyy-MM-dd")).toLatin1();
+        const QByteArray day =
+            today.addDays(-400 - d).toString(QStringLiteral("yyyy-MM-dd")).toLatin1();
         makeTree(cache + '/' + day + '/' + day + " 10_00_00/old", 3, 1000);
         days << cache + '/' + day;
     }

@@ -20,7 +20,8 @@ int main(int argc, char **argv)
     const std::string dir = cache.toStdString();
 
     auto dropRecords = [&] {
-        for (const DayEntry &d : CommonUtils::getListOfDaysInCache(cache)) // cheap once records exist
+        for (const DayEntry &d :
+             CommonUtils::getListOfDaysInCache(cache)) // cheap once records exist
             unlink((d.path + '/' + CommonUtils::kCacheInformationName).constData());
     };
     // Warm the page cache and make sure every day has a record to drop.
@@ -28,16 +29,19 @@ int main(int argc, char **argv)
     CommonUtils::getListOfDaysInCache(cache);
 
     QList<DayEntry> days;
-    const double recount = bench::medianSeconds(runs, [&] { days = CommonUtils::getListOfDaysInCache(cache); },
-                                                dropRecords);
+    const double recount = bench::medianSeconds(
+        runs, [&] { days = CommonUtils::getListOfDaysInCache(cache); }, dropRecords);
     qint64 files = 0;
     const qint64 bytes = CommonUtils::getSizeOfCacheInDays(days, &files);
     const double du = bench::medianSeconds(runs, [&] { bench::runQuiet({"du", "-sb", dir}); });
-    const double find = bench::medianSeconds(runs, [&] { bench::runQuiet({"find", dir, "-type", "f"}); });
-    const double recorded = bench::medianSeconds(std::max(runs, 20), [&] { days = CommonUtils::getListOfDaysInCache(cache); });
+    const double find = bench::medianSeconds(runs, [&] {
+        bench::runQuiet({"find", dir, "-type", "f"});
+    });
+    const double recorded = bench::medianSeconds(
+        std::max(runs, 20), [&] { days = CommonUtils::getListOfDaysInCache(cache); });
 
-    std::printf("cache: %s, %lld days, %lld files, %lld bytes\n", dir.c_str(), (long long)days.size(),
-                (long long)files, (long long)bytes);
+    std::printf("cache: %s, %lld days, %lld files, %lld bytes\n", dir.c_str(),
+                (long long)days.size(), (long long)files, (long long)bytes);
     std::printf("list days, no records (recount all): %8.3f s\n", recount);
     std::printf("du -sb                              : %8.3f s\n", du);
     std::printf("find -type f                        : %8.3f s\n", find);

@@ -27,7 +27,9 @@ struct Measure
 Measure runMeasured(const std::vector<std::string> &argv, const char *outFile)
 {
     Measure m;
-    struct rusage ru{};
+    struct rusage ru
+    {
+    };
     m.seconds = bench::seconds([&] { bench::run(argv, outFile, &ru); });
     m.maxRssKiB = ru.ru_maxrss;
     if (FILE *f = std::fopen(outFile, "rb")) {
@@ -89,18 +91,17 @@ long walkFloor(const std::string &cache)
         long mine = 0;
         for (std::size_t i; (i = next++) < days.size();) {
             const int day = open(days[i].c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-            if (day < 0)
-                continue;
+            if (day < 0) continue;
             entries(day, [&](const char *timeName, unsigned char type) {
-                if (type != DT_DIR || std::strncmp(timeName, "20", 2) != 0)
-                    return;
-                const int time = openat(day, timeName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-                if (time < 0)
-                    return;
+                if (type != DT_DIR || std::strncmp(timeName, "20", 2) != 0) return;
+                const int time =
+                    openat(day, timeName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+                if (time < 0) return;
                 entries(time, [&](const char *name, unsigned char t) {
                     struct statx sx;
                     if (t != DT_DIR)
-                        statx(time, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_SIZE, &sx);
+                        statx(time, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_SIZE,
+                              &sx);
                     ++mine;
                 });
                 close(time);
@@ -131,26 +132,33 @@ bool benchCache(const std::string &salvora, const std::string &home, int runs)
     runMeasured({"find", cache, "-mindepth", "3", "-maxdepth", "3"}, "/dev/null");
     runMeasured({salvora, "days"}, "/dev/null");
 
-    const Measure find = medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3"}, "/dev/null");
+    const Measure find =
+        medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3"}, "/dev/null");
     const Measure ls = medianOf(runs, {salvora, "ls", "--json"}, out);
     const long items = countLines(out) - 1;
     const Measure lsNoSizes = medianOf(runs, {salvora, "ls", "--json", "--no-sizes"}, "/dev/null");
-    const Measure findReport = medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3", "-iname", "*report*"}, "/dev/null");
+    const Measure findReport =
+        medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3", "-iname", "*report*"},
+                 "/dev/null");
     const Measure lsReport = medianOf(runs, {salvora, "ls", "--json", "-s", "report"}, out);
     const long reportItems = countLines(out) - 1;
-    const Measure empty = runMeasured({salvora, "ls", "--json", "-s", "no such name anywhere"}, "/dev/null");
+    const Measure empty =
+        runMeasured({salvora, "ls", "--json", "-s", "no such name anywhere"}, "/dev/null");
 
     // Peak memory beyond a run that lists nothing, per listed item, less the names themselves.
     runMeasured({"find", cache, "-mindepth", "3", "-maxdepth", "3", "-printf", "%f\n"}, out);
     FILE *names = std::fopen(out, "rb");
     std::fseek(names, 0, SEEK_END);
-    const double nameBytes = double(std::ftell(names) - countLines(out)) / double(std::max(1L, items));
+    const double nameBytes =
+        double(std::ftell(names) - countLines(out)) / double(std::max(1L, items));
     std::fclose(names);
     const Measure findSizes =
-        medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3", "-printf", "%s %p\n"}, "/dev/null");
+        medianOf(runs, {"find", cache, "-mindepth", "3", "-maxdepth", "3", "-printf", "%s %p\n"},
+                 "/dev/null");
     long floorItems = 0;
     const double floorTime = bench::medianSeconds(runs, [&] { floorItems = walkFloor(cache); });
-    const double perItem = items > 0 ? double(ls.maxRssKiB - empty.maxRssKiB) * 1024.0 / double(items) - nameBytes : 0;
+    const double perItem =
+        items > 0 ? double(ls.maxRssKiB - empty.maxRssKiB) * 1024.0 / double(items) - nameBytes : 0;
     const double overFloor = ls.seconds / floorTime;
     const double overFindSizes = ls.seconds / findSizes.seconds;
     const double searchOverFind = lsReport.seconds / findReport.seconds;
@@ -159,19 +167,24 @@ bool benchCache(const std::string &salvora, const std::string &home, int runs)
     std::printf("find -mindepth 3 -maxdepth 3            : %7.3f s\n", find.seconds);
     std::printf("salvora ls --json                       : %7.3f s  ratio %.2f\n", ls.seconds,
                 ls.seconds / find.seconds);
-    std::printf("salvora ls --json --no-sizes            : %7.3f s  ratio %.2f\n", lsNoSizes.seconds,
-                lsNoSizes.seconds / find.seconds);
-    std::printf("floor: read + size statx only, all cores: %7.3f s  (%ld items; no sort, no output)\n", floorTime,
-                floorItems);
+    std::printf("salvora ls --json --no-sizes            : %7.3f s  ratio %.2f\n",
+                lsNoSizes.seconds, lsNoSizes.seconds / find.seconds);
+    std::printf(
+        "floor: read + size statx only, all cores: %7.3f s  (%ld items; no sort, no output)\n",
+        floorTime, floorItems);
     std::printf("  ls / floor                            : %7.2f    (target <= 1.30)\n", overFloor);
     std::printf("find ... -printf '%%s %%p' (stats too)    : %7.3f s\n", findSizes.seconds);
-    std::printf("  ls / that find                        : %7.2f    (target <= 0.80)\n", overFindSizes);
+    std::printf("  ls / that find                        : %7.2f    (target <= 0.80)\n",
+                overFindSizes);
     std::printf("find ... -iname '*report*'              : %7.3f s\n", findReport.seconds);
     std::printf("salvora ls --json -s report             : %7.3f s\n", lsReport.seconds);
-    std::printf("  search / that find                    : %7.2f    (target <= 0.60)\n", searchOverFind);
-    std::printf("peak memory per item beyond its name    : %.1f bytes (names average %.1f bytes; target <= 64)\n",
+    std::printf("  search / that find                    : %7.2f    (target <= 0.60)\n",
+                searchOverFind);
+    std::printf("peak memory per item beyond its name    : %.1f bytes (names average %.1f bytes; "
+                "target <= 64)\n",
                 perItem, nameBytes);
-    const bool met = overFloor <= 1.30 && overFindSizes <= 0.80 && searchOverFind <= 0.60 && perItem <= 64;
+    const bool met =
+        overFloor <= 1.30 && overFindSizes <= 0.80 && searchOverFind <= 0.60 && perItem <= 64;
     std::printf("targets: %s\n", met ? "met" : "MISSED");
     return met;
 }
@@ -192,4 +205,3 @@ int main(int argc, char **argv)
     std::printf("listing targets on every cache: %s\n", met ? "met" : "MISSED");
     return met ? 0 : 1;
 }
-

@@ -13,13 +13,13 @@
 
 #include "KeepTable.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <dlfcn.h>
-#include <algorithm>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
@@ -75,8 +75,10 @@ long countFiles(const std::string &path)
     long n = 0;
     while (dirent *e = readdir(d)) {
         if (!std::strcmp(e->d_name, ".") || !std::strcmp(e->d_name, "..")) continue;
-        if (e->d_type == DT_DIR) n += countFiles(path + '/' + e->d_name);
-        else ++n;
+        if (e->d_type == DT_DIR)
+            n += countFiles(path + '/' + e->d_name);
+        else
+            ++n;
     }
     closedir(d);
     return n;
@@ -235,14 +237,18 @@ void publish(const std::string &root, const std::string &home, bool protectHome)
 {
     keeptable::Table t = keeptable::Table::withDefaults(home, home + "/.local/share/Trash");
     t.lists[keeptable::ExcludedPlaces].push_back(home + "/excluded");
-    struct stat st{};
+    struct stat st
+    {
+    };
     stat(home.c_str(), &st);
     if (protectHome) {
         t.volumes.push_back({std::uint64_t(st.st_dev), home + "/.Salvora3Cache", "/"});
         t.lists[keeptable::ProtectedMounts] = {"/"};
     } else {
         // Only another file system is protected: the bench's is a volume left unticked.
-        struct stat shm{};
+        struct stat shm
+        {
+        };
         stat("/dev/shm", &shm);
         t.volumes.push_back({std::uint64_t(shm.st_dev), "/dev/shm/.Salvora3Cache", "/dev/shm"});
         t.lists[keeptable::ProtectedMounts] = {"/dev/shm"};
@@ -252,7 +258,8 @@ void publish(const std::string &root, const std::string &home, bool protectHome)
     static std::uint64_t generation = 0;
     t.generation = ++generation;
     if (const int err = keeptable::publish(t, keeptable::defaultPath()))
-        std::fprintf(stderr, "cannot publish the table under %s: %s\n", root.c_str(), std::strerror(err));
+        std::fprintf(stderr, "cannot publish the table under %s: %s\n", root.c_str(),
+                     std::strerror(err));
 }
 
 } // namespace
@@ -283,49 +290,50 @@ int main(int argc, char **argv)
     // 1. rm -rf of 100,000 files.
     const int files = 100000;
     if (parts.find('1') != std::string::npos) {
-    std::vector<double> plain, kept;
-    bool allKept = true;
-    for (int r = 0; r < runs; ++r) {
-        for (int preload = 0; preload < 2; ++preload) {
+        std::vector<double> plain, kept;
+        bool allKept = true;
+        for (int r = 0; r < runs; ++r) {
+            for (int preload = 0; preload < 2; ++preload) {
+                const std::string tree = home + "/tree";
+                makeTree(tree, files);
+                bench::runQuiet({"sync"});
+                const double t0 = now();
+                runWith(preload, {"rm", "-rf", tree});
+                (preload ? kept : plain).push_back(now() - t0);
+                if (preload) {
+                    // One item, "tree", holding every file.
+                    const std::string day = only(cache);
+                    const std::string time = day.empty() ? "" : only(cache + '/' + day);
+                    const std::string item =
+                        time.empty() ? "" : only(cache + '/' + day + '/' + time);
+                    const long count = countFiles(cache + '/' + day + '/' + time + "/tree");
+                    allKept = allKept && item == "tree" && count == files;
+                    bench::runQuiet({"sh", "-c", "rm -rf '" + cache + "'/2*"});
+                }
+            }
+        }
+        // The floor: the same walk, a rename per file against an unlink per file.
+        std::vector<double> unlinked, renamed;
+        for (int r = 0; r < runs; ++r) {
             const std::string tree = home + "/tree";
             makeTree(tree, files);
             bench::runQuiet({"sync"});
-            const double t0 = now();
-            runWith(preload, {"rm", "-rf", tree});
-            (preload ? kept : plain).push_back(now() - t0);
-            if (preload) {
-                // One item, "tree", holding every file.
-                const std::string day = only(cache);
-                const std::string time = day.empty() ? "" : only(cache + '/' + day);
-                const std::string item = time.empty() ? "" : only(cache + '/' + day + '/' + time);
-                const long count = countFiles(cache + '/' + day + '/' + time + "/tree");
-                allKept = allKept && item == "tree" && count == files;
-                bench::runQuiet({"sh", "-c", "rm -rf '" + cache + "'/2*"});
-            }
+            unlinked.push_back(timedWalk(tree, {}));
+            rmdir(tree.c_str());
+            makeTree(tree, files);
+            bench::runQuiet({"sync"});
+            renamed.push_back(timedWalk(tree, cache + "/floor"));
+            bench::runQuiet({"rm", "-rf", tree, cache + "/floor"});
         }
-    }
-    // The floor: the same walk, a rename per file against an unlink per file.
-    std::vector<double> unlinked, renamed;
-    for (int r = 0; r < runs; ++r) {
-        const std::string tree = home + "/tree";
-        makeTree(tree, files);
-        bench::runQuiet({"sync"});
-        unlinked.push_back(timedWalk(tree, {}));
-        rmdir(tree.c_str());
-        makeTree(tree, files);
-        bench::runQuiet({"sync"});
-        renamed.push_back(timedWalk(tree, cache + "/floor"));
-        bench::runQuiet({"rm", "-rf", tree, cache + "/floor"});
-    }
-    // The fastest of the runs: the machine may be busy with other work.
-    const double p = fastest(plain), k = fastest(kept);
-    const double fu = fastest(unlinked), fr = fastest(renamed);
-    std::printf("rm -rf of %d files: %.3f s plain, %.3f s kept (%.2fx, target <= 1.5x); "
-                "everything kept as one item: %s\n",
-                files, p, k, k / p, allKept ? "yes" : "NO");
-    std::printf("floor, the same walk without the library: %.3f s unlinking, %.3f s renaming "
-                "each file into a mirror folder (%.2fx); the library is %.2fx its floor\n",
-                fu, fr, fr / fu, (k / p) / (fr / fu));
+        // The fastest of the runs: the machine may be busy with other work.
+        const double p = fastest(plain), k = fastest(kept);
+        const double fu = fastest(unlinked), fr = fastest(renamed);
+        std::printf("rm -rf of %d files: %.3f s plain, %.3f s kept (%.2fx, target <= 1.5x); "
+                    "everything kept as one item: %s\n",
+                    files, p, k, k / p, allKept ? "yes" : "NO");
+        std::printf("floor, the same walk without the library: %.3f s unlinking, %.3f s renaming "
+                    "each file into a mirror folder (%.2fx); the library is %.2fx its floor\n",
+                    fu, fr, fr / fu, (k / p) / (fr / fu));
     }
 
     // 2. Create and unlink 200,000 files in /tmp and in an excluded folder.

@@ -21,10 +21,10 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLineEdit>
 #include <QMainWindow>
 #include <QTemporaryDir>
@@ -35,8 +35,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <malloc.h>
-#include <sys/resource.h>
 #include <string>
+#include <sys/resource.h>
 
 namespace {
 
@@ -107,18 +107,22 @@ void writeOrigins(const QByteArray &cache)
         QDir times(days.filePath(day));
         for (const QString &time : times.entryList({QStringLiteral("20*")}, QDir::Dirs)) {
             QDir items(times.filePath(time));
-            for (const QString &name : items.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+            for (const QString &name : items.entryList(QDir::AllEntries | QDir::Hidden |
+                                                       QDir::System | QDir::NoDotAndDotDot)) {
                 QJsonObject o;
                 o.insert(QLatin1String("time"), time);
                 o.insert(QLatin1String("name"), name);
-                o.insert(QLatin1String("path"), QStringLiteral("/home/user/Documents/project %1/%2").arg(n++ % 300).arg(name));
+                o.insert(
+                    QLatin1String("path"),
+                    QStringLiteral("/home/user/Documents/project %1/%2").arg(n++ % 300).arg(name));
                 o.insert(QLatin1String("uid"), 1000);
                 out += QJsonDocument(o).toJson(QJsonDocument::Compact) + '\n';
             }
         }
         QDir().mkpath(QFile::decodeName(cache) + QLatin1String("/.origins"));
         QFile f(QFile::decodeName(file));
-        if (!f.open(QIODevice::WriteOnly) || f.write(out) != out.size()) std::fprintf(stderr, "cannot write %s\n", file.constData());
+        if (!f.open(QIODevice::WriteOnly) || f.write(out) != out.size())
+            std::fprintf(stderr, "cannot write %s\n", file.constData());
     }
 }
 
@@ -126,7 +130,8 @@ double cpuSeconds(int who)
 {
     rusage r{};
     getrusage(who, &r);
-    return double(r.ru_utime.tv_sec + r.ru_stime.tv_sec) + double(r.ru_utime.tv_usec + r.ru_stime.tv_usec) / 1e6;
+    return double(r.ru_utime.tv_sec + r.ru_stime.tv_sec) +
+           double(r.ru_utime.tv_usec + r.ru_stime.tv_usec) / 1e6;
 }
 
 double threadCpuSeconds()
@@ -138,14 +143,14 @@ double threadCpuSeconds()
 
 struct ScanFigures
 {
-    double cpu = 0;        // processor time of the whole process during the scan, s
-    double mainCpu = 0;    // processor time of the main thread during the scan, s
+    double cpu = 0;         // processor time of the whole process during the scan, s
+    double mainCpu = 0;     // processor time of the main thread during the scan, s
     double longestBusy = 0; // most processor time the main thread spent between two turns, s
-    double total = 0;      // request to end message, s
-    double firstPaint = 0; // request to the first paint with rows, s
-    double firstRows = 0;  // request to the first hand-over with rows, s
-    double filled = 0;     // request to the last origin in the list, s
-    double longestGap = 0; // longest time between two event-loop turns, s
+    double total = 0;       // request to end message, s
+    double firstPaint = 0;  // request to the first paint with rows, s
+    double firstRows = 0;   // request to the first hand-over with rows, s
+    double filled = 0;      // request to the last origin in the list, s
+    double longestGap = 0;  // longest time between two event-loop turns, s
     qsizetype rows = 0;
 };
 
@@ -210,7 +215,8 @@ ScanFigures scanAllDays(AppDelegate &c, const QString &search)
     c.updateListOfContentsInCache();
     double filled = -1;
     QMetaObject::Connection filledSeen =
-        QObject::connect(&c, &AppDelegate::contentsOriginsFilled, [&] { filled = double(clock.nsecsElapsed()) / 1e9; });
+        QObject::connect(&c, &AppDelegate::contentsOriginsFilled,
+                         [&] { filled = double(clock.nsecsElapsed()) / 1e9; });
     const bool ended = waitFor(c, qOverload<>(&AppDelegate::contentsScanEnded), 600000);
     ScanFigures f;
     f.total = double(clock.nsecsElapsed()) / 1e9;
@@ -341,7 +347,8 @@ int main(int argc, char **argv)
         report.push_back(scanAllDays(*c, QStringLiteral("report")));
     }
     const double find = bench::median(finds), findCpu = bench::median(findCpus);
-    const double findReport = bench::median(findReports), findReportCpu = bench::median(findReportCpus);
+    const double findReport = bench::median(findReports),
+                 findReportCpu = bench::median(findReportCpus);
     auto med = [](const std::vector<ScanFigures> &v, double ScanFigures::*field) {
         std::vector<double> x;
         for (const ScanFigures &f : v)
@@ -364,20 +371,25 @@ int main(int argc, char **argv)
     std::printf("scan with search \"report\"             : %8.3f s   find ... -iname '*report*'  : "
                 "%8.3f s   ratio %.2f\n",
                 scanReport, findReport, scanReport / findReport);
-    std::printf("processor time (median)                : scan all %.3f s vs find %.3f s; with search %.3f s vs find %.3f s\n",
-                med(all, &ScanFigures::cpu), findCpu, med(report, &ScanFigures::cpu), findReportCpu);
+    std::printf("processor time (median)                : scan all %.3f s vs find %.3f s; with "
+                "search %.3f s vs find %.3f s\n",
+                med(all, &ScanFigures::cpu), findCpu, med(report, &ScanFigures::cpu),
+                findReportCpu);
     // Per scan the first paint and the longest gap; over the runs the median decides (the
     // machine's other load can stall any single run), the worst is shown beside it.
     std::vector<ScanFigures> both = all;
     both.insert(both.end(), report.begin(), report.end());
     const double firstPaint = med(all, &ScanFigures::firstPaint);
     const double gap = med(both, &ScanFigures::longestGap);
-    std::printf("first rows painted after the request        : %.1f ms median, %.1f ms worst (handed over after %.1f ms median)\n",
-                firstPaint * 1000, worst(all, &ScanFigures::firstPaint) * 1000, med(all, &ScanFigures::firstRows) * 1000);
-    std::printf("longest event-loop gap in a scan             : %.1f ms median, %.1f ms worst; the main thread was busy at most"
+    std::printf("first rows painted after the request        : %.1f ms median, %.1f ms worst "
+                "(handed over after %.1f ms median)\n",
+                firstPaint * 1000, worst(all, &ScanFigures::firstPaint) * 1000,
+                med(all, &ScanFigures::firstRows) * 1000);
+    std::printf("longest event-loop gap in a scan             : %.1f ms median, %.1f ms worst; the "
+                "main thread was busy at most"
                 " %.1f ms of a gap and %.3f s in a whole scan\n",
-                gap * 1000, worst(both, &ScanFigures::longestGap) * 1000, worst(both, &ScanFigures::longestBusy) * 1000,
-                med(all, &ScanFigures::mainCpu));
+                gap * 1000, worst(both, &ScanFigures::longestGap) * 1000,
+                worst(both, &ScanFigures::longestBusy) * 1000, med(all, &ScanFigures::mainCpu));
     verdict("scan all days <= 1.0 x find", scanAll <= find);
     verdict("scan with search <= 1.0 x find -iname", scanReport <= findReport);
     verdict("first rows visible within 100 ms", firstPaint >= 0 && firstPaint <= 0.100);
@@ -404,12 +416,17 @@ int main(int argc, char **argv)
             QDir().rename(recordsAside, records);
             with.push_back(scanAllDays(*f, QString()));
         }
-        std::printf("flat cache, without origin records: first rows painted after %.1f ms, listed in %.3f s (medians)\n",
-                    med(without, &ScanFigures::firstPaint) * 1000, med(without, &ScanFigures::total));
-        std::printf("flat cache, one origin record per item: first rows painted after %.1f ms, listed in %.3f s, "
+        std::printf("flat cache, without origin records: first rows painted after %.1f ms, listed "
+                    "in %.3f s (medians)\n",
+                    med(without, &ScanFigures::firstPaint) * 1000,
+                    med(without, &ScanFigures::total));
+        std::printf("flat cache, one origin record per item: first rows painted after %.1f ms, "
+                    "listed in %.3f s, "
                     "origins filled after %.3f s (medians)\n",
-                    med(with, &ScanFigures::firstPaint) * 1000, med(with, &ScanFigures::total), med(with, &ScanFigures::filled));
-        verdict("flat, with records: first rows visible within 100 ms", med(with, &ScanFigures::firstPaint) <= 0.100);
+                    med(with, &ScanFigures::firstPaint) * 1000, med(with, &ScanFigures::total),
+                    med(with, &ScanFigures::filled));
+        verdict("flat, with records: first rows visible within 100 ms",
+                med(with, &ScanFigures::firstPaint) <= 0.100);
         // The process's growth from an empty list to the full one, freed memory given back first.
         WindowProbe(*f).ui().mSearchString->setText(QStringLiteral("\x01 matches nothing"));
         scanAllDays(*f, WindowProbe(*f).ui().mSearchString->text());
@@ -420,10 +437,13 @@ int main(int argc, char **argv)
         const long after = rssKb();
         const double n = double(std::max<qsizetype>(1, WindowProbe(*f).contents().size()));
         const double overhead = double(WindowProbe(*f).contents().overheadBytes()) / n;
-        const double rssBeyondNames = (double(after - before) * 1024.0 - double(WindowProbe(*f).contents().nameBytes())) / n;
-        std::printf("flat cache: %lld items in one time folder, %.1f MB of names, listed in %.3f s\n", (long long)s.rows,
-                    double(WindowProbe(*f).contents().nameBytes()) / 1e6, s.total);
-        std::printf("contents list, bytes per item beyond the names: %.1f (the list), %.1f (the process's growth, view included)\n",
+        const double rssBeyondNames =
+            (double(after - before) * 1024.0 - double(WindowProbe(*f).contents().nameBytes())) / n;
+        std::printf(
+            "flat cache: %lld items in one time folder, %.1f MB of names, listed in %.3f s\n",
+            (long long)s.rows, double(WindowProbe(*f).contents().nameBytes()) / 1e6, s.total);
+        std::printf("contents list, bytes per item beyond the names: %.1f (the list), %.1f (the "
+                    "process's growth, view included)\n",
                     overhead, rssBeyondNames);
         verdict("contents list <= 64 bytes per item beyond the names", overhead <= 64.0);
     }

@@ -2,9 +2,9 @@
 // Whatever decodes must survive a round trip.
 
 #include "MountTable.h"
+#include "Printable.h"
 #include "Protocol.h"
 #include "SafeRemove.h"
-#include "Printable.h"
 
 #include <cstddef>
 #include <cstdint>

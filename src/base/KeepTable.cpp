@@ -30,13 +30,60 @@ Table Table::withDefaults(const std::string &home, const std::string &trashFolde
     t.lists[NameSuffixes] = {".tmp", "~", ".swp", ".part", "-journal"};
     // Package managers, compilers, linkers, build tools, version control, and Salvora 3's own
     // programs, which delete from the caches themselves.
-    t.lists[Processes] = {
-        "dpkg", "apt", "apt-get", "aptitude", "rpm", "dnf", "yum", "pacman", "snap", "snapd",
-        "flatpak", "pip", "pip3", "npm", "cc", "c++", "gcc", "g++", "clang", "clang++", "cc1",
-        "cc1plus", "as", "ld", "ld.bfd", "ld.gold", "ld.lld", "collect2", "lto-wrapper", "make",
-        "gmake", "ninja", "cmake", "ctest", "meson", "ccache", "cargo", "rustc", "go", "javac",
-        "git", "hg", "svn", "bzr", "sv3daemon", "sv3daemon-agent", "salvora", "salvora3",
-        "salvora3-menu", "firefox", "firefox-esr", "chrome", "chromium", "thunderbird"};
+    t.lists[Processes] = {"dpkg",
+                          "apt",
+                          "apt-get",
+                          "aptitude",
+                          "rpm",
+                          "dnf",
+                          "yum",
+                          "pacman",
+                          "snap",
+                          "snapd",
+                          "flatpak",
+                          "pip",
+                          "pip3",
+                          "npm",
+                          "cc",
+                          "c++",
+                          "gcc",
+                          "g++",
+                          "clang",
+                          "clang++",
+                          "cc1",
+                          "cc1plus",
+                          "as",
+                          "ld",
+                          "ld.bfd",
+                          "ld.gold",
+                          "ld.lld",
+                          "collect2",
+                          "lto-wrapper",
+                          "make",
+                          "gmake",
+                          "ninja",
+                          "cmake",
+                          "ctest",
+                          "meson",
+                          "ccache",
+                          "cargo",
+                          "rustc",
+                          "go",
+                          "javac",
+                          "git",
+                          "hg",
+                          "svn",
+                          "bzr",
+                          "sv3daemon",
+                          "sv3daemon-agent",
+                          "salvora",
+                          "salvora3",
+                          "salvora3-menu",
+                          "firefox",
+                          "firefox-esr",
+                          "chrome",
+                          "chromium",
+                          "thunderbird"};
     return t;
 }
 
@@ -75,9 +122,8 @@ std::string Table::encode() const
 std::string defaultPath()
 {
     const char *runtime = std::getenv("XDG_RUNTIME_DIR");
-    const std::string base = runtime && runtime[0] == '/'
-                                 ? std::string(runtime)
-                                 : "/run/user/" + std::to_string(getuid());
+    const std::string base = runtime && runtime[0] == '/' ? std::string(runtime)
+                                                          : "/run/user/" + std::to_string(getuid());
     return base + "/salvora3/keep-table";
 }
 

@@ -25,32 +25,32 @@ inline constexpr std::uint32_t kFlagOn = 1;
 
 // The lists, in the order of Header::lists.
 enum List : std::uint32_t {
-    ExcludedPlaces,    // absolute folders whose entries are never kept (prefix match on path)
-    ExcludedNames,     // whole names, ASCII case-insensitive
+    ExcludedPlaces,     // absolute folders whose entries are never kept (prefix match on path)
+    ExcludedNames,      // whole names, ASCII case-insensitive
     ExcludedExtensions, // last extensions without the dot, ASCII case-insensitive
-    NamePrefixes,      // temporary names by their start (".#", ".goutputstream-")
-    NameSuffixes,      // temporary names by their end (".tmp", "~", ".swp", ".part")
-    Processes,         // programs whose deletions are never kept (program_invocation_short_name)
-    ProtectedMounts,   // mount points of the protected file systems
-    OtherMounts,       // mount points of every other file system: a path whose longest matching
-                       // mount point is one of these is passed on without a system call
-    Trashes,           // the user's trash folders on the protected volumes, canonical: what is
-                       // emptied from their files/ or expunged/ is kept as the trashed item
+    NamePrefixes,       // temporary names by their start (".#", ".goutputstream-")
+    NameSuffixes,       // temporary names by their end (".tmp", "~", ".swp", ".part")
+    Processes,          // programs whose deletions are never kept (program_invocation_short_name)
+    ProtectedMounts,    // mount points of the protected file systems
+    OtherMounts,        // mount points of every other file system: a path whose longest matching
+                        // mount point is one of these is passed on without a system call
+    Trashes,            // the user's trash folders on the protected volumes, canonical: what is
+                        // emptied from their files/ or expunged/ is kept as the trashed item
     ListCount
 };
 
 struct Volume
 {
-    std::uint64_t dev;          // st_dev of the protected file system
-    std::uint32_t cachePath;    // offset in the blob: the user's cache folder on it
-    std::uint32_t volumePath;   // offset in the blob: "/" or the mount point
+    std::uint64_t dev;        // st_dev of the protected file system
+    std::uint32_t cachePath;  // offset in the blob: the user's cache folder on it
+    std::uint32_t volumePath; // offset in the blob: "/" or the mount point
 };
 
 struct Header
 {
     char magic[8];
     std::uint32_t version;
-    std::uint32_t size; // of the whole file
+    std::uint32_t size;    // of the whole file
     std::uint32_t retired; // 0, or 1 once a newer table replaced this one (read atomically)
     std::uint32_t flags;
     std::uint64_t generation;
@@ -71,10 +71,7 @@ struct View
 
     bool valid() const { return header != nullptr; }
     bool on() const { return header && (header->flags & kFlagOn); }
-    bool retired() const
-    {
-        return __atomic_load_n(&header->retired, __ATOMIC_ACQUIRE) != 0;
-    }
+    bool retired() const { return __atomic_load_n(&header->retired, __ATOMIC_ACQUIRE) != 0; }
     const char *string(std::uint32_t offset) const { return blob + offset; }
     // The first string of a list; walk with next() until an empty one.
     const char *list(List l) const { return blob + header->lists[l]; }
@@ -96,7 +93,8 @@ inline View check(const void *data, std::size_t size)
     const std::uint32_t blobSize = std::uint32_t(size - h->blobOffset);
     // The blob must end with a NUL so that no string runs past the end; every offset within it.
     if (blob[blobSize - 1] != '\0') return v;
-    const auto *vols = reinterpret_cast<const Volume *>(static_cast<const char *>(data) + sizeof(Header));
+    const auto *vols =
+        reinterpret_cast<const Volume *>(static_cast<const char *>(data) + sizeof(Header));
     for (std::uint32_t i = 0; i < h->volumeCount; ++i)
         if (vols[i].cachePath >= blobSize || vols[i].volumePath >= blobSize) return v;
     for (std::uint32_t l = 0; l < ListCount; ++l) {

@@ -44,7 +44,9 @@ int openRegular(int dirFd, const char *name, int flags, mode_t mode, bool mustOw
 {
     const int fd = openat(dirFd, name, flags | kBaseFlags, mode);
     if (fd < 0) return -1;
-    struct stat st{};
+    struct stat st
+    {
+    };
     int err = 0;
     if (fstat(fd, &st) != 0)
         err = errno;
@@ -123,14 +125,18 @@ int appendRecord(int dirFd, const char *name, std::string_view record, mode_t mo
     if (n == ssize_t(record.size())) return 0;
     const int err = n < 0 ? errno : ENOSPC;
     // A partial record would corrupt the next one: cut it off again.
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (n > 0 && fstat(fd.fd, &st) == 0 && st.st_size >= n) ftruncate(fd.fd, st.st_size - n);
     return err;
 }
 
 int checkPrivateFolder(int fd, dev_t dev)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstat(fd, &st) != 0) return errno;
     if (!S_ISDIR(st.st_mode)) return ENOTDIR;
     if (st.st_uid != geteuid()) return EPERM;
@@ -141,7 +147,9 @@ int checkPrivateFolder(int fd, dev_t dev)
 
 int makePrivate(int fd)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstat(fd, &st) != 0) return errno;
     if (!S_ISDIR(st.st_mode)) return ENOTDIR;
     if (st.st_uid != geteuid()) return EPERM;
@@ -174,7 +182,8 @@ int openPathCreating(const std::string &path, mode_t mode)
         const std::string part = path.substr(start, end - start);
         start = end + 1;
         if (part.empty() || part == ".") continue;
-        const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (start >= path.size() ? O_NOFOLLOW : 0);
+        const int flags =
+            O_RDONLY | O_DIRECTORY | O_CLOEXEC | (start >= path.size() ? O_NOFOLLOW : 0);
         int next = openat(dir.fd, part.c_str(), flags);
         if (next < 0 && errno == ENOENT) {
             if (mkdirat(dir.fd, part.c_str(), mode) != 0 && errno != EEXIST) return -1;

@@ -33,8 +33,7 @@ int writeAll(int fd, std::string_view data);
 // Replaces dirFd/name whole: the data goes to a new temporary file in the same folder, which is
 // renamed over the name only once every byte is written (and synced when `sync` is set). A link,
 // FIFO or anything else at the name is replaced, never followed. On failure nothing changes.
-int replaceFile(int dirFd, const char *name, std::string_view data, mode_t mode,
-                bool sync = false);
+int replaceFile(int dirFd, const char *name, std::string_view data, mode_t mode, bool sync = false);
 
 // Appends one record with a single write() (so appends of several processes never interleave
 // within a record) to a regular file of the user, created with `mode` when missing.

@@ -60,7 +60,9 @@ bool listNames(int dirFd, std::vector<std::string> &names)
 // descriptors opened with O_PATH too, through their /proc link. Never for another owner's folder.
 bool openUpOwnFolder(int fd)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstat(fd, &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != geteuid() ||
         (st.st_mode & S_IRWXU) == S_IRWXU)
         return false;
@@ -94,7 +96,9 @@ int openFolderOpeningUp(int parentFd, const char *name)
 int removeEntry(int parentFd, const char *name, int depth, const std::atomic<bool> *stop)
 {
     if (stop && stop->load(std::memory_order_relaxed)) return ECANCELED;
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstatat(parentFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT ? 0 : errno;
     if (!S_ISDIR(st.st_mode)) {
         const int err = unlinkOpeningUp(parentFd, name, 0);

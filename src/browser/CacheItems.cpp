@@ -8,8 +8,7 @@ std::uint32_t OriginFolders::intern(const QByteArray &folder)
 {
     std::lock_guard lock(mMutex);
     const auto it = mIds.constFind(folder);
-    if (it != mIds.cend())
-        return *it;
+    if (it != mIds.cend()) return *it;
     mFolders.push_back(folder);
     const auto id = std::uint32_t(mFolders.size());
     mIds.insert(folder, id);
@@ -25,14 +24,10 @@ QByteArray OriginFolders::folder(std::uint32_t id) const
 int OriginFolders::compare(std::uint32_t a, std::uint32_t b) const
 {
     // Not known yet sorts as none recorded.
-    if (a & CacheItems::kOriginWaiting)
-        a = 0;
-    if (b & CacheItems::kOriginWaiting)
-        b = 0;
-    if (a == b)
-        return 0;
-    if (a == 0 || b == 0)
-        return a == 0 ? -1 : 1;
+    if (a & CacheItems::kOriginWaiting) a = 0;
+    if (b & CacheItems::kOriginWaiting) b = 0;
+    if (a == b) return 0;
+    if (a == 0 || b == 0) return a == 0 ? -1 : 1;
     std::lock_guard lock(mMutex);
     return NameMatch::compare(mFolders[a - 1], mFolders[b - 1]);
 }
@@ -40,7 +35,8 @@ int OriginFolders::compare(std::uint32_t a, std::uint32_t b) const
 std::size_t OriginFolders::bytes() const
 {
     std::lock_guard lock(mMutex);
-    std::size_t n = mFolders.capacity() * sizeof(QByteArray) + std::size_t(mIds.capacity()) * 2 * sizeof(void *);
+    std::size_t n = mFolders.capacity() * sizeof(QByteArray) +
+                    std::size_t(mIds.capacity()) * 2 * sizeof(void *);
     for (const QByteArray &f : mFolders)
         n += std::size_t(f.capacity());
     return n;
@@ -54,19 +50,15 @@ QByteArray CacheItems::originFolder(const Row &r) const
 qsizetype CacheItems::fillOrigins(const std::shared_ptr<OriginFolders> &table, std::uint32_t first,
                                   const std::vector<std::uint32_t> &ids)
 {
-    if (!mOrigins)
-        mOrigins = table;
+    if (!mOrigins) mOrigins = table;
     const bool same = mOrigins == table;
     qsizetype changed = 0;
     for (Row &r : mRows) {
-        if (!originWaiting(r))
-            continue;
+        if (!originWaiting(r)) continue;
         const std::uint32_t k = (r.origin & ~kOriginWaiting) - first;
-        if (k >= ids.size())
-            continue;
+        if (k >= ids.size()) continue;
         const std::uint32_t id = ids[k];
-        if (id == kOriginWaiting)
-            continue; // another batch's
+        if (id == kOriginWaiting) continue; // another batch's
         r.origin = same || id == 0 ? id : mOrigins->intern(table->folder(id));
         ++changed;
     }
@@ -75,12 +67,9 @@ qsizetype CacheItems::fillOrigins(const std::shared_ptr<OriginFolders> &table, s
 
 std::uint32_t CacheItems::adoptOrigin(const CacheItems &from, std::uint32_t id)
 {
-    if ((id & kOriginWaiting) || id == 0)
-        return id; // a ticket stays with its row
-    if (!from.mOrigins)
-        return 0;
-    if (!mOrigins)
-        mOrigins = from.mOrigins;
+    if ((id & kOriginWaiting) || id == 0) return id; // a ticket stays with its row
+    if (!from.mOrigins) return 0;
+    if (!mOrigins) mOrigins = from.mOrigins;
     return mOrigins == from.mOrigins ? id : mOrigins->intern(from.mOrigins->folder(id));
 }
 
@@ -156,10 +145,12 @@ void CacheItems::setKey(Row &r, const char *name, std::size_t length)
             break;
         }
     }
-    r.keyLength = std::uint8_t(n | (complete ? kKeyComplete : 0) | (asciiBytes ? kKeyAsciiBytes : 0));
+    r.keyLength =
+        std::uint8_t(n | (complete ? kKeyComplete : 0) | (asciiBytes ? kKeyAsciiBytes : 0));
 }
 
-void CacheItems::addItem(std::uint32_t folder, const char *name, std::size_t length, Kind kind, std::int64_t size)
+void CacheItems::addItem(std::uint32_t folder, const char *name, std::size_t length, Kind kind,
+                         std::int64_t size)
 {
     Row r;
     r.folder = folder;
@@ -193,20 +184,18 @@ void CacheItems::append(CacheItems &&other)
     const auto offsetBase = std::uint32_t(mArena.size());
     mFolders.insert(mFolders.end(), std::make_move_iterator(other.mFolders.begin()),
                     std::make_move_iterator(other.mFolders.end()));
-    mFolderNameOffsets.insert(mFolderNameOffsets.end(), other.mFolderNameOffsets.begin(), other.mFolderNameOffsets.end());
+    mFolderNameOffsets.insert(mFolderNameOffsets.end(), other.mFolderNameOffsets.begin(),
+                              other.mFolderNameOffsets.end());
     mArena.append(other.mArena);
     // Grow geometrically: many small batches must not copy the whole list each time.
     const std::size_t needed = mRows.size() + other.mRows.size();
-    if (mRows.capacity() < needed)
-        mRows.reserve(std::max(needed, mRows.capacity() * 2));
-    if (!mOrigins)
-        mOrigins = other.mOrigins;
+    if (mRows.capacity() < needed) mRows.reserve(std::max(needed, mRows.capacity() * 2));
+    if (!mOrigins) mOrigins = other.mOrigins;
     const bool sameOrigins = mOrigins == other.mOrigins;
     for (Row r : other.mRows) {
         r.folder += folderBase;
         r.offset += offsetBase;
-        if (!sameOrigins)
-            r.origin = adoptOrigin(other, r.origin);
+        if (!sameOrigins) r.origin = adoptOrigin(other, r.origin);
         mRows.push_back(r);
     }
     other.clear();

@@ -72,7 +72,8 @@ public:
 
     // Adds a time folder (full path) and returns its index; rows refer to it.
     std::uint32_t addFolder(const QByteArray &timeFolderPath);
-    void addItem(std::uint32_t folder, const char *name, std::size_t length, Kind kind, std::int64_t size = -1);
+    void addItem(std::uint32_t folder, const char *name, std::size_t length, Kind kind,
+                 std::int64_t size = -1);
     // Adds a row of another list, with its name and all it knows, under this list's `folder`.
     void copyItem(const CacheItems &from, const Row &row, std::uint32_t folder);
     // Moves another list's rows to the end of this one.
@@ -82,7 +83,10 @@ public:
     std::vector<Row> &rows() { return mRows; }
     const std::vector<Row> &rows() const { return mRows; }
 
-    QByteArrayView name(const Row &r) const { return QByteArrayView(mArena.data() + r.offset, r.length); }
+    QByteArrayView name(const Row &r) const
+    {
+        return QByteArrayView(mArena.data() + r.offset, r.length);
+    }
     QByteArrayView name(qsizetype i) const { return name(row(i)); }
     const QByteArray &timeFolderPath(std::uint32_t folder) const { return mFolders[folder]; }
     std::uint32_t folderCount() const { return std::uint32_t(mFolders.size()); }

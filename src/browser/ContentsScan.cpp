@@ -15,8 +15,8 @@
 #include <fcntl.h>
 #include <mutex>
 #include <optional>
-#include <unordered_map>
 #include <unistd.h>
+#include <unordered_map>
 #include <vector>
 
 namespace {
@@ -51,25 +51,36 @@ bool readString(const char *&p, const char *end, QByteArray &out)
     out.clear();
     while (p < end) {
         const char c = *p++;
-        if (c == '"')
-            return true;
+        if (c == '"') return true;
         if (c != '\\') {
             out.append(c);
             continue;
         }
-        if (p >= end)
-            return false;
+        if (p >= end) return false;
         const char e = *p++;
         switch (e) {
-        case '"': case '\\': case '/': out.append(e); break;
-        case 'b': out.append('\b'); break;
-        case 'f': out.append('\f'); break;
-        case 'n': out.append('\n'); break;
-        case 'r': out.append('\r'); break;
-        case 't': out.append('\t'); break;
+        case '"':
+        case '\\':
+        case '/':
+            out.append(e);
+            break;
+        case 'b':
+            out.append('\b');
+            break;
+        case 'f':
+            out.append('\f');
+            break;
+        case 'n':
+            out.append('\n');
+            break;
+        case 'r':
+            out.append('\r');
+            break;
+        case 't':
+            out.append('\t');
+            break;
         case 'u': {
-            if (end - p < 4)
-                return false;
+            if (end - p < 4) return false;
             bool ok = false;
             const uint unit = QByteArray(p, 4).toUInt(&ok, 16);
             p += 4;
@@ -100,23 +111,18 @@ bool readRecord(QByteArrayView line, QByteArray &time, QByteArray &name, QByteAr
     name.clear();
     path.clear();
     skipBlanks();
-    if (p >= end || *p++ != '{')
-        return false;
+    if (p >= end || *p++ != '{') return false;
     QByteArray key, value;
     for (;;) {
         skipBlanks();
-        if (p < end && *p == '}')
-            break;
-        if (p >= end || *p++ != '"' || !readString(p, end, key))
-            return false;
+        if (p < end && *p == '}') break;
+        if (p >= end || *p++ != '"' || !readString(p, end, key)) return false;
         skipBlanks();
-        if (p >= end || *p++ != ':')
-            return false;
+        if (p >= end || *p++ != ':') return false;
         skipBlanks();
         if (p < end && *p == '"') {
             ++p;
-            if (!readString(p, end, value))
-                return false;
+            if (!readString(p, end, value)) return false;
             if (key == "time")
                 time = value;
             else if (key == "name")
@@ -137,8 +143,7 @@ bool readRecord(QByteArrayView line, QByteArray &time, QByteArray &name, QByteAr
             ++p;
             continue;
         }
-        if (p < end && *p == '}')
-            break;
+        if (p < end && *p == '}') break;
         return false;
     }
     return true;
@@ -148,13 +153,11 @@ bool readRecord(QByteArrayView line, QByteArray &time, QByteArray &name, QByteAr
 bool readRecordFully(QByteArrayView line, QByteArray &time, QByteArray &name, QByteArray &path)
 {
     const QJsonDocument doc = QJsonDocument::fromJson(line.toByteArray());
-    if (!doc.isObject())
-        return false;
+    if (!doc.isObject()) return false;
     const QJsonObject o = doc.object();
     auto bytes = [&o](const char *key) {
         const QString k = QLatin1String(key);
-        if (o.contains(k))
-            return o.value(k).toString().toUtf8();
+        if (o.contains(k)) return o.value(k).toString().toUtf8();
         return QByteArray::fromBase64(o.value(k + QLatin1String("64")).toString().toLatin1());
     };
     time = o.value(QLatin1String("time")).toString().toLatin1();
@@ -163,28 +166,23 @@ bool readRecordFully(QByteArrayView line, QByteArray &time, QByteArray &name, QB
     return true;
 }
 
-void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o, const std::atomic<bool> &stop,
-                    CacheItems &out)
+void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o,
+                    const std::atomic<bool> &stop, CacheItems &out)
 {
     const std::uint32_t folder = out.addFolder(path);
     const int fd = FolderWalk::openFolder(path);
-    if (fd < 0)
-        return;
+    if (fd < 0) return;
     FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type type) {
-        if (stop.load(std::memory_order_relaxed))
-            return;
+        if (stop.load(std::memory_order_relaxed)) return;
         const std::size_t length = std::strlen(name);
-        if (!o.pattern.matches(QByteArrayView(name, qsizetype(length))))
-            return;
+        if (!o.pattern.matches(QByteArrayView(name, qsizetype(length)))) return;
         const CacheItems::Kind kind = kindOf(type);
         std::int64_t size = -1;
-        if (o.readSizes && kind != CacheItems::Kind::Folder)
-            size = FolderWalk::entrySize(fd, name);
+        if (o.readSizes && kind != CacheItems::Kind::Folder) size = FolderWalk::entrySize(fd, name);
         out.addItem(folder, name, length, kind, size);
     });
     close(fd);
-    if (o.originFill)
-        o.originFill->keep(path, out);
+    if (o.originFill) o.originFill->keep(path, out);
 }
 
 } // namespace
@@ -195,19 +193,17 @@ QList<QByteArray> timeFoldersOf(const QList<Root> &roots, const std::atomic<bool
 {
     QList<QByteArray> folders;
     for (const Root &root : roots) {
-        if (stop.load(std::memory_order_relaxed))
-            break;
+        if (stop.load(std::memory_order_relaxed)) break;
         if (root.isTimeFolder) {
             folders.append(root.path);
             continue;
         }
         const int fd = FolderWalk::openFolder(root.path);
-        if (fd < 0)
-            continue;
+        if (fd < 0) continue;
         const QByteArray prefix = folderPrefix(root.path);
         FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type type) {
-            if (!stop.load(std::memory_order_relaxed) && type == FolderWalk::Type::Directory && name[0] == '2' &&
-                name[1] == '0')
+            if (!stop.load(std::memory_order_relaxed) && type == FolderWalk::Type::Directory &&
+                name[0] == '2' && name[1] == '0')
                 folders.append(prefix + name);
         });
         close(fd);
@@ -227,12 +223,10 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
     Jobs::parallelFor(
         n,
         [&](std::size_t k) {
-            if (stop.load(std::memory_order_relaxed))
-                return;
+            if (stop.load(std::memory_order_relaxed)) return;
             CacheItems items;
             readTimeFolder(folders[qsizetype(k)], options, stop, items);
-            if (options.prepare)
-                options.prepare(items);
+            if (options.prepare) options.prepare(items);
             std::lock_guard lock(deliverMutex);
             if (!options.inOrder) {
                 // Whoever finishes hands over at once: a slow folder holds nobody up.
@@ -242,8 +236,7 @@ bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bo
             done[k] = std::move(items);
             // Hand over every finished folder that is next in order, each as it is: gathering
             // them first would copy every row once more.
-            if (k != delivered)
-                return;
+            if (k != delivered) return;
             while (delivered < n && done[delivered]) {
                 sink(std::move(*done[delivered]));
                 done[delivered].reset();
@@ -289,8 +282,7 @@ void OriginFill::fillDay(std::vector<Folder *> &folders, Batch &out)
     const QByteArray file =
         CacheCommit::originsFileFor(parentOf(day), day.mid(day.lastIndexOf('/') + 1));
     const safefile::ReadResult read = safefile::readRegular(AT_FDCWD, file.constData(), 64u << 20);
-    if (read.error != 0)
-        return;
+    if (read.error != 0) return;
     const std::string_view data(read.data);
 
     // Each time folder's names, looked up as records come; built when its first record comes.
@@ -312,14 +304,12 @@ void OriginFill::fillDay(std::vector<Folder *> &folders, Batch &out)
     std::uint32_t lastId = 0;
     for (std::size_t start = 0; start < data.size();) {
         std::size_t stop = data.find('\n', start);
-        if (stop == std::string_view::npos)
-            stop = data.size();
+        if (stop == std::string_view::npos) stop = data.size();
         const QByteArrayView line(data.data() + start, qsizetype(stop - start));
         start = stop + 1;
         if (!readRecord(line, time, name, path) && !readRecordFully(line, time, name, path))
             continue;
-        if (time.isEmpty() || name.isEmpty() || path.isEmpty())
-            continue;
+        if (time.isEmpty() || name.isEmpty() || path.isEmpty()) continue;
         // Records come in runs of one time and of one folder: each is looked up once per run.
         if (time != lastTime || !index) {
             lastTime = time;
@@ -335,11 +325,10 @@ void OriginFill::fillDay(std::vector<Folder *> &folders, Batch &out)
                 }
             }
         }
-        if (!index)
-            continue;
-        const auto it = index->rows.find(std::string_view(name.constData(), std::size_t(name.size())));
-        if (it == index->rows.end())
-            continue;
+        if (!index) continue;
+        const auto it =
+            index->rows.find(std::string_view(name.constData(), std::size_t(name.size())));
+        if (it == index->rows.end()) continue;
         const QByteArray folder = parentOf(path);
         if (folder != lastFolder || lastId == 0) {
             lastFolder = folder;
@@ -350,7 +339,8 @@ void OriginFill::fillDay(std::vector<Folder *> &folders, Batch &out)
     }
 }
 
-bool OriginFill::run(const std::function<bool()> &stopped, const std::function<void(Batch &&)> &sink)
+bool OriginFill::run(const std::function<bool()> &stopped,
+                     const std::function<void(Batch &&)> &sink)
 {
     std::vector<Folder> folders;
     {
@@ -358,7 +348,8 @@ bool OriginFill::run(const std::function<bool()> &stopped, const std::function<v
         folders.swap(mFolders);
     }
     // Day after day, in the order the scan met them, each day's folders in ticket order.
-    std::sort(folders.begin(), folders.end(), [](const Folder &a, const Folder &b) { return a.first < b.first; });
+    std::sort(folders.begin(), folders.end(),
+              [](const Folder &a, const Folder &b) { return a.first < b.first; });
     QHash<QByteArray, std::size_t> dayOf;
     std::vector<std::vector<Folder *>> days;
     for (Folder &f : folders) {
@@ -376,14 +367,12 @@ bool OriginFill::run(const std::function<bool()> &stopped, const std::function<v
     Batch batch;
     std::size_t batchRows = 0;
     auto flush = [&] {
-        if (batchRows > 0)
-            sink(std::move(batch));
+        if (batchRows > 0) sink(std::move(batch));
         batch = Batch();
         batchRows = 0;
     };
     for (std::vector<Folder *> &day : days) {
-        if (stopped())
-            return false;
+        if (stopped()) return false;
         std::uint32_t lo = UINT32_MAX, hi = 0;
         std::size_t rows = 0;
         for (const Folder *f : day) {
@@ -391,17 +380,18 @@ bool OriginFill::run(const std::function<bool()> &stopped, const std::function<v
             hi = std::max(hi, f->first + std::uint32_t(f->lengths.size()));
             rows += f->lengths.size();
         }
-        if (rows == 0)
-            continue;
+        if (rows == 0) continue;
         // Widen the batch to the day's tickets; tickets of other batches in between stay waiting.
         if (batchRows == 0) {
             batch.first = lo;
             batch.ids.assign(hi - lo, CacheItems::kOriginWaiting);
         } else {
             const std::uint32_t newFirst = std::min(batch.first, lo);
-            const std::uint32_t newEnd = std::max(batch.first + std::uint32_t(batch.ids.size()), hi);
+            const std::uint32_t newEnd =
+                std::max(batch.first + std::uint32_t(batch.ids.size()), hi);
             std::vector<std::uint32_t> wider(newEnd - newFirst, CacheItems::kOriginWaiting);
-            std::copy(batch.ids.begin(), batch.ids.end(), wider.begin() + std::ptrdiff_t(batch.first - newFirst));
+            std::copy(batch.ids.begin(), batch.ids.end(),
+                      wider.begin() + std::ptrdiff_t(batch.first - newFirst));
             batch.first = newFirst;
             batch.ids.swap(wider);
         }
@@ -409,11 +399,9 @@ bool OriginFill::run(const std::function<bool()> &stopped, const std::function<v
         for (Folder *f : day) // the names are not needed any more
             *f = Folder();
         batchRows += rows;
-        if (batchRows >= kBatchRows)
-            flush();
+        if (batchRows >= kBatchRows) flush();
     }
-    if (stopped())
-        return false;
+    if (stopped()) return false;
     flush();
     return true;
 }

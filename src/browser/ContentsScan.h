@@ -83,7 +83,8 @@ private:
 QList<QByteArray> timeFoldersOf(const QList<Root> &roots, const std::atomic<bool> &stop);
 
 // Calls `sink` with the matching items of each time folder, in scan order, or as each is done
-// when !inOrder. Calls come from scan threads, never two at once. Returns false when `stop` ended the scan early.
+// when !inOrder. Calls come from scan threads, never two at once. Returns false when `stop` ended
+// the scan early.
 bool scan(const QList<Root> &roots, const Options &options, const std::atomic<bool> &stop,
           const std::function<void(CacheItems &&batch)> &sink);
 

@@ -13,31 +13,31 @@ int compareKeys(const CacheItems::Row &a, const CacheItems::Row &b)
 {
     // Keys hold folded characters up to a mark above ASCII, so where they differ they order the
     // names; equal keys decide only for names that they hold whole.
-    if (a.key[0] != b.key[0])
-        return a.key[0] < b.key[0] ? -1 : 1;
-    if (a.key[1] != b.key[1])
-        return a.key[1] < b.key[1] ? -1 : 1;
-    if ((a.keyLength & b.keyLength & CacheItems::kKeyComplete) != 0)
-        return 0;
+    if (a.key[0] != b.key[0]) return a.key[0] < b.key[0] ? -1 : 1;
+    if (a.key[1] != b.key[1]) return a.key[1] < b.key[1] ? -1 : 1;
+    if ((a.keyLength & b.keyLength & CacheItems::kKeyComplete) != 0) return 0;
     return kKeysUndecided;
 }
 
 namespace {
 
-inline int compareNames(const CacheItems &x, const CacheItems::Row &a, const CacheItems &y, const CacheItems::Row &b)
+inline int compareNames(const CacheItems &x, const CacheItems::Row &a, const CacheItems &y,
+                        const CacheItems::Row &b)
 {
     const int c = compareKeys(a, b);
-    if (c != kKeysUndecided)
-        return c;
+    if (c != kKeysUndecided) return c;
     // Equal keys made of the names' own first bytes: only the rest of the names can differ.
     constexpr std::uint8_t full = CacheItems::kKeyAsciiBytes | CacheItems::kKeyBytes;
-    if ((a.keyLength & ~CacheItems::kKeyComplete) == full && (b.keyLength & ~CacheItems::kKeyComplete) == full)
-        return NameMatch::compare(x.name(a).sliced(CacheItems::kKeyBytes), y.name(b).sliced(CacheItems::kKeyBytes));
+    if ((a.keyLength & ~CacheItems::kKeyComplete) == full &&
+        (b.keyLength & ~CacheItems::kKeyComplete) == full)
+        return NameMatch::compare(x.name(a).sliced(CacheItems::kKeyBytes),
+                                  y.name(b).sliced(CacheItems::kKeyBytes));
     return NameMatch::compare(x.name(a), y.name(b));
 }
 
 // Origin folders of two lists' rows: one table when they share it, else the folders themselves.
-inline int compareOrigins(const CacheItems &x, const CacheItems::Row &a, const CacheItems &y, const CacheItems::Row &b)
+inline int compareOrigins(const CacheItems &x, const CacheItems::Row &a, const CacheItems &y,
+                          const CacheItems::Row &b)
 {
     if (x.origins() == y.origins())
         return x.origins() ? x.origins()->compare(a.origin, b.origin) : 0;
@@ -55,12 +55,12 @@ std::vector<std::uint32_t> folderRanks(const CacheItems &items)
     auto cmp = [&](std::uint32_t a, std::uint32_t b) {
         return NameMatch::compare(items.timeFolderName(a), items.timeFolderName(b));
     };
-    std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) { return cmp(a, b) < 0; });
+    std::sort(order.begin(), order.end(),
+              [&](std::uint32_t a, std::uint32_t b) { return cmp(a, b) < 0; });
     std::vector<std::uint32_t> rank(folders);
     std::uint32_t r = 0;
     for (std::size_t i = 0; i < order.size(); ++i) {
-        if (i > 0 && cmp(order[i - 1], order[i]) != 0)
-            ++r;
+        if (i > 0 && cmp(order[i - 1], order[i]) != 0) ++r;
         rank[order[i]] = r;
     }
     return rank;
@@ -81,17 +81,18 @@ struct RowOrder
         switch (order.key) {
         case SortOrder::Origin:
             c = compareOrigins(items, a, items, b);
-            if (c == 0)
-                c = compareNames(items, a, items, b);
+            if (c == 0) c = compareNames(items, a, items, b);
             break;
         case SortOrder::Time:
             // Time-folder names are ASCII digits, so equal folders need no look at the names.
-            if (a.folder == b.folder)
-                return 0;
+            if (a.folder == b.folder) return 0;
             if (ranks)
-                c = (*ranks)[a.folder] == (*ranks)[b.folder] ? 0 : ((*ranks)[a.folder] < (*ranks)[b.folder] ? -1 : 1);
+                c = (*ranks)[a.folder] == (*ranks)[b.folder]
+                        ? 0
+                        : ((*ranks)[a.folder] < (*ranks)[b.folder] ? -1 : 1);
             else
-                c = NameMatch::compare(items.timeFolderName(a.folder), items.timeFolderName(b.folder));
+                c = NameMatch::compare(items.timeFolderName(a.folder),
+                                       items.timeFolderName(b.folder));
             break;
         case SortOrder::Name:
             c = compareNames(items, a, items, b);
@@ -114,7 +115,8 @@ struct RowOrder
 
 } // namespace
 
-int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, SortOrder order)
+int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b,
+            SortOrder order)
 {
     return RowOrder{items, order}.compare(a, b);
 }
@@ -142,7 +144,8 @@ std::vector<std::uint32_t> nameOrder(const CacheItems &items, bool descending)
     for (std::size_t start = 0; start < keys.size();) {
         std::size_t end = start + 1;
         bool whole = rows[keys[start].row].keyLength & CacheItems::kKeyComplete;
-        while (end < keys.size() && keys[end].k0 == keys[start].k0 && keys[end].k1 == keys[start].k1) {
+        while (end < keys.size() && keys[end].k0 == keys[start].k0 &&
+               keys[end].k1 == keys[start].k1) {
             whole = whole && (rows[keys[end].row].keyLength & CacheItems::kKeyComplete);
             ++end;
         }
@@ -152,7 +155,8 @@ std::vector<std::uint32_t> nameOrder(const CacheItems &items, bool descending)
             std::vector<std::pair<QString, std::uint32_t>> texts;
             texts.reserve(end - start);
             for (std::size_t i = start; i < end; ++i)
-                texts.emplace_back(NameMatch::decodedForOrder(items.name(rows[keys[i].row])), keys[i].row);
+                texts.emplace_back(NameMatch::decodedForOrder(items.name(rows[keys[i].row])),
+                                   keys[i].row);
             std::sort(texts.begin(), texts.end(), [descending](const auto &a, const auto &b) {
                 const int c = QString::compare(a.first, b.first, Qt::CaseInsensitive);
                 return descending ? c > 0 : c < 0;
@@ -225,7 +229,8 @@ void sort(CacheItems &items, SortOrder order)
 void sortParallel(CacheItems &items, SortOrder order)
 {
     auto &rows = items.rows();
-    const auto ranks = order.key == SortOrder::Time ? folderRanks(items) : std::vector<std::uint32_t>();
+    const auto ranks =
+        order.key == SortOrder::Time ? folderRanks(items) : std::vector<std::uint32_t>();
     const RowOrder less{items, order, &ranks};
     if (rows.size() < 20000 || Jobs::cores() < 2) {
         std::sort(rows.begin(), rows.end(), less);
@@ -248,7 +253,8 @@ void mergeSortedInto(CacheItems &items, CacheItems &&sortedBatch, SortOrder orde
     const std::size_t before = items.rows().size();
     items.append(std::move(sortedBatch));
     auto &rows = items.rows();
-    std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(), RowOrder{items, order});
+    std::inplace_merge(rows.begin(), rows.begin() + std::ptrdiff_t(before), rows.end(),
+                       RowOrder{items, order});
 }
 
 void mergeRuns(CacheItems &items, SortOrder order)
@@ -258,24 +264,25 @@ void mergeRuns(CacheItems &items, SortOrder order)
     std::vector<CacheItems::Row> from = items.rows();
     std::vector<std::size_t> bounds;
     for (std::size_t i = 0; i < from.size(); ++i)
-        if (i == 0 || from[i].folder != from[i - 1].folder)
-            bounds.push_back(i);
+        if (i == 0 || from[i].folder != from[i - 1].folder) bounds.push_back(i);
     bounds.push_back(from.size());
-    if (bounds.size() <= 2)
-        return;
+    if (bounds.size() <= 2) return;
     std::vector<CacheItems::Row> to(from.size());
     const RowOrder less{items, order};
     while (bounds.size() > 2) {
         std::vector<std::size_t> merged;
         std::size_t i = 0;
         for (; i + 2 < bounds.size(); i += 2) {
-            std::merge(from.begin() + std::ptrdiff_t(bounds[i]), from.begin() + std::ptrdiff_t(bounds[i + 1]),
-                       from.begin() + std::ptrdiff_t(bounds[i + 1]), from.begin() + std::ptrdiff_t(bounds[i + 2]),
+            std::merge(from.begin() + std::ptrdiff_t(bounds[i]),
+                       from.begin() + std::ptrdiff_t(bounds[i + 1]),
+                       from.begin() + std::ptrdiff_t(bounds[i + 1]),
+                       from.begin() + std::ptrdiff_t(bounds[i + 2]),
                        to.begin() + std::ptrdiff_t(bounds[i]), less);
             merged.push_back(bounds[i]);
         }
         if (i + 1 < bounds.size()) { // an odd run out: carried over as it is
-            std::copy(from.begin() + std::ptrdiff_t(bounds[i]), from.begin() + std::ptrdiff_t(bounds[i + 1]),
+            std::copy(from.begin() + std::ptrdiff_t(bounds[i]),
+                      from.begin() + std::ptrdiff_t(bounds[i + 1]),
                       to.begin() + std::ptrdiff_t(bounds[i]));
             merged.push_back(bounds[i]);
         }

@@ -15,7 +15,8 @@ inline constexpr SortOrder ByOrigin{SortOrder::Origin, false};
 inline constexpr SortOrder ByOriginDescending{SortOrder::Origin, true};
 
 // <0, 0, >0 like a comparison function.
-int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b, SortOrder order);
+int compare(const CacheItems &items, const CacheItems::Row &a, const CacheItems::Row &b,
+            SortOrder order);
 void sort(CacheItems &items, SortOrder order);
 // The same on every core: halves sorted at once, then merged.
 void sortParallel(CacheItems &items, SortOrder order);

@@ -32,7 +32,8 @@ QString summary(const QList<DayEntry> &days, qint64 retentionDays)
         word = qtTrId("files");
     }
     const QString totals =
-        QStringLiteral("%1 - %2 %3").arg(CommonUtils::getSizeStr(bytes), CommonUtils::getQtyStr(files), word);
+        QStringLiteral("%1 - %2 %3")
+            .arg(CommonUtils::getSizeStr(bytes), CommonUtils::getQtyStr(files), word);
     //% "Cache: %1"
     return line1 + QLatin1Char('\n') + qtTrId("ContentsOfCache").arg(totals);
 }
@@ -49,7 +50,10 @@ QString dayLabel(QByteArrayView timeFolderName)
 
 QString cachingTime(QByteArrayView timeFolderName, const QString &dayLabel)
 {
-    QString hm = QString::fromLatin1(timeFolderName.size() > 10 ? timeFolderName.sliced(10, std::min<qsizetype>(6, timeFolderName.size() - 10)) : QByteArrayView());
+    QString hm = QString::fromLatin1(
+        timeFolderName.size() > 10
+            ? timeFolderName.sliced(10, std::min<qsizetype>(6, timeFolderName.size() - 10))
+            : QByteArrayView());
     hm.replace(QLatin1Char('_'), QLatin1Char(':'));
     return dayLabel + hm;
 }

@@ -46,26 +46,23 @@ bool emptyFolder(int fd)
         }
         ok = emptyFolder(sub) && ok;
         close(sub);
-        if (unlinkat(fd, d.constData(), AT_REMOVEDIR) != 0 && errno != ENOENT)
-            ok = false;
+        if (unlinkat(fd, d.constData(), AT_REMOVEDIR) != 0 && errno != ENOENT) ok = false;
     }
     return ok;
 }
 
 // Runs `remove` on each path in order until `stop` is set, telling `onItemDone` after each;
 // returns how many were handed to it.
-template<typename Remove>
+template <typename Remove>
 qsizetype eachUntilStopped(const QByteArrayList &paths, const std::atomic<bool> *stop,
                            const Removal::ItemDone &onItemDone, Remove remove)
 {
     qsizetype handed = 0;
     for (const QByteArray &p : paths) {
-        if (stop && stop->load(std::memory_order_relaxed))
-            break;
+        if (stop && stop->load(std::memory_order_relaxed)) break;
         remove(p);
         ++handed;
-        if (onItemDone)
-            onItemDone(p);
+        if (onItemDone) onItemDone(p);
     }
     return handed;
 }
@@ -82,22 +79,21 @@ namespace Removal {
 
 bool removeTree(const QByteArray &path)
 {
-    if (path.isEmpty())
-        return false;
-    struct stat st{};
-    if (lstat(path.constData(), &st) != 0)
-        return errno == ENOENT;
-    if (!S_ISDIR(st.st_mode))
-        return unlink(path.constData()) == 0 || errno == ENOENT;
+    if (path.isEmpty()) return false;
+    struct stat st
+    {
+    };
+    if (lstat(path.constData(), &st) != 0) return errno == ENOENT;
+    if (!S_ISDIR(st.st_mode)) return unlink(path.constData()) == 0 || errno == ENOENT;
     const int fd = FolderWalk::openFolder(path);
-    if (fd < 0)
-        return false;
+    if (fd < 0) return false;
     const bool emptied = emptyFolder(fd);
     close(fd);
     return (rmdir(path.constData()) == 0 || errno == ENOENT) && emptied;
 }
 
-qsizetype removeItems(const QByteArrayList &itemPaths, const std::atomic<bool> *stop, const ItemDone &onItemDone)
+qsizetype removeItems(const QByteArrayList &itemPaths, const std::atomic<bool> *stop,
+                      const ItemDone &onItemDone)
 {
     return eachUntilStopped(itemPaths, stop, onItemDone, [](const QByteArray &p) {
         removeTree(p);
@@ -107,7 +103,8 @@ qsizetype removeItems(const QByteArrayList &itemPaths, const std::atomic<bool> *
     });
 }
 
-qsizetype removeTrees(const QByteArrayList &paths, const std::atomic<bool> *stop, const ItemDone &onItemDone)
+qsizetype removeTrees(const QByteArrayList &paths, const std::atomic<bool> *stop,
+                      const ItemDone &onItemDone)
 {
     return eachUntilStopped(paths, stop, onItemDone, [](const QByteArray &p) { removeTree(p); });
 }
@@ -125,8 +122,7 @@ QByteArrayList protectedCacheFolders()
     const qsizetype n = CommonUtils::getAllProtectedVolumes().size();
     for (qsizetype i = 0; i < n; ++i) {
         const QByteArray cache = CommonUtils::pathForCacheFolderInVolume(i);
-        if (!cache.isEmpty())
-            folders.append(cache);
+        if (!cache.isEmpty()) folders.append(cache);
     }
     return folders;
 }
@@ -135,14 +131,16 @@ QByteArrayList cacheFolderPieces(const QByteArrayList &cacheFolders)
 {
     QByteArrayList pieces;
     for (const QByteArray &cache : cacheFolders) {
-        struct stat st{};
-        if (cache.isEmpty() || lstat(cache.constData(), &st) != 0)
-            continue;
+        struct stat st
+        {
+        };
+        if (cache.isEmpty() || lstat(cache.constData(), &st) != 0) continue;
         if (S_ISDIR(st.st_mode)) {
             const int fd = FolderWalk::openFolder(cache);
             if (fd >= 0) {
                 const QByteArray base = folderPrefix(cache);
-                FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type) { pieces.append(base + name); });
+                FolderWalk::forEachEntry(
+                    fd, [&](const char *name, FolderWalk::Type) { pieces.append(base + name); });
                 close(fd);
             }
         }

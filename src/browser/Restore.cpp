@@ -27,7 +27,8 @@ struct Failure
 
 QString errnoText(const char *what, int err)
 {
-    return QStringLiteral("%1: %2").arg(QLatin1String(what), QString::fromLocal8Bit(std::strerror(err)));
+    return QStringLiteral("%1: %2").arg(QLatin1String(what),
+                                        QString::fromLocal8Bit(std::strerror(err)));
 }
 
 bool stopped(const std::atomic<bool> *stop)
@@ -44,8 +45,7 @@ void keepTimes(int dirFd, const char *name, const struct stat &st)
 bool copyData(int in, int out, const std::atomic<bool> *stop, QString &error)
 {
     // A clone shares the blocks and costs nothing; only where it is refused are bytes copied.
-    if (ioctl(out, FICLONE, in) == 0)
-        return true;
+    if (ioctl(out, FICLONE, in) == 0) return true;
     bool rangeWorks = true;
     char buf[1 << 16];
     for (;;) {
@@ -56,7 +56,8 @@ bool copyData(int in, int out, const std::atomic<bool> *stop, QString &error)
         ssize_t n = -1;
         if (rangeWorks) {
             n = copy_file_range(in, nullptr, out, nullptr, 1 << 24, 0);
-            if (n < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+            if (n < 0 &&
+                (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
                 rangeWorks = false;
                 continue;
             }
@@ -65,8 +66,7 @@ bool copyData(int in, int out, const std::atomic<bool> *stop, QString &error)
             if (n > 0) {
                 for (ssize_t done = 0; done < n;) {
                     const ssize_t w = write(out, buf + done, std::size_t(n - done));
-                    if (w < 0 && errno == EINTR)
-                        continue;
+                    if (w < 0 && errno == EINTR) continue;
                     if (w <= 0) {
                         error = errnoText("write", errno);
                         return false;
@@ -75,10 +75,8 @@ bool copyData(int in, int out, const std::atomic<bool> *stop, QString &error)
                 }
             }
         }
-        if (n == 0)
-            return true;
-        if (n < 0 && errno == EINTR)
-            continue;
+        if (n == 0) return true;
+        if (n < 0 && errno == EINTR) continue;
         if (n < 0) {
             error = errnoText(rangeWorks ? "copy" : "read", errno);
             return false;
@@ -89,27 +87,30 @@ bool copyData(int in, int out, const std::atomic<bool> *stop, QString &error)
 // Takes away what a failed copy of one piece left in a folder being copied.
 void discard(int dirFd, const char *name)
 {
-    if (unlinkat(dirFd, name, 0) != 0)
-        unlinkat(dirFd, name, AT_REMOVEDIR);
+    if (unlinkat(dirFd, name, 0) != 0) unlinkat(dirFd, name, AT_REMOVEDIR);
 }
 
 // Copies the entry `name` of srcDir to `dstName` in dstDir (which must not exist yet). Pieces of
 // a folder that cannot be copied are listed in *leftOut (`below` is the folder's path inside the
 // item) and the rest is copied; only a stop gives up the whole.
-bool copyEntry(int srcDir, const char *name, int dstDir, const char *dstName, const std::atomic<bool> *stop,
-               QString &error, QList<Restore::LeftOut> *leftOut, const QByteArray &below)
+bool copyEntry(int srcDir, const char *name, int dstDir, const char *dstName,
+               const std::atomic<bool> *stop, QString &error, QList<Restore::LeftOut> *leftOut,
+               const QByteArray &below)
 {
     if (stopped(stop)) {
         error = QStringLiteral("stopped");
         return false;
     }
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstatat(srcDir, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
         error = errnoText("stat", errno);
         return false;
     }
     if (S_ISLNK(st.st_mode)) {
-        QByteArray target(std::size_t(st.st_size) + 1 > 4096 ? std::size_t(st.st_size) + 1 : 4096, '\0');
+        QByteArray target(std::size_t(st.st_size) + 1 > 4096 ? std::size_t(st.st_size) + 1 : 4096,
+                          '\0');
         const ssize_t n = readlinkat(srcDir, name, target.data(), std::size_t(target.size()));
         if (n < 0 || n >= target.size()) {
             error = errnoText("readlink", n < 0 ? errno : ENAMETOOLONG);
@@ -127,8 +128,7 @@ bool copyEntry(int srcDir, const char *name, int dstDir, const char *dstName, co
         const int in = FolderWalk::openFolder(srcDir, name);
         if (in < 0 || mkdirat(dstDir, dstName, 0700) != 0) {
             error = errnoText(in < 0 ? "open folder" : "create folder", errno);
-            if (in >= 0)
-                close(in);
+            if (in >= 0) close(in);
             return false;
         }
         const int out = FolderWalk::openFolder(dstDir, dstName);
@@ -137,11 +137,13 @@ bool copyEntry(int srcDir, const char *name, int dstDir, const char *dstName, co
             // Names first, then the copies: no listing buffer stays on the stack while a deep
             // tree is copied.
             QByteArrayList children;
-            FolderWalk::forEachEntry(in, [&](const char *child, FolderWalk::Type) { children.append(child); });
+            FolderWalk::forEachEntry(
+                in, [&](const char *child, FolderWalk::Type) { children.append(child); });
             for (const QByteArray &child : children) {
                 const QByteArray inside = below.isEmpty() ? child : below + '/' + child;
                 QString childError;
-                if (copyEntry(in, child.constData(), out, child.constData(), stop, childError, leftOut, inside))
+                if (copyEntry(in, child.constData(), out, child.constData(), stop, childError,
+                              leftOut, inside))
                     continue;
                 discard(out, child.constData());
                 if (stopped(stop) || !leftOut) {
@@ -166,7 +168,8 @@ bool copyEntry(int srcDir, const char *name, int dstDir, const char *dstName, co
             error = errnoText("open", errno);
             return false;
         }
-        const int out = openat(dstDir, dstName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        const int out =
+            openat(dstDir, dstName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (out < 0) {
             error = errnoText("create", errno);
             close(in);
@@ -202,7 +205,9 @@ QByteArray temporaryName()
 
 bool exists(int dirFd, const char *name)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     return fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
@@ -217,10 +222,12 @@ void copyInto(int src, const QByteArray &sourceName, int dst, const QByteArray &
     }
     const QByteArray temp = temporaryName();
     QString error;
-    if (!copyEntry(src, sourceName.constData(), dst, temp.constData(), stop, error, &r.leftOut, {})) {
+    if (!copyEntry(src, sourceName.constData(), dst, temp.constData(), stop, error, &r.leftOut,
+                   {})) {
         r.outcome = stopped(stop) ? Restore::Outcome::Stopped : Restore::Outcome::Failed;
         r.error = error;
-    } else if (renameat2(dst, temp.constData(), dst, targetName.constData(), RENAME_NOREPLACE) == 0) {
+    } else if (renameat2(dst, temp.constData(), dst, targetName.constData(), RENAME_NOREPLACE) ==
+               0) {
         r.outcome = Restore::Outcome::Copied;
         return;
     } else if (errno == EEXIST) {
@@ -252,7 +259,8 @@ QByteArray lastComponent(const QByteArray &path)
     return p.mid(p.lastIndexOf('/') + 1);
 }
 
-ItemResult copyItem(const QByteArray &source, const QByteArray &target, const std::atomic<bool> *stop)
+ItemResult copyItem(const QByteArray &source, const QByteArray &target,
+                    const std::atomic<bool> *stop)
 {
     ItemResult r{source, target, Outcome::Failed, {}, {}, false};
     const QByteArray targetFolder = folderOf(target);
@@ -275,7 +283,9 @@ ItemResult copyItem(const QByteArray &source, const QByteArray &target, const st
 
 bool pathTaken(const QByteArray &path)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     return lstat(path.constData(), &st) == 0;
 }
 
@@ -286,8 +296,7 @@ QByteArray freeNumberedPath(const QByteArray &path)
     const QByteArray base = folder == "/" ? folder : folder + '/';
     for (int n = 2; n < CacheCommit::kMaxNumberedNames; ++n) {
         const QByteArray candidate = base + CacheCommit::numberedName(name, n);
-        if (!pathTaken(candidate))
-            return candidate;
+        if (!pathTaken(candidate)) return candidate;
     }
     return {};
 }
@@ -298,17 +307,16 @@ QByteArray originalPathOf(const QByteArray &cachedItem)
     const QByteArray timeFolder = folderOf(cachedItem);
     const QByteArray dayFolder = folderOf(timeFolder);
     const QByteArray cache = folderOf(dayFolder);
-    if (name.isEmpty() || timeFolder == "/" || dayFolder == "/")
-        return {};
+    if (name.isEmpty() || timeFolder == "/" || dayFolder == "/") return {};
     const QByteArray time = lastComponent(timeFolder);
-    struct stat st{};
+    struct stat st
+    {
+    };
     const quint64 ino = lstat(cachedItem.constData(), &st) == 0 ? quint64(st.st_ino) : 0;
     QByteArray found;
     for (const CacheCommit::Origin &o : CacheCommit::readOrigins(cache, lastComponent(dayFolder))) {
-        if (o.time != time || o.name != name || o.path.isEmpty())
-            continue;
-        if (ino != 0 && o.ino == ino)
-            return o.path;
+        if (o.time != time || o.name != name || o.path.isEmpty()) continue;
+        if (ino != 0 && o.ino == ino) return o.path;
         found = o.path;
     }
     return found;
@@ -353,25 +361,22 @@ ItemResult putBack(const QByteArray &cachedItem, const QByteArray &original, Cla
             name = lastComponent(free);
         }
         r.target = (folder == "/" ? folder : folder + '/') + name;
-        if (renameat2(src.fd, sourceName.constData(), dst.fd, name.constData(), RENAME_NOREPLACE) == 0) {
+        if (renameat2(src.fd, sourceName.constData(), dst.fd, name.constData(), RENAME_NOREPLACE) ==
+            0) {
             r.outcome = Outcome::Copied;
             r.moved = true;
             break;
         }
-        if (errno == EEXIST)
-            continue;
+        if (errno == EEXIST) continue;
         if (errno != EXDEV) {
             r.error = errnoText("rename", errno);
             return r;
         }
         copyInto(src.fd, sourceName, dst.fd, folder, name, stop, r);
-        if (r.outcome == Outcome::SkippedExisting && clash == Clash::KeepBoth)
-            continue;
-        if (r.outcome != Outcome::Copied)
-            return r;
+        if (r.outcome == Outcome::SkippedExisting && clash == Clash::KeepBoth) continue;
+        if (r.outcome != Outcome::Copied) return r;
         // A folder copied in part stays in the cache, so nothing of it is lost.
-        if (r.leftOut.isEmpty())
-            r.moved = Removal::removeTree(cachedItem);
+        if (r.leftOut.isEmpty()) r.moved = Removal::removeTree(cachedItem);
         break;
     }
     if (r.moved) {
@@ -383,16 +388,15 @@ ItemResult putBack(const QByteArray &cachedItem, const QByteArray &original, Cla
 }
 
 QList<ItemResult> copyItems(const QByteArray &destinationFolder, const QByteArrayList &sources,
-                            const std::atomic<bool> *stop, const std::function<void(const ItemResult &)> &onItemDone)
+                            const std::atomic<bool> *stop,
+                            const std::function<void(const ItemResult &)> &onItemDone)
 {
     QList<ItemResult> results;
     const QByteArray base = folderPrefix(destinationFolder);
     for (const QByteArray &s : sources) {
-        if (stopped(stop))
-            break;
+        if (stopped(stop)) break;
         results.append(copyItem(s, base + lastComponent(s), stop));
-        if (onItemDone)
-            onItemDone(results.last());
+        if (onItemDone) onItemDone(results.last());
     }
     return results;
 }

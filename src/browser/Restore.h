@@ -30,14 +30,15 @@ struct ItemResult
     Outcome outcome = Outcome::Failed;
     QString error;          // for Failed: what went wrong, in one line
     QList<LeftOut> leftOut; // for Copied: what is missing from a folder
-    bool moved = false;     // put back: the item left the cache (renamed, or copied whole and removed)
+    bool moved = false; // put back: the item left the cache (renamed, or copied whole and removed)
 };
 
 // What a put back does when the original name is taken again.
 enum class Clash { Skip, KeepBoth };
 
 // Copies one item to exactly `target`.
-ItemResult copyItem(const QByteArray &source, const QByteArray &target, const std::atomic<bool> *stop = nullptr);
+ItemResult copyItem(const QByteArray &source, const QByteArray &target,
+                    const std::atomic<bool> *stop = nullptr);
 // Copies each source into `destinationFolder` under its own last name, in order; an existing name
 // is skipped (so of two sources with one name only the first is copied).
 QList<ItemResult> copyItems(const QByteArray &destinationFolder, const QByteArrayList &sources,

@@ -109,10 +109,9 @@ Result moveIntoCache(int srcDirFd, const QByteArray &srcName, int cacheFd,
                      const QByteArray &originalPath, const QDateTime &when,
                      const Completeness &completeness)
 {
-    return moveIntoFolder(srcDirFd, srcName, cacheFd, cacheFolder,
-                          CommonUtils::nameForCacheFolder(when).toLatin1(),
-                          CommonUtils::nameForTimeFolder(when).toLatin1(), name, originalPath,
-                          completeness);
+    return moveIntoFolder(
+        srcDirFd, srcName, cacheFd, cacheFolder, CommonUtils::nameForCacheFolder(when).toLatin1(),
+        CommonUtils::nameForTimeFolder(when).toLatin1(), name, originalPath, completeness);
 }
 
 Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
@@ -123,7 +122,9 @@ Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
     Result r;
     const QByteArray name = completeness.complete ? givenName : incompleteName(givenName);
     r.path = originalPath;
-    struct stat item{};
+    struct stat item
+    {
+    };
     if (!isItemName(srcName) || !isItemName(name)) {
         r.error = Error::InvalidPath;
         return r;
@@ -144,16 +145,17 @@ Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,
     unlinkat(dayFd.fd, CommonUtils::kCacheInformationName, 0);
     QByteArray finalName = name;
     for (int n = 2;; ++n) {
-        struct stat taken{};
+        struct stat taken
+        {
+        };
         if (fstatat(timeFd.fd, finalName.constData(), &taken, AT_SYMLINK_NOFOLLOW) == 0 &&
             n <= kMaxNumberedNames) {
             finalName = numberedName(name, n);
             continue;
         }
-        const int recorded =
-            appendOrigin(cacheFd, day,
-                         {time, finalName, originalPath, qint64(getuid()), quint64(item.st_ino), 0,
-                          completeness});
+        const int recorded = appendOrigin(cacheFd, day,
+                                          {time, finalName, originalPath, qint64(getuid()),
+                                           quint64(item.st_ino), 0, completeness});
         if (recorded != 0) {
             r.sysErrno = recorded;
             r.error = Error::NoOrigin;

@@ -60,7 +60,6 @@ Result moveIntoCache(int srcDirFd, const QByteArray &srcName, int cacheFd,
                      const QDateTime &when = QDateTime::currentDateTime(),
                      const Completeness &completeness = {});
 
-
 // The same into a given day and time folder (an item of an earlier version's cache, moved into
 // the user's private one; a shadow that was not complete).
 Result moveIntoFolder(int srcDirFd, const QByteArray &srcName, int cacheFd,

@@ -42,7 +42,9 @@ State stateForOpenError(int err)
 // The per-user folder, or the home cache: the user's own, and only the user's.
 int useOwnFolder(Fd &fd, dev_t dev, Status *status)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstat(fd.fd, &st) != 0) return finish(status, State::Failed, errno);
     if (st.st_uid != geteuid()) return finish(status, State::NotOwned);
     if (st.st_dev != dev) return finish(status, State::OtherDevice);
@@ -58,9 +60,10 @@ int openHomeCache(bool create, Status *status)
     const QByteArray home = CommonUtils::homeFolder();
     Fd homeFd(home.startsWith('/') ? ::open(home.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)
                                    : -1);
-    struct stat hst{};
-    if (homeFd.fd < 0 || fstat(homeFd.fd, &hst) != 0)
-        return finish(status, State::NoVolume, errno);
+    struct stat hst
+    {
+    };
+    if (homeFd.fd < 0 || fstat(homeFd.fd, &hst) != 0) return finish(status, State::NoVolume, errno);
     Fd cache(safefile::openFolder(homeFd.fd, kCacheFolderName, create, 0700));
     if (cache.fd < 0) {
         const int err = errno;
@@ -72,14 +75,17 @@ int openHomeCache(bool create, Status *status)
 int openVolumeCache(const QByteArray &volumePath, bool create, Status *status)
 {
     Fd root(::open(volumePath.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    struct stat rst{};
+    struct stat rst
+    {
+    };
     if (root.fd < 0 || fstat(root.fd, &rst) != 0) return finish(status, State::NoVolume, errno);
     const uid_t me = geteuid();
     // The user may set up a volume alone only where nobody else may write its root: a shared
     // folder of the user's own would shut the volume's other users out.
     const bool aloneAtRoot = rst.st_uid == me && (rst.st_mode & kGroupOrOthersWrite) == 0;
     // Root's own shared folder lets the other users through to theirs.
-    Fd shared(safefile::openFolder(root.fd, kCacheFolderName, create && aloneAtRoot, me == 0 ? 0711 : 0700));
+    Fd shared(safefile::openFolder(root.fd, kCacheFolderName, create && aloneAtRoot,
+                                   me == 0 ? 0711 : 0700));
     if (shared.fd < 0) {
         const int err = errno;
         // Nothing there yet: the daemon makes it, with help where the user may not write.
@@ -87,7 +93,9 @@ int openVolumeCache(const QByteArray &volumePath, bool create, Status *status)
             return finish(status, State::NeedsHelper);
         return finish(status, stateForOpenError(err), err);
     }
-    struct stat sst{};
+    struct stat sst
+    {
+    };
     if (fstat(shared.fd, &sst) != 0) return finish(status, State::Failed, errno);
     if (sst.st_dev != rst.st_dev) return finish(status, State::OtherDevice);
     const bool rootOwned = sst.st_uid == 0 && me != 0;
@@ -183,7 +191,8 @@ QString Status::reason() const
         break;
     }
     //% "Nothing is kept on this volume: %1."
-    return qtTrId("CacheFailed").arg(QString::fromLocal8Bit(std::strerror(sysErrno ? sysErrno : EIO)));
+    return qtTrId("CacheFailed")
+        .arg(QString::fromLocal8Bit(std::strerror(sysErrno ? sysErrno : EIO)));
 }
 
 } // namespace CacheFolder

@@ -19,13 +19,13 @@ namespace CacheFolder {
 
 enum class State {
     Ready,
-    NoVolume,     // the home folder or the mount path cannot be opened
-    Missing,      // nothing there yet (only when not asked to create)
-    NeedsHelper,  // the user may not create it alone: the daemon's privileged helper may
-    Unsafe,       // a link or something other than a folder stands at the name
-    NotOwned,     // another account's folder stands at the name
-    OtherDevice,  // something is mounted over it
-    Failed,       // the file system said no (see sysErrno)
+    NoVolume,    // the home folder or the mount path cannot be opened
+    Missing,     // nothing there yet (only when not asked to create)
+    NeedsHelper, // the user may not create it alone: the daemon's privileged helper may
+    Unsafe,      // a link or something other than a folder stands at the name
+    NotOwned,    // another account's folder stands at the name
+    OtherDevice, // something is mounted over it
+    Failed,      // the file system said no (see sysErrno)
 };
 
 struct Status

@@ -17,11 +17,9 @@ namespace {
 
 QByteArray volumeBasePath(qsizetype index)
 {
-    if (index == 0)
-        return CommonUtils::homeFolder();
+    if (index == 0) return CommonUtils::homeFolder();
     const QStringList volumes = CommonUtils::getAllProtectedVolumes();
-    if (index < 0 || index >= volumes.size())
-        return {};
+    if (index < 0 || index >= volumes.size()) return {};
     return volumes.at(index).toUtf8();
 }
 
@@ -39,12 +37,14 @@ namespace CommonUtils {
 QByteArray pathForCacheFolderInVolume(qsizetype volumeIndex)
 {
     const QByteArray base = volumeBasePath(volumeIndex);
-    struct stat st{};
-    if (base.isEmpty() || stat(base.constData(), &st) != 0)
-        return {};
+    struct stat st
+    {
+    };
+    if (base.isEmpty() || stat(base.constData(), &st) != 0) return {};
     // The user's own folder, created where the user may create it alone; a folder that is not
     // safe to use is never named (its volume's status says why).
-    const CacheFolder::Status s = CacheFolder::check(volumeIndex == 0 ? QByteArray("/") : base, true);
+    const CacheFolder::Status s =
+        CacheFolder::check(volumeIndex == 0 ? QByteArray("/") : base, true);
     switch (s.state) {
     case CacheFolder::State::Ready:
     case CacheFolder::State::Missing:
@@ -59,13 +59,11 @@ QByteArray pathForTrashFolderInVolume(qsizetype volumeIndex)
 {
     if (volumeIndex == 0) {
         QByteArray data = qgetenv("XDG_DATA_HOME");
-        if (!data.startsWith('/'))
-            data = homeFolder() + "/.local/share";
+        if (!data.startsWith('/')) data = homeFolder() + "/.local/share";
         return data + "/Trash";
     }
     const QByteArray base = volumeBasePath(volumeIndex);
-    if (base.isEmpty())
-        return {};
+    if (base.isEmpty()) return {};
     return joinPath(base, ".Trash-") + QByteArray::number(getuid());
 }
 
@@ -93,15 +91,13 @@ std::optional<QDateTime> dateForCacheFolder(QByteArrayView name)
 {
     const QByteArrayView day = name.size() >= 11 ? name.first(10) : name;
     const QDate date = QDate::fromString(QString::fromLatin1(day), QStringLiteral("yyyy-MM-dd"));
-    if (!date.isValid())
-        return std::nullopt;
+    if (!date.isValid()) return std::nullopt;
     return date.startOfDay();
 }
 
 QString stringForDate(const std::optional<QDateTime> &date)
 {
-    if (!date)
-        return {};
+    if (!date) return {};
     // Qt has short and long styles only; the medium one is the long one with abbreviated month
     // and without the weekday.
     const QLocale locale;

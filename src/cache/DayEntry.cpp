@@ -16,8 +16,7 @@ std::optional<DayEntry> DayEntry::fromVariantMap(const QVariantMap &map)
 {
     const auto name = map.constFind(QStringLiteral("name"));
     const auto size = map.constFind(QStringLiteral("size"));
-    if (name == map.cend() || size == map.cend())
-        return std::nullopt;
+    if (name == map.cend() || size == map.cend()) return std::nullopt;
     DayEntry d;
     d.name = QFile::encodeName(name->toString());
     d.path = QFile::encodeName(map.value(QStringLiteral("path")).toString());

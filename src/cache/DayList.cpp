@@ -32,7 +32,9 @@ void fillTotals(QList<DayEntry> &days)
 {
     std::vector<qsizetype> recount;
     for (qsizetype i = 0; i < days.size(); ++i) {
-        struct stat st{};
+        struct stat st
+        {
+        };
         const QByteArray record = days[i].path + '/' + CommonUtils::kCacheInformationName;
         if (lstat(record.constData(), &st) != 0) {
             recount.push_back(i);
@@ -42,8 +44,7 @@ void fillTotals(QList<DayEntry> &days)
         days[i].size = CommonUtils::getSizeOfCache(days[i].path, &count);
         days[i].count = count;
     }
-    if (recount.empty())
-        return;
+    if (recount.empty()) return;
     Jobs::parallelFor(recount.size(), [&](std::size_t k) {
         DayEntry &d = days[recount[k]];
         qint64 count = 0;
@@ -62,8 +63,7 @@ int compareCaseInsensitive(QByteArrayView a, QByteArrayView b)
     for (qsizetype i = 0; i < n; ++i) {
         const unsigned char x = fold(static_cast<unsigned char>(a[i]));
         const unsigned char y = fold(static_cast<unsigned char>(b[i]));
-        if (x != y)
-            return x < y ? -1 : 1;
+        if (x != y) return x < y ? -1 : 1;
     }
     return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
 }
@@ -72,8 +72,7 @@ QList<DayEntry> getListOfDaysInCache(const QByteArray &cachePath)
 {
     QList<DayEntry> days;
     const int fd = FolderWalk::openFolder(cachePath);
-    if (fd < 0)
-        return days;
+    if (fd < 0) return days;
     std::vector<Candidate> names;
     FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type type) {
         names.push_back({QByteArray(name), type});
@@ -84,22 +83,21 @@ QList<DayEntry> getListOfDaysInCache(const QByteArray &cachePath)
     const QByteArray prefix = folderPrefix(cachePath);
     for (std::size_t i = 0; i < names.size(); ++i) {
         const Candidate &c = names[i];
-        if (c.name.startsWith('.'))
-            continue;
+        if (c.name.startsWith('.')) continue;
         FolderWalk::Type type = c.type;
-        if (c.name.isEmpty() || type == FolderWalk::Type::Unknown)
-            continue;
+        if (c.name.isEmpty() || type == FolderWalk::Type::Unknown) continue;
         if (type == FolderWalk::Type::Directory) {
-            if (c.name.startsWith("20"))
-                days.append(DayEntry{c.name, prefix + c.name, 0, 0});
+            if (c.name.startsWith("20")) days.append(DayEntry{c.name, prefix + c.name, 0, 0});
             continue;
         }
         // Anything else at this level is stray. After a deletion the same position is visited
         // again; the snapshot still names it, nothing is found there now, and the walk goes on.
         if (unlinkat(fd, c.name.constData(), 0) == 0) {
-            struct stat st{};
-            if (fstatat(fd, c.name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode) &&
-                c.name.startsWith("20"))
+            struct stat st
+            {
+            };
+            if (fstatat(fd, c.name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISDIR(st.st_mode) && c.name.startsWith("20"))
                 days.append(DayEntry{c.name, prefix + c.name, 0, 0});
         }
     }
@@ -121,8 +119,7 @@ void removeEmptyCache(const QByteArray &folder)
         FolderWalk::forEachEntry(fd, [&](const char *, FolderWalk::Type) { empty = false; });
         close(fd);
     }
-    if (empty)
-        rmdir(folder.constData());
+    if (empty) rmdir(folder.constData());
 }
 
 } // namespace CommonUtils

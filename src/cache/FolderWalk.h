@@ -27,18 +27,15 @@ inline constexpr std::size_t kEntryBufferSize = 32768;
 // position (a freshly opened descriptor lists everything). Types come from the directory entry
 // when the file system gives them, from fstatat otherwise (Unknown when that fails too).
 // Returns false when the folder could not be read at all.
-template <typename Fn>
-bool forEachEntry(int dirFd, Fn &&fn)
+template <typename Fn> bool forEachEntry(int dirFd, Fn &&fn)
 {
     // The kernel's struct linux_dirent64: inode (8), offset (8), record length (2), type (1), name.
     alignas(8) char buf[kEntryBufferSize];
     bool readAny = false;
     for (;;) {
         const long n = readEntries(dirFd, buf, sizeof buf);
-        if (n < 0)
-            return readAny;
-        if (n == 0)
-            return true;
+        if (n < 0) return readAny;
+        if (n == 0) return true;
         readAny = true;
         for (long off = 0; off < n;) {
             unsigned short reclen = 0;
@@ -46,8 +43,7 @@ bool forEachEntry(int dirFd, Fn &&fn)
             const auto type = static_cast<unsigned char>(buf[off + 18]);
             const char *name = buf + off + 19;
             off += reclen;
-            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
-                continue;
+            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0))) continue;
             fn(name, entryType(dirFd, name, type));
         }
     }

@@ -49,8 +49,7 @@ int appendOrigin(int cacheFd, const QByteArray &day, const Origin &origin)
     putBytes(o, "path", origin.path);
     o.insert(QLatin1String("uid"), origin.uid);
     if (origin.ino != 0) o.insert(QLatin1String("ino"), QString::number(origin.ino));
-    if (origin.trashIno != 0)
-        o.insert(QLatin1String("trashIno"), QString::number(origin.trashIno));
+    if (origin.trashIno != 0) o.insert(QLatin1String("trashIno"), QString::number(origin.trashIno));
     if (!origin.completeness.complete) {
         o.insert(QLatin1String("incomplete"), true);
         o.insert(QLatin1String("missingFiles"), origin.completeness.missingFiles);

@@ -50,7 +50,9 @@ Threshold readThreshold()
 
 std::optional<Space> spaceOf(int fd)
 {
-    struct statvfs s{};
+    struct statvfs s
+    {
+    };
     if (::fstatvfs(fd, &s) != 0) return std::nullopt;
     const auto unit = qint64(s.f_frsize ? s.f_frsize : s.f_bsize);
     return Space{qint64(s.f_blocks) * unit, qint64(s.f_bavail) * unit};
@@ -85,10 +87,10 @@ Outcome run(int cacheFd, const Threshold &threshold, const QDate &today,
             o.failures << QStringLiteral("%1 (%2)").arg(QString::fromLatin1(day),
                                                         QString::fromLocal8Bit(std::strerror(err)));
         } else {
-            ::unlinkat(cacheFd,
-                       (QByteArray(CacheCommit::kOriginsFolderName) + '/' + day + ".jsonl")
-                           .constData(),
-                       0);
+            ::unlinkat(
+                cacheFd,
+                (QByteArray(CacheCommit::kOriginsFolderName) + '/' + day + ".jsonl").constData(),
+                0);
             o.removed << day;
         }
         o.after = probe(cacheFd);

@@ -1,6 +1,7 @@
 #include "cli/Args.h"
 
-Args::Args(int argc, char **argv, int first, const QByteArrayList &withValue, const QByteArrayList &flags)
+Args::Args(int argc, char **argv, int first, const QByteArrayList &withValue,
+           const QByteArrayList &flags)
 {
     bool options = true;
     for (int i = first; i < argc; ++i) {
@@ -40,16 +41,14 @@ Args::Args(int argc, char **argv, int first, const QByteArrayList &withValue, co
 std::optional<QByteArray> Args::value(const char *name) const
 {
     const QByteArrayList v = values(name);
-    if (v.isEmpty())
-        return std::nullopt;
+    if (v.isEmpty()) return std::nullopt;
     return v.last();
 }
 
 std::optional<qint64> Args::integer(const char *name, qint64 fallback) const
 {
     const auto v = value(name);
-    if (!v)
-        return fallback;
+    if (!v) return fallback;
     bool ok = false;
     const qint64 n = v->toLongLong(&ok);
     return ok ? std::optional<qint64>(n) : std::nullopt;

@@ -12,7 +12,8 @@ class Args
 public:
     // `withValue` lists the options that take a value ("-v", "--to", ...); everything else that
     // begins with "-" is a flag. "--" ends the options.
-    Args(int argc, char **argv, int first, const QByteArrayList &withValue, const QByteArrayList &flags);
+    Args(int argc, char **argv, int first, const QByteArrayList &withValue,
+         const QByteArrayList &flags);
 
     bool ok() const { return mError.isEmpty(); }
     const QString &error() const { return mError; }

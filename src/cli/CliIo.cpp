@@ -8,8 +8,7 @@ namespace {
 int validSequence(const unsigned char *p, std::size_t left)
 {
     const unsigned char c = p[0];
-    if (c < 0x80)
-        return 1;
+    if (c < 0x80) return 1;
     int len = 0;
     unsigned min = 0;
     unsigned cp = 0;
@@ -28,15 +27,12 @@ int validSequence(const unsigned char *p, std::size_t left)
     } else {
         return 0;
     }
-    if (std::size_t(len) > left)
-        return 0;
+    if (std::size_t(len) > left) return 0;
     for (int i = 1; i < len; ++i) {
-        if ((p[i] & 0xc0) != 0x80)
-            return 0;
+        if ((p[i] & 0xc0) != 0x80) return 0;
         cp = (cp << 6) | (p[i] & 0x3f);
     }
-    if (cp < min || cp > 0x10ffff || (cp >= 0xd800 && cp <= 0xdfff))
-        return 0;
+    if (cp < min || cp > 0x10ffff || (cp >= 0xd800 && cp <= 0xdfff)) return 0;
     return len;
 }
 
@@ -49,8 +45,7 @@ namespace CliIo {
 Out &Out::raw(const char *p, std::size_t n)
 {
     mBuf.append(p, n);
-    if (mBuf.size() >= (1 << 20))
-        flush();
+    if (mBuf.size() >= (1 << 20)) flush();
     return *this;
 }
 
@@ -63,8 +58,7 @@ Out &Out::operator<<(long long n)
 
 void Out::flush()
 {
-    if (!mBuf.empty())
-        std::fwrite(mBuf.data(), 1, mBuf.size(), mFile);
+    if (!mBuf.empty()) std::fwrite(mBuf.data(), 1, mBuf.size(), mFile);
     mBuf.clear();
     std::fflush(mFile);
 }
@@ -83,22 +77,32 @@ void appendJsonChars(std::string &out, QByteArrayView bytes)
     for (std::size_t i = 0; i < n;) {
         // Runs of plain characters, the usual case, are copied in one piece.
         std::size_t plain = i;
-        while (plain < n && p[plain] >= 0x20 && p[plain] < 0x80 && p[plain] != '"' && p[plain] != '\\')
+        while (plain < n && p[plain] >= 0x20 && p[plain] < 0x80 && p[plain] != '"' &&
+               p[plain] != '\\')
             ++plain;
         if (plain > i) {
             out.append(reinterpret_cast<const char *>(p + i), plain - i);
             i = plain;
-            if (i == n)
-                break;
+            if (i == n) break;
         }
         const unsigned char c = p[i];
         if (c < 0x80) {
             switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\t': out += "\\t"; break;
-            case '\r': out += "\\r"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
             default:
                 out += "\\u00";
                 out += kHex[c >> 4];
@@ -202,8 +206,7 @@ void appendShellText(std::string &out, QByteArrayView bytes)
     }
     out += "$'";
     for (const char c : escaped) {
-        if (c == '\'')
-            out += '\\';
+        if (c == '\'') out += '\\';
         out += c;
     }
     out += '\'';

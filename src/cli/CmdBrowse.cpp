@@ -44,8 +44,7 @@ std::optional<CliVolume> volumeFromArgs(const Args &a)
         return std::nullopt;
     }
     auto v = CliVolumes::choose(*index, &error);
-    if (!v)
-        CliIo::fail(error);
+    if (!v) CliIo::fail(error);
     return v;
 }
 
@@ -65,15 +64,13 @@ int volumes(int argc, char **argv)
         return CliIo::fail(a.ok() ? QStringLiteral("volumes takes no arguments") : a.error(), 2);
     const QList<VolumeMenuEntry> menu = VolumeMenu::build();
     CliIo::Out out;
-    if (a.flag("--json"))
-        out << "[";
+    if (a.flag("--json")) out << "[";
     for (qsizetype i = 0; i < menu.size(); ++i) {
         const VolumeMenuEntry &e = menu[i];
         QString uuid = e.uuid;
         QList<DayEntry> days;
         if (e.isMounted()) {
-            if (const auto d = CommonUtils::getVolumeInfosForPath(e.path))
-                uuid = d->uuid;
+            if (const auto d = CommonUtils::getVolumeInfosForPath(e.path)) uuid = d->uuid;
             days = CommonUtils::getListOfDaysInCacheInVolume(i);
         } else {
             days = CliVolumes::rememberedDays(e.uuid);
@@ -81,19 +78,20 @@ int volumes(int argc, char **argv)
         qint64 files = 0;
         const qint64 bytes = totalOf(days, &files);
         if (a.flag("--json")) {
-            out << (i ? ",\n " : "\n ") << "{\"index\": " << (long long)i << ", \"title\": " << CliIo::jsonText(e.title)
+            out << (i ? ",\n " : "\n ") << "{\"index\": " << (long long)i
+                << ", \"title\": " << CliIo::jsonText(e.title)
                 << ", \"path\": " << (e.isMounted() ? CliIo::jsonText(e.path) : QByteArray("null"))
-                << ", \"mounted\": " << (e.isMounted() ? "true" : "false") << ", \"uuid\": " << CliIo::jsonText(uuid)
-                << ", \"size\": " << (long long)bytes << ", \"files\": " << (long long)files
+                << ", \"mounted\": " << (e.isMounted() ? "true" : "false")
+                << ", \"uuid\": " << CliIo::jsonText(uuid) << ", \"size\": " << (long long)bytes
+                << ", \"files\": " << (long long)files
                 << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(bytes)) << "}";
         } else {
-            out << (long long)i << '\t' << (e.isMounted() ? e.path : QStringLiteral("unmounted")) << '\t'
-                << (uuid.isEmpty() ? QStringLiteral("-") : uuid) << '\t' << CommonUtils::getSizeStr(bytes) << '\t'
-                << e.title << '\n';
+            out << (long long)i << '\t' << (e.isMounted() ? e.path : QStringLiteral("unmounted"))
+                << '\t' << (uuid.isEmpty() ? QStringLiteral("-") : uuid) << '\t'
+                << CommonUtils::getSizeStr(bytes) << '\t' << e.title << '\n';
         }
     }
-    if (a.flag("--json"))
-        out << "\n]\n";
+    if (a.flag("--json")) out << "\n]\n";
     return 0;
 }
 
@@ -101,16 +99,16 @@ int days(int argc, char **argv)
 {
     const Args a(argc, argv, 2, {"-v"}, {"--json"});
     if (!a.ok() || !a.positional().isEmpty())
-        return CliIo::fail(a.ok() ? QStringLiteral("days takes no arguments but -v N") : a.error(), 2);
+        return CliIo::fail(a.ok() ? QStringLiteral("days takes no arguments but -v N") : a.error(),
+                           2);
     const auto v = volumeFromArgs(a);
-    if (!v)
-        return 1;
+    if (!v) return 1;
     const qint64 retention = Settings::integer(SettingsKeys::PrefsRemoveFromCache).value_or(0);
     const QString summary = DayTexts::summary(v->days, retention);
     CliIo::Out out;
     if (a.flag("--json")) {
-        out << "{\"volume\": " << (long long)v->index << ", \"mounted\": " << (v->entry.isMounted() ? "true" : "false")
-            << ", \"days\": [";
+        out << "{\"volume\": " << (long long)v->index
+            << ", \"mounted\": " << (v->entry.isMounted() ? "true" : "false") << ", \"days\": [";
         for (qsizetype i = 0; i < v->days.size(); ++i) {
             const DayEntry &d = v->days[i];
             out << (i ? ",\n  " : "\n  ") << "{\"name\": " << jsonString(d.name)
@@ -134,7 +132,9 @@ int ls(int argc, char **argv)
 {
     const Args a(argc, argv, 2, {"-v", "-d", "-t", "-s", "--sort"}, {"-r", "--json", "--no-sizes"});
     if (!a.ok() || !a.positional().isEmpty())
-        return CliIo::fail(a.ok() ? QStringLiteral("ls takes no arguments but options (see --help)") : a.error(), 2);
+        return CliIo::fail(a.ok() ? QStringLiteral("ls takes no arguments but options (see --help)")
+                                  : a.error(),
+                           2);
     const QByteArray sortBy = a.value("--sort").value_or("name");
     if (sortBy != "name" && sortBy != "time" && sortBy != "size")
         return CliIo::fail(QStringLiteral("--sort takes name, time or size"), 2);
@@ -142,10 +142,10 @@ int ls(int argc, char **argv)
         return CliIo::fail(QStringLiteral("--sort size needs the sizes"), 2);
     const SortOrder order{sortBy == "time" ? SortOrder::Time : SortOrder::Name, a.flag("-r")};
     const auto v = volumeFromArgs(a);
-    if (!v)
-        return 1;
+    if (!v) return 1;
     if (!v->entry.isMounted())
-        return CliIo::fail(QStringLiteral("volume %1 is not mounted: its items cannot be listed").arg(v->index));
+        return CliIo::fail(
+            QStringLiteral("volume %1 is not mounted: its items cannot be listed").arg(v->index));
 
     QList<ContentsScan::Root> roots;
     if (const auto t = a.value("-t")) {
@@ -155,9 +155,12 @@ int ls(int argc, char **argv)
     } else if (const QByteArrayList wanted = a.values("-d"); !wanted.isEmpty()) {
         for (const QByteArray &given : wanted) {
             const QByteArray name = CliVolumes::dayName(given);
-            const auto it = std::find_if(v->days.cbegin(), v->days.cend(), [&](const DayEntry &d) { return d.name == name; });
+            const auto it = std::find_if(v->days.cbegin(), v->days.cend(),
+                                         [&](const DayEntry &d) { return d.name == name; });
             if (it == v->days.cend())
-                return CliIo::fail(QStringLiteral("no day %1 in volume %2").arg(QString::fromUtf8(name)).arg(v->index));
+                return CliIo::fail(QStringLiteral("no day %1 in volume %2")
+                                       .arg(QString::fromUtf8(name))
+                                       .arg(v->index));
             roots.append({it->path, false});
         }
     } else {
@@ -166,7 +169,8 @@ int ls(int argc, char **argv)
     }
 
     ContentsScan::Options options;
-    options.pattern = NameMatch::Pattern(QString::fromLocal8Bit(a.value("-s").value_or(QByteArray())));
+    options.pattern =
+        NameMatch::Pattern(QString::fromLocal8Bit(a.value("-s").value_or(QByteArray())));
     // Sizes cost one statx per file, more than reading the folders; --no-sizes leaves them out.
     options.readSizes = !a.flag("--no-sizes");
     std::atomic<bool> stop{false};
@@ -177,10 +181,10 @@ int ls(int argc, char **argv)
     qint64 expected = 0;
     for (const DayEntry &d : v->days)
         expected += d.count + 64;
-    if (roots.size() == 1 && roots.first().isTimeFolder)
-        expected = 0;
+    if (roots.size() == 1 && roots.first().isTimeFolder) expected = 0;
     items.reserve(std::size_t(expected), std::size_t(expected) * 32);
-    ContentsScan::scan(roots, options, stop, [&](CacheItems &&batch) { items.append(std::move(batch)); });
+    ContentsScan::scan(roots, options, stop,
+                       [&](CacheItems &&batch) { items.append(std::move(batch)); });
     // Looked for before sorting, while the rows still follow their names in memory; a row keeps
     // its name's place through the sort, so that names it.
     QHash<std::uint32_t, CacheCommit::Completeness> incomplete;
@@ -220,7 +224,8 @@ int ls(int argc, char **argv)
         FolderText &t = folders[f];
         const QByteArrayView name = items.timeFolderName(std::uint32_t(f));
         const QByteArray caching =
-            DayTexts::cachingTime(name, dayLabels.value(DayTexts::dayOf(name).toByteArray())).toUtf8();
+            DayTexts::cachingTime(name, dayLabels.value(DayTexts::dayOf(name).toByteArray()))
+                .toUtf8();
         if (json) {
             t.path = "\", \"path\": \"";
             CliIo::appendJsonChars(t.path, items.timeFolderPath(std::uint32_t(f)));
@@ -252,7 +257,10 @@ int ls(int argc, char **argv)
                 out += name;
                 if (sized) {
                     out += "\", \"folder\": false, \"size\": ";
-                    out.append(number, std::size_t(std::to_chars(number, number + sizeof number, r.size).ptr - number));
+                    out.append(
+                        number,
+                        std::size_t(std::to_chars(number, number + sizeof number, r.size).ptr -
+                                    number));
                     out += ", \"sizeText\": \"";
                     CommonUtils::appendSizeStr(out, r.size, units);
                 } else {
@@ -273,16 +281,14 @@ int ls(int argc, char **argv)
                 // Names and paths as a shell reads them back, to paste into `salvora restore`.
                 CliIo::appendShellText(out, items.name(r));
                 out += '\t';
-                if (sized)
-                    CommonUtils::appendSizeStr(out, r.size, units);
+                if (sized) CommonUtils::appendSizeStr(out, r.size, units);
                 out += '\t';
                 out += f.caching;
                 out += '\t';
                 path.assign(f.path);
                 path.append(items.name(r).data(), std::size_t(items.name(r).size()));
                 CliIo::appendShellText(out, QByteArrayView(path.data(), qsizetype(path.size())));
-                if (incomplete.contains(r.offset))
-                    out += "\t(incomplete)";
+                if (incomplete.contains(r.offset)) out += "\t(incomplete)";
                 out += '\n';
             }
         }
@@ -320,8 +326,7 @@ int ls(int argc, char **argv)
         format(qsizetype(p * kChunk), qsizetype(std::min(n, (p + 1) * kChunk)), text);
         std::unique_lock lock(mutex);
         ready[p] = std::move(text);
-        if (writing)
-            return; // the writer takes it in turn
+        if (writing) return; // the writer takes it in turn
         writing = true;
         while (next < pieces && !ready[next].empty()) {
             std::string piece = std::move(ready[next]);
@@ -335,8 +340,7 @@ int ls(int argc, char **argv)
         }
         writing = false;
     });
-    if (json)
-        out << "\n]}\n";
+    if (json) out << "\n]}\n";
     return 0;
 }
 
@@ -346,20 +350,24 @@ int size(int argc, char **argv)
     if (!a.ok() || a.positional().size() != 1)
         return CliIo::fail(a.ok() ? QStringLiteral("size takes one path") : a.error(), 2);
     const QByteArray path = a.positional().first();
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (lstat(path.constData(), &st) != 0)
-        return CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromLocal8Bit(path), QString::fromLocal8Bit(strerror(errno))));
+        return CliIo::fail(QStringLiteral("%1: %2").arg(QString::fromLocal8Bit(path),
+                                                        QString::fromLocal8Bit(strerror(errno))));
     qint64 files = 0;
-    const qint64 bytes = S_ISDIR(st.st_mode) ? CommonUtils::getSizeOfFolder(path, &files) : qint64(st.st_size);
-    if (!S_ISDIR(st.st_mode))
-        files = 1;
+    const qint64 bytes =
+        S_ISDIR(st.st_mode) ? CommonUtils::getSizeOfFolder(path, &files) : qint64(st.st_size);
+    if (!S_ISDIR(st.st_mode)) files = 1;
     CliIo::Out out;
     if (a.flag("--json"))
-        out << "{\"path\": " << jsonString(path) << ", \"size\": " << (long long)bytes << ", \"files\": " << (long long)files
+        out << "{\"path\": " << jsonString(path) << ", \"size\": " << (long long)bytes
+            << ", \"files\": " << (long long)files
             << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(bytes)) << "}\n";
     else
-        out << CommonUtils::getSizeStr(bytes) << '\t' << (long long)bytes << " bytes\t" << (long long)files << " files\t"
-            << CliIo::terminalText(path) << '\n';
+        out << CommonUtils::getSizeStr(bytes) << '\t' << (long long)bytes << " bytes\t"
+            << (long long)files << " files\t" << CliIo::terminalText(path) << '\n';
     return 0;
 }
 
@@ -374,17 +382,19 @@ int status(int argc, char **argv)
     const QStringList volumes = CommonUtils::getAllProtectedVolumes();
     const qint64 total = CommonUtils::getSizeOfCaches();
     QDBusConnection bus = QDBusConnection::sessionBus();
-    const QByteArray daemon = !bus.isConnected() ? "unknown (no session bus)"
-                              : bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService))
-                                  ? "running"
-                                  : "not running";
+    const QByteArray daemon =
+        !bus.isConnected() ? "unknown (no session bus)"
+        : bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService))
+            ? "running"
+            : "not running";
     const QList<CacheFolder::Problem> problems = CacheFolder::problems();
     CliIo::Out out;
     if (a.flag("--json")) {
         out << "{\"protection\": " << jsonString(state) << ", \"volumes\": [";
         for (qsizetype i = 0; i < volumes.size(); ++i)
             out << (i ? ", " : "") << CliIo::jsonText(volumes[i]);
-        out << "], \"size\": " << (long long)total << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(total))
+        out << "], \"size\": " << (long long)total
+            << ", \"sizeText\": " << CliIo::jsonText(CommonUtils::getSizeStr(total))
             << ", \"daemon\": " << jsonString(daemon) << ", \"keepingNothing\": [";
         for (qsizetype i = 0; i < problems.size(); ++i)
             out << (i ? ", " : "") << "{\"volume\": " << jsonString(problems[i].volumePath)
@@ -392,18 +402,21 @@ int status(int argc, char **argv)
                 << ", \"reason\": " << CliIo::jsonText(problems[i].status.reason()) << "}";
         out << "], \"notKept\": [";
         for (qsizetype i = 0; i < losses.size(); ++i)
-            out << (i ? ", " : "") << "{\"path\": " << jsonString(losses[i].path) << ", \"time\": "
-                << CliIo::jsonText(losses[i].time.toString(Qt::ISODate)) << ", \"reason\": "
-                << CliIo::jsonText(losses[i].reason) << ", \"partly\": " << (losses[i].partly ? "true" : "false")
-                << "}";
+            out << (i ? ", " : "") << "{\"path\": " << jsonString(losses[i].path)
+                << ", \"time\": " << CliIo::jsonText(losses[i].time.toString(Qt::ISODate))
+                << ", \"reason\": " << CliIo::jsonText(losses[i].reason)
+                << ", \"partly\": " << (losses[i].partly ? "true" : "false") << "}";
         out << "]}\n";
         if (a.flag("--seen")) Losses::markSeen(losses.size());
         return 0;
     }
-    out << "protection: " << state << '\n' << "protected volumes: " << volumes.join(QStringLiteral(", ")) << '\n'
-        << "cache size: " << CommonUtils::getSizeStr(total) << '\n' << "daemon: " << daemon << '\n';
+    out << "protection: " << state << '\n'
+        << "protected volumes: " << volumes.join(QStringLiteral(", ")) << '\n'
+        << "cache size: " << CommonUtils::getSizeStr(total) << '\n'
+        << "daemon: " << daemon << '\n';
     for (const CacheFolder::Problem &p : problems)
-        out << "keeping nothing on " << CliIo::terminalText(p.volumePath) << ": " << p.status.reason() << '\n';
+        out << "keeping nothing on " << CliIo::terminalText(p.volumePath) << ": "
+            << p.status.reason() << '\n';
     // Never a silent loss: what could not be kept (or only in part), until the user has seen it.
     if (!losses.isEmpty()) {
         out << "not kept: " << (long long)losses.size() << " item(s) since "

@@ -37,16 +37,19 @@ int failed(const KeepSession::Result &r)
         break;
     }
     if (r.error == ELOOP)
-        return CliIo::fail(QStringLiteral("~/.profile is a symbolic link, which Salvora 3 does not write through; "
-                                          "nothing was changed"));
-    return CliIo::fail(QStringLiteral("~/.profile: %1 (nothing was changed)").arg(errorText(r.error)));
+        return CliIo::fail(
+            QStringLiteral("~/.profile is a symbolic link, which Salvora 3 does not write through; "
+                           "nothing was changed"));
+    return CliIo::fail(
+        QStringLiteral("~/.profile: %1 (nothing was changed)").arg(errorText(r.error)));
 }
 
 int on()
 {
     if (const KeepSession::Result r = KeepSession::enable(); !r.ok()) return failed(r);
     CliIo::Out out;
-    out << "Files deleted without the trash (rm, \"Delete permanently\") will be kept from your next login on.\n";
+    out << "Files deleted without the trash (rm, \"Delete permanently\") will be kept from your "
+           "next login on.\n";
     return 0;
 }
 
@@ -65,7 +68,9 @@ const char *tableState()
     const std::string path = keeptable::defaultPath();
     const int fd = safefile::openRegular(AT_FDCWD, path.c_str(), O_RDONLY, 0, true);
     if (fd < 0) return "not published (the daemon is not running)";
-    struct stat st{};
+    struct stat st
+    {
+    };
     const char *state = "unreadable";
     if (fstat(fd, &st) == 0 && st.st_size > 0) {
         void *data = mmap(nullptr, std::size_t(st.st_size), PROT_READ, MAP_SHARED, fd, 0);
@@ -103,9 +108,10 @@ int keepStatus()
         << "library: " << KeepSession::libraryPath() << '\n';
     const QByteArray gen = generator();
     out << "session generator: "
-        << (gen.isEmpty() ? QByteArray("not installed (the package installs it; without it the session never "
-                                       "gets the library)")
-                          : gen)
+        << (gen.isEmpty()
+                ? QByteArray("not installed (the package installs it; without it the session never "
+                             "gets the library)")
+                : gen)
         << '\n';
     return 0;
 }

@@ -12,10 +12,10 @@ namespace CliVolumes {
 QList<DayEntry> rememberedDays(const QString &uuid)
 {
     QList<DayEntry> days;
-    const QVariantMap snapshots = Settings::dictionary(SettingsKeys::ProtectedVolumesData).value_or(QVariantMap());
+    const QVariantMap snapshots =
+        Settings::dictionary(SettingsKeys::ProtectedVolumesData).value_or(QVariantMap());
     for (const QVariant &v : snapshots.value(uuid).toMap().value(QStringLiteral("days")).toList())
-        if (const auto d = DayEntry::fromVariantMap(v.toMap()))
-            days.append(*d);
+        if (const auto d = DayEntry::fromVariantMap(v.toMap())) days.append(*d);
     return days;
 }
 
@@ -41,8 +41,7 @@ std::optional<CliVolume> choose(qsizetype index, QString *error)
 QByteArray dayName(const QByteArray &given)
 {
     const QDate today = QDate::currentDate();
-    if (given == "today")
-        return today.toString(QStringLiteral("yyyy-MM-dd")).toLatin1();
+    if (given == "today") return today.toString(QStringLiteral("yyyy-MM-dd")).toLatin1();
     if (given == "yesterday")
         return today.addDays(-1).toString(QStringLiteral("yyyy-MM-dd")).toLatin1();
     return given;

@@ -13,8 +13,8 @@ struct CliVolume
 {
     qsizetype index = 0;
     VolumeMenuEntry entry;
-    QByteArray cache;      // empty when not mounted
-    QList<DayEntry> days;  // listed (mounted) or remembered (unmounted)
+    QByteArray cache;     // empty when not mounted
+    QList<DayEntry> days; // listed (mounted) or remembered (unmounted)
 };
 
 namespace CliVolumes {

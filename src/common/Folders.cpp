@@ -12,19 +12,16 @@ static bool makeOne(const QByteArray &path)
 
 bool createFolder(const QByteArray &path)
 {
-    if (path.isEmpty())
-        return false;
-    struct stat st{};
-    if (lstat(path.constData(), &st) == 0)
-        return true;
+    if (path.isEmpty()) return false;
+    struct stat st
+    {
+    };
+    if (lstat(path.constData(), &st) == 0) return true;
     for (qsizetype i = 1; i < path.size(); ++i) {
-        if (path.at(i) != '/')
-            continue;
+        if (path.at(i) != '/') continue;
         const QByteArray part = path.left(i);
-        if (lstat(part.constData(), &st) == 0)
-            continue;
-        if (!makeOne(part))
-            return false;
+        if (lstat(part.constData(), &st) == 0) continue;
+        if (!makeOne(part)) return false;
     }
     return makeOne(path);
 }

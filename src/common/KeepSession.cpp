@@ -60,7 +60,9 @@ QByteArray readProfile(int *error)
 
 mode_t profileMode()
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     return ::stat(profileFile().constData(), &st) == 0 ? (st.st_mode & 07777) : 0644;
 }
 
@@ -92,7 +94,9 @@ QByteArray profileFile()
 
 bool configured()
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     int err = 0;
     return ::lstat(environmentFile().constData(), &st) == 0 ||
            readProfile(&err).contains(kBlockStart);
@@ -108,8 +112,9 @@ Result enable(const QByteArray &lib)
     if (::access(lib.constData(), R_OK) != 0) return failure(Result::Failed::Library, errno);
     // Not LD_PRELOAD itself: the package's session generator turns this into LD_PRELOAD while the
     // library is installed, so that a removed package leaves no preload the loader complains of.
-    const QByteArray env = QByteArray("# salvora keep on: what programs delete is kept (salvora keep off)\n") +
-                           kLibraryVariable + '=' + lib + '\n';
+    const QByteArray env =
+        QByteArray("# salvora keep on: what programs delete is kept (salvora keep off)\n") +
+        kLibraryVariable + '=' + lib + '\n';
     int err = 0;
     const QByteArray profile = withoutBlock(readProfile(&err));
     if (err) return failure(Result::Failed::Profile, err);
@@ -119,9 +124,8 @@ Result enable(const QByteArray &lib)
                              kLibraryName + "\"*) ;; *) [ -r \"" + lib +
                              "\" ] && export LD_PRELOAD=\"" + lib +
                              "${LD_PRELOAD:+ $LD_PRELOAD}\" ;; esac\n" + kBlockEnd;
-    const QByteArray joined = profile.isEmpty() || profile.endsWith('\n')
-                                  ? profile + block
-                                  : profile + '\n' + block;
+    const QByteArray joined =
+        profile.isEmpty() || profile.endsWith('\n') ? profile + block : profile + '\n' + block;
     if (const int werr = writeFile(profileFile(), joined, profileMode())) {
         // All or nothing: a half-made setting would say on while login shells miss it.
         ::unlink(environmentFile().constData());

@@ -4,8 +4,9 @@
 
 // Whether the user's session preloads the library that keeps what programs delete without the
 // trash (src/keep). On writes the session's environment (~/.config/environment.d, read by the
-// systemd user manager at login, whose generator from the package turns it into LD_PRELOAD) and a marked block in ~/.profile for login shells; off removes
-// both. Either takes effect at the next login. Shared by `salvora keep` and the Preferences.
+// systemd user manager at login, whose generator from the package turns it into LD_PRELOAD) and a
+// marked block in ~/.profile for login shells; off removes both. Either takes effect at the next
+// login. Shared by `salvora keep` and the Preferences.
 namespace KeepSession {
 
 inline constexpr char kLibraryName[] = "libsalvora3-keep.so";

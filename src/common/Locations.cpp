@@ -14,18 +14,15 @@ namespace {
 QString prefixFor(const QString &exe)
 {
     const QString dir = QFileInfo(exe).absolutePath();
-    if (dir.endsWith(QLatin1String("/bin")))
-        return dir.chopped(4);
-    if (dir.endsWith(QLatin1String("/libexec/salvora3")))
-        return dir.chopped(17);
+    if (dir.endsWith(QLatin1String("/bin"))) return dir.chopped(4);
+    if (dir.endsWith(QLatin1String("/libexec/salvora3"))) return dir.chopped(17);
     return {};
 }
 
 QString firstExisting(std::initializer_list<QString> candidates)
 {
     for (const QString &c : candidates)
-        if (!c.isEmpty() && QFileInfo::exists(c))
-            return c;
+        if (!c.isEmpty() && QFileInfo::exists(c)) return c;
     return {};
 }
 
@@ -42,8 +39,7 @@ QByteArray homeFolder()
 {
     QByteArray home = qgetenv("HOME");
     if (home.isEmpty()) {
-        if (const passwd *pw = getpwuid(getuid()))
-            home = pw->pw_dir;
+        if (const passwd *pw = getpwuid(getuid())) home = pw->pw_dir;
     }
     return home;
 }
@@ -51,8 +47,7 @@ QByteArray homeFolder()
 QString pathForApplicationSupportFolder(const QString &name)
 {
     QByteArray base = qgetenv("XDG_DATA_HOME");
-    if (!base.startsWith('/'))
-        base = homeFolder() + "/.local/share";
+    if (!base.startsWith('/')) base = homeFolder() + "/.local/share";
     const QString folder = QFile::decodeName(base) + QLatin1String("/Salvora 3");
     createFolder(QFile::encodeName(folder));
     return name.isNull() ? folder : folder + QLatin1Char('/') + name;
@@ -93,13 +88,11 @@ QString menuAppPathFor(const QString &exe)
 QString mainAppPathFor(const QString &exe)
 {
     // Like the original lookup, only the name is tested, not the file.
-    if (exe.endsWith(QLatin1String("/salvora3")))
-        return exe;
+    if (exe.endsWith(QLatin1String("/salvora3"))) return exe;
     const QString dir = QFileInfo(exe).absolutePath();
     if (dir.endsWith(QLatin1String("/libexec/salvora3")))
         return prefixFor(exe) + QLatin1String("/bin/salvora3");
-    if (dir.isEmpty())
-        return {};
+    if (dir.isEmpty()) return {};
     return dir + QLatin1String("/salvora3");
 }
 

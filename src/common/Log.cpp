@@ -21,7 +21,8 @@ constexpr std::size_t kLogReadLimit = 16u << 20;
 
 bool isAscii(QByteArrayView bytes)
 {
-    return std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    return std::all_of(bytes.begin(), bytes.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 } // namespace
@@ -30,7 +31,8 @@ namespace CommonUtils {
 
 QString logText(QByteArrayView bytes)
 {
-    return QString::fromStdString(printable(std::string_view(bytes.data(), std::size_t(bytes.size()))));
+    return QString::fromStdString(
+        printable(std::string_view(bytes.data(), std::size_t(bytes.size()))));
 }
 
 QString logFilePath()
@@ -38,7 +40,8 @@ QString logFilePath()
     return pathForApplicationSupportFolder(QLatin1String(kLogFileName));
 }
 
-QByteArray composeLogContent(const QString &message, const QByteArray *previous, const QDateTime &now)
+QByteArray composeLogContent(const QString &message, const QByteArray *previous,
+                             const QDateTime &now)
 {
     QByteArray old;
     if (previous) {
@@ -48,8 +51,7 @@ QByteArray composeLogContent(const QString &message, const QByteArray *previous,
         if (old.size() > kLogMaxLength) {
             for (int i = 0; i < kLogTrimLines; ++i) {
                 const qsizetype lf = old.indexOf('\n');
-                if (lf < 0)
-                    break;
+                if (lf < 0) break;
                 old.remove(0, lf + 1);
             }
         }
@@ -65,8 +67,7 @@ void addToLogFile(const QString &message)
 {
     // A message that is not ASCII cannot be written in the log's encoding; the entry is dropped.
     for (QChar c : message)
-        if (c.unicode() >= 0x80)
-            return;
+        if (c.unicode() >= 0x80) return;
     const QByteArray folder = QFile::encodeName(pathForApplicationSupportFolder());
     UniqueFd dir(safefile::openPathCreating(folder.toStdString(), 0700));
     QByteArray content;
@@ -77,10 +78,12 @@ void addToLogFile(const QString &message)
         const safefile::ReadResult old = safefile::readRegular(dir.fd, kLogFileName, kLogReadLimit);
         const bool havePrevious = old.error == 0 || old.error == ENOENT;
         const QByteArray previous = QByteArray::fromStdString(old.data);
-        content = composeLogContent(message, havePrevious && isAscii(previous) ? &previous : nullptr,
-                                    QDateTime::currentDateTime());
+        content =
+            composeLogContent(message, havePrevious && isAscii(previous) ? &previous : nullptr,
+                              QDateTime::currentDateTime());
         if (old.error != 0 && old.error != ENOENT)
-            std::fprintf(stderr, "Salvora 3: the log was not a readable file (%s); it is replaced\n",
+            std::fprintf(stderr,
+                         "Salvora 3: the log was not a readable file (%s); it is replaced\n",
                          std::strerror(old.error));
         err = safefile::replaceFile(dir.fd, kLogFileName, content.toStdString(), 0600);
     }

@@ -14,7 +14,8 @@ inline constexpr int kLogTrimLines = 25;
 void addToLogFile(const QString &message);
 // The text that addToLogFile writes, given the previous file content (null when the file was
 // missing or unreadable as ASCII) and the time of the entry.
-QByteArray composeLogContent(const QString &message, const QByteArray *previous, const QDateTime &now);
+QByteArray composeLogContent(const QString &message, const QByteArray *previous,
+                             const QDateTime &now);
 QString logFilePath();
 // Bytes (a path, a name) as they may go into a log line: the log is ASCII, and a name must not be
 // able to forge an entry. The rule is the one the root helper and the launcher log with.

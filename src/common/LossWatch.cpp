@@ -68,7 +68,9 @@ void LossWatch::watchFile()
 void LossWatch::refresh()
 {
     watchFile();
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstatat(AT_FDCWD, QFile::encodeName(Losses::filePath()).constData(), &st,
                 AT_SYMLINK_NOFOLLOW) != 0)
         st = {};

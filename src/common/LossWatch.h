@@ -46,7 +46,9 @@ private:
     std::shared_ptr<Jobs::Handle> mReader;
     bool mReadAgain = false;
     qsizetype mMarkShown = -1; // losses to mark seen before the next read
-    struct stat mLastSeen{};
+    struct stat mLastSeen
+    {
+    };
     bool mEverRead = false;
     QList<Losses::Loss> mLosses;
 };

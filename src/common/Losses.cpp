@@ -73,9 +73,10 @@ QList<Loss> unseen()
         Loss l;
         l.time = QDateTime::fromString(o.value(QLatin1String("time")).toString(),
                                        QLatin1String(kTimeFormat));
-        l.path = o.contains(QLatin1String("path"))
-                     ? o.value(QLatin1String("path")).toString().toUtf8()
-                     : QByteArray::fromBase64(o.value(QLatin1String("path64")).toString().toLatin1());
+        l.path =
+            o.contains(QLatin1String("path"))
+                ? o.value(QLatin1String("path")).toString().toUtf8()
+                : QByteArray::fromBase64(o.value(QLatin1String("path64")).toString().toLatin1());
         l.reason = o.value(QLatin1String("reason")).toString();
         l.partly = o.value(QLatin1String("partly")).toBool();
         out.append(l);

@@ -14,8 +14,8 @@ namespace Losses {
 struct Loss
 {
     QDateTime time;
-    QByteArray path; // the item's original path, or its name in the trash when unknown
-    QString reason;  // English, like the log
+    QByteArray path;     // the item's original path, or its name in the trash when unknown
+    QString reason;      // English, like the log
     bool partly = false; // kept, but not whole
 };
 

@@ -62,22 +62,21 @@ NotificationBus::NotificationBus(QObject *parent, QDBusConnection connection)
 bool NotificationBus::observe(const QString &name)
 {
     return mConnection.isConnected() &&
-           mConnection.connect(QString(), QString(), QLatin1String(Notifications::kInterface), name, this,
-                               SLOT(onSignal(QDBusMessage)));
+           mConnection.connect(QString(), QString(), QLatin1String(Notifications::kInterface), name,
+                               this, SLOT(onSignal(QDBusMessage)));
 }
 
 void NotificationBus::stopObserving(const QString &name)
 {
-    mConnection.disconnect(QString(), QString(), QLatin1String(Notifications::kInterface), name, this,
-                           SLOT(onSignal(QDBusMessage)));
+    mConnection.disconnect(QString(), QString(), QLatin1String(Notifications::kInterface), name,
+                           this, SLOT(onSignal(QDBusMessage)));
 }
 
 bool NotificationBus::post(const QString &name, const QString &object, const QVariantMap &userInfo,
                            QDBusConnection connection)
 {
     registerTypes();
-    if (!connection.isConnected())
-        return false;
+    if (!connection.isConnected()) return false;
     QDBusMessage m = QDBusMessage::createSignal(QLatin1String(Notifications::kObjectPath),
                                                 QLatin1String(Notifications::kInterface), name);
     m << object << userInfo;
@@ -86,8 +85,7 @@ bool NotificationBus::post(const QString &name, const QString &object, const QVa
 
 void NotificationBus::flush(QDBusConnection connection)
 {
-    if (!connection.isConnected())
-        return;
+    if (!connection.isConnected()) return;
     // Messages leave in order, so once the bus has answered this, everything before it is out.
     connection.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
                                                    QStringLiteral("/org/freedesktop/DBus"),
@@ -99,7 +97,8 @@ void NotificationBus::flush(QDBusConnection connection)
 QVariantMap NotificationBus::deleteListUserInfo(const QByteArrayList &paths)
 {
     registerTypes();
-    return {{QLatin1String(Notifications::Salvora3DaemonMustDeleteList), QVariant::fromValue(paths)}};
+    return {
+        {QLatin1String(Notifications::Salvora3DaemonMustDeleteList), QVariant::fromValue(paths)}};
 }
 
 QByteArrayList NotificationBus::deleteListFrom(const QVariantMap &userInfo)
@@ -121,16 +120,17 @@ void NotificationBus::onSignal(const QDBusMessage &message)
     emit received(message.member(), object, userInfo);
 }
 
-void NotificationBus::whenSessionEnds(QObject *context, std::function<void()> onClosed, int intervalMs,
-                                      QDBusConnection connection)
+void NotificationBus::whenSessionEnds(QObject *context, std::function<void()> onClosed,
+                                      int intervalMs, QDBusConnection connection)
 {
     // QtDBus announces no disconnection; the connection just stops being connected when the bus's
     // socket closes, which a cheap check notices.
     auto *timer = new QTimer(context);
-    QObject::connect(timer, &QTimer::timeout, context, [timer, connection, onClosed = std::move(onClosed)] {
-        if (connection.isConnected()) return;
-        timer->stop();
-        onClosed();
-    });
+    QObject::connect(timer, &QTimer::timeout, context,
+                     [timer, connection, onClosed = std::move(onClosed)] {
+                         if (connection.isConnected()) return;
+                         timer->stop();
+                         onClosed();
+                     });
     timer->start(intervalMs);
 }

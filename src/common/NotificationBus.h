@@ -16,7 +16,8 @@ class NotificationBus : public QObject
 {
     Q_OBJECT
 public:
-    explicit NotificationBus(QObject *parent = nullptr, QDBusConnection connection = QDBusConnection::sessionBus());
+    explicit NotificationBus(QObject *parent = nullptr,
+                             QDBusConnection connection = QDBusConnection::sessionBus());
 
     // Starts hearing the notifications of this name from any sender. False without a bus.
     bool observe(const QString &name);
@@ -31,7 +32,8 @@ public:
     // Calls `onClosed` once the session bus connection is gone (the session ended), checking every
     // `intervalMs`. Programs that live for a session use it to end with their session rather than
     // linger after logout. The timer belongs to `context`.
-    static void whenSessionEnds(QObject *context, std::function<void()> onClosed, int intervalMs = 2000,
+    static void whenSessionEnds(QObject *context, std::function<void()> onClosed,
+                                int intervalMs = 2000,
                                 QDBusConnection connection = QDBusConnection::sessionBus());
 
     // User-info helpers for the delete list.

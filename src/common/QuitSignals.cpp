@@ -35,7 +35,8 @@ bool install()
 {
     if (gPipe[0] >= 0) return true;
     if (pipe2(gPipe, O_CLOEXEC | O_NONBLOCK) != 0) return false;
-    auto *notifier = new QSocketNotifier(gPipe[0], QSocketNotifier::Read, QCoreApplication::instance());
+    auto *notifier =
+        new QSocketNotifier(gPipe[0], QSocketNotifier::Read, QCoreApplication::instance());
     QObject::connect(notifier, &QSocketNotifier::activated, notifier, [] {
         char buf[16];
         while (::read(gPipe[0], buf, sizeof buf) > 0) {
@@ -43,7 +44,9 @@ bool install()
         // exit(), not quit(): it also ends the loops of dialogs shown before the main loop ran.
         QCoreApplication::exit(0);
     });
-    struct sigaction sa{};
+    struct sigaction sa
+    {
+    };
     sa.sa_handler = onSignal;
     sigemptyset(&sa.sa_mask);
     sa.sa_flags = SA_RESTART;

@@ -26,7 +26,8 @@ QVariant fromJson(const QJsonValue &v)
         // Integers must come back as 64-bit integers, not doubles, whatever the JSON parser keeps.
         const double d = v.toDouble();
         const qint64 i = v.toInteger(std::numeric_limits<qint64>::min());
-        if (i != std::numeric_limits<qint64>::min() || d == double(std::numeric_limits<qint64>::min()))
+        if (i != std::numeric_limits<qint64>::min() ||
+            d == double(std::numeric_limits<qint64>::min()))
             return QVariant::fromValue<qint64>(i);
         return d;
     }
@@ -101,12 +102,10 @@ QJsonValue toJson(const QVariant &v)
 bool readJson(QIODevice &device, QSettings::SettingsMap &map)
 {
     const QByteArray data = device.readAll();
-    if (data.trimmed().isEmpty())
-        return true;
+    if (data.trimmed().isEmpty()) return true;
     QJsonParseError error{};
     const QJsonDocument doc = QJsonDocument::fromJson(data, &error);
-    if (error.error != QJsonParseError::NoError || !doc.isObject())
-        return false;
+    if (error.error != QJsonParseError::NoError || !doc.isObject()) return false;
     const QJsonObject o = doc.object();
     for (auto it = o.begin(); it != o.end(); ++it)
         map.insert(it.key(), fromJson(it.value()));
@@ -138,15 +137,15 @@ static void guardFile(const QString &path)
 {
     const QByteArray file = QFile::encodeName(path);
     const QByteArray folder = file.left(file.lastIndexOf('/'));
-    struct stat st{};
-    if (lstat(folder.constData(), &st) != 0)
-        CommonUtils::createFolder(folder);
-    if (lstat(file.constData(), &st) != 0 || S_ISREG(st.st_mode))
-        return;
+    struct stat st
+    {
+    };
+    if (lstat(folder.constData(), &st) != 0) CommonUtils::createFolder(folder);
+    if (lstat(file.constData(), &st) != 0 || S_ISREG(st.st_mode)) return;
     const QByteArray aside = file + ".not-a-file";
-    if (rename(file.constData(), aside.constData()) != 0)
-        unlink(file.constData());
-    std::fprintf(stderr, "Salvora 3: the settings file was not a regular file; it was moved aside to %s\n",
+    if (rename(file.constData(), aside.constData()) != 0) unlink(file.constData());
+    std::fprintf(stderr,
+                 "Salvora 3: the settings file was not a regular file; it was moved aside to %s\n",
                  aside.constData());
 }
 
@@ -155,19 +154,18 @@ std::unique_ptr<QSettings> open()
     // Constructing the settings reads them already (and the organisation's file, as a fallback):
     // their folder is learnt from settings that exist nowhere.
     const QString probe =
-        QSettings(jsonFormat(), QSettings::UserScope, QStringLiteral("Salvora 3 path probe")).fileName();
+        QSettings(jsonFormat(), QSettings::UserScope, QStringLiteral("Salvora 3 path probe"))
+            .fileName();
     const QString folder = probe.left(probe.lastIndexOf(QLatin1Char('/')) + 1);
     guardFile(folder + QLatin1String("Salvora.json"));
     guardFile(folder + QLatin1String("Salvora/Salvora 3.json"));
-    auto s = std::make_unique<QSettings>(jsonFormat(), QSettings::UserScope, QStringLiteral("Salvora"),
-                                         QStringLiteral("Salvora 3"));
+    auto s = std::make_unique<QSettings>(jsonFormat(), QSettings::UserScope,
+                                         QStringLiteral("Salvora"), QStringLiteral("Salvora 3"));
     s->sync();
     return s;
 }
 
-Snapshot::Snapshot() : mSettings(open())
-{
-}
+Snapshot::Snapshot() : mSettings(open()) {}
 
 Snapshot::~Snapshot() = default;
 
@@ -179,8 +177,7 @@ bool Snapshot::contains(const char *key) const
 std::optional<QVariant> Snapshot::value(const char *key) const
 {
     const QString k = QLatin1String(key);
-    if (!mSettings->contains(k))
-        return std::nullopt;
+    if (!mSettings->contains(k)) return std::nullopt;
     return mSettings->value(k);
 }
 
@@ -193,16 +190,14 @@ std::optional<qint64> Snapshot::integer(const char *key) const
 std::optional<QString> Snapshot::string(const char *key) const
 {
     const auto v = value(key);
-    if (!v || v->typeId() != QMetaType::QString)
-        return std::nullopt;
+    if (!v || v->typeId() != QMetaType::QString) return std::nullopt;
     return v->toString();
 }
 
 std::optional<QVariantMap> Snapshot::dictionary(const char *key) const
 {
     const auto v = value(key);
-    if (!v || v->typeId() != QMetaType::QVariantMap)
-        return std::nullopt;
+    if (!v || v->typeId() != QMetaType::QVariantMap) return std::nullopt;
     return v->toMap();
 }
 

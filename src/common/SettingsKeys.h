@@ -16,10 +16,17 @@ inline constexpr char PrefsKeepFreeBytes[] = "PrefsKeepFreeBytes";
 inline constexpr char FirstUse[] = "FirstUse";
 inline constexpr char version[] = "version";
 
-inline constexpr const char *all[] = {PrefsRemoveFromCache, PrefsProtectionEnabled, PrefsLaunchMenu,
-                                      PrefsExcludeName,     PrefsExcludeExtension,  PrefsProtectedDisks,
-                                      ProtectedVolumesData, FirstUse,               version,
-                                      PrefsKeepFreePercent, PrefsKeepFreeBytes};
+inline constexpr const char *all[] = {PrefsRemoveFromCache,
+                                      PrefsProtectionEnabled,
+                                      PrefsLaunchMenu,
+                                      PrefsExcludeName,
+                                      PrefsExcludeExtension,
+                                      PrefsProtectedDisks,
+                                      ProtectedVolumesData,
+                                      FirstUse,
+                                      version,
+                                      PrefsKeepFreePercent,
+                                      PrefsKeepFreeBytes};
 
 // Values written on a first launch.
 inline constexpr long long kFirstLaunchRemoveFromCache = 14;

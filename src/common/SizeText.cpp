@@ -57,10 +57,8 @@ QString getSizeStr(qint64 size)
 
 QString getQtyStr(qint64 count)
 {
-    if (count <= 9999)
-        return QString::number(count);
-    if (count <= 999999)
-        return QString::number(count / 1000) + QLatin1String(" K");
+    if (count <= 9999) return QString::number(count);
+    if (count <= 999999) return QString::number(count / 1000) + QLatin1String(" K");
     return QString::number(count / 1000) + QLatin1String(" M");
 }
 

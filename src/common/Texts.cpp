@@ -13,7 +13,8 @@ void install(QCoreApplication &app)
         QCoreApplication::installTranslator(english);
     // Installed last, so the user's language is searched first and English fills its gaps.
     auto *local = new QTranslator(&app);
-    if (local->load(QLocale(), QStringLiteral("salvora3"), QStringLiteral("_"), QStringLiteral(":/i18n")) &&
+    if (local->load(QLocale(), QStringLiteral("salvora3"), QStringLiteral("_"),
+                    QStringLiteral(":/i18n")) &&
         !local->filePath().endsWith(QLatin1String("_en.qm")))
         QCoreApplication::installTranslator(local);
     else

@@ -59,6 +59,7 @@ class AppDelegate : public QObject,
 {
     Q_OBJECT
     friend class WindowProbe;
+
 public:
     explicit AppDelegate(QObject *parent = nullptr);
     ~AppDelegate() override;
@@ -206,8 +207,8 @@ private:
     void connectActions();
     void setUpProgress();
     void progressChanged();
-    void putBackPlanned(const QList<QPair<QByteArray, QByteArray>> &items, const QByteArrayList &unrecorded,
-                        const QByteArrayList &taken);
+    void putBackPlanned(const QList<QPair<QByteArray, QByteArray>> &items,
+                        const QByteArrayList &unrecorded, const QByteArrayList &taken);
 
     // Contents scan.
     void contentsReady(const std::shared_ptr<ContentsScanJob> &job);

@@ -58,8 +58,12 @@ void ContentsScanJob::run(const std::function<void()> &wake, const std::function
     }
     scanner->wait();
     listed();
-    mFill->run([this] { return mStop.load(std::memory_order_relaxed) || originsMustStop.load(std::memory_order_relaxed); },
-               origins);
+    mFill->run(
+        [this] {
+            return mStop.load(std::memory_order_relaxed) ||
+                   originsMustStop.load(std::memory_order_relaxed);
+        },
+        origins);
     ended();
 }
 
@@ -74,7 +78,8 @@ SortOrder ContentsScanJob::prepareChunk(CacheItems &chunk)
     return order;
 }
 
-void ContentsScanJob::addToReady(CacheItems &&sorted, SortOrder order, const std::function<void()> &wake)
+void ContentsScanJob::addToReady(CacheItems &&sorted, SortOrder order,
+                                 const std::function<void()> &wake)
 {
     CacheItems waiting;
     SortOrder waitingOrder = order;

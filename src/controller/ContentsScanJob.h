@@ -54,7 +54,8 @@ private:
 
     Request mRequest;
     const std::atomic<bool> &mStop;
-    const std::shared_ptr<ContentsScan::OriginFill> mFill = std::make_shared<ContentsScan::OriginFill>();
+    const std::shared_ptr<ContentsScan::OriginFill> mFill =
+        std::make_shared<ContentsScan::OriginFill>();
     // One bit per order (by its code) that the reading threads have sorted folders by.
     std::atomic<unsigned> mFolderCodes{0};
 

@@ -11,7 +11,8 @@ void AppDelegate::setUpProgress()
     mProgress = new WorkProgress(this);
     mRemovals = new RemovalQueue(mProgress, this);
     mCopyJobs.setProgress(mProgress);
-    mCopyJobs.setReporter(mWorkers, [this](const RestoreReport &report) { restoreFinished(report); });
+    mCopyJobs.setReporter(mWorkers,
+                          [this](const RestoreReport &report) { restoreFinished(report); });
     buildProgressAreas(*mProgress);
     // Connected after the areas, so that they are up to date when the bar is shown.
     connect(mProgress, &WorkProgress::changed, this, &AppDelegate::progressChanged);

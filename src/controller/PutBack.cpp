@@ -27,7 +27,8 @@ void AppDelegate::putBack()
             items.append({p, original});
             if (Restore::pathTaken(original)) taken.append(original);
         }
-        workers->post([this, items, unrecorded, taken] { putBackPlanned(items, unrecorded, taken); });
+        workers->post(
+            [this, items, unrecorded, taken] { putBackPlanned(items, unrecorded, taken); });
     });
 }
 
@@ -40,9 +41,10 @@ void AppDelegate::putBackPlanned(const QList<QPair<QByteArray, QByteArray>> &ite
         Alerts::Alert a;
         if (taken.size() == 1)
             //% "An item named “%1” already exists in %2."
-            a.message = qtTrId("PutBackNameTaken")
-                            .arg(QString::fromUtf8(Restore::lastComponent(taken.first())),
-                                 RestoreActions::folderTitle(RestoreActions::parentFolder(taken.first())));
+            a.message =
+                qtTrId("PutBackNameTaken")
+                    .arg(QString::fromUtf8(Restore::lastComponent(taken.first())),
+                         RestoreActions::folderTitle(RestoreActions::parentFolder(taken.first())));
         else
             //% "%1 items already exist where the selected items were."
             a.message = qtTrId("PutBackNamesTaken").arg(taken.size());
@@ -72,17 +74,18 @@ void AppDelegate::putBackPlanned(const QList<QPair<QByteArray, QByteArray>> &ite
 void AppDelegate::restoreFinished(const RestoreReport &report)
 {
     const RestoreActions::Message m = RestoreActions::describe(report);
-    const MessageBar::Level level = m.level == RestoreActions::Message::Level::Success
-                                        ? MessageBar::Level::Success
-                                        : (m.level == RestoreActions::Message::Level::Warning
-                                               ? MessageBar::Level::Warning
-                                               : MessageBar::Level::Error);
+    const MessageBar::Level level =
+        m.level == RestoreActions::Message::Level::Success
+            ? MessageBar::Level::Success
+            : (m.level == RestoreActions::Message::Level::Warning ? MessageBar::Level::Warning
+                                                                  : MessageBar::Level::Error);
     if (m.restored.isEmpty()) {
         mMessageBar->showMessage(level, m.text);
     } else {
         const QByteArrayList shown = m.restored;
         //% "Show"
-        mMessageBar->showMessage(level, m.text, qtTrId("MessageBarShow"), [this, shown] { mReveal->reveal(shown); });
+        mMessageBar->showMessage(level, m.text, qtTrId("MessageBarShow"),
+                                 [this, shown] { mReveal->reveal(shown); });
     }
     bool moved = false;
     for (const Restore::ItemResult &r : report.results)

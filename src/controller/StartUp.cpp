@@ -108,12 +108,12 @@ void AppDelegate::connectActions()
     header->setSectionsClickable(true);
     header->setSortIndicatorShown(true);
     header->setSortIndicator(0, Qt::AscendingOrder);
-    connect(header, &QHeaderView::sortIndicatorChanged, this,
-            [this](int section, Qt::SortOrder order) {
-                const QString id = mContentsModel->columnIdentifier(section);
-                if (id == QLatin1String("1") || id == QLatin1String("3") || id == QLatin1String("4"))
-                    sortDescriptorsDidChange(order == Qt::AscendingOrder);
-            });
+    connect(
+        header, &QHeaderView::sortIndicatorChanged, this, [this](int section, Qt::SortOrder order) {
+            const QString id = mContentsModel->columnIdentifier(section);
+            if (id == QLatin1String("1") || id == QLatin1String("3") || id == QLatin1String("4"))
+                sortDescriptorsDidChange(order == Qt::AscendingOrder);
+        });
     connect(header, &QHeaderView::sectionClicked, this, [this, header](int section) {
         const QString id = mContentsModel->columnIdentifier(section);
         if (id == QLatin1String("1") || id == QLatin1String("3") || id == QLatin1String("4")) {

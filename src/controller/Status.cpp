@@ -76,10 +76,10 @@ void AppDelegate::updateStatusInfos()
         // For a day after the agent made room, the window says why older days are gone.
         const QString volume = VolumeMenu::displayName(QFile::decodeName(guard->volume));
         //% "Oldest days were removed to keep %1 free on %2."
-        setText(mProtectionInfosMore,
-                qtTrId("SpaceGuardRemovedDays")
-                    .arg(CommonUtils::getSizeStr(guard->wantedFree), volume),
-                &ZEL_Colors::getBlackColor_Adaptable);
+        setText(
+            mProtectionInfosMore,
+            qtTrId("SpaceGuardRemovedDays").arg(CommonUtils::getSizeStr(guard->wantedFree), volume),
+            &ZEL_Colors::getBlackColor_Adaptable);
     } else if (p > 1) {
         //% "Items deleted on the %1 protected volumes are kept in their caches."
         setText(mProtectionInfosMore, qtTrId("ProtectionEnabledMoreX").arg(p),

@@ -174,7 +174,8 @@ QVariant AppDelegate::contentsCell(int row, const QString &column, int role)
         readItemAttributes(row);
         return iconForItem(row);
     case Qt::TextAlignmentRole:
-        return alignment(c == 1 || c == 4 ? Qt::AlignLeading : (c == 2 ? Qt::AlignRight : Qt::AlignHCenter));
+        return alignment(c == 1 || c == 4 ? Qt::AlignLeading
+                                          : (c == 2 ? Qt::AlignRight : Qt::AlignHCenter));
     case Qt::FontRole: {
         QFont font = TableModel::fontOfSize(c == 1 ? 13 : (c == 2 || c == 4 ? 12 : 11));
         // An item kept only in part is in italics, its tip says what is missing.

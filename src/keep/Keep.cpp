@@ -44,8 +44,7 @@ using PathFn = int (*)(const char *);
 std::atomic<UnlinkatFn> gRealUnlinkat{nullptr};
 std::atomic<PathFn> gRealUnlink{nullptr}, gRealRmdir{nullptr}, gRealRemove{nullptr};
 
-template <typename Fn>
-Fn resolve(std::atomic<Fn> &slot, const char *name)
+template <typename Fn> Fn resolve(std::atomic<Fn> &slot, const char *name)
 {
     Fn fn = slot.load(std::memory_order_acquire);
     if (!fn) {
@@ -125,7 +124,10 @@ long nowMs()
     return long(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
-char foldAscii(char c) { return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c; }
+char foldAscii(char c)
+{
+    return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c;
+}
 
 bool equalsFolded(const char *a, std::size_t n, const char *b)
 {
@@ -196,18 +198,20 @@ const Mapping *mapTable()
     *slash = '\0';
     const int folder = open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (folder < 0) return nullptr;
-    struct stat st{};
+    struct stat st
+    {
+    };
     const uid_t me = geteuid();
     bool ok = fstat(folder, &st) == 0 && st.st_uid == me && (st.st_mode & 022) == 0;
     const int fd =
         ok ? openat(folder, slash + 1, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC) : -1;
     close(folder);
     if (fd < 0) return nullptr;
-    ok = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == me &&
-         (st.st_mode & 022) == 0 && st.st_size >= off_t(sizeof(keeptable::Header)) &&
+    ok = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == me && (st.st_mode & 022) == 0 &&
+         st.st_size >= off_t(sizeof(keeptable::Header)) &&
          st.st_size <= off_t(keeptable::kMaxBytes);
-    void *data = ok ? mmap(nullptr, std::size_t(st.st_size), PROT_READ, MAP_SHARED, fd, 0)
-                    : MAP_FAILED;
+    void *data =
+        ok ? mmap(nullptr, std::size_t(st.st_size), PROT_READ, MAP_SHARED, fd, 0) : MAP_FAILED;
     close(fd);
     if (data == MAP_FAILED) return nullptr;
     const View v = keeptable::check(data, std::size_t(st.st_size));
@@ -216,7 +220,8 @@ const Mapping *mapTable()
         return nullptr;
     }
     if (!gMappingPage || gMappingsUsed == kMappingsPerPage) {
-        void *page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        void *page =
+            mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (page == MAP_FAILED) {
             munmap(data, std::size_t(st.st_size));
             return nullptr;
@@ -284,8 +289,8 @@ bool hasCacheComponent(const char *path, std::size_t n)
 {
     static constexpr char kCache[] = "/.Salvora3Cache";
     const std::size_t k = sizeof kCache - 1;
-    for (const char *p = path; (p = static_cast<const char *>(memmem(p, std::size_t(path + n - p), kCache, k)));
-         p += k)
+    for (const char *p = path;
+         (p = static_cast<const char *>(memmem(p, std::size_t(path + n - p), kCache, k))); p += k)
         if (p + k == path + n || p[k] == '/') return true;
     return false;
 }
@@ -423,8 +428,7 @@ bool knownToSkip(const Mapping &m)
 // ---- the batch: one time folder per process, trees rebuilt as their folders go ---------------
 
 // Growable arrays in anonymous mappings (mremap moves them), addressed by index.
-template <typename T>
-struct Pool
+template <typename T> struct Pool
 {
     T *data = nullptr;
     std::size_t size = 0, capacity = 0;
@@ -464,19 +468,19 @@ constexpr std::uint32_t kNone = UINT32_MAX;
 // place and its `cur` name; container 0 is the top of the time folder.
 struct Node
 {
-    std::uint64_t ino;      // its inode where it was (for a folder: the original folder's)
-    std::uint64_t parent;   // the inode of the folder it was in
-    std::uint32_t name;     // offset in the names pool: its original name
-    std::uint32_t cur;      // offset in the names pool: its name in its container
-    std::uint32_t topName;  // the name it had at the top of the time folder, if it had one
-    std::uint32_t path;     // Folder: its original path
-    std::uint32_t next;     // the next node of the same parent
+    std::uint64_t ino;     // its inode where it was (for a folder: the original folder's)
+    std::uint64_t parent;  // the inode of the folder it was in
+    std::uint32_t name;    // offset in the names pool: its original name
+    std::uint32_t cur;     // offset in the names pool: its name in its container
+    std::uint32_t topName; // the name it had at the top of the time folder, if it had one
+    std::uint32_t path;    // Folder: its original path
+    std::uint32_t next;    // the next node of the same parent
     std::uint32_t container;
     Kind kind;
-    bool gone;              // no longer in the cache as this node
-    bool removed;           // Folder: its original was removed (else it is still there)
-    bool trash;             // Folder: made for a folder of an item emptied from the trash, which
-                            // stays one item even when the emptying stops half-way
+    bool gone;    // no longer in the cache as this node
+    bool removed; // Folder: its original was removed (else it is still there)
+    bool trash;   // Folder: made for a folder of an item emptied from the trash, which
+                  // stays one item even when the emptying stops half-way
     mode_t mode;
     timespec atime, mtime;
 };
@@ -614,8 +618,7 @@ std::size_t hashIno(std::uint64_t ino, std::size_t capacity)
 }
 
 // Doubles an open-addressing table (keys 0 = free) before it gets more than half full.
-template <typename T, typename KeyOf>
-bool grow(Pool<T> &table, std::size_t used, KeyOf keyOf)
+template <typename T, typename KeyOf> bool grow(Pool<T> &table, std::size_t used, KeyOf keyOf)
 {
     if ((used + 1) * 2 <= table.capacity) return true;
     Pool<T> old = table;
@@ -687,11 +690,15 @@ int firstNumber(Batch &b, const char *leaf)
 // Marks `name`, the n-th name of `leaf`, as given.
 void markGiven(Batch &b, const char *leaf, const char *name, int n)
 {
-    if (Given *g = given(b, leaf, true); g && std::uint32_t(n) > g->last) g->last = std::uint32_t(n);
+    if (Given *g = given(b, leaf, true); g && std::uint32_t(n) > g->last)
+        g->last = std::uint32_t(n);
     given(b, name, true);
 }
 
-Node &nodeAt(Batch &b, std::uint32_t i) { return b.nodes.data[i - 1]; }
+Node &nodeAt(Batch &b, std::uint32_t i)
+{
+    return b.nodes.data[i - 1];
+}
 
 // Adds a node to its parent folder's entries; `parent`, when given, is the folder's state now.
 // Its index, or 0.
@@ -723,16 +730,19 @@ bool openTimeFolder(Batch &b, const View &v)
 {
     if (b.timeFd >= 0) return true;
     const char *cachePath = v.string(b.volume->cachePath);
-    if (b.cacheFd < 0)
-        b.cacheFd = open(cachePath, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    struct stat st{};
+    if (b.cacheFd < 0) b.cacheFd = open(cachePath, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat st
+    {
+    };
     if (b.cacheFd < 0 || fstat(b.cacheFd, &st) != 0 || st.st_uid != geteuid() ||
         (st.st_mode & 077) != 0 || st.st_dev != b.dev) {
         closeFd(b.cacheFd);
         return false;
     }
     const time_t now = ::time(nullptr);
-    struct tm local{};
+    struct tm local
+    {
+    };
     if (!localtime_r(&now, &local)) return false;
     std::strftime(b.day, sizeof b.day, "%Y-%m-%d", &local);
     std::strftime(b.time, sizeof b.time, "%Y-%m-%d %H_%M_%S", &local);
@@ -742,9 +752,9 @@ bool openTimeFolder(Batch &b, const View &v)
     if (origins >= 0) {
         char file[32];
         std::snprintf(file, sizeof file, "%s.jsonl", b.day);
-        b.originsFd = openat(origins, file,
-                             O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                             0600);
+        b.originsFd =
+            openat(origins, file,
+                   O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
         close(origins);
         if (b.originsFd >= 0 && (fstat(b.originsFd, &st) != 0 || !S_ISREG(st.st_mode)))
             closeFd(b.originsFd);
@@ -771,7 +781,9 @@ bool writeOrigin(Batch &b, const char *name, const char *folder, const char *lea
     const ssize_t w = write(b.originsFd, gRecord, n);
     if (w == ssize_t(n)) return true;
     // A partial record would corrupt the next one.
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (w > 0 && fstat(b.originsFd, &st) == 0 && st.st_size >= w)
         ftruncate(b.originsFd, st.st_size - w);
     return false;
@@ -827,7 +839,9 @@ PathEntry *folderPath(const Mapping &m, int dirFd, const char *path, const char 
         std::memcpy(folder, path, n);
         folder[n] = '\0';
         fd = openat(dirFd, folder, O_PATH | O_DIRECTORY | O_CLOEXEC);
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (fd < 0 || fstat(fd, &st) != 0 || st.st_ino != parent.st_ino ||
             st.st_dev != parent.st_dev) {
             if (fd >= 0) close(fd);
@@ -909,7 +923,9 @@ int placeAtTop(Batch &b, const char *leaf, const char *folderPath, std::uint64_t
             // After a clash, the first free name (a record for a name that is taken would be
             // one too many).
             name = clashName(leaf, n, numbered);
-            struct stat taken{};
+            struct stat taken
+            {
+            };
             if (fstatat(b.timeFd, name, &taken, AT_SYMLINK_NOFOLLOW) == 0) continue;
         }
         if (given(b, name, false)) continue;
@@ -1032,8 +1048,9 @@ std::uint32_t makeMirror(Batch &b, std::uint64_t ino, std::uint64_t parentIno, c
     node.container = container;
     node.kind = Kind::Folder;
     node.trash = trashIno != 0 || (container && nodeAt(b, container).trash);
-    const std::uint32_t m =
-        node.name != kNone && node.cur != kNone && node.path != kNone ? addNode(b, node, parent) : 0;
+    const std::uint32_t m = node.name != kNone && node.cur != kNone && node.path != kNone
+                                ? addNode(b, node, parent)
+                                : 0;
     Slot *own = m ? findSlot(b, ino, true) : nullptr;
     if (!own) {
         // Without its node it could not be found again: it stays, empty, as it is.
@@ -1043,8 +1060,10 @@ std::uint32_t makeMirror(Batch &b, std::uint64_t ino, std::uint64_t parentIno, c
     for (std::uint32_t k = own->head; k; k = nodeAt(b, k).next) {
         const Node n = nodeAt(b, k);
         if (n.gone || n.container != 0 || k == m) continue;
-        if (n.kind == Kind::Empty) materialise(b, k, m);
-        else moveInto(b, k, m);
+        if (n.kind == Kind::Empty)
+            materialise(b, k, m);
+        else
+            moveInto(b, k, m);
     }
     return m;
 }
@@ -1089,10 +1108,13 @@ bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *
         // all, they move back to the top when the batch ends (DESIGN.md).
         char parentPath[PATH_MAX];
         const char *name = nullptr;
-        struct stat grand{};
+        struct stat grand
+        {
+        };
         if (splitFolder(folder.path, parentPath, &name) &&
             fstatat(AT_FDCWD, parentPath, &grand, 0) == 0 && grand.st_dev == parent.st_dev)
-            mirror = makeMirror(b, parent.st_ino, grand.st_ino, name, folder.path, parentPath, &grand);
+            mirror =
+                makeMirror(b, parent.st_ino, grand.st_ino, name, folder.path, parentPath, &grand);
     }
     if (mirror && b.mirrorNode != mirror) {
         closeFd(b.mirrorFd);
@@ -1127,7 +1149,9 @@ bool keepFile(Batch &b, const View &v, int dirFd, const char *path, const char *
     // The entry must be the one that was looked at: had another taken its place meanwhile (a
     // folder, which unlink would have refused), it goes back and the real call decides.
     const int where = mirror ? b.mirrorFd : b.timeFd;
-    struct stat there{};
+    struct stat there
+    {
+    };
     if (fstatat(where, chosen, &there, AT_SYMLINK_NOFOLLOW) != 0 || there.st_ino != item.st_ino ||
         (there.st_mode & S_IFMT) != (item.st_mode & S_IFMT)) {
         renameat2(where, chosen, dirFd, path, RENAME_NOREPLACE);
@@ -1235,8 +1259,10 @@ void dissolve(Batch &b, std::uint32_t m)
     for (std::uint32_t k = s ? s->head : 0; k; k = nodeAt(b, k).next) {
         const Node n = nodeAt(b, k);
         if (n.gone || n.container != m || n.kind == Kind::Empty) continue;
-        if (n.kind == Kind::Folder && !n.removed) dissolve(b, k);
-        else moveToTop(b, k, folderPath);
+        if (n.kind == Kind::Folder && !n.removed)
+            dissolve(b, k);
+        else
+            moveToTop(b, k, folderPath);
     }
     char p[PATH_MAX];
     if (relPath(b, m, p, sizeof p)) realUnlinkat(b.timeFd, p, AT_REMOVEDIR);
@@ -1305,7 +1331,7 @@ struct TrashOrigin
     long at = 0;
     std::uint64_t ino = 0; // the item's inode in files/ or expunged/ (0: not known)
     bool expunged = false;
-    char name[NAME_MAX + 1];   // its name there (in files/ only)
+    char name[NAME_MAX + 1]; // its name there (in files/ only)
     char path[PATH_MAX];
 };
 // Origins read from a .trashinfo deleted before its item, and, last, the item being emptied.
@@ -1339,7 +1365,9 @@ bool readOrigin(int dirFd, const char *path, const char *topdir, char *out)
 {
     const int fd = openat(dirFd, path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) return false;
-    struct stat st{};
+    struct stat st
+    {
+    };
     bool ok = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid() &&
               st.st_size < off_t(sizeof gInfoText);
     std::size_t n = 0;
@@ -1382,10 +1410,14 @@ bool claimExpunged(const char *trash, std::size_t trashLength, std::uint64_t *in
         for (long at = 0; at < n;) {
             const auto *e = reinterpret_cast<const Dirent64 *>(buffer + at);
             at += e->reclen;
-            if (e->name[0] == '.' && (e->name[1] == '\0' || (e->name[1] == '.' && e->name[2] == '\0')))
+            if (e->name[0] == '.' &&
+                (e->name[1] == '\0' || (e->name[1] == '.' && e->name[2] == '\0')))
                 continue;
-            struct stat st{};
-            if (fstatat(fd, e->name, &st, AT_SYMLINK_NOFOLLOW) != 0 || now.tv_sec - st.st_ctim.tv_sec > 5)
+            struct stat st
+            {
+            };
+            if (fstatat(fd, e->name, &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+                now.tv_sec - st.st_ctim.tv_sec > 5)
                 continue;
             bool claimed = false;
             for (std::size_t i = 0; i < kOrigins; ++i)
@@ -1416,7 +1448,9 @@ void rememberInfo(const View &v, const keeptable::Volume *volume, const TrashSpo
     std::memcpy(o->name, leaf, nameLen);
     o->name[nameLen] = '\0';
     char item[PATH_MAX];
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (std::snprintf(item, sizeof item, "%.*s/files/%s", int(t.trashLength), t.trash, o->name) <
             int(sizeof item) &&
         fstatat(AT_FDCWD, item, &st, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -1449,7 +1483,9 @@ const TrashOrigin *trashOrigin(const View &v, const keeptable::Volume *volume, c
         return &cur;
     char path[PATH_MAX];
     if (expunged && ino == 0) {
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (std::snprintf(path, sizeof path, "%.*s/expunged/%.*s", int(t.trashLength), t.trash,
                           int(nameLen), name) >= int(sizeof path) ||
             fstatat(AT_FDCWD, path, &st, AT_SYMLINK_NOFOLLOW) != 0)
@@ -1492,7 +1528,8 @@ std::uint32_t trashTop(Batch &b, const View &v, const TrashOrigin &o, const stru
     if (const Slot *s = findSlot(b, item.st_ino, false); s && s->mirror) return s->mirror;
     char folder[PATH_MAX];
     const char *leaf = nullptr;
-    if (!openTimeFolder(b, v) || !splitFolder(o.path, folder, &leaf) || std::strlen(leaf) > NAME_MAX)
+    if (!openTimeFolder(b, v) || !splitFolder(o.path, folder, &leaf) ||
+        std::strlen(leaf) > NAME_MAX)
         return 0;
     return makeMirror(b, item.st_ino, files.st_ino, leaf, o.path, folder, &files, item.st_ino);
 }
@@ -1507,7 +1544,9 @@ std::uint32_t trashMirror(Batch &b, const View &v, const TrashSpot &t, const Tra
     // Down from files/ (or expunged/), one folder at a time: each is looked at and made.
     std::memcpy(gChain, folder.path, folder.length + 1);
     std::size_t end = folder.length - t.restLength;
-    struct stat parent{}, cur{};
+    struct stat parent
+    {
+    }, cur{};
     gChain[end] = '\0';
     if (fstatat(AT_FDCWD, gChain, &parent, 0) != 0) return 0;
     gChain[end] = '/';
@@ -1525,8 +1564,8 @@ std::uint32_t trashMirror(Batch &b, const View &v, const TrashSpot &t, const Tra
             const Slot *s = findSlot(b, cur.st_ino, false);
             m = s && s->mirror ? s->mirror
                 : top          ? trashTop(b, v, o, cur, parent)
-                               : makeMirror(b, cur.st_ino, parent.st_ino, gChain + start, gChain,
-                                            gChain, &parent);
+                      : makeMirror(b, cur.st_ino, parent.st_ino, gChain + start, gChain, gChain,
+                                   &parent);
         }
         gChain[end] = saved;
         if (!ok || !m) return 0;
@@ -1555,9 +1594,11 @@ bool keepTrashFile(Batch &b, const View &v, int dirFd, const char *path, const T
         if (err == EACCES || err == EPERM || err == EROFS) folder.refused = true;
         return false;
     }
-    struct stat there{};
-    if (fstatat(b.timeFd, chosen, &there, AT_SYMLINK_NOFOLLOW) != 0 || there.st_ino != item.st_ino ||
-        (there.st_mode & S_IFMT) != (item.st_mode & S_IFMT)) {
+    struct stat there
+    {
+    };
+    if (fstatat(b.timeFd, chosen, &there, AT_SYMLINK_NOFOLLOW) != 0 ||
+        there.st_ino != item.st_ino || (there.st_mode & S_IFMT) != (item.st_mode & S_IFMT)) {
         renameat2(b.timeFd, chosen, dirFd, path, RENAME_NOREPLACE);
         return false;
     }
@@ -1592,9 +1633,11 @@ int trashDeletion(Via via, int dirFd, const char *path, int flags, const View &v
     // The item's name there, and whether the entry is the item itself.
     const bool top = t.restLength == 0;
     const char *name = top ? leaf : t.rest + 1;
-    const char *slash = top ? nullptr
-                            : static_cast<const char *>(std::memchr(name, '/', t.restLength - 1));
-    const std::size_t nameLen = top ? leafLen : slash ? std::size_t(slash - name) : t.restLength - 1;
+    const char *slash =
+        top ? nullptr : static_cast<const char *>(std::memchr(name, '/', t.restLength - 1));
+    const std::size_t nameLen = top     ? leafLen
+                                : slash ? std::size_t(slash - name)
+                                        : t.restLength - 1;
     // Its inode when at hand: the entry's own, or its folder's when that is the item.
     const std::uint64_t ino = top ? item.st_ino : slash ? 0 : parent.st_ino;
     const TrashOrigin *o = nameLen <= NAME_MAX && !(!folder && place.refused)
@@ -1627,8 +1670,10 @@ int trashDeletion(Via via, int dirFd, const char *path, int flags, const View &v
         if (r != 0) return r;
         // Its folder in the batch is where it goes, or, for the item, the item: made now when
         // nothing of it was kept before (a folder of empty folders is kept like any item).
-        if (top) trashTop(*b, v, *o, item, parent);
-        else trashMirror(*b, v, t, *o, place, parent);
+        if (top)
+            trashTop(*b, v, *o, item, parent);
+        else
+            trashMirror(*b, v, t, *o, place, parent);
         folderRemoved(*b, v, place, leaf, leafLen, item, parent);
         errno = savedErrno;
         return done(0);
@@ -1691,14 +1736,17 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     // text, or, relative to a folder's descriptor as programs that empty folders delete, once the
     // folder is known.
     const bool nameOut = nameExcluded(v, leaf, leafLen);
-    if (nameOut && !inTrash && (plain || dirFd == AT_FDCWD)) return realCall(via, dirFd, path, flags);
+    if (nameOut && !inTrash && (plain || dirFd == AT_FDCWD))
+        return realCall(via, dirFd, path, flags);
     const bool inCwd = !slash && dirFd == AT_FDCWD;
     const std::uint32_t cwdChanges = gCwdChanges.load(std::memory_order_acquire);
     if (inCwd && gCwdUnprotected.load(std::memory_order_relaxed) == cwdKey(*m, cwdChanges))
         return realCall(via, dirFd, path, flags);
 
     // The folder that holds the entry, and the entry itself.
-    struct stat parent{}, item{};
+    struct stat parent
+    {
+    }, item{};
     int rc = 0;
     if (!slash) {
         rc = dirFd == AT_FDCWD ? fstatat(AT_FDCWD, ".", &parent, 0) : fstat(dirFd, &parent);
@@ -1722,8 +1770,8 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     // Only what holds data: the last link of a file (any file of a trashed item, whose other link
     // may be the agent's shadow) or a link; a folder, after the real call.
     const bool trashPossible = inTrash || !plain;
-    const bool data = (S_ISREG(item.st_mode) && (item.st_nlink == 1 || trashPossible)) ||
-                      S_ISLNK(item.st_mode);
+    const bool data =
+        (S_ISREG(item.st_mode) && (item.st_nlink == 1 || trashPossible)) || S_ISLNK(item.st_mode);
     // What else a trashed folder holds (a FIFO, a socket) is deleted for real, but its folder's
     // times are taken first.
     const bool other = !data && trashPossible && !S_ISDIR(item.st_mode) && !S_ISREG(item.st_mode);
@@ -1739,10 +1787,9 @@ int deletion(Via via, int dirFd, const char *path, int flags)
     }
     Locked lock(gLock);
     initialise();
-    PathEntry *place =
-        (!processExcluded(*m) && !gBypassed)
-            ? folderPath(*m, dirFd, path, slash ? slash + 1 : path, parent)
-            : nullptr;
+    PathEntry *place = (!processExcluded(*m) && !gBypassed)
+                           ? folderPath(*m, dirFd, path, slash ? slash + 1 : path, parent)
+                           : nullptr;
     const TrashSpot spot = place ? trashSpot(v, place->path, place->length) : TrashSpot{};
     if (spot.part == TrashPart::Files || spot.part == TrashPart::Expunged)
         return trashDeletion(via, dirFd, path, flags, v, volume, spot, *place, leaf, leafLen, item,

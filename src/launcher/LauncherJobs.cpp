@@ -1,7 +1,7 @@
 #include "LauncherJobs.h"
 
-#include "TrustedPath.h"
 #include "Printable.h"
+#include "TrustedPath.h"
 
 #include <cerrno>
 #include <climits>

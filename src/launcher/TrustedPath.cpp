@@ -68,8 +68,7 @@ bool openTrusted(const std::vector<std::string> &names, TrustedFile *file, std::
     if (names.empty()) return refuse(why, "/", "is not a file");
     Fd dir(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat status = {};
-    if (dir.fd < 0 || ::fstat(dir.fd, &status) != 0)
-        return refuse(why, "/", std::strerror(errno));
+    if (dir.fd < 0 || ::fstat(dir.fd, &status) != 0) return refuse(why, "/", std::strerror(errno));
     if (!onlyRootCanChange(status))
         return refuse(why, "/", "can be changed by a user other than root");
 

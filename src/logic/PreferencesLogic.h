@@ -112,8 +112,8 @@ struct SheetState
     qint64 keepFreePercent = 0;
     qint64 keepFreeBytes = 0;
     bool keepPermanentDeletions = false;
-    bool sessionKeeps = false;   // this session has the library already
-    QByteArray keepLibrary;      // where it is; empty when it is not installed
+    bool sessionKeeps = false; // this session has the library already
+    QByteArray keepLibrary;    // where it is; empty when it is not installed
 };
 SheetState load();
 

@@ -15,7 +15,8 @@ Alerts::Alert confirmationAlert(Command command, const QByteArrayList &items)
         if (items.size() == 1) {
             const qsizetype slash = items.first().lastIndexOf('/');
             //% "Delete “%1” for good?"
-            a.message = qtTrId("DeleteOneItemTitle").arg(QString::fromUtf8(items.first().mid(slash + 1)));
+            a.message =
+                qtTrId("DeleteOneItemTitle").arg(QString::fromUtf8(items.first().mid(slash + 1)));
         } else if (items.size() > 1) {
             //% "Delete %1 items for good?"
             a.message = qtTrId("DeleteItemsTitle").arg(items.size());

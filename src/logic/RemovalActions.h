@@ -43,8 +43,7 @@ bool removeContents(const QByteArrayList &itemPaths, RemovalTarget &target, Remo
                     std::function<void()> beforeRefresh = {});
 // removeSelectedDays: the selected day folders' paths in row order. The contents are not
 // refreshed directly: the rebuilt day list drives them.
-bool removeSelectedDays(const QByteArrayList &dayPaths, RemovalTarget &target,
-                        RemovalQueue &queue);
+bool removeSelectedDays(const QByteArrayList &dayPaths, RemovalTarget &target, RemovalQueue &queue);
 // removeAllCaches: when its turn comes, protection off (stored and announced), then every
 // protected volume's cache deleted, then status, days, contents. The daemon is not asked.
 bool removeAllCaches(RemovalTarget &target, RemovalQueue &queue);

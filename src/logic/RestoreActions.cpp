@@ -101,7 +101,8 @@ Message describe(const RestoreReport &report)
     for (const Restore::ItemResult &r : report.results) {
         switch (r.outcome) {
         case Restore::Outcome::Copied:
-            if (!m.restored.isEmpty() && parentFolder(r.target) != restoredFolder) sameFolder = false;
+            if (!m.restored.isEmpty() && parentFolder(r.target) != restoredFolder)
+                sameFolder = false;
             restoredFolder = parentFolder(r.target);
             m.restored.append(r.target);
             break;
@@ -112,7 +113,8 @@ Message describe(const RestoreReport &report)
         case Restore::Outcome::Failed:
         case Restore::Outcome::Stopped: {
             //% "stopped"
-            const QString why = r.outcome == Restore::Outcome::Stopped ? qtTrId("RestoreStopped") : r.error;
+            const QString why =
+                r.outcome == Restore::Outcome::Stopped ? qtTrId("RestoreStopped") : r.error;
             //% "“%1” was not restored: %2"
             lines.append(qtTrId("RestoreItemFailed").arg(nameOf(r.source), why));
             break;
@@ -123,7 +125,8 @@ Message describe(const RestoreReport &report)
             for (const Restore::LeftOut &l : r.leftOut)
                 pieces.append(QStringLiteral("%1 (%2)").arg(QString::fromUtf8(l.path), l.reason));
             //% "“%1” was restored without what could not be copied: %2"
-            lines.append(qtTrId("RestorePartial").arg(nameOf(r.target), pieces.join(QLatin1String(", "))));
+            lines.append(
+                qtTrId("RestorePartial").arg(nameOf(r.target), pieces.join(QLatin1String(", "))));
         }
     }
     for (const QByteArray &u : report.unrecorded)
@@ -134,8 +137,9 @@ Message describe(const RestoreReport &report)
         lines.prepend(qtTrId("RestoreNameTaken").arg(folderTitle(takenFolder), namesOf(taken)));
     else if (taken.size() > 1)
         //% "%1 items were not restored because their names are taken in %2: %3"
-        lines.prepend(qtTrId("RestoreNamesTaken").arg(QString::number(taken.size()), folderTitle(takenFolder),
-                                                      namesOf(taken)));
+        lines.prepend(
+            qtTrId("RestoreNamesTaken")
+                .arg(QString::number(taken.size()), folderTitle(takenFolder), namesOf(taken)));
     const qsizetype n = m.restored.size();
     if (n > 0) {
         QString done;
@@ -158,8 +162,9 @@ Message describe(const RestoreReport &report)
     }
     m.text = lines.join(QLatin1Char('\n'));
     const bool problems = !taken.isEmpty() || lines.size() > (n > 0 ? 1 : 0);
-    m.level = !problems ? Message::Level::Success
-                        : (n > 0 || !taken.isEmpty() ? Message::Level::Warning : Message::Level::Error);
+    m.level = !problems
+                  ? Message::Level::Success
+                  : (n > 0 || !taken.isEmpty() ? Message::Level::Warning : Message::Level::Error);
     return m;
 }
 
@@ -180,19 +185,21 @@ bool CopyJobs::start(const QByteArrayList &job)
     mJobs.removeIf([](const std::weak_ptr<WorkJob> &w) { return w.expired(); });
     mJobs.append(work);
     mShared->running.fetch_add(1);
-    // The thread owns its copy of the job and shares only the running count and its job's counts and stop flag.
-    Jobs::start([shared = mShared, work, job, hook = mItemHook, mailbox = mMailbox, reporter = mReporter] {
-        RestoreReport report;
-        report.destination = job.first();
-        report.results = Restore::copyItems(job.first(), job.mid(1), work->stopFlag(),
-                                            [&](const Restore::ItemResult &r) {
-                                                work->advance();
-                                                if (hook) hook(r.source);
-                                            });
-        work->finish();
-        if (mailbox && reporter) mailbox->post([reporter, report] { reporter(report); });
-        shared->running.fetch_sub(1);
-    });
+    // The thread owns its copy of the job and shares only the running count and its job's counts
+    // and stop flag.
+    Jobs::start(
+        [shared = mShared, work, job, hook = mItemHook, mailbox = mMailbox, reporter = mReporter] {
+            RestoreReport report;
+            report.destination = job.first();
+            report.results = Restore::copyItems(job.first(), job.mid(1), work->stopFlag(),
+                                                [&](const Restore::ItemResult &r) {
+                                                    work->advance();
+                                                    if (hook) hook(r.source);
+                                                });
+            work->finish();
+            if (mailbox && reporter) mailbox->post([reporter, report] { reporter(report); });
+            shared->running.fetch_sub(1);
+        });
     return true;
 }
 
@@ -211,8 +218,8 @@ bool CopyJobs::startPutBack(const QList<QPair<QByteArray, QByteArray>> &items, R
     mJobs.removeIf([](const std::weak_ptr<WorkJob> &w) { return w.expired(); });
     mJobs.append(work);
     mShared->running.fetch_add(1);
-    Jobs::start([shared = mShared, work, items, clash, unrecorded, hook = mItemHook, mailbox = mMailbox,
-                 reporter = mReporter] {
+    Jobs::start([shared = mShared, work, items, clash, unrecorded, hook = mItemHook,
+                 mailbox = mMailbox, reporter = mReporter] {
         RestoreReport report;
         report.kind = RestoreReport::Kind::PutBack;
         report.unrecorded = unrecorded;

@@ -16,9 +16,9 @@
 #include "volumes/Volumes.h"
 
 #include <QAction>
-#include <QDeadlineTimer>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QDeadlineTimer>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QLoggingCategory>

@@ -16,7 +16,8 @@ namespace {
 bool prefersSymbolicIcons()
 {
     return QIcon::themeName().contains(QLatin1String("Adwaita"), Qt::CaseInsensitive) ||
-           qEnvironmentVariable("XDG_CURRENT_DESKTOP").contains(QLatin1String("GNOME"), Qt::CaseInsensitive);
+           qEnvironmentVariable("XDG_CURRENT_DESKTOP")
+               .contains(QLatin1String("GNOME"), Qt::CaseInsensitive);
 }
 
 // The desktop theme's icon (its symbolic variant where the desktop uses those), else the style's
@@ -27,7 +28,8 @@ QIcon themeIcon(const char *name, QStyle::StandardPixmap fallback)
     const QIcon shipped = style ? style->standardIcon(fallback) : QIcon();
     const QString plain = QLatin1String(name);
     const QIcon colour = QIcon::fromTheme(plain, shipped);
-    return prefersSymbolicIcons() ? QIcon::fromTheme(plain + QLatin1String("-symbolic"), colour) : colour;
+    return prefersSymbolicIcons() ? QIcon::fromTheme(plain + QLatin1String("-symbolic"), colour)
+                                  : colour;
 }
 
 QWidget *spacer(bool flexible)

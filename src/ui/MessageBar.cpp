@@ -29,9 +29,10 @@ MessageBar::MessageBar(QWidget *parent) : QFrame(parent)
     mClose = new QToolButton(this);
     mClose->setObjectName(QStringLiteral("messageBarClose"));
     mClose->setAutoRaise(true);
-    mClose->setIcon(QIcon::fromTheme(QStringLiteral("window-close-symbolic"),
-                                     QIcon::fromTheme(QStringLiteral("window-close"),
-                                                      style()->standardIcon(QStyle::SP_TitleBarCloseButton))));
+    mClose->setIcon(
+        QIcon::fromTheme(QStringLiteral("window-close-symbolic"),
+                         QIcon::fromTheme(QStringLiteral("window-close"),
+                                          style()->standardIcon(QStyle::SP_TitleBarCloseButton))));
     //% "Dismiss"
     mClose->setToolTip(qtTrId("MessageBarDismiss"));
     mClose->setAccessibleName(mClose->toolTip());
@@ -57,11 +58,13 @@ void MessageBar::showMessage(Level level, const QString &text, const QString &ac
     const char *icon = level == Level::Success   ? "dialog-information"
                        : level == Level::Warning ? "dialog-warning"
                                                  : "dialog-error";
-    const QStyle::StandardPixmap fallback = level == Level::Success   ? QStyle::SP_MessageBoxInformation
-                                            : level == Level::Warning ? QStyle::SP_MessageBoxWarning
-                                                                      : QStyle::SP_MessageBoxCritical;
+    const QStyle::StandardPixmap fallback =
+        level == Level::Success   ? QStyle::SP_MessageBoxInformation
+        : level == Level::Warning ? QStyle::SP_MessageBoxWarning
+                                  : QStyle::SP_MessageBoxCritical;
     const int side = style()->pixelMetric(QStyle::PM_SmallIconSize, nullptr, this);
-    mIcon->setPixmap(QIcon::fromTheme(QLatin1String(icon), style()->standardIcon(fallback)).pixmap(side, side));
+    mIcon->setPixmap(
+        QIcon::fromTheme(QLatin1String(icon), style()->standardIcon(fallback)).pixmap(side, side));
     setAccessibleDescription(text);
     applyColors();
     show();
@@ -97,7 +100,8 @@ void MessageBar::applyColors()
                                                    : QColor(0xda, 0x44, 0x53);
     const QColor window = base.color(QPalette::Window);
     auto mix = [](const QColor &a, const QColor &b, double t) {
-        return QColor::fromRgbF(float(a.redF() * (1 - t) + b.redF() * t), float(a.greenF() * (1 - t) + b.greenF() * t),
+        return QColor::fromRgbF(float(a.redF() * (1 - t) + b.redF() * t),
+                                float(a.greenF() * (1 - t) + b.greenF() * t),
                                 float(a.blueF() * (1 - t) + b.blueF() * t));
     };
     QPalette p = palette();

@@ -6,13 +6,13 @@
 
 #include <QAbstractTableModel>
 #include <QApplication>
+#include <QCheckBox>
+#include <QDoubleSpinBox>
 #include <QHeaderView>
 #include <QIcon>
 #include <QPalette>
-#include <QCheckBox>
-#include <QDoubleSpinBox>
-#include <QSpinBox>
 #include <QPushButton>
+#include <QSpinBox>
 
 #include <cmath>
 
@@ -172,9 +172,9 @@ void PreferencesSheet::translate()
     //% "When a protected volume has less free space, the oldest days of its cache are removed "
     //% "(never today's)."
     const QString keepFreeTip = qtTrId("PreferencesKeepFreeTip");
-    for (QWidget *w : {static_cast<QWidget *>(mUi->keepFreeLabel),
-                       static_cast<QWidget *>(mUi->mKeepFreePercent),
-                       static_cast<QWidget *>(mUi->mKeepFreeGB)})
+    for (QWidget *w :
+         {static_cast<QWidget *>(mUi->keepFreeLabel), static_cast<QWidget *>(mUi->mKeepFreePercent),
+          static_cast<QWidget *>(mUi->mKeepFreeGB)})
         w->setToolTip(keepFreeTip);
     //% "Also keep files deleted permanently (rm, Shift+Delete)"
     mUi->mKeepPermanentDeletions->setText(qtTrId("PreferencesKeepPermanentDeletions"));
@@ -187,7 +187,8 @@ void PreferencesSheet::translate()
     //% "Names separated by “;”, e.g. .DS_Store;Thumbs.db"
     mUi->mPreferencesExcludeName->setPlaceholderText(qtTrId("PreferencesExcludeNamePlaceholder"));
     //% "Extensions separated by “;”, e.g. tmp;part"
-    mUi->mPreferencesExcludeExtensions->setPlaceholderText(qtTrId("PreferencesExcludeExtensionsPlaceholder"));
+    mUi->mPreferencesExcludeExtensions->setPlaceholderText(
+        qtTrId("PreferencesExcludeExtensionsPlaceholder"));
     //% "Protect"
     mUi->mProtectedVolumesProtectButton->setText(qtTrId("ProtectVolume"));
     //% "Do Not Protect"

@@ -25,8 +25,8 @@ QString startFolder()
 std::optional<QByteArray> chooseDestinationFolder(QWidget *parent)
 {
     //% "Restore To"
-    const QString folder = QFileDialog::getExistingDirectory(parent, qtTrId("RestoreToTitle"), startFolder(),
-                                                             QFileDialog::ShowDirsOnly);
+    const QString folder = QFileDialog::getExistingDirectory(
+        parent, qtTrId("RestoreToTitle"), startFolder(), QFileDialog::ShowDirsOnly);
     if (folder.isEmpty()) return std::nullopt;
     lastFolder() = folder;
     return QFile::encodeName(folder);

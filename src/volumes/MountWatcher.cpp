@@ -24,8 +24,7 @@ QList<QByteArray> mountPointsOf(const QByteArray &table)
 MountWatcher::MountWatcher(QObject *parent, const char *mountInfoPath) : QObject(parent)
 {
     mFd.reset(::open(mountInfoPath, O_RDONLY | O_CLOEXEC));
-    if (mFd.fd < 0)
-        return;
+    if (mFd.fd < 0) return;
     mMountPoints = mountPointsOf(MountInfo::readAll(mFd.fd));
     // Never a Read notifier: the file is always readable, and that would spin.
     mNotifier = new QSocketNotifier(mFd.fd, QSocketNotifier::Exception, this);
@@ -37,8 +36,8 @@ MountWatcher::~MountWatcher()
     delete mNotifier;
 }
 
-void MountWatcher::diff(const QList<QByteArray> &before, const QList<QByteArray> &after, QList<QByteArray> &mounted,
-                        QList<QByteArray> &unmounted)
+void MountWatcher::diff(const QList<QByteArray> &before, const QList<QByteArray> &after,
+                        QList<QByteArray> &mounted, QList<QByteArray> &unmounted)
 {
     QHash<QByteArray, int> balance;
     for (const QByteArray &p : after)
@@ -64,8 +63,7 @@ void MountWatcher::diff(const QList<QByteArray> &before, const QList<QByteArray>
 
 void MountWatcher::refresh()
 {
-    if (mFd.fd < 0)
-        return;
+    if (mFd.fd < 0) return;
     const QList<QByteArray> now = mountPointsOf(MountInfo::readAll(mFd.fd));
     QList<QByteArray> mounted, unmounted;
     diff(mMountPoints, now, mounted, unmounted);

@@ -15,7 +15,8 @@ class MountWatcher : public QObject
 {
     Q_OBJECT
 public:
-    explicit MountWatcher(QObject *parent = nullptr, const char *mountInfoPath = "/proc/self/mountinfo");
+    explicit MountWatcher(QObject *parent = nullptr,
+                          const char *mountInfoPath = "/proc/self/mountinfo");
     ~MountWatcher() override;
 
     bool isWatching() const { return mFd.fd >= 0; }
@@ -23,8 +24,8 @@ public:
     void refresh();
 
     // Pure diff of two tables' mount points (a path mounted twice counts twice).
-    static void diff(const QList<QByteArray> &before, const QList<QByteArray> &after, QList<QByteArray> &mounted,
-                     QList<QByteArray> &unmounted);
+    static void diff(const QList<QByteArray> &before, const QList<QByteArray> &after,
+                     QList<QByteArray> &mounted, QList<QByteArray> &unmounted);
 
 signals:
     void deviceDidMount(const QString &path);

@@ -8,7 +8,8 @@ namespace CommonUtils {
 
 void updateAllProtectedVolumesList()
 {
-    const std::optional<QVariantMap> chosen = Settings::dictionary(SettingsKeys::PrefsProtectedDisks);
+    const std::optional<QVariantMap> chosen =
+        Settings::dictionary(SettingsKeys::PrefsProtectedDisks);
     QStringList list;
     for (const QString &path : getAllMountedVolumes()) {
         if (path == QLatin1String("/")) {
@@ -16,10 +17,8 @@ void updateAllProtectedVolumesList()
             continue;
         }
         const auto description = getVolumeInfosForPath(path);
-        if (!description || description->uuid.isEmpty())
-            continue;
-        if (chosen && chosen->contains(description->uuid))
-            list.append(path);
+        if (!description || description->uuid.isEmpty()) continue;
+        if (chosen && chosen->contains(description->uuid)) list.append(path);
     }
     QMutexLocker lock(&VolumesState::mutex());
     VolumesState::protectedVolumes() = std::move(list);
@@ -29,8 +28,7 @@ QStringList getAllProtectedVolumes()
 {
     {
         QMutexLocker lock(&VolumesState::mutex());
-        if (VolumesState::protectedVolumes())
-            return *VolumesState::protectedVolumes();
+        if (VolumesState::protectedVolumes()) return *VolumesState::protectedVolumes();
     }
     updateAllProtectedVolumesList();
     QMutexLocker lock(&VolumesState::mutex());
@@ -39,14 +37,12 @@ QStringList getAllProtectedVolumes()
 
 bool isVolumeProtected(const QString &path)
 {
-    if (path == QLatin1String("/"))
-        return true;
-    const std::optional<QVariantMap> chosen = Settings::dictionary(SettingsKeys::PrefsProtectedDisks);
-    if (!chosen || chosen->isEmpty())
-        return false;
+    if (path == QLatin1String("/")) return true;
+    const std::optional<QVariantMap> chosen =
+        Settings::dictionary(SettingsKeys::PrefsProtectedDisks);
+    if (!chosen || chosen->isEmpty()) return false;
     const auto description = getVolumeInfosForPath(path);
-    if (!description || description->uuid.isEmpty())
-        return false;
+    if (!description || description->uuid.isEmpty()) return false;
     return chosen->contains(description->uuid);
 }
 

@@ -52,8 +52,7 @@ DiskDescription describe(const MountEntry &e, const QString &path)
 std::optional<QString> decodedPath(const QByteArray &bytes)
 {
     const QString s = QString::fromUtf8(bytes);
-    if (s.toUtf8() != bytes)
-        return std::nullopt;
+    if (s.toUtf8() != bytes) return std::nullopt;
     return s;
 }
 
@@ -70,26 +69,22 @@ bool isEligibleMountPoint(const QString &path)
 
 bool deviceIsValid(const QString &path)
 {
-    if (path.isNull())
-        return false;
-    static const char *const invalid[] = {"Network", "/Network", "/Volumes/Boot OS X", "/Volumes/Recovery",
-                                          "/Volumes/Recovery HD"};
+    if (path.isNull()) return false;
+    static const char *const invalid[] = {"Network", "/Network", "/Volumes/Boot OS X",
+                                          "/Volumes/Recovery", "/Volumes/Recovery HD"};
     for (const char *s : invalid)
-        if (path == QLatin1String(s))
-            return false;
+        if (path == QLatin1String(s)) return false;
     return !path.startsWith(QLatin1String("/Volumes/com.apple.TimeMachine.localsnapshots"));
 }
 
 std::optional<DiskDescription> getDADesciptionForVolumePath(const QString &path)
 {
-    if (path.isNull())
-        return std::nullopt;
+    if (path.isNull()) return std::nullopt;
     const QByteArray wanted = path.toUtf8();
     const QList<MountEntry> table = MountInfo::parse(currentMountTable());
     // The last mount on a path is the one that is visible there.
     for (auto it = table.crbegin(); it != table.crend(); ++it)
-        if (it->mountPoint == wanted)
-            return describe(*it, path);
+        if (it->mountPoint == wanted) return describe(*it, path);
     return std::nullopt;
 }
 
@@ -98,8 +93,7 @@ void updateAllMountedVolumesList()
     QMap<QString, DiskDescription> scratch;
     for (const MountEntry &e : MountInfo::parse(currentMountTable())) {
         const auto path = decodedPath(e.mountPoint);
-        if (!path || !isEligibleMountPoint(*path))
-            continue;
+        if (!path || !isEligibleMountPoint(*path)) continue;
         scratch.insert(*path, describe(e, *path));
     }
     QMutexLocker lock(&VolumesState::mutex());
@@ -117,8 +111,7 @@ static QMap<QString, DiskDescription> mountedTable()
 {
     {
         QMutexLocker lock(&VolumesState::mutex());
-        if (VolumesState::mountedVolumes())
-            return *VolumesState::mountedVolumes();
+        if (VolumesState::mountedVolumes()) return *VolumesState::mountedVolumes();
     }
     updateAllMountedVolumesList();
     QMutexLocker lock(&VolumesState::mutex());
@@ -128,8 +121,9 @@ static QMap<QString, DiskDescription> mountedTable()
 QStringList getAllMountedVolumes()
 {
     QStringList paths = mountedTable().keys();
-    std::stable_sort(paths.begin(), paths.end(),
-                     [](const QString &a, const QString &b) { return a.compare(b, Qt::CaseInsensitive) < 0; });
+    std::stable_sort(paths.begin(), paths.end(), [](const QString &a, const QString &b) {
+        return a.compare(b, Qt::CaseInsensitive) < 0;
+    });
     return paths;
 }
 
@@ -137,8 +131,7 @@ std::optional<DiskDescription> getVolumeInfosForPath(const QString &path)
 {
     const auto table = mountedTable();
     const auto it = table.constFind(path);
-    if (it == table.cend())
-        return std::nullopt;
+    if (it == table.cend()) return std::nullopt;
     return *it;
 }
 

@@ -13,5 +13,5 @@
 namespace VolumesState {
 QMutex &mutex();
 std::optional<QMap<QString, DiskDescription>> &mountedVolumes(); // sAllMountedVolumes
-std::optional<QStringList> &protectedVolumes();                   // sAllProtectedVolumes
+std::optional<QStringList> &protectedVolumes();                  // sAllProtectedVolumes
 } // namespace VolumesState

@@ -7,8 +7,8 @@
 #include "cache/TypedStream.h"
 #include "common/Texts.h"
 
-#include <QByteArrayList>
 #include "PathJoin.h"
+#include <QByteArrayList>
 
 #include <QCoreApplication>
 #include <QTest>

@@ -18,11 +18,11 @@
 #include "logic/RemovalQueue.h"
 #include "logic/RestoreActions.h"
 #include "ui/LossesDialog.h"
+#include "ui/MessageBar.h"
 #include "ui/PreferencesSheet.h"
 #include "ui/PreviewPanel.h"
 #include "ui/ProgressArea.h"
 #include "ui/TableView.h"
-#include "ui/MessageBar.h"
 #include "ui/ZEL_Colors.h"
 #include "ui_PreferencesSheet.h"
 #include "volumes/Volumes.h"
@@ -141,9 +141,11 @@ class TstWindow : public QObject
         for (const QByteArray &n : names) {
             const int row = rowOf(n);
             QVERIFY2(row >= 0, n.constData());
-            selection.select(c->ui.mContentsModel->index(row, 0), c->ui.mContentsModel->index(row, 3));
+            selection.select(c->ui.mContentsModel->index(row, 0),
+                             c->ui.mContentsModel->index(row, 3));
         }
-        c->ui.mTableViewContents->selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
+        c->ui.mTableViewContents->selectionModel()->select(selection,
+                                                           QItemSelectionModel::ClearAndSelect);
     }
 
     // "/", /media/u/A and /media/u/B mounted, with UUIDs "UUID-<minor>".
@@ -506,14 +508,15 @@ private slots:
                                  3000);
         QTRY_VERIFY_WITH_TIMEOUT(!c->probe.sizing(), 2000);
         QVERIFY2(c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - ") +
-                                                    CommonUtils::getSizeStr(total)),
+                                                       CommonUtils::getSizeStr(total)),
                  qPrintable(c->ui.mContentsInfos->text()));
         QVERIFY(!c->probe.sizingMustStop());
         // An empty folder shows the size text for zero.
         c->ui.mTableViewContents->selectRowAlone(0);
-        QTRY_VERIFY_WITH_TIMEOUT(c->ui.mContentsInfos->text().startsWith(QStringLiteral("empty\n")) &&
-                                     c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - 0")),
-                                 3000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            c->ui.mContentsInfos->text().startsWith(QStringLiteral("empty\n")) &&
+                c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - 0")),
+            3000);
         // Leaving the list empties the line.
         QTRY_VERIFY_WITH_TIMEOUT(!c->probe.sizing(), 2000);
         c->ui.mTableViewContents->clearSelection();
@@ -532,10 +535,10 @@ private slots:
         c->ui.mTableViewContents->selectRowAlone(0);
         QTest::qWait(120); // the first calculation starts
         c->ui.mTableViewContents->selectRowAlone(1);
-        QTRY_VERIFY_WITH_TIMEOUT(c->ui.mContentsInfos->text().startsWith(QStringLiteral("small\n")) &&
-                                     c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - 7")) &&
-                                     !c->probe.sizing(),
-                                 3000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            c->ui.mContentsInfos->text().startsWith(QStringLiteral("small\n")) &&
+                c->ui.mContentsInfos->text().endsWith(QStringLiteral(" - 7")) && !c->probe.sizing(),
+            3000);
     }
 
     void statusLines()
@@ -632,7 +635,8 @@ private slots:
         QVERIFY(Losses::record(
             {when.addSecs(60), "/home/u/a\nb", QStringLiteral("kept incomplete"), true}));
         QTRY_COMPARE_WITH_TIMEOUT(c->probe.lossWatch()->summary().count, 2, 3000);
-        QVERIFY(c->probe.lossesInfo()->text().contains(Losses::summaryText({2, when}).toHtmlEscaped()));
+        QVERIFY(
+            c->probe.lossesInfo()->text().contains(Losses::summaryText({2, when}).toHtmlEscaped()));
         QCOMPARE(textColor(c->probe.lossesInfo()), ZEL_Colors::getRedColor_Adaptable());
 
         emit c->probe.lossesInfo()->linkActivated(QStringLiteral("losses"));
@@ -769,13 +773,15 @@ private slots:
     {
         QList<QByteArray> all;
         for (int i = 0; i < 30; ++i)
-            all.append(item("2024-05-01", "09_00_00", "n" + QByteArray::number(i).rightJustified(2, '0')));
+            all.append(
+                item("2024-05-01", "09_00_00", "n" + QByteArray::number(i).rightJustified(2, '0')));
         launch();
         QVERIFY(c->ui.window->statusBar()->isHidden());
         QVERIFY(Fixture::settle(*c));
         c->ui.mTableViewContents->selectAll();
         QCOMPARE(c->selectedContentsPaths().size(), 30);
-        c->probe.removals()->setItemHookForTesting([](const QByteArray &) { QThread::msleep(100); });
+        c->probe.removals()->setItemHookForTesting(
+            [](const QByteArray &) { QThread::msleep(100); });
 
         ProgressArea *area = c->ui.mRemovalProgressArea;
         QCOMPARE(area->cancelButton()->toolTip(), qtTrId("CancelButton"));
@@ -842,8 +848,9 @@ private slots:
         QVERIFY(!c->probe.drawingDragImage());
         std::unique_ptr<QMimeData> data(c->writeRowsWithIndexes(contents, {0, 1}));
         QVERIFY(data);
-        QCOMPARE(RestoreActions::pathsFromMimeData(*data),
-                 (QByteArrayList{c->probe.contents().fullPath(0), c->probe.contents().fullPath(1)}));
+        QCOMPARE(
+            RestoreActions::pathsFromMimeData(*data),
+            (QByteArrayList{c->probe.contents().fullPath(0), c->probe.contents().fullPath(1)}));
         QVERIFY(QByteArrayList({first, second}).contains(c->probe.contents().fullPath(0)));
         QVERIFY(c->probe.drawingDragImage());
         QTRY_VERIFY_WITH_TIMEOUT(!c->probe.drawingDragImage(), 2000);
@@ -869,7 +876,8 @@ private slots:
         QVERIFY(panel->isVisible());
         // Over the main window, and on its screen.
         QVERIFY(c->ui.window->frameGeometry().contains(panel->frameGeometry().center()));
-        QVERIFY(c->ui.window->screen()->availableGeometry().contains(panel->frameGeometry().topLeft()));
+        QVERIFY(
+            c->ui.window->screen()->availableGeometry().contains(panel->frameGeometry().topLeft()));
         QCOMPARE(c->probe.quickLook().items(), QByteArrayList{c->probe.contents().fullPath(0)});
         // Shown once its loading thread handed it over (which also orders that thread's file
         // closing before the clean-up's).
@@ -891,20 +899,26 @@ private slots:
         item("2024-05-01", "09_00_00", "photos/one.jpg");
         const QByteArray notes = item("2024-05-01", "09_00_00", "notes.txt");
         item("2024-05-01", "09_00_00", "orphan.txt");
-        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "report.txt", home + "/Documents/report.txt"));
-        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "photos", home + "/Pictures/2024/photos"));
-        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "notes.txt", home + "/Documents/notes.txt"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "report.txt",
+                                     home + "/Documents/report.txt"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "photos",
+                                     home + "/Pictures/2024/photos"));
+        QVERIFY(TestEnv::writeOrigin(cache, "2024-05-01", time, "notes.txt",
+                                     home + "/Documents/notes.txt"));
         c = new TestDelegate;
         QSignalSpy filled(c, &AppDelegate::contentsOriginsFilled);
         QVERIFY(Fixture::launchAndSettle(*c));
-        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"notes.txt", "orphan.txt", "photos", "report.txt"}));
+        QCOMPARE(Fixture::names(*c),
+                 QList<QByteArray>({"notes.txt", "orphan.txt", "photos", "report.txt"}));
         QTRY_VERIFY(!filled.isEmpty()); // the origins come after the rows
 
         // The fourth column: the folder, whole in the tooltip, nothing for an item without record.
-        QCOMPARE(c->ui.mContentsModel->headerData(3, Qt::Horizontal, Qt::DisplayRole).toString(), qtTrId("ColumnOriginalLocation"));
+        QCOMPARE(c->ui.mContentsModel->headerData(3, Qt::Horizontal, Qt::DisplayRole).toString(),
+                 qtTrId("ColumnOriginalLocation"));
         const QModelIndex reportOrigin = c->ui.mContentsModel->index(rowOf("report.txt"), 3);
         QCOMPARE(reportOrigin.data().toString(), QFile::decodeName(home + "/Documents"));
-        QCOMPARE(reportOrigin.data(Qt::ToolTipRole).toString(), QFile::decodeName(home + "/Documents"));
+        QCOMPARE(reportOrigin.data(Qt::ToolTipRole).toString(),
+                 QFile::decodeName(home + "/Documents"));
         QCOMPARE(c->ui.mContentsModel->index(rowOf("photos"), 3).data().toString(),
                  QFile::decodeName(home + "/Pictures/2024"));
         QVERIFY(c->ui.mContentsModel->index(rowOf("orphan.txt"), 3).data().toString().isEmpty());
@@ -915,14 +929,17 @@ private slots:
         c->ui.window->resize(1200, 600);
         Fixture::clickHeader(*c, QStringLiteral("4"));
         QVERIFY(c->probe.sortOrder() == ContentsSort::ByOrigin);
-        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"orphan.txt", "notes.txt", "report.txt", "photos"}));
+        QCOMPARE(Fixture::names(*c),
+                 QList<QByteArray>({"orphan.txt", "notes.txt", "report.txt", "photos"}));
         Fixture::clickHeader(*c, QStringLiteral("4"));
         QVERIFY(c->probe.sortOrder() == ContentsSort::ByOriginDescending);
-        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
+        QCOMPARE(Fixture::names(*c),
+                 QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
         filled.clear();
         scanAndWait(); // a new scan lists in that order too, once its origins are in
         QTRY_VERIFY(!filled.isEmpty());
-        QCOMPARE(Fixture::names(*c), QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
+        QCOMPARE(Fixture::names(*c),
+                 QList<QByteArray>({"photos", "report.txt", "notes.txt", "orphan.txt"}));
         Fixture::clickHeader(*c, QStringLiteral("1"));
         QVERIFY(c->probe.sortOrder() == ContentsSort::ByName);
 
@@ -933,7 +950,8 @@ private slots:
         QVERIFY(!putBack->isEnabled());
         QCOMPARE(putBack->toolTip(), qtTrId("PutBackNoOriginTip"));
         QCOMPARE(c->ui.mToolbar->widgetForAction(putBack)->toolTip(), qtTrId("PutBackNoOriginTip"));
-        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(c->ui.mTableViewContents, c->ui.mTableViewContents));
+        std::unique_ptr<QMenu> menu(
+            c->getFloatingPopupMenu(c->ui.mTableViewContents, c->ui.mTableViewContents));
         QVERIFY(menu->actions().contains(putBack));
 
         // A file, and a folder whose original parent was deleted meanwhile.
@@ -964,11 +982,15 @@ private slots:
         c->ui.mTableViewContents->setFocus();
         RecordingPresenter skip(1);
         Alerts::setPresenter(&skip);
-        QTest::keyClick(c->ui.mTableViewContents, Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
-        QTRY_COMPARE(bar->text(), qtTrId("RestoreNameTaken").arg(QStringLiteral("Documents"), QStringLiteral("notes.txt")));
+        QTest::keyClick(c->ui.mTableViewContents, Qt::Key_R,
+                        Qt::ControlModifier | Qt::ShiftModifier);
+        QTRY_COMPARE(bar->text(),
+                     qtTrId("RestoreNameTaken")
+                         .arg(QStringLiteral("Documents"), QStringLiteral("notes.txt")));
         QCOMPARE(skip.alerts.size(), 1);
-        QCOMPARE(skip.alerts[0].buttons,
-                 QStringList({qtTrId("KeepBothButton"), qtTrId("SkipButton"), qtTrId("CancelButton")}));
+        QCOMPARE(
+            skip.alerts[0].buttons,
+            QStringList({qtTrId("KeepBothButton"), qtTrId("SkipButton"), qtTrId("CancelButton")}));
         QCOMPARE(bar->level(), MessageBar::Level::Warning);
         QVERIFY(bar->actionButton()->isHidden());
         QVERIFY(TestEnv::exists(notes));
@@ -1040,8 +1062,13 @@ private slots:
         c->copySelectedItems();
         const QString expected =
             qtTrId("RestoreDone1").arg(QStringLiteral("Restored")) + QLatin1Char('\n') +
-            qtTrId("RestoreNameTaken").arg(QStringLiteral("Restored"), QStringLiteral("taken.txt")) +
-            QLatin1Char('\n') + qtTrId("RestorePartial").arg(QStringLiteral("box"), QStringLiteral("sock (%1)").arg(QStringLiteral("a device or socket cannot be restored")));
+            qtTrId("RestoreNameTaken")
+                .arg(QStringLiteral("Restored"), QStringLiteral("taken.txt")) +
+            QLatin1Char('\n') +
+            qtTrId("RestorePartial")
+                .arg(QStringLiteral("box"),
+                     QStringLiteral("sock (%1)")
+                         .arg(QStringLiteral("a device or socket cannot be restored")));
         QTRY_COMPARE(bar->text(), expected);
         QCOMPARE(bar->level(), MessageBar::Level::Warning);
         QCOMPARE(TestEnv::readFile(target + "/box/keep.txt"), QByteArray("x"));
@@ -1074,7 +1101,8 @@ private slots:
         QTest::keyClick(contents, Qt::Key_Delete);
         Alerts::setPresenter(nullptr);
         QCOMPARE(cancel.alerts.size(), 2);
-        QCOMPARE(cancel.alerts[0].message, qtTrId("DeleteOneItemTitle").arg(QStringLiteral("other")));
+        QCOMPARE(cancel.alerts[0].message,
+                 qtTrId("DeleteOneItemTitle").arg(QStringLiteral("other")));
         QCOMPARE(cancel.alerts[1].message, qtTrId("DeleteItemsTitle").arg(2));
         QCOMPARE(cancel.alerts[1].buttons.first(), qtTrId("CancelButton")); // the default
         QCOMPARE(cancel.alerts[1].style, Alerts::Alert::Style::Critical);
@@ -1103,7 +1131,8 @@ private slots:
 
         QList<QPointer<QMenu>> menus;
         QObject watch;
-        connect(contents, &TableView::contextualMenuShown, &watch, [&](QMenu *m) { menus.append(m); });
+        connect(contents, &TableView::contextualMenuShown, &watch,
+                [&](QMenu *m) { menus.append(m); });
         contents->selectRowAlone(0);
         contents->setFocus();
         QTest::keyClick(contents, Qt::Key_Menu);

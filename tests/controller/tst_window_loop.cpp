@@ -21,7 +21,6 @@ class TstWindowLoop : public QObject
     const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AC");
     const QString mountPoint = QStringLiteral("/mnt/sv3 window vol");
 
-
     static QByteArray logText()
     {
         return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
@@ -34,11 +33,12 @@ private slots:
         if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
         Texts::install(*QCoreApplication::instance());
         env = new TestEnv;
-        QVERIFY(TestEnv::runProgram(QStringLiteral("mount"), {"-t", "tmpfs", "sv3wintest", "/mnt"}));
+        QVERIFY(
+            TestEnv::runProgram(QStringLiteral("mount"), {"-t", "tmpfs", "sv3wintest", "/mnt"}));
         const QString image = images.filePath(QStringLiteral("vol.img"));
         QVERIFY(TestEnv::runProgram(QStringLiteral("truncate"), {"-s", "8M", image}));
         QVERIFY(TestEnv::runProgram(QStringLiteral("mkfs.ext4"),
-                    {"-q", "-F", "-U", uuid.toLower(), "-L", "SV3WIN", image}));
+                                    {"-q", "-F", "-U", uuid.toLower(), "-L", "SV3WIN", image}));
         QVERIFY(QDir().mkpath(mountPoint));
     }
     void cleanupTestCase() { delete env; }
@@ -51,8 +51,9 @@ private slots:
         QVERIFY(Fixture::launchAndSettle(c));
         QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 1);
 
-        QVERIFY(TestEnv::runProgram(QStringLiteral("mount"),
-                    {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
+        QVERIFY(TestEnv::runProgram(
+            QStringLiteral("mount"),
+            {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
         QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 2, 5000);
         QCOMPARE(c.ui.mSelectedVolumeMenu->itemText(1), QStringLiteral("sv3 window vol"));
         QCOMPARE(c.probe.protectedVolumes()[1].path, mountPoint);

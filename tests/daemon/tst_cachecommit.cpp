@@ -49,7 +49,7 @@ private slots:
         QCOMPARE(CacheCommit::numberedName(QByteArray(255, 'b'), 10), QByteArray(252, 'b') + " 10");
 
         const KeepPolicy::Exclusions ex(QStringLiteral("foo; bar;;Ünïcode"),
-                                         QStringLiteral("jpg;gz;"));
+                                        QStringLiteral("jpg;gz;"));
         for (const char *name :
              {"FOO", " bar", "ünÏcode", "x.JPG", "caf\xe9.jpg", "archive.tar.gz"})
             QVERIFY2(ex.matches(name), name);
@@ -69,9 +69,11 @@ private slots:
         QTest::addColumn<bool>("excludes");
         QTest::newRow("absent") << QVariant() << QVariant() << true << false;
         QTest::newRow("off") << QVariant(0) << QVariant(QStringLiteral("x")) << false << true;
-        QTest::newRow("off as text") << QVariant(QStringLiteral("0")) << QVariant() << false << false;
+        QTest::newRow("off as text")
+            << QVariant(QStringLiteral("0")) << QVariant() << false << false;
         QTest::newRow("true") << QVariant(true) << QVariant() << true << false;
-        QTest::newRow("not a number") << QVariant(QStringLiteral("no")) << QVariant() << true << false;
+        QTest::newRow("not a number")
+            << QVariant(QStringLiteral("no")) << QVariant() << true << false;
         QTest::newRow("names not text") << QVariant(1) << QVariant(7) << true << false;
     }
     void keepPolicyFromSettings()
@@ -82,8 +84,9 @@ private slots:
         QFETCH(bool, excludes);
         {
             const auto s = Settings::open();
-            for (const auto &[key, v] : {std::pair{SettingsKeys::PrefsProtectionEnabled, protection},
-                                         std::pair{SettingsKeys::PrefsExcludeName, names}})
+            for (const auto &[key, v] :
+                 {std::pair{SettingsKeys::PrefsProtectionEnabled, protection},
+                  std::pair{SettingsKeys::PrefsExcludeName, names}})
                 v.isValid() ? s->setValue(QLatin1String(key), v) : s->remove(QLatin1String(key));
         }
         const KeepPolicy p = KeepPolicy::read();
@@ -107,7 +110,7 @@ private slots:
         const mode_t oldMask = umask(0);
         const QList<CacheCommit::Result> results =
             Deletion::deleteIntoCache({home + "/rm/one/n.txt", home + "/rm/two/n.txt/",
-                                          home + "/rm/dir", home + "/rm/" + odd});
+                                       home + "/rm/dir", home + "/rm/" + odd});
         umask(oldMask);
         for (const auto &r : results)
             QVERIFY2(r.ok(), qPrintable(r.message()));

@@ -1,7 +1,8 @@
 // Calls the wrapped functions the way programs do and prints what they returned, so that a test
 // can compare the results with and without the preload library.
-//   keep_probe CALL PATH      CALL: unlink, rmdir, remove, unlinkat, unlinkat-dir; prints "rc errno"
-//   keep_probe threads DIR N  unlinks DIR/f0 .. DIR/f<N-1> from 8 threads at once through one
+//   keep_probe CALL PATH      CALL: unlink, rmdir, remove, unlinkat, unlinkat-dir; prints "rc
+//   errno" keep_probe threads DIR N  unlinks DIR/f0 .. DIR/f<N-1> from 8 threads at once through
+//   one
 //                             descriptor of DIR; prints the number of calls that failed
 #include <atomic>
 #include <cerrno>
@@ -41,11 +42,16 @@ int main(int argc, char **argv)
     const char *call = argv[1], *path = argv[2];
     errno = 0;
     int rc = -2;
-    if (!std::strcmp(call, "unlink")) rc = unlink(path);
-    else if (!std::strcmp(call, "rmdir")) rc = rmdir(path);
-    else if (!std::strcmp(call, "remove")) rc = remove(path);
-    else if (!std::strcmp(call, "unlinkat")) rc = unlinkat(AT_FDCWD, path, 0);
-    else if (!std::strcmp(call, "unlinkat-dir")) rc = unlinkat(AT_FDCWD, path, AT_REMOVEDIR);
+    if (!std::strcmp(call, "unlink"))
+        rc = unlink(path);
+    else if (!std::strcmp(call, "rmdir"))
+        rc = rmdir(path);
+    else if (!std::strcmp(call, "remove"))
+        rc = remove(path);
+    else if (!std::strcmp(call, "unlinkat"))
+        rc = unlinkat(AT_FDCWD, path, 0);
+    else if (!std::strcmp(call, "unlinkat-dir"))
+        rc = unlinkat(AT_FDCWD, path, AT_REMOVEDIR);
     std::printf("%d %d\n", rc, rc == 0 ? 0 : errno);
     return 0;
 }

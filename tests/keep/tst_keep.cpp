@@ -39,7 +39,9 @@ using Snapshot = QMap<QByteArray, QByteArray>;
 
 void snapshotInto(const QByteArray &path, const QByteArray &rel, Snapshot &out)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (lstat(path.constData(), &st) != 0) return;
     QByteArray d = QByteArray::number(st.st_mode, 8);
     if (S_ISLNK(st.st_mode)) {
@@ -117,15 +119,17 @@ class TstKeep : public QObject
 
     keeptable::Table table(bool on = true)
     {
-        keeptable::Table t =
-            keeptable::Table::withDefaults(home.toStdString(), (home + "/.local/share/Trash").toStdString());
+        keeptable::Table t = keeptable::Table::withDefaults(
+            home.toStdString(), (home + "/.local/share/Trash").toStdString());
         // The temporary home lies in /tmp.
         auto &places = t.lists[keeptable::ExcludedPlaces];
         places.erase(std::find(places.begin(), places.end(), "/tmp"));
         places.push_back((home + "/excluded").toStdString());
         t.lists[keeptable::ExcludedExtensions] = {"bak"};
         t.lists[keeptable::ProtectedMounts] = {"/"};
-        struct stat st{};
+        struct stat st
+        {
+        };
         stat(home.constData(), &st);
         t.volumes.push_back({std::uint64_t(st.st_dev), cache.toStdString(), "/"});
         t.on = on;
@@ -197,15 +201,17 @@ private slots:
     {
         // Nothing but the wrapped calls leaves it, and it needs nothing but the C library.
         QProcess nm;
-        nm.start(QStringLiteral("nm"), {QStringLiteral("-D"), QStringLiteral("--defined-only"),
-                                        QStringLiteral("--format=just-symbols"),
-                                        QStringLiteral(KEEP_LIBRARY)});
+        nm.start(QStringLiteral("nm"),
+                 {QStringLiteral("-D"), QStringLiteral("--defined-only"),
+                  QStringLiteral("--format=just-symbols"), QStringLiteral(KEEP_LIBRARY)});
         QVERIFY(nm.waitForFinished());
         QByteArrayList symbols = nm.readAllStandardOutput().trimmed().split('\n');
         std::sort(symbols.begin(), symbols.end());
-        QCOMPARE(symbols, QByteArrayList({"chdir", "fchdir", "remove", "rmdir", "unlink", "unlinkat"}));
+        QCOMPARE(symbols,
+                 QByteArrayList({"chdir", "fchdir", "remove", "rmdir", "unlink", "unlinkat"}));
         QProcess readelf;
-        readelf.start(QStringLiteral("readelf"), {QStringLiteral("-d"), QStringLiteral(KEEP_LIBRARY)});
+        readelf.start(QStringLiteral("readelf"),
+                      {QStringLiteral("-d"), QStringLiteral(KEEP_LIBRARY)});
         QVERIFY(readelf.waitForFinished());
         const QByteArray dynamic = readelf.readAllStandardOutput();
         QCOMPARE(dynamic.count("(NEEDED)"), 1);
@@ -240,22 +246,25 @@ private slots:
         QTest::addColumn<QByteArray>("topdir");
         QTest::addColumn<QByteArray>("path");
         const QByteArray group = "[Trash Info]\n";
-        QTest::newRow("absolute") << group + "Path=/home/u/a%20b.txt\nDeletionDate=2024-05-03T14:07:55\n"
-                                  << QByteArray("/vol") << QByteArray("/home/u/a b.txt");
-        QTest::newRow("not UTF-8, CRLF") << QByteArray("[Trash Info]\r\nPath=/d/latin%FF%fe-1\r\n") << QByteArray()
-                                         << "/d/" + kLatin1Name;
+        QTest::newRow("absolute")
+            << group + "Path=/home/u/a%20b.txt\nDeletionDate=2024-05-03T14:07:55\n"
+            << QByteArray("/vol") << QByteArray("/home/u/a b.txt");
+        QTest::newRow("not UTF-8, CRLF") << QByteArray("[Trash Info]\r\nPath=/d/latin%FF%fe-1\r\n")
+                                         << QByteArray() << "/d/" + kLatin1Name;
         QTest::newRow("relative, joined to the top")
-            << group + "Path=docs/x" << QByteArray("/media/u/usb") << QByteArray("/media/u/usb/docs/x");
-        QTest::newRow("relative without a top") << group + "Path=docs/x" << QByteArray() << QByteArray();
+            << group + "Path=docs/x" << QByteArray("/media/u/usb")
+            << QByteArray("/media/u/usb/docs/x");
+        QTest::newRow("relative without a top")
+            << group + "Path=docs/x" << QByteArray() << QByteArray();
         QTest::newRow("other group first") << "[Other]\nPath=/wrong\n" + group + "Path=/right\n"
                                            << QByteArray() << QByteArray("/right");
-        QTest::newRow("outside the group") << QByteArray("Path=/x\n[Trash Info]\n") << QByteArray()
-                                           << QByteArray();
+        QTest::newRow("outside the group")
+            << QByteArray("Path=/x\n[Trash Info]\n") << QByteArray() << QByteArray();
         QTest::newRow("bad escape") << group + "Path=/a%2" << QByteArray() << QByteArray();
         QTest::newRow("NUL escape") << group + "Path=/a%00b" << QByteArray() << QByteArray();
         QTest::newRow("empty") << group + "Path=\n" << QByteArray() << QByteArray();
-        QTest::newRow("longer than a path") << group + "Path=/" + QByteArray(PATH_MAX, 'a')
-                                            << QByteArray() << QByteArray();
+        QTest::newRow("longer than a path")
+            << group + "Path=/" + QByteArray(PATH_MAX, 'a') << QByteArray() << QByteArray();
     }
 
     void trashInfo()
@@ -276,27 +285,30 @@ private slots:
         QTest::addColumn<QByteArrayList>("items");
         QTest::addColumn<QByteArray>("needs");
         const QByteArray py = "/usr/bin/python3 -c ";
-        QTest::newRow("rm FILE") << QByteArray("rm file.txt") << QByteArrayList{"file.txt"} << QByteArray();
-        QTest::newRow("rm -r TREE") << QByteArray("rm -r tree") << QByteArrayList{"tree"} << QByteArray();
+        QTest::newRow("rm FILE") << QByteArray("rm file.txt") << QByteArrayList{"file.txt"}
+                                 << QByteArray();
+        QTest::newRow("rm -r TREE")
+            << QByteArray("rm -r tree") << QByteArrayList{"tree"} << QByteArray();
         QTest::newRow("rm -rf FILE TREE") << QByteArray("rm -rf file.txt tree")
                                           << QByteArrayList{"file.txt", "tree"} << QByteArray();
         QTest::newRow("rm non-UTF-8 name") << QByteArray("rm -- \"$(printf 'latin\\377\\376-1')\"")
                                            << QByteArrayList{kLatin1Name} << QByteArray();
-        QTest::newRow("find -delete") << QByteArray("find tree -delete") << QByteArrayList{"tree"}
-                                      << QByteArray();
+        QTest::newRow("find -delete")
+            << QByteArray("find tree -delete") << QByteArrayList{"tree"} << QByteArray();
         QTest::newRow("os.remove") << py + "'import os; os.remove(\"file.txt\")'"
                                    << QByteArrayList{"file.txt"} << QByteArray("/usr/bin/python3");
         QTest::newRow("shutil.rmtree") << py + "'import shutil; shutil.rmtree(\"tree\")'"
                                        << QByteArrayList{"tree"} << QByteArray("/usr/bin/python3");
         // A bare name deleted in a folder of an unprotected file system first, then back home.
         QTest::newRow("os.remove after os.chdir")
-            << py + "'import os; d = os.getcwd(); os.chdir(\"/dev/shm\"); n = \"sv3-%d\" % os.getpid(); "
+            << py + "'import os; d = os.getcwd(); os.chdir(\"/dev/shm\"); n = \"sv3-%d\" % "
+                    "os.getpid(); "
                     "open(n, \"w\").close(); os.remove(n); os.chdir(d); os.remove(\"file.txt\")'"
             << QByteArrayList{"file.txt"} << QByteArray("/usr/bin/python3");
-        QTest::newRow("gio remove") << QByteArray("gio remove file.txt") << QByteArrayList{"file.txt"}
-                                    << QByteArray("gio");
-        QTest::newRow("probe remove") << QByteArray("$PROBE remove file.txt")
-                                      << QByteArrayList{"file.txt"} << QByteArray();
+        QTest::newRow("gio remove")
+            << QByteArray("gio remove file.txt") << QByteArrayList{"file.txt"} << QByteArray("gio");
+        QTest::newRow("probe remove")
+            << QByteArray("$PROBE remove file.txt") << QByteArrayList{"file.txt"} << QByteArray();
         // Entries of a folder that stays are items of their own.
         QTest::newRow("rm FILES of one folder")
             << QByteArray("rm tree/a.txt tree/link tree/sub/b.bin")
@@ -313,7 +325,8 @@ private slots:
         QFETCH(QByteArray, command);
         QFETCH(QByteArrayList, items);
         QFETCH(QByteArray, needs);
-        if (needs.startsWith('/') && !have(needs.constData())) QSKIP("the program is not installed");
+        if (needs.startsWith('/') && !have(needs.constData()))
+            QSKIP("the program is not installed");
         if (!needs.isEmpty() && !needs.contains(' ') && !have(needs.constData()))
             QSKIP("the program is not installed");
         makeTree(home);
@@ -332,7 +345,9 @@ private slots:
         const QByteArrayList times = timeFolders(cache);
         QCOMPARE(times.size(), 1);
         // Items are kept under their own names, wherever they were deleted from.
-        const auto nameOf = [](const QByteArray &item) { return item.mid(item.lastIndexOf('/') + 1); };
+        const auto nameOf = [](const QByteArray &item) {
+            return item.mid(item.lastIndexOf('/') + 1);
+        };
         QByteArrayList sorted;
         for (const QByteArray &item : items)
             sorted.append(nameOf(item));
@@ -363,13 +378,15 @@ private slots:
         const QByteArray salvora = qgetenv("SALVORA_BIN_DIR") + "/salvora";
         QByteArray listing;
         QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
-                                    {QStringLiteral("ls"), QStringLiteral("--no-sizes")}, &listing));
+                                    {QStringLiteral("ls"), QStringLiteral("--no-sizes")},
+                                    &listing));
         const QByteArrayList times = timeFolders(cache);
         QCOMPARE(times.size(), 1);
         for (const QByteArray &item : {QByteArray("tree"), QByteArray("file.txt")})
             QVERIFY2(listing.contains(times.first() + '/' + item), listing.constData());
         QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
-                                    {QStringLiteral("restore"), QFile::decodeName(times.first() + "/tree"),
+                                    {QStringLiteral("restore"),
+                                     QFile::decodeName(times.first() + "/tree"),
                                      QStringLiteral("--to-original")}));
         // A copy: the same names, kinds and contents.
         const Snapshot after = snapshot(home + "/tree");
@@ -395,14 +412,15 @@ private slots:
         QTest::newRow("unlinkat dir not empty") << QByteArray("$PROBE unlinkat-dir tree");
         QTest::newRow("remove not empty") << QByteArray("$PROBE remove tree");
         QTest::newRow("rmdir file") << QByteArray("$PROBE rmdir file.txt");
-        QTest::newRow("rmdir link to folder") << QByteArray("ln -s tree/empty l && $PROBE rmdir l/");
+        QTest::newRow("rmdir link to folder")
+            << QByteArray("ln -s tree/empty l && $PROBE rmdir l/");
         QTest::newRow("rmdir .") << QByteArray("cd tree/empty/inner && $PROBE rmdir .");
         QTest::newRow("remove empty folder") << QByteArray("$PROBE remove tree/empty/inner");
         // As root too: without the capabilities that override permissions.
         const QByteArray plain =
             geteuid() == 0 ? "setpriv --bounding-set=-dac_override,-dac_read_search,-fowner " : "";
-        QTest::newRow("read-only folder")
-            << "chmod 555 tree/sub && " + plain + "$PROBE unlink tree/sub/b.bin; chmod 755 tree/sub";
+        QTest::newRow("read-only folder") << "chmod 555 tree/sub && " + plain +
+                                                 "$PROBE unlink tree/sub/b.bin; chmod 755 tree/sub";
         QTest::newRow("rm -rf read-only folder")
             << "chmod 555 tree/sub && " + plain + "rm -rf tree; chmod 755 tree/sub";
     }
@@ -434,9 +452,10 @@ private slots:
         QTest::addColumn<QByteArray>("command");
         QTest::addColumn<QByteArray>("target");
         QTest::addColumn<int>("tableState"); // 1 on, 0 off, -1 none
-        QTest::newRow("excluded folder") << QByteArray("rm excluded/x") << QByteArray("excluded/x") << 1;
-        QTest::newRow("excluded folder, absolute") << QByteArray("rm \"$PWD/excluded/x\"")
-                                                   << QByteArray("excluded/x") << 1;
+        QTest::newRow("excluded folder")
+            << QByteArray("rm excluded/x") << QByteArray("excluded/x") << 1;
+        QTest::newRow("excluded folder, absolute")
+            << QByteArray("rm \"$PWD/excluded/x\"") << QByteArray("excluded/x") << 1;
         QTest::newRow("home cache") << QByteArray("rm .cache/x") << QByteArray(".cache/x") << 1;
         QTest::newRow("trash") << QByteArray("rm .local/share/Trash/info/x.trashinfo")
                                << QByteArray(".local/share/Trash/info/x.trashinfo") << 1;
@@ -446,14 +465,15 @@ private slots:
         QTest::newRow("trashed without .trashinfo")
             << QByteArray("rm -r .local/share/Trash/files/orphan")
             << QByteArray(".local/share/Trash/files/orphan") << 1;
-        QTest::newRow("inside the cache") << QByteArray("rm -r .Salvora3Cache/old")
-                                          << QByteArray(".Salvora3Cache/old") << 1;
-        for (const char *name : {"x.tmp", "x~", ".#x", "x.swp", "x.part", ".goutputstream-AB12",
-                                 "x.bak", "X.BAK"})
+        QTest::newRow("inside the cache")
+            << QByteArray("rm -r .Salvora3Cache/old") << QByteArray(".Salvora3Cache/old") << 1;
+        for (const char *name :
+             {"x.tmp", "x~", ".#x", "x.swp", "x.part", ".goutputstream-AB12", "x.bak", "X.BAK"})
             QTest::newRow(name) << "rm '" + QByteArray(name) + "'" << QByteArray(name) << 1;
-        QTest::newRow("version control") << QByteArray("bash -c 'exec -a git rm x'") << QByteArray("x") << 1;
-        QTest::newRow("recipe of make") << QByteArray("printf 'all:\\n\\trm x\\n' | make -s -f -")
-                                        << QByteArray("x") << 1;
+        QTest::newRow("version control")
+            << QByteArray("bash -c 'exec -a git rm x'") << QByteArray("x") << 1;
+        QTest::newRow("recipe of make")
+            << QByteArray("printf 'all:\\n\\trm x\\n' | make -s -f -") << QByteArray("x") << 1;
         QTest::newRow("hard link") << QByteArray("ln x x2 && rm x") << QByteArray("x") << 1;
         QTest::newRow("bypassed") << QByteArray("SALVORA3_KEEP=0 rm x") << QByteArray("x") << 1;
         QTest::newRow("protection off") << QByteArray("rm x") << QByteArray("x") << 0;
@@ -466,7 +486,8 @@ private slots:
         QFETCH(QByteArray, target);
         QFETCH(int, tableState);
         if (command.contains("make") && !have("make")) QSKIP("make is not installed");
-        QVERIFY(TestEnv::writeFile(home + '/' + target + (target.endsWith("old") ? "/f" : ""), "data"));
+        QVERIFY(
+            TestEnv::writeFile(home + '/' + target + (target.endsWith("old") ? "/f" : ""), "data"));
         QVERIFY(TestEnv::writeFile(home + "/x", "x"));
         if (tableState == 0) publish(table(false));
         if (tableState < 0) QCOMPARE(keeptable::withdraw(keeptable::defaultPath()), 0);
@@ -482,14 +503,16 @@ private slots:
         // Many threads of one process share its batch: every file is kept, each under its name.
         const int n = 2000;
         for (int i = 0; i < n; ++i)
-            QVERIFY(TestEnv::writeFile(home + "/many/f" + QByteArray::number(i), QByteArray::number(i)));
+            QVERIFY(TestEnv::writeFile(home + "/many/f" + QByteArray::number(i),
+                                       QByteArray::number(i)));
         const Run r = run("$PROBE threads many " + QByteArray::number(n));
         QCOMPARE(r.output.trimmed(), QByteArray("0"));
         const QByteArrayList times = timeFolders(cache);
         QCOMPARE(times.size(), 1);
         QCOMPARE(entries(times.first()).size(), n);
         for (int i = 0; i < n; i += 97)
-            QCOMPARE(TestEnv::readFile(times.first() + "/f" + QByteArray::number(i)), QByteArray::number(i));
+            QCOMPARE(TestEnv::readFile(times.first() + "/f" + QByteArray::number(i)),
+                     QByteArray::number(i));
     }
 
     void tableChanges()
@@ -503,10 +526,11 @@ private slots:
         e.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(KEEP_LIBRARY));
         p.setProcessEnvironment(e);
         p.setWorkingDirectory(QFile::decodeName(home));
-        p.start(QStringLiteral("/usr/bin/python3"),
-                {QStringLiteral("-c"),
-                 QStringLiteral("import os, sys\nfor line in sys.stdin:\n    os.remove(line.strip())\n"
-                                "    print('ok', flush=True)\n")});
+        p.start(
+            QStringLiteral("/usr/bin/python3"),
+            {QStringLiteral("-c"),
+             QStringLiteral("import os, sys\nfor line in sys.stdin:\n    os.remove(line.strip())\n"
+                            "    print('ok', flush=True)\n")});
         QVERIFY(p.waitForStarted());
         const auto removeIn = [&](const char *name) {
             p.write(QByteArray(name) + '\n');
@@ -532,14 +556,16 @@ private slots:
     {
         if (!have("make") || !have("cc")) QSKIP("make and cc are needed");
         const QByteArray project = home + "/project";
-        QVERIFY(TestEnv::writeFile(project + "/main.c", "int helper(void);\nint main(void) { return helper(); }\n"));
+        QVERIFY(TestEnv::writeFile(project + "/main.c",
+                                   "int helper(void);\nint main(void) { return helper(); }\n"));
         QVERIFY(TestEnv::writeFile(project + "/helper.c", "int helper(void) { return 0; }\n"));
         QVERIFY(TestEnv::writeFile(project + "/Makefile",
                                    "prog: main.o helper.o\n\tcc -o prog main.o helper.o\n"
                                    "%.o: %.c\n\tcc -c -o $@ $<\n"
                                    "clean:\n\trm -f prog *.o\n"));
-        const Run r = run("make -s && touch helper.c && make -s && ./prog && make -s clean && make -s",
-                          true, project);
+        const Run r =
+            run("make -s && touch helper.c && make -s && ./prog && make -s clean && make -s", true,
+                project);
         QVERIFY2(r.exitCode == 0, r.output.constData());
         QCOMPARE(timeFolders(cache), QByteArrayList());
     }
@@ -553,12 +579,15 @@ private slots:
         keeptable::Table t = KeepFeed::tableFor(true);
         QVERIFY(t.on);
         QVERIFY(t.volumes.empty()); // no cache yet: the library never makes one
-        QCOMPARE(t.lists[keeptable::ExcludedNames], std::vector<std::string>({"Thumbs.db", "secret"}));
+        QCOMPARE(t.lists[keeptable::ExcludedNames],
+                 std::vector<std::string>({"Thumbs.db", "secret"}));
         QCOMPARE(t.lists[keeptable::ExcludedExtensions], std::vector<std::string>({"bak"}));
         QVERIFY(!KeepFeed::tableFor(false).on);
         QVERIFY(mkdir(cache.constData(), 0700) == 0);
         t = KeepFeed::tableFor(true);
-        struct stat st{};
+        struct stat st
+        {
+        };
         QVERIFY(stat(home.constData(), &st) == 0);
         QCOMPARE(t.volumes.size(), std::size_t(1));
         QCOMPARE(t.volumes.front().dev, std::uint64_t(st.st_dev));
@@ -605,22 +634,25 @@ private slots:
         std::sort(files.begin(), files.end());
         QTest::newRow("200 rounds of trash and unlink")
             << QByteArray("for i in $(seq 200); do echo \"content $i\" > f$i; done")
-            << QByteArray("T=$XDG_DATA_HOME/Trash && mkdir -p $T/files $T/info && for i in $(seq 200); do "
-                          "printf '[Trash Info]\\nPath=%s\\nDeletionDate=2026-01-01T00:00:00\\n' "
-                          "\"$PWD/orig/f$i\" > $T/info/f$i.trashinfo && mv orig/f$i $T/files/ && "
-                          "if [ $((i % 2)) = 0 ]; then rm $T/info/f$i.trashinfo $T/files/f$i; "
-                          "else rm $T/files/f$i $T/info/f$i.trashinfo; fi || exit 1; done")
+            << QByteArray(
+                   "T=$XDG_DATA_HOME/Trash && mkdir -p $T/files $T/info && for i in $(seq 200); do "
+                   "printf '[Trash Info]\\nPath=%s\\nDeletionDate=2026-01-01T00:00:00\\n' "
+                   "\"$PWD/orig/f$i\" > $T/info/f$i.trashinfo && mv orig/f$i $T/files/ && "
+                   "if [ $((i % 2)) = 0 ]; then rm $T/info/f$i.trashinfo $T/files/f$i; "
+                   "else rm $T/files/f$i $T/info/f$i.trashinfo; fi || exit 1; done")
             << files;
         QTest::newRow("trash-put and trash-empty of 20000 files")
-            << QByteArray("mkdir -p big/empty/inner && cd big && for d in $(seq 20); do mkdir d$d && "
-                          "for f in $(seq 1000); do echo $d.$f > d$d/f$f; done; done")
+            << QByteArray(
+                   "mkdir -p big/empty/inner && cd big && for d in $(seq 20); do mkdir d$d && "
+                   "for f in $(seq 1000); do echo $d.$f > d$d/f$f; done; done")
             << QByteArray("trash-put orig/big && trash-empty --trash-dir=\"$XDG_DATA_HOME/Trash\"")
             << QByteArrayList{"big"};
         // Emptied once the daemon's shadow holds the item: the library deletes the FIFO for real,
         // the shadow's link of it joins the kept item.
         QTest::newRow("shadowed, with what the library does not keep")
             << QByteArray("mkdir -p tree/sub && echo a > tree/a && mkfifo tree/sub/pipe")
-            << QByteArray("trash-put orig/tree && sleep 1 && trash-empty --trash-dir=\"$XDG_DATA_HOME/Trash\"")
+            << QByteArray("trash-put orig/tree && sleep 1 && trash-empty "
+                          "--trash-dir=\"$XDG_DATA_HOME/Trash\"")
             << QByteArrayList{"tree"};
         // As GNOME empties: moved to expunged/, its .trashinfo deleted, then deleted there, all
         // by one process; the daemon's shadow is ready by then.
@@ -634,7 +666,8 @@ private slots:
             << "T=$XDG_DATA_HOME/Trash && mkdir -p $T/files $T/info $T/expunged && "
                "printf '[Trash Info]\\nPath=%s\\nDeletionDate=2026-01-01T00:00:00\\n' "
                "\"$PWD/orig/tree\" > $T/info/tree.trashinfo && mv orig/tree $T/files/ && sleep 0.5 "
-               "&& /usr/bin/python3 -c \"" + gnome + "\" $T"
+               "&& /usr/bin/python3 -c \"" +
+                   gnome + "\" $T"
             << QByteArrayList{"tree"};
     }
 
@@ -649,7 +682,8 @@ private slots:
             QSKIP("no session bus (run through ctest, which starts a private one)");
         if (command.contains("trash-") && (!have("trash-put") || !have("trash-empty")))
             QSKIP("needs trash-cli; see scripts/deps.sh");
-        if (command.contains("python3") && !have("/usr/bin/python3")) QSKIP("python3 is not installed");
+        if (command.contains("python3") && !have("/usr/bin/python3"))
+            QSKIP("python3 is not installed");
         const QByteArray orig = home + "/orig";
         QVERIFY(TestEnv::makeFolders(orig));
         QCOMPARE(run(setup, false, orig).exitCode, 0);
@@ -705,9 +739,12 @@ private slots:
         const QByteArray salvora = qgetenv("SALVORA_BIN_DIR") + "/salvora";
         const QByteArray profile = "export EDITOR=vi\n# mine\n";
         QVERIFY(TestEnv::writeFile(home + "/.profile", profile));
-        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
-        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
-        const QByteArray env = TestEnv::readFile(home + "/.config/environment.d/60-salvora3-keep.conf");
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
+                                    {QStringLiteral("keep"), QStringLiteral("on")}));
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
+                                    {QStringLiteral("keep"), QStringLiteral("on")}));
+        const QByteArray env =
+            TestEnv::readFile(home + "/.config/environment.d/60-salvora3-keep.conf");
         const qsizetype at = env.indexOf("\nSALVORA3_KEEP_LIBRARY=/");
         QVERIFY2(at > 0 && env.endsWith("libsalvora3-keep.so\n"), env.constData());
         const QByteArray library = env.mid(at + 23).trimmed();
@@ -716,34 +753,45 @@ private slots:
         const QByteArray generator = qgetenv("SALVORA_BIN_DIR") + "/../lib/60-salvora3-keep";
         const QByteArray other = home + "/other.so"; // a real library: the shell preloads it too
         QVERIFY(QFile::copy(QFile::decodeName(library), QFile::decodeName(other)));
-        const struct { QByteArray lib, preload, expect; } generated[] = {
+        const struct
+        {
+            QByteArray lib, preload, expect;
+        } generated[] = {
             {library, other, "LD_PRELOAD=" + library + ' ' + other + '\n'},
             {library, library, ""},
             {home + "/gone.so", "", ""},
         };
         for (const auto &g : generated) {
-            const Run r = run("SALVORA3_KEEP_LIBRARY='" + g.lib + "' LD_PRELOAD='" + g.preload + "' sh '" +
-                                  generator + "'", false);
+            const Run r = run("SALVORA3_KEEP_LIBRARY='" + g.lib + "' LD_PRELOAD='" + g.preload +
+                                  "' sh '" + generator + "'",
+                              false);
             QCOMPARE(r.output, g.expect);
         }
         const QByteArray withBlock = TestEnv::readFile(home + "/.profile");
         QVERIFY(withBlock.startsWith(profile));
         QCOMPARE(withBlock.count("salvora3 keep"), 2);
         // A login shell gets it once, before what it preloaded already.
-        const Run login = run("LD_PRELOAD=/usr/lib/none.so; . ./.profile; . ./.profile; echo \"$LD_PRELOAD\"", false);
-        QVERIFY2(login.output.endsWith("libsalvora3-keep.so /usr/lib/none.so\n"), login.output.constData());
+        const Run login = run(
+            "LD_PRELOAD=/usr/lib/none.so; . ./.profile; . ./.profile; echo \"$LD_PRELOAD\"", false);
+        QVERIFY2(login.output.endsWith("libsalvora3-keep.so /usr/lib/none.so\n"),
+                 login.output.constData());
         QByteArray status;
-        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("status")}, &status));
-        QVERIFY2(status.contains("keep permanent deletions: on") && status.contains("daemon's table: on"),
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
+                                    {QStringLiteral("keep"), QStringLiteral("status")}, &status));
+        QVERIFY2(status.contains("keep permanent deletions: on") &&
+                     status.contains("daemon's table: on"),
                  status.constData());
-        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("off")}));
+        QVERIFY(TestEnv::runProgram(QFile::decodeName(salvora),
+                                    {QStringLiteral("keep"), QStringLiteral("off")}));
         QCOMPARE(TestEnv::readFile(home + "/.profile"), profile);
         QVERIFY(!TestEnv::exists(home + "/.config/environment.d/60-salvora3-keep.conf"));
 
         // A ~/.profile that is a link is not written through, and then nothing is set at all.
-        QVERIFY(QFile::rename(QFile::decodeName(home + "/.profile"), QFile::decodeName(home + "/profile.real")));
+        QVERIFY(QFile::rename(QFile::decodeName(home + "/.profile"),
+                              QFile::decodeName(home + "/profile.real")));
         QVERIFY(symlink("profile.real", (home + "/.profile").constData()) == 0);
-        QVERIFY(!TestEnv::runProgram(QFile::decodeName(salvora), {QStringLiteral("keep"), QStringLiteral("on")}));
+        QVERIFY(!TestEnv::runProgram(QFile::decodeName(salvora),
+                                     {QStringLiteral("keep"), QStringLiteral("on")}));
         QVERIFY(!TestEnv::exists(home + "/.config/environment.d/60-salvora3-keep.conf"));
         QCOMPARE(TestEnv::readFile(home + "/profile.real"), profile);
     }
@@ -760,7 +808,9 @@ private slots:
         QVERIFY(mkdir((vol + "/.Salvora3Cache").constData(), 0711) == 0);
         QVERIFY(mkdir(volCache.constData(), 0700) == 0);
         keeptable::Table t = table();
-        struct stat st{};
+        struct stat st
+        {
+        };
         QVERIFY(stat(vol.constData(), &st) == 0);
         t.volumes.push_back({std::uint64_t(st.st_dev), volCache.toStdString(), vol.toStdString()});
         t.lists[keeptable::ProtectedMounts].push_back(vol.toStdString());

@@ -34,8 +34,9 @@ struct EverVisible
     bool seen = false;
     EverVisible(WorkProgress &progress, WorkJob::Kind kind)
     {
-        QObject::connect(&progress, &WorkProgress::changed, &progress,
-                         [this, &progress, kind] { seen = seen || progress.summary(kind).visible; });
+        QObject::connect(&progress, &WorkProgress::changed, &progress, [this, &progress, kind] {
+            seen = seen || progress.summary(kind).visible;
+        });
     }
 };
 
@@ -46,14 +47,16 @@ class TstRestoreActions : public QObject
     Q_OBJECT
     TestEnv *env = nullptr;
 
-    static Restore::ItemResult result(const QByteArray &target, Restore::Outcome outcome, bool moved = false)
+    static Restore::ItemResult result(const QByteArray &target, Restore::Outcome outcome,
+                                      bool moved = false)
     {
         Restore::ItemResult r;
         r.source = "/c/2024-05-01/2024-05-01 09_00_00/" + Restore::lastComponent(target);
         r.target = target;
         r.outcome = outcome;
         r.moved = moved;
-        if (outcome == Restore::Outcome::Failed) r.error = QStringLiteral("read: Permission denied");
+        if (outcome == Restore::Outcome::Failed)
+            r.error = QStringLiteral("read: Permission denied");
         return r;
     }
 
@@ -72,45 +75,57 @@ private slots:
         QTest::addColumn<int>("level");
         QTest::addColumn<QStringList>("lines");
         QTest::addColumn<int>("shown"); // what "Show" reveals
-        const int toFolder = int(RestoreReport::Kind::ToFolder), putBack = int(RestoreReport::Kind::PutBack);
+        const int toFolder = int(RestoreReport::Kind::ToFolder),
+                  putBack = int(RestoreReport::Kind::PutBack);
         Restore::ItemResult partial = result("/out/box", O::Copied);
         partial.leftOut = {{"sub/sock", QStringLiteral("a device or socket cannot be restored")}};
 
-        QTest::newRow("one copied") << toFolder << QList<Restore::ItemResult>{result("/out/a", O::Copied)}
-                                    << QByteArrayList() << int(L::Success)
-                                    << QStringList{qtTrId("RestoreDone1").arg("out")} << 1;
+        QTest::newRow("one copied")
+            << toFolder << QList<Restore::ItemResult>{result("/out/a", O::Copied)}
+            << QByteArrayList() << int(L::Success) << QStringList{qtTrId("RestoreDone1").arg("out")}
+            << 1;
         QTest::newRow("two copied, one taken")
             << toFolder
-            << QList<Restore::ItemResult>{result("/out/a", O::Copied), result("/out/b", O::SkippedExisting),
+            << QList<Restore::ItemResult>{result("/out/a", O::Copied),
+                                          result("/out/b", O::SkippedExisting),
                                           result("/out/c", O::Copied)}
             << QByteArrayList() << int(L::Warning)
-            << QStringList{qtTrId("RestoreDone").arg("2", "out"), qtTrId("RestoreNameTaken").arg("out", "b")} << 2;
-        QTest::newRow("all taken") << toFolder
-                                   << QList<Restore::ItemResult>{result("/out/a", O::SkippedExisting),
-                                                                 result("/out/b", O::SkippedExisting)}
-                                   << QByteArrayList() << int(L::Warning)
-                                   << QStringList{qtTrId("RestoreNamesTaken").arg("2", "out", "a, b")} << 0;
-        QTest::newRow("failed") << toFolder << QList<Restore::ItemResult>{result("/out/a", O::Failed)}
-                                << QByteArrayList() << int(L::Error)
-                                << QStringList{qtTrId("RestoreItemFailed").arg("a", "read: Permission denied")} << 0;
-        QTest::newRow("partial folder") << toFolder << QList<Restore::ItemResult>{partial} << QByteArrayList()
-                                        << int(L::Warning)
-                                        << QStringList{qtTrId("RestoreDone1").arg("out"),
-                                                       qtTrId("RestorePartial").arg("box", "sub/sock (a device or socket cannot be restored)")}
-                                        << 1;
+            << QStringList{qtTrId("RestoreDone").arg("2", "out"),
+                           qtTrId("RestoreNameTaken").arg("out", "b")}
+            << 2;
+        QTest::newRow("all taken")
+            << toFolder
+            << QList<Restore::ItemResult>{result("/out/a", O::SkippedExisting),
+                                          result("/out/b", O::SkippedExisting)}
+            << QByteArrayList() << int(L::Warning)
+            << QStringList{qtTrId("RestoreNamesTaken").arg("2", "out", "a, b")} << 0;
+        QTest::newRow("failed")
+            << toFolder << QList<Restore::ItemResult>{result("/out/a", O::Failed)}
+            << QByteArrayList() << int(L::Error)
+            << QStringList{qtTrId("RestoreItemFailed").arg("a", "read: Permission denied")} << 0;
+        QTest::newRow("partial folder")
+            << toFolder << QList<Restore::ItemResult>{partial} << QByteArrayList()
+            << int(L::Warning)
+            << QStringList{qtTrId("RestoreDone1").arg("out"),
+                           qtTrId("RestorePartial")
+                               .arg("box", "sub/sock (a device or socket cannot be restored)")}
+            << 1;
         QTest::newRow("put back in one folder")
             << putBack
             << QList<Restore::ItemResult>{result("/h/Documents/a", O::Copied, true),
                                           result("/h/Documents/b", O::Copied, true)}
-            << QByteArrayList() << int(L::Success) << QStringList{qtTrId("PutBackDone").arg("2", "Documents")} << 2;
+            << QByteArrayList() << int(L::Success)
+            << QStringList{qtTrId("PutBackDone").arg("2", "Documents")} << 2;
         QTest::newRow("put back in two folders")
             << putBack
             << QList<Restore::ItemResult>{result("/h/Documents/a", O::Copied, true),
                                           result("/h/Pictures/b", O::Copied, true)}
-            << QByteArrayList() << int(L::Success) << QStringList{qtTrId("PutBackDoneMany").arg(2)} << 2;
-        QTest::newRow("no record") << putBack << QList<Restore::ItemResult>()
-                                   << QByteArrayList{"/c/2024-05-01/2024-05-01 09_00_00/orphan"} << int(L::Error)
-                                   << QStringList{qtTrId("PutBackNoOrigin").arg("orphan")} << 0;
+            << QByteArrayList() << int(L::Success) << QStringList{qtTrId("PutBackDoneMany").arg(2)}
+            << 2;
+        QTest::newRow("no record")
+            << putBack << QList<Restore::ItemResult>()
+            << QByteArrayList{"/c/2024-05-01/2024-05-01 09_00_00/orphan"} << int(L::Error)
+            << QStringList{qtTrId("PutBackNoOrigin").arg("orphan")} << 0;
     }
     void restoreMessages()
     {
@@ -286,8 +301,9 @@ private slots:
         const qint64 done = progress.summary(WorkJob::Kind::Restore).done;
         QVERIFY(done >= 4 && done < 60);
 
-        const QStringList copied = QDir(QString::fromLocal8Bit(dest))
-                                       .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        const QStringList copied =
+            QDir(QString::fromLocal8Bit(dest))
+                .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
         QVERIFY(copied.size() <= done);
         for (const QString &name : copied) {
             QVERIFY2(!name.startsWith(QLatin1Char('.')), qPrintable(name));

@@ -29,7 +29,8 @@ TestEnv::TestEnv() : mOldHome(qgetenv("HOME"))
     qputenv("XDG_RUNTIME_DIR", home + "/.run");
     QDir().mkpath(QFile::decodeName(home + "/.run"));
     ::chmod(home + "/.run", 0700);
-    QSettings::setPath(Settings::jsonFormat(), QSettings::UserScope, QFile::decodeName(home + "/.config"));
+    QSettings::setPath(Settings::jsonFormat(), QSettings::UserScope,
+                       QFile::decodeName(home + "/.config"));
     CommonUtils::resetVolumesLists();
 }
 
@@ -54,24 +55,28 @@ bool TestEnv::runProgram(const QString &program, const QStringList &args, QByteA
 bool TestEnv::mountExt4Image(const QString &image, const QString &uuid, const QString &mountPoint,
                              int megabytes)
 {
-    return runProgram(QStringLiteral("truncate"), {QStringLiteral("-s%1M").arg(megabytes), image}) &&
-           runProgram(QStringLiteral("mkfs.ext4"),
-                      {QStringLiteral("-q"), QStringLiteral("-F"), QStringLiteral("-U"),
-                       uuid.toLower(), image}) &&
+    return runProgram(QStringLiteral("truncate"),
+                      {QStringLiteral("-s%1M").arg(megabytes), image}) &&
+           runProgram(QStringLiteral("mkfs.ext4"), {QStringLiteral("-q"), QStringLiteral("-F"),
+                                                    QStringLiteral("-U"), uuid.toLower(), image}) &&
            QDir().mkpath(mountPoint) &&
-           runProgram(QStringLiteral("mount"), {QStringLiteral("-o"), QStringLiteral("loop"), image,
-                                                mountPoint});
+           runProgram(QStringLiteral("mount"),
+                      {QStringLiteral("-o"), QStringLiteral("loop"), image, mountPoint});
 }
 
 mode_t TestEnv::modeOf(const QByteArray &path)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     return lstat(path.constData(), &st) == 0 ? st.st_mode & 07777 : 0;
 }
 
 bool TestEnv::exists(const QByteArray &path)
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     return lstat(path.constData(), &st) == 0;
 }
 
@@ -104,11 +109,9 @@ bool TestEnv::makeFolders(const QByteArray &path)
 {
     // Byte paths all the way: names need not be UTF-8.
     for (qsizetype i = 1; i <= path.size(); ++i) {
-        if (i < path.size() && path[i] != '/')
-            continue;
+        if (i < path.size() && path[i] != '/') continue;
         const QByteArray part = path.left(i);
-        if (::mkdir(part.constData(), 0777) != 0 && errno != EEXIST)
-            return false;
+        if (::mkdir(part.constData(), 0777) != 0 && errno != EEXIST) return false;
     }
     return true;
 }
@@ -116,11 +119,9 @@ bool TestEnv::makeFolders(const QByteArray &path)
 bool TestEnv::writeFile(const QByteArray &path, QByteArrayView content)
 {
     const qsizetype slash = path.lastIndexOf('/');
-    if (slash > 0 && !makeFolders(path.left(slash)))
-        return false;
+    if (slash > 0 && !makeFolders(path.left(slash))) return false;
     const int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0)
-        return false;
+    if (fd < 0) return false;
     const bool ok = ::write(fd, content.data(), std::size_t(content.size())) == content.size();
     return ::close(fd) == 0 && ok;
 }
@@ -132,7 +133,8 @@ bool TestEnv::writeOrigin(const QByteArray &cache, const QByteArray &day, const 
         if (QString::fromUtf8(bytes).toUtf8() == bytes)
             o.insert(QLatin1String(key), QString::fromUtf8(bytes));
         else
-            o.insert(QLatin1String(key) + QLatin1String("64"), QString::fromLatin1(bytes.toBase64()));
+            o.insert(QLatin1String(key) + QLatin1String("64"),
+                     QString::fromLatin1(bytes.toBase64()));
     };
     QJsonObject o;
     o.insert(QLatin1String("time"), QString::fromLatin1(time));
@@ -147,8 +149,7 @@ bool TestEnv::writeOrigin(const QByteArray &cache, const QByteArray &day, const 
 QByteArray TestEnv::readFile(const QByteArray &path)
 {
     const int fd = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return {};
+    if (fd < 0) return {};
     QByteArray data;
     char buf[65536];
     for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;)

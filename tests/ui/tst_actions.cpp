@@ -107,15 +107,18 @@ private slots:
         for (const QAction *a : bar.actions())
             ids.append(a->objectName());
         QCOMPARE(ids, QStringList({"preferences", "space", "protectionON", "protectionOFF", "space",
-                                   "space", "putBackButton", "copyButton", "space", "removeButton", "flexibleSpace",
-                                   "showHelp", "space"}));
+                                   "space", "putBackButton", "copyButton", "space", "removeButton",
+                                   "flexibleSpace", "showHelp", "space"}));
         QCOMPARE(WindowActions::toolbarAllowedItemIdentifiers(), ids);
 
         const QList<std::pair<const char *, const char *>> labels{
-            {"protectionON", "StartProtection"}, {"protectionOFF", "StopProtection"},
-            {"copyButton", "RestoreToItem"},     {"removeButton", "RemoveItem"},
+            {"protectionON", "StartProtection"},
+            {"protectionOFF", "StopProtection"},
+            {"copyButton", "RestoreToItem"},
+            {"removeButton", "RemoveItem"},
             {"putBackButton", "PutBackItem"},
-            {"preferences", "Settings"},         {"showHelp", "ShowHelp"}};
+            {"preferences", "Settings"},
+            {"showHelp", "ShowHelp"}};
         for (const auto &[id, key] : labels) {
             QAction *a = actions.toolbarItem(QLatin1String(id));
             QVERIFY2(a, id);
@@ -192,7 +195,8 @@ private slots:
                  QKeySequence(Qt::CTRL | Qt::Key_Comma));
         QCOMPARE(actions.action(C::Refresh)->shortcut(), QKeySequence(Qt::Key_F5));
         QCOMPARE(actions.action(C::FocusSearch)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_F));
-        QCOMPARE(actions.action(C::PutBack)->shortcut(), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
+        QCOMPARE(actions.action(C::PutBack)->shortcut(),
+                 QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
         QCOMPARE(actions.action(C::RemoveItems)->shortcut(), QKeySequence(QKeySequence::Delete));
         // Destructive commands get no shortcut.
         QVERIFY(actions.action(C::RemoveAllCaches)->shortcut().isEmpty());
@@ -238,13 +242,15 @@ private slots:
         std::unique_ptr<QMenu> menu(actions.contentsMenu(item));
         QVERIFY(menu);
         QCOMPARE(menuTexts(menu.get()),
-                 QStringList({qtTrId("ContextualMenuRevealInFinder").arg("report.txt"), qtTrId("PutBackItem"),
-                              qtTrId("RestoreToItem"), qtTrId("ContextualMenuDelete").arg("report.txt")}));
+                 QStringList({qtTrId("ContextualMenuRevealInFinder").arg("report.txt"),
+                              qtTrId("PutBackItem"), qtTrId("RestoreToItem"),
+                              qtTrId("ContextualMenuDelete").arg("report.txt")}));
         // Put Back and Restore To are the window's own actions, with their state and shortcut.
         QCOMPARE(menu->actions()[2], actions.action(C::PutBack));
         for (QAction *a : menu->actions())
             a->trigger();
-        QCOMPARE(c.calls, QStringList({"showInFinder", "putBack", "copySelectedItems", "removeContents"}));
+        QCOMPARE(c.calls,
+                 QStringList({"showInFinder", "putBack", "copySelectedItems", "removeContents"}));
         QVERIFY(!actions.contentsMenu(item + ".gone"));
         QVERIFY(!actions.contentsMenu(QByteArray()));
     }

@@ -385,7 +385,8 @@ private slots:
         QVERIFY(!ui().mLaunchMenu->isChecked());
         QCOMPARE(ui().mPreferencesExcludeName->text(), QStringLiteral("a;b"));
         // The empty fields say how entries are separated.
-        QCOMPARE(ui().mPreferencesExcludeName->placeholderText(), qtTrId("PreferencesExcludeNamePlaceholder"));
+        QCOMPARE(ui().mPreferencesExcludeName->placeholderText(),
+                 qtTrId("PreferencesExcludeNamePlaceholder"));
         QCOMPARE(ui().mPreferencesExcludeExtensions->placeholderText(),
                  qtTrId("PreferencesExcludeExtensionsPlaceholder"));
         QCOMPARE(ui().mPreferencesRemoveFromCacheValue->text(), qtTrId("ManyDays").arg(30));
@@ -429,16 +430,16 @@ private slots:
         QTest::addColumn<bool>("toggle");
         QTest::addColumn<bool>("enabled");
         QTest::addColumn<QString>("note"); // an id; empty: no note shown
-        QTest::newRow("no library") << false << false << false << false << false
-                                    << "KeepLibraryMissing";
-        QTest::newRow("no library, still on") << false << true << false << false << true
-                                              << "KeepLibraryMissing";
-        QTest::newRow("on from the next login") << true << false << false << true << true
-                                                << "KeepFromNextLogin";
-        QTest::newRow("on in this session") << true << true << true << false << true
-                                            << "KeepSessionHasIt";
-        QTest::newRow("off from the next login") << true << true << true << true << true
-                                                 << "KeepStopsAtNextLogin";
+        QTest::newRow("no library")
+            << false << false << false << false << false << "KeepLibraryMissing";
+        QTest::newRow("no library, still on")
+            << false << true << false << false << true << "KeepLibraryMissing";
+        QTest::newRow("on from the next login")
+            << true << false << false << true << true << "KeepFromNextLogin";
+        QTest::newRow("on in this session")
+            << true << true << true << false << true << "KeepSessionHasIt";
+        QTest::newRow("off from the next login")
+            << true << true << true << true << true << "KeepStopsAtNextLogin";
         QTest::newRow("off") << true << false << false << false << true << "";
     }
     void keepCheckBoxShows()

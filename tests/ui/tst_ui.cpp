@@ -192,7 +192,6 @@ private slots:
         QCOMPARE(model.columnIdentifier(1), QStringLiteral("2"));
         QCOMPARE(model.columnForIdentifier(QStringLiteral("3")), -1);
     }
-
 };
 
 QTEST_MAIN(TstUi)

@@ -23,8 +23,7 @@ private slots:
     void initTestCase()
     {
         QString why;
-        if (!canMountPrivately(&why))
-            QSKIP(qPrintable(why));
+        if (!canMountPrivately(&why)) QSKIP(qPrintable(why));
         env = new TestEnv;
         // Our own /mnt, so nothing we create shows outside this namespace.
         QVERIFY(TestEnv::runProgram(QStringLiteral("mount"), {"-t", "tmpfs", "sv3test", "/mnt"}));
@@ -38,7 +37,8 @@ private slots:
         QSignalSpy mounted(&watcher, &MountWatcher::deviceDidMount);
         QSignalSpy unmounted(&watcher, &MountWatcher::deviceDidUnmount);
 
-        QVERIFY(TestEnv::mountExt4Image(images.filePath(QStringLiteral("vol.img")), uuid, mountPoint));
+        QVERIFY(
+            TestEnv::mountExt4Image(images.filePath(QStringLiteral("vol.img")), uuid, mountPoint));
         QTRY_COMPARE_WITH_TIMEOUT(mounted.size(), 1, 5000);
         QCOMPARE(mounted.at(0).at(0).toString(), mountPoint);
 

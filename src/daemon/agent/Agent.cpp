@@ -19,9 +19,9 @@
 #include "volumes/Volumes.h"
 
 #include <QElapsedTimer>
-#include <QProcess>
 #include <QFile>
 #include <QLoggingCategory>
+#include <QProcess>
 #include <QTimer>
 
 #include <algorithm>
@@ -62,7 +62,8 @@ QString cacheStateText(CacheFolder::State state)
     case CacheFolder::State::NeedsHelper:
         return QStringLiteral("its cache folder is not set up; only an administrator may allow it");
     case CacheFolder::State::Unsafe:
-        return QStringLiteral("a link, a file or a folder open to all stands where its cache should be");
+        return QStringLiteral(
+            "a link, a file or a folder open to all stands where its cache should be");
     case CacheFolder::State::NotOwned:
         return QStringLiteral("another account's folder stands where its cache should be");
     case CacheFolder::State::OtherDevice:
@@ -121,12 +122,8 @@ bool Agent::start()
 
     // The workers report on their own threads; what they say is handled here, in order.
     mShadows = std::make_unique<ShadowWorker>(
-        [this](const ShadowTaken &t) {
-            mMailbox.post([this, t] { onShadowTaken(t); });
-        },
-        [this](const Settled &s) {
-            mMailbox.post([this, s] { onSettled(s); });
-        });
+        [this](const ShadowTaken &t) { mMailbox.post([this, t] { onShadowTaken(t); }); },
+        [this](const Settled &s) { mMailbox.post([this, s] { onSettled(s); }); });
     mBackground = std::make_unique<BackgroundWorker>();
     mLoopTimer = new QTimer(this);
     mLoopTimer->setInterval(20);
@@ -287,7 +284,9 @@ void Agent::rebuildVolumes()
         const bool home = w.mount == "/";
         auto v = std::make_unique<Volume>(w.mount);
         v->uuid = w.uuid;
-        struct stat base{};
+        struct stat base
+        {
+        };
         if (::stat(home ? CommonUtils::homeFolder().constData() : w.mount.constData(), &base) == 0)
             v->baseDev = base.st_dev;
         const QByteArray uid = QByteArray::number(getuid());
@@ -315,7 +314,9 @@ void Agent::rebuildVolumes()
                 owner->adopt(r);
                 continue;
             }
-            struct stat st{};
+            struct stat st
+            {
+            };
             const QByteArray item = r.trashDir + "/files/" + r.trashName;
             if (::lstat(item.constData(), &st) != 0 || quint64(st.st_ino) != r.ino)
                 settle(volume, r);
@@ -339,7 +340,9 @@ void Agent::reconcileAll()
 
 bool Agent::isMounted(const Volume &v) const
 {
-    struct stat st{};
+    struct stat st
+    {
+    };
     const QByteArray base = v.mountPath == "/" ? CommonUtils::homeFolder() : v.mountPath;
     return ::stat(base.constData(), &st) == 0 && st.st_dev == v.baseDev;
 }
@@ -351,8 +354,10 @@ int Agent::openCacheFolder(Volume &v)
     if (fd < 0 && status.state == CacheFolder::State::NeedsHelper) {
         // The volume's shared cache folder is root's: that is what the privileged helper is for.
         const PrivilegedClient::Outcome o = mPrivileged->createCacheFolder(v.mountPath);
-        if (o.done) fd = CacheFolder::open(v.mountPath, true, &status);
-        else if (o.needsConsent) askConsent(v);
+        if (o.done)
+            fd = CacheFolder::open(v.mountPath, true, &status);
+        else if (o.needsConsent)
+            askConsent(v);
         else if (mPrivileged->isAvailable())
             qCWarning(lcAgent).noquote() << "privileged helper:" << o.message;
     }
@@ -388,10 +393,10 @@ void Agent::askConsent(Volume &v)
     connect(p, &QProcess::finished, this, [this, p, mount](int code, QProcess::ExitStatus) {
         p->deleteLater();
         CommonUtils::addToLogFile(
-            code == 0 ? QStringLiteral("An administrator let %1 keep deleted items.")
-                            .arg(logText(mount))
-                      : QStringLiteral("sv3daemon was not allowed to keep deleted items on %1.")
-                            .arg(logText(mount)));
+            code == 0
+                ? QStringLiteral("An administrator let %1 keep deleted items.").arg(logText(mount))
+                : QStringLiteral("sv3daemon was not allowed to keep deleted items on %1.")
+                      .arg(logText(mount)));
         if (code != 0) return;
         for (auto &volume : mVolumes) {
             if (volume->mountPath != mount) continue;
@@ -445,9 +450,9 @@ void Agent::onShadowTaken(const ShadowTaken &t)
         announce();
         return;
     }
-    qCInfo(lcAgent).noquote() << "shadow of" << logText(t.record.trashName) << ":"
-                              << t.stats.linked << "linked," << t.stats.copied << "copied,"
-                              << t.stats.failed << "failed in" << t.ms << "ms";
+    qCInfo(lcAgent).noquote() << "shadow of" << logText(t.record.trashName) << ":" << t.stats.linked
+                              << "linked," << t.stats.copied << "copied," << t.stats.failed
+                              << "failed in" << t.ms << "ms";
     if (t.stats.failed > 0) {
         // Should the item leave before a new walk saves the rest, this is why it was not kept.
         mShadowFailures.insert(t.record.id, describeErrno(t.stats.firstError));
@@ -486,10 +491,9 @@ void Agent::onSettled(const Settled &s)
         guardSpace();
         if (!s.completeness.complete) {
             const CacheCommit::Completeness &c = s.completeness;
-            QString how = c.missingBytes > 0
-                              ? QStringLiteral("%1 file(s) and %2 byte(s) missing")
-                                    .arg(c.missingFiles)
-                                    .arg(c.missingBytes)
+            QString how = c.missingBytes > 0 ? QStringLiteral("%1 file(s) and %2 byte(s) missing")
+                                                   .arg(c.missingFiles)
+                                                   .arg(c.missingBytes)
                           : c.missingFiles > 0
                               ? QStringLiteral("%1 file(s) missing").arg(c.missingFiles)
                               : QStringLiteral("files missing");

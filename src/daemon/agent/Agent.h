@@ -133,8 +133,8 @@ private:
     QTimer *mRetryTimer = nullptr;
     QTimer *mLoopTimer = nullptr;
     QTimer *mGuardTimer = nullptr;
-    QElapsedTimer mGuardClock; // since the last guard job was posted
-    bool mGuardQueued = false; // a guard job is on the background worker
+    QElapsedTimer mGuardClock;    // since the last guard job was posted
+    bool mGuardQueued = false;    // a guard job is on the background worker
     QSet<QByteArray> mGuardStuck; // volumes short of space with no older day left, as told
     Prefs mPrefs;
     std::vector<std::unique_ptr<Volume>> mVolumes;
@@ -152,7 +152,7 @@ private:
         QDateTime due;
         QString reason;
     };
-    QHash<QByteArray, Retry> mRetries; // by shadow id
+    QHash<QByteArray, Retry> mRetries;          // by shadow id
     QHash<QByteArray, QString> mShadowFailures; // shadows that could not be taken, and why
 
     // Coalesced per batch of events: one log entry and one notification for many items.

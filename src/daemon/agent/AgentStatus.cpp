@@ -7,9 +7,9 @@
 #include "TrashWatch.h"
 #include "cache/DayList.h"
 #include "cache/SpaceGuard.h"
-#include "common/SizeText.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
+#include "common/SizeText.h"
 
 #include <QFile>
 #include <QTimer>
@@ -48,20 +48,21 @@ QString Agent::statusText() const
                "last purge: %8; privileged helper: %9; running since %10; items not kept since "
                "start: %11; items waiting to be kept: %12; longest pause of its event loop "
                "while working: %13 ms.")
-        .arg(mPrefs.protection ? QStringLiteral("on") : QStringLiteral("off"),
-             mPrefs.retention.value_or(0) > 0 ? QStringLiteral("%1 day(s)").arg(*mPrefs.retention)
-                                              : QStringLiteral("for ever"),
-             mPrefs.exclusions.isEmpty() ? QStringLiteral("none") : QStringLiteral("some"),
-             volumes.isEmpty() ? QStringLiteral("none") : volumes.join(QStringLiteral(", ")))
-        .arg(pending)
-        .arg(mCaptured)
-        .arg(timeText(mLastCapture), timeText(mLastPurge),
-             mPrivileged->isAvailable() ? QStringLiteral("available")
-                                        : QStringLiteral("not available"),
-             timeText(mStarted))
-        .arg(mLost)
-        .arg(mRetries.size())
-        .arg(mLongestStallMs) +
+               .arg(mPrefs.protection ? QStringLiteral("on") : QStringLiteral("off"),
+                    mPrefs.retention.value_or(0) > 0
+                        ? QStringLiteral("%1 day(s)").arg(*mPrefs.retention)
+                        : QStringLiteral("for ever"),
+                    mPrefs.exclusions.isEmpty() ? QStringLiteral("none") : QStringLiteral("some"),
+                    volumes.isEmpty() ? QStringLiteral("none") : volumes.join(QStringLiteral(", ")))
+               .arg(pending)
+               .arg(mCaptured)
+               .arg(timeText(mLastCapture), timeText(mLastPurge),
+                    mPrivileged->isAvailable() ? QStringLiteral("available")
+                                               : QStringLiteral("not available"),
+                    timeText(mStarted))
+               .arg(mLost)
+               .arg(mRetries.size())
+               .arg(mLongestStallMs) +
            guardStatusText();
 }
 
@@ -107,7 +108,9 @@ void Agent::updateProtectedVolumesData()
         for (const Mounted &m : mounted) {
             if (stop) return;
             QVariantList days;
-            struct stat st{};
+            struct stat st
+            {
+            };
             if (::lstat(m.cache.constData(), &st) == 0 && S_ISDIR(st.st_mode))
                 for (const DayEntry &d : CommonUtils::getListOfDaysInCache(m.cache))
                     days.append(d.toVariantMap());

@@ -39,7 +39,9 @@ void DirWatch::arm()
     mPresent = false;
     mAncestor.clear();
 
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (::lstat(mPath.constData(), &st) == 0 && S_ISDIR(st.st_mode)) {
         mHandle =
             mInotify->addWatch(mPath, mMask | kSelf | IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK,

@@ -76,7 +76,9 @@ keeptable::Table KeepFeed::tableFor(bool protection)
     QSet<quint64> protectedDevices;
     for (const QString &volume : CommonUtils::getAllProtectedVolumes()) {
         const QByteArray path = QFile::encodeName(volume);
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (::stat(path == "/" ? home.constData() : path.constData(), &st) != 0) continue;
         if (path != "/") {
             // The volume's trashes hold the trash's own bookkeeping, never kept; their items are
@@ -121,7 +123,8 @@ void KeepFeed::watch(const QByteArrayList &caches)
     const QByteArray day = CommonUtils::nameForCacheFolderForToday().toLatin1();
     for (const QByteArray &cache : caches) {
         const QByteArray origins = cache + '/' + CacheCommit::kOriginsFolderName;
-        mWatcher->addPath(QFile::decodeName(QFile::exists(QFile::decodeName(origins)) ? origins : cache));
+        mWatcher->addPath(
+            QFile::decodeName(QFile::exists(QFile::decodeName(origins)) ? origins : cache));
         const QString today = QFile::decodeName(CacheCommit::originsFileFor(cache, day));
         if (QFile::exists(today)) mWatcher->addPath(today);
     }

@@ -61,16 +61,17 @@ void moveDay(int sharedFd, const QByteArray &sharedPath, const QByteArray &day, 
         if (timeFd.fd < 0) continue;
         for (const QByteArray &name : namesIn(timeFd.fd, false)) {
             const auto origin = origins.constFind(time + '/' + name);
-            struct stat st{};
-            const bool mine = origin != origins.cend()
-                                  ? origin->uid == qint64(me)
-                                  : fstatat(timeFd.fd, name.constData(), &st,
-                                            AT_SYMLINK_NOFOLLOW) == 0 &&
-                                        st.st_uid == me;
+            struct stat st
+            {
+            };
+            const bool mine = origin != origins.cend() ? origin->uid == qint64(me)
+                                                       : fstatat(timeFd.fd, name.constData(), &st,
+                                                                 AT_SYMLINK_NOFOLLOW) == 0 &&
+                                                             st.st_uid == me;
             if (!mine) continue;
-            const CacheCommit::Result r = CacheCommit::moveIntoFolder(
-                timeFd.fd, name, cacheFd, cacheFolder, day, time, name,
-                origin != origins.cend() ? origin->path : QByteArray());
+            const CacheCommit::Result r =
+                CacheCommit::moveIntoFolder(timeFd.fd, name, cacheFd, cacheFolder, day, time, name,
+                                            origin != origins.cend() ? origin->path : QByteArray());
             r.ok() ? ++moved.items : ++moved.failed;
             movedAny = movedAny || r.ok();
         }
@@ -86,7 +87,9 @@ void moveShadows(int sharedFd, const PendingArea &pending, Moved &moved)
 {
     Fd legacy(openSub(sharedFd, PendingArea::kFolderName));
     Fd mine(legacy.fd >= 0 ? openSub(legacy.fd, QByteArray::number(getuid()).constData()) : -1);
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (mine.fd < 0 || fstat(mine.fd, &st) != 0 || st.st_uid != getuid()) return;
     Fd target(pending.open(true));
     if (target.fd < 0) return;
@@ -126,7 +129,9 @@ void Agent::migrateLegacy(Volume &v, int cacheFd)
                                     .arg(moved.failed)
                               : QString()));
     // Root's shared folder is closed to everyone once no earlier version's day is left in it.
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (fstat(shared.fd, &st) == 0 && st.st_uid == 0 && (st.st_mode & 0777) != 0711)
         mPrivileged->createCacheFolder(v.mountPath);
     markDirty();
@@ -144,7 +149,9 @@ void Agent::tightenLegacyFolders()
     for (const QByteArray &folder :
          {home + "/.local", home + "/.local/share", data, data + "/Salvora 3"}) {
         Fd fd(::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (fd.fd < 0 || fstat(fd.fd, &st) != 0 || st.st_uid != getuid() ||
             (st.st_mode & S_IWOTH) == 0 || tightened.contains(folder))
             continue;

@@ -1,8 +1,8 @@
 #include "PendingArea.h"
 
+#include "SafeFile.h"
 #include "SafeRemove.h"
 #include "UniqueFd.h"
-#include "SafeFile.h"
 #include "cache/CacheFolder.h"
 #include "cache/FolderWalk.h"
 
@@ -126,9 +126,9 @@ QList<ShadowRecord> PendingArea::load() const
 std::optional<ShadowRecord> PendingArea::readRecord(const QByteArray &id) const
 {
     Fd pending(open(false));
-    Fd dir(pending.fd >= 0 ? openat(pending.fd, id.constData(),
-                                    O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
-                           : -1);
+    Fd dir(pending.fd >= 0
+               ? openat(pending.fd, id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+               : -1);
     if (dir.fd < 0) return std::nullopt;
     std::optional<ShadowRecord> r = ShadowRecord::parse(readSmallFile(dir.fd, kRecordName));
     if (r) r->id = id;
@@ -166,7 +166,8 @@ bool PendingArea::rewriteRecord(const ShadowRecord &record) const
     if (pending.fd < 0) return false;
     Fd dir(
         openat(pending.fd, record.id.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    return dir.fd >= 0 && safefile::replaceFile(dir.fd, kRecordName, record.serialize().toStdString(), 0600) == 0;
+    return dir.fd >= 0 &&
+           safefile::replaceFile(dir.fd, kRecordName, record.serialize().toStdString(), 0600) == 0;
 }
 
 int PendingArea::drop(const QByteArray &id) const

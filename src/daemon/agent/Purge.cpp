@@ -11,11 +11,11 @@
 #include "cache/FolderWalk.h"
 #include "cache/SizeRecords.h"
 #include "cache/SpaceGuard.h"
-#include "common/SizeText.h"
 #include "common/Locations.h"
 #include "common/Log.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
+#include "common/SizeText.h"
 #include "volumes/MountInfo.h"
 #include "volumes/Volumes.h"
 
@@ -170,8 +170,8 @@ void Agent::guardSpace()
                              .arg(logText(mount), o.failures.join(QStringLiteral(", ")));
             if (!o.removed.isEmpty()) {
                 removedAny = true;
-                SpaceGuard::recordAction({QDateTime::currentDateTime(), mount, o.wantedFree,
-                                          int(o.removed.size())});
+                SpaceGuard::recordAction(
+                    {QDateTime::currentDateTime(), mount, o.wantedFree, int(o.removed.size())});
                 lines << QStringLiteral("sv3daemon: %1 free on %2 after removing %3 day(s).")
                              .arg(free, logText(mount))
                              .arg(o.removed.size());

@@ -43,7 +43,7 @@ struct Entry
 struct HoldFrame
 {
     Fd dir;
-    Fd mirror; // its folder in the shadow, where files that cannot be held are linked at once
+    Fd mirror;       // its folder in the shadow, where files that cannot be held are linked at once
     std::string rel; // relative to the item, with a trailing slash ("" for the item itself)
     std::vector<char> buffer = std::vector<char>(FolderWalk::kEntryBufferSize);
     long have = 0;   // bytes of entries in the buffer
@@ -101,11 +101,16 @@ struct Frame
 struct Held
 {
     Fd fd;
-    struct stat st{};
+    struct stat st
+    {
+    };
     bool counted = false;
 
     Held() = default;
-    Held(Held &&o) noexcept : fd(std::move(o.fd)), st(o.st), counted(std::exchange(o.counted, false)) {}
+    Held(Held &&o) noexcept
+        : fd(std::move(o.fd)), st(o.st), counted(std::exchange(o.counted, false))
+    {
+    }
     Held &operator=(Held &&o) noexcept
     {
         release();
@@ -126,7 +131,9 @@ struct Held
 struct SeenFolder
 {
     std::string rel;
-    struct stat st{};
+    struct stat st
+    {
+    };
 };
 
 // A copy on its way: a temporary file in the mirror that takes its name once whole.
@@ -137,7 +144,9 @@ struct Copy
     Fd dir;
     QByteArray tmp;
     QByteArray name;
-    struct stat start{};
+    struct stat start
+    {
+    };
     off_t done = 0;
     int attempts = 1;
     bool fromHeld = false; // the source's name is gone: its descriptor is all there is
@@ -187,15 +196,17 @@ struct Mirror::State
     // The item itself, opened at once: emptying the trash may first move it elsewhere (GNOME's
     // expunged/), which a descriptor does not mind.
     Fd topItem;
-    struct stat topStat{};
+    struct stat topStat
+    {
+    };
     QByteArray srcName;
     QByteArray dstName;
     enum class Phase { Hold, Link, Rescue, Done } phase = Phase::Hold;
     bool started = false;
     bool gone = false;
-    bool again = false; // a new walk starts at the next step
+    bool again = false;        // a new walk starts at the next step
     bool keptPartials = false; // copies that could not be finished were kept as they are
-    bool holdCut = false; // the item went before every folder of it could be read
+    bool holdCut = false;      // the item went before every folder of it could be read
     std::vector<HoldFrame> holding;
     std::unordered_map<std::string, Held> held;
     std::vector<SeenFolder> folders;
@@ -225,7 +236,9 @@ struct Mirror::State
     void beginHold()
     {
         started = true;
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (topItem.fd < 0) {
             // A link or other special file is linked by name; anything else is gone already.
             if (fstatat(topSrc.fd, srcName.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -317,8 +330,11 @@ struct Mirror::State
         if (type != FolderWalk::Type::Directory) return;
         if (holding.size() > kMaxDepth) return;
         HoldFrame sub;
-        sub.dir.fd = openat(f.dir.fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        struct stat st{};
+        sub.dir.fd =
+            openat(f.dir.fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        struct stat st
+        {
+        };
         if (sub.dir.fd < 0 || fstat(sub.dir.fd, &st) != 0) {
             if (errno == ENOENT) holdCut = true;
             return;
@@ -336,7 +352,9 @@ struct Mirror::State
         top.top = true;
         top.src.fd = dup(topSrc.fd);
         top.dst.fd = dup(topDst.fd);
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (topItem.fd >= 0) {
             st = topStat;
         } else if (fstatat(topSrc.fd, srcName.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -385,7 +403,9 @@ struct Mirror::State
 
     void leaveFolder(Frame &f)
     {
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (f.top || fstat(f.src.fd, &st) != 0) return;
         // The owner keeps write access, or the item could not be moved or removed later.
         fchmod(f.dst.fd, (st.st_mode & 07777) | 0700);
@@ -432,7 +452,9 @@ struct Mirror::State
     // --- copying ---------------------------------------------------------------------------
     void startCopy(Held source, int dstDir, const QByteArray &name, bool fromHeld)
     {
-        struct stat there{};
+        struct stat there
+        {
+        };
         if (fstatat(dstDir, name.constData(), &there, AT_SYMLINK_NOFOLLOW) == 0) return;
         Copy c;
         c.src = std::move(source.fd);
@@ -459,7 +481,8 @@ struct Mirror::State
             off_t in = c.done, out = c.done;
             const std::size_t want = std::size_t(std::min(kCopyChunk, size - c.done));
             ssize_t n = copy_file_range(c.src.fd, &in, c.dst.fd, &out, want, 0);
-            if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
+            if (n < 0 &&
+                (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
                 static thread_local char buf[1 << 16];
                 n = pread(c.src.fd, buf, std::min(want, sizeof buf), c.done);
                 if (n > 0 && pwrite(c.dst.fd, buf, std::size_t(n), c.done) != n) n = -1;
@@ -472,16 +495,19 @@ struct Mirror::State
             }
             // The source ended early: it changed under us; the check below decides.
         }
-        struct stat now{}, copied{};
+        struct stat now
+        {
+        }, copied{};
         // A held file whose name is gone can change no more; its inode is what it was.
         const bool unchanged = fstat(c.src.fd, &now) == 0 &&
                                (sameFile(now, c.start) || (c.fromHeld && now.st_size == size));
-        const bool whole = unchanged && fstat(c.dst.fd, &copied) == 0 &&
-                           copied.st_size == size && c.done == size;
+        const bool whole =
+            unchanged && fstat(c.dst.fd, &copied) == 0 && copied.st_size == size && c.done == size;
         if (!whole) {
             if (c.attempts++ >= kCopyAttempts) return giveUpCopy(EAGAIN);
             // Changed while it was copied: start again from a fresh look at it.
-            if (ftruncate(c.dst.fd, 0) != 0 || fstat(c.src.fd, &c.start) != 0) return giveUpCopy(errno);
+            if (ftruncate(c.dst.fd, 0) != 0 || fstat(c.src.fd, &c.start) != 0)
+                return giveUpCopy(errno);
             c.done = 0;
             return;
         }
@@ -489,7 +515,8 @@ struct Mirror::State
         const timespec times[2] = {c.start.st_atim, c.start.st_mtim};
         futimens(c.dst.fd, times);
         if (close(std::exchange(c.dst.fd, -1)) != 0) return giveUpCopy(errno);
-        if (renameat2(c.dir.fd, c.tmp.constData(), c.dir.fd, c.name.constData(), RENAME_NOREPLACE) != 0) {
+        if (renameat2(c.dir.fd, c.tmp.constData(), c.dir.fd, c.name.constData(),
+                      RENAME_NOREPLACE) != 0) {
             const int err = errno;
             unlinkat(c.dir.fd, c.tmp.constData(), 0);
             copy.reset();
@@ -535,8 +562,8 @@ struct Mirror::State
                 ++made;
             }
             dir.fd = [&] {
-                const int next = openat(dir.fd, part.c_str(),
-                                        O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+                const int next =
+                    openat(dir.fd, part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
                 close(dir.fd);
                 return next;
             }();
@@ -558,15 +585,15 @@ struct Mirror::State
         Held h = std::move(it->second);
         held.erase(it);
         const std::size_t slash = rel.rfind('/');
-        const std::string parent = slash == std::string::npos ? std::string() : rel.substr(0, slash);
+        const std::string parent =
+            slash == std::string::npos ? std::string() : rel.substr(0, slash);
         // A file item is the mirror's top name itself.
         Fd dir(rel.empty() ? dup(topDst.fd) : mirrorFolderFor(parent));
         if (dir.fd < 0) return fail(errno);
-        const QByteArray name = rel.empty()
-                                    ? dstName
-                                    : QByteArray::fromStdString(rel.substr(slash == std::string::npos
-                                                                               ? 0
-                                                                               : slash + 1));
+        const QByteArray name =
+            rel.empty()
+                ? dstName
+                : QByteArray::fromStdString(rel.substr(slash == std::string::npos ? 0 : slash + 1));
         startCopy(std::move(h), dir.fd, name, true);
     }
 

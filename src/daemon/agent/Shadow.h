@@ -23,10 +23,10 @@ namespace Shadow {
 struct Stats
 {
     qint64 linked = 0;
-    qint64 copied = 0;  // copies, and files saved from their held descriptor
+    qint64 copied = 0; // copies, and files saved from their held descriptor
     qint64 folders = 0;
-    qint64 held = 0;    // files opened and held while the item was read
-    qint64 failed = 0;  // entries that could not be mirrored (gone before held, refused, no space)
+    qint64 held = 0;   // files opened and held while the item was read
+    qint64 failed = 0; // entries that could not be mirrored (gone before held, refused, no space)
     qint64 missingBytes = 0; // of files whose copy could not be finished
     int firstError = 0;
 };

@@ -37,7 +37,8 @@ TrashWatch::TrashWatch(Agent *agent, Volume *volume, QByteArray trashDir, bool s
     mFiles = new DirWatch(agent->inotify(), mTrashDir + "/files",
                           IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM, this);
     mInfo = new DirWatch(agent->inotify(), mTrashDir + "/info", IN_CLOSE_WRITE | IN_MOVED_TO, this);
-    mExpunged = new DirWatch(agent->inotify(), mTrashDir + "/expunged", IN_DELETE | IN_MOVED_FROM, this);
+    mExpunged =
+        new DirWatch(agent->inotify(), mTrashDir + "/expunged", IN_DELETE | IN_MOVED_FROM, this);
     connect(mFiles, &DirWatch::event, this, &TrashWatch::onFilesEvent);
     connect(mExpunged, &DirWatch::event, this, &TrashWatch::onExpungedEvent);
     connect(mExpunged, &DirWatch::vanished, this, [this] {
@@ -58,7 +59,9 @@ bool TrashWatch::isWatching() const
 bool TrashWatch::usable() const
 {
     // Never a link, always the user's own; <top>/.Trash only while it is sticky.
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (::lstat(mTrashDir.constData(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != getuid())
         return false;
     if (!mSharedTop) return true;
@@ -148,7 +151,9 @@ QByteArray TrashWatch::expungedName(quint64 ino) const
     QByteArray found;
     if (expunged.fd < 0) return found;
     FolderWalk::forEachEntry(expunged.fd, [&](const char *name, FolderWalk::Type) {
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (found.isEmpty() && fstatat(expunged.fd, name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
             quint64(st.st_ino) == ino)
             found = name;
@@ -159,7 +164,9 @@ QByteArray TrashWatch::expungedName(quint64 ino) const
 void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
 {
     Fd files(openSub("files"));
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (files.fd < 0 || fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) return;
     if (const auto it = mShadows.constFind(name); it != mShadows.cend()) {
         if (it->ino != quint64(st.st_ino)) {
@@ -195,7 +202,9 @@ void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
     if (S_ISREG(st.st_mode) || S_ISDIR(st.st_mode)) {
         item = openat(files.fd, name.constData(),
                       O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-        struct stat opened{};
+        struct stat opened
+        {
+        };
         if (item >= 0 && (fstat(item, &opened) != 0 || opened.st_ino != st.st_ino)) {
             ::close(item);
             item = -1;
@@ -208,7 +217,9 @@ void TrashWatch::arrived(const QByteArray &name, bool mayStillFill)
 bool TrashWatch::shadowExists(const ShadowRecord &r) const
 {
     Fd pending(mVolume->pending.open(false));
-    struct stat st{};
+    struct stat st
+    {
+    };
     return pending.fd >= 0 &&
            fstatat(pending.fd, r.id.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
            S_ISDIR(st.st_mode);
@@ -219,11 +230,14 @@ void TrashWatch::left(const QByteArray &name)
     const auto it = mShadows.constFind(name);
     if (it == mShadows.cend()) return;
     Fd files(openSub("files"));
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (files.fd >= 0 && fstatat(files.fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
         it->ino == quint64(st.st_ino))
         return; // moved out and straight back
-    if (const QByteArray there = expungedName(it->ino); !there.isEmpty() && mExpunged->isPresent()) {
+    if (const QByteArray there = expungedName(it->ino);
+        !there.isEmpty() && mExpunged->isPresent()) {
         // Not for long: one that stays there (deleted at leisure) is settled all the same.
         const QByteArray id = it->id;
         mWaiting.insert(there, {name, id});

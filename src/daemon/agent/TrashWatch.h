@@ -5,9 +5,9 @@
 
 #include <QByteArray>
 #include <QHash>
-#include <QSet>
 #include <QList>
 #include <QObject>
+#include <QSet>
 
 class Agent;
 class DirWatch;
@@ -58,9 +58,9 @@ private:
     DirWatch *mFiles;
     DirWatch *mInfo;
     DirWatch *mExpunged;
-    QHash<QByteArray, ShadowRecord> mShadows;             // by name in files/
-    QSet<QByteArray> mResume;   // names whose shadow an earlier run left unwalked
-    QSet<QByteArray> mInFlight; // names whose shadow the worker has not walked yet
+    QHash<QByteArray, ShadowRecord> mShadows; // by name in files/
+    QSet<QByteArray> mResume;                 // names whose shadow an earlier run left unwalked
+    QSet<QByteArray> mInFlight;               // names whose shadow the worker has not walked yet
     QList<std::pair<QByteArray, std::uint32_t>> mLeaving; // moved out, waiting for the batch's end
     // Items moved to expunged/ to be deleted there (as GNOME empties the trash): name there ->
     // name in files/ and shadow id. Settled once gone from there (or after a moment), so that a

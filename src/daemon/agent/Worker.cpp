@@ -56,7 +56,8 @@ qint64 removeLeftoverCopies(int dirFd, int depth = 0)
     });
     for (const auto &[name, folder] : entries) {
         if (folder && depth < 512) {
-            Fd sub(openat(dirFd, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            Fd sub(
+                openat(dirFd, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
             if (sub.fd >= 0) removed += removeLeftoverCopies(sub.fd, depth + 1);
         } else if (!folder && name.startsWith(".sv3-") &&
                    unlinkat(dirFd, name.constData(), 0) == 0) {
@@ -94,8 +95,11 @@ QByteArray keptByLibrary(const QByteArray &cacheFolder, const ShadowRecord &r)
                 continue;
             const QByteArray path = cacheFolder + '/' + day + '/' + it->time + '/' + it->name;
             // A folder item is a folder made for it; a file keeps its inode.
-            struct stat st{};
-            if (::lstat(path.constData(), &st) == 0 && (S_ISDIR(st.st_mode) || quint64(st.st_ino) == r.ino))
+            struct stat st
+            {
+            };
+            if (::lstat(path.constData(), &st) == 0 &&
+                (S_ISDIR(st.st_mode) || quint64(st.st_ino) == r.ino))
                 return path;
         }
     }
@@ -111,11 +115,15 @@ qint64 mergeMissing(int from, int to, int depth = 0)
     FolderWalk::forEachEntry(from, [&](const char *name, FolderWalk::Type) { names.append(name); });
     qint64 moved = 0, here = 0;
     // The folder keeps the times it had where it was.
-    struct stat folder{};
+    struct stat folder
+    {
+    };
     const bool timed = fstat(to, &folder) == 0;
     for (const QByteArray &name : std::as_const(names)) {
         if (name.startsWith(".sv3-")) continue;
-        struct stat there{}, mine{};
+        struct stat there
+        {
+        }, mine{};
         if (fstatat(to, name.constData(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
             if (errno == ENOENT &&
                 renameat2(from, name.constData(), to, name.constData(), RENAME_NOREPLACE) == 0)
@@ -123,7 +131,8 @@ qint64 mergeMissing(int from, int to, int depth = 0)
             continue;
         }
         if (!S_ISDIR(there.st_mode) || depth >= 512 ||
-            fstatat(from, name.constData(), &mine, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(mine.st_mode))
+            fstatat(from, name.constData(), &mine, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !S_ISDIR(mine.st_mode))
             continue;
         Fd a(openat(from, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         Fd b(openat(to, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -159,10 +168,7 @@ struct ShadowWorker::Task
     // in it is as exposed as an item nothing holds.
     bool itemIsFolder = false;
 
-    bool exposed() const
-    {
-        return !started && (!(item && item->fd >= 0) || itemIsFolder);
-    }
+    bool exposed() const { return !started && (!(item && item->fd >= 0) || itemIsFolder); }
     bool started = false;
     bool reported = false;
     bool following = false;
@@ -220,7 +226,8 @@ void ShadowWorker::settle(const QByteArray &volume, const ShadowRecord &record,
     post({Command::Kind::Settle, volume, record, false, policy, {}});
 }
 
-void ShadowWorker::setOrigin(const QByteArray &volume, const QByteArray &id, const QByteArray &origin)
+void ShadowWorker::setOrigin(const QByteArray &volume, const QByteArray &id,
+                             const QByteArray &origin)
 {
     ShadowRecord r;
     r.id = id;
@@ -275,9 +282,11 @@ void ShadowWorker::take(std::deque<Command> &commands)
             t->record = c.record;
             t->follow = c.follow;
             t->item = c.item;
-            struct stat st{};
-            t->itemIsFolder = t->item && t->item->fd >= 0 && fstat(t->item->fd, &st) == 0 &&
-                              S_ISDIR(st.st_mode);
+            struct stat st
+            {
+            };
+            t->itemIsFolder =
+                t->item && t->item->fd >= 0 && fstat(t->item->fd, &st) == 0 && S_ISDIR(st.st_mode);
             t->arrival = ++mArrivals;
             mTasks.push_back(std::move(t));
             break;
@@ -365,8 +374,8 @@ bool ShadowWorker::stepNewestShadow()
         if (err == 0) {
             Fd trash(::open(task->record.trashDir.constData(),
                             O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-            files.fd = trash.fd >= 0 ? openat(trash.fd, "files", O_RDONLY | O_DIRECTORY |
-                                                                     O_NOFOLLOW | O_CLOEXEC)
+            files.fd = trash.fd >= 0 ? openat(trash.fd, "files",
+                                              O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
                                      : -1;
             if (files.fd < 0) err = errno;
         }
@@ -380,9 +389,9 @@ bool ShadowWorker::stepNewestShadow()
                                       [&](const auto &t) { return t.get() == task; }));
             return true;
         }
-        task->mirror = std::make_unique<Shadow::Mirror>(
-            files.fd, task->record.trashName, shadowDir.fd, PendingArea::kItemName,
-            task->item ? task->item->fd : -1);
+        task->mirror = std::make_unique<Shadow::Mirror>(files.fd, task->record.trashName,
+                                                        shadowDir.fd, PendingArea::kItemName,
+                                                        task->item ? task->item->fd : -1);
         task->item.reset();
         if (task->settling) task->mirror->sourceGone();
     }
@@ -433,8 +442,8 @@ void ShadowWorker::finishWalk(Task &task)
         }
     }
     const Task *done = &task;
-    mTasks.erase(std::find_if(mTasks.begin(), mTasks.end(),
-                              [&](const auto &t) { return t.get() == done; }));
+    mTasks.erase(
+        std::find_if(mTasks.begin(), mTasks.end(), [&](const auto &t) { return t.get() == done; }));
 }
 
 void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given,
@@ -455,15 +464,18 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
     const std::optional<ShadowRecord> onDisk = pending.readRecord(given.id);
     // Emptied by a program that has the preload library: it kept the item already. The shadow
     // only adds what the library could not keep, then goes.
-    const QByteArray byLibrary = keptByLibrary(CacheFolder::pathFor(volume), onDisk ? *onDisk : given);
+    const QByteArray byLibrary =
+        keptByLibrary(CacheFolder::pathFor(volume), onDisk ? *onDisk : given);
     if (!byLibrary.isEmpty()) {
         qint64 merged = 0;
         if (onDisk) {
             s.record = *onDisk;
             Fd pendingFd(pending.open(false));
-            Fd item(pendingFd.fd >= 0 ? openat(pendingFd.fd, (onDisk->id + '/' + PendingArea::kItemName).constData(),
-                                               O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
-                                      : -1);
+            Fd item(pendingFd.fd >= 0
+                        ? openat(pendingFd.fd,
+                                 (onDisk->id + '/' + PendingArea::kItemName).constData(),
+                                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
+                        : -1);
             Fd kept(item.fd >= 0 ? ::open(byLibrary.constData(),
                                           O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
                                  : -1);
@@ -473,9 +485,9 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
         if (merged == 0) return finish(Settled::Outcome::Dropped);
         // What was added changes the day's size.
         const QByteArray dayFolder = byLibrary.left(byLibrary.lastIndexOf('/'));
-        ::unlink((dayFolder.left(dayFolder.lastIndexOf('/')) + '/' +
-                  CommonUtils::kCacheInformationName)
-                     .constData());
+        ::unlink(
+            (dayFolder.left(dayFolder.lastIndexOf('/')) + '/' + CommonUtils::kCacheInformationName)
+                .constData());
         s.result.cachedPath = byLibrary;
         s.completeness.complete = true;
         return finish(Settled::Outcome::Kept);
@@ -487,7 +499,9 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
     s.record = r;
     // Put back: the same inode is where it came from, on the trash's file system (whose device
     // number is the one it has now, not necessarily the one recorded).
-    struct stat st{}, trash{};
+    struct stat st
+    {
+    }, trash{};
     const quint64 dev = ::stat(r.trashDir.constData(), &trash) == 0 ? quint64(trash.st_dev) : r.dev;
     const bool restored = !r.origin.isEmpty() && ::lstat(r.origin.constData(), &st) == 0 &&
                           quint64(st.st_ino) == r.ino && quint64(st.st_dev) == dev;
@@ -499,7 +513,9 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
     Fd shadow(pendingFd.fd >= 0 ? openat(pendingFd.fd, r.id.constData(),
                                          O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
                                 : -1);
-    struct stat item{};
+    struct stat item
+    {
+    };
     if (shadow.fd < 0 ||
         fstatat(shadow.fd, PendingArea::kItemName, &item, AT_SYMLINK_NOFOLLOW) != 0) {
         pending.drop(r.id);
@@ -514,9 +530,9 @@ void ShadowWorker::settleNow(const QByteArray &volume, const ShadowRecord &given
     if (cache.fd < 0)
         return finish(Settled::Outcome::Failed,
                       QStringLiteral("its volume's cache folder cannot be used"));
-    s.result = CacheCommit::moveIntoCache(shadow.fd, PendingArea::kItemName, cache.fd,
-                                          status.path, keptName(r), r.origin,
-                                          QDateTime::currentDateTime(), s.completeness);
+    s.result = CacheCommit::moveIntoCache(shadow.fd, PendingArea::kItemName, cache.fd, status.path,
+                                          keptName(r), r.origin, QDateTime::currentDateTime(),
+                                          s.completeness);
     if (!s.result.ok()) return finish(Settled::Outcome::Failed, s.result.message());
     pending.drop(r.id);
     finish(Settled::Outcome::Kept);

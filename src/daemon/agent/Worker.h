@@ -41,10 +41,10 @@ struct ShadowTaken
 struct Settled
 {
     enum class Outcome {
-        Kept,     // in the cache (result.cachedPath), whole or not (completeness)
-        Dropped,  // put back where it came from, or not to be kept: its shadow is gone
-        Failed,   // could not be committed now; the shadow stays pending for another try
-        Lost,     // nothing of it could be kept
+        Kept,    // in the cache (result.cachedPath), whole or not (completeness)
+        Dropped, // put back where it came from, or not to be kept: its shadow is gone
+        Failed,  // could not be committed now; the shadow stays pending for another try
+        Lost,    // nothing of it could be kept
     };
     QByteArray volume;
     ShadowRecord record;

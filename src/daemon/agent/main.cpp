@@ -13,10 +13,10 @@
 #include <QDBusConnectionInterface>
 #include <QSocketNotifier>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>

@@ -164,7 +164,9 @@ Outcome makeShared(int rootFd, const struct statx &root, Fd &shared)
     if (mkdirat(rootFd, kCacheFolderName, 0700) != 0 && errno != EEXIST)
         return failed(errno, "cannot create the shared cache folder");
     shared.fd = openat(rootFd, kCacheFolderName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    struct statx st{};
+    struct statx st
+    {
+    };
     if (shared.fd < 0 || !fullStat(shared.fd, &st))
         return refused("the shared cache folder vanished while it was made");
     const bool bornNow = (st.stx_mask & STATX_BTIME) && st.stx_btime.tv_sec >= before.tv_sec - 1;
@@ -187,7 +189,9 @@ Outcome makeShared(int rootFd, const struct statx &root, Fd &shared)
 // has another mode, is never changed nor used.
 Outcome checkShared(const Context &c, const Fd &shared, const struct statx &root, bool *own)
 {
-    struct statx st{};
+    struct statx st
+    {
+    };
     if (!fullStat(shared.fd, &st) || !sameFileSystem(st, root))
         return refused("something else is mounted at the cache folder");
     *own = st.stx_uid == c.uid && c.uid != 0;
@@ -213,13 +217,16 @@ Outcome makeUserFolder(const Context &c, int sharedFd)
 {
     const std::string name = std::to_string(c.uid);
     Fd own(openat(sharedFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (own.fd >= 0) {
         if (fstat(own.fd, &st) != 0 || st.st_uid != c.uid || (st.st_mode & kGroupOrOthersWrite))
             return refused("another account's folder stands at the user's name");
         return done("the user's cache folder exists");
     }
-    if (errno != ENOENT) return refused(std::string("the user's name is taken: ") + std::strerror(errno));
+    if (errno != ENOENT)
+        return refused(std::string("the user's name is taken: ") + std::strerror(errno));
     if (mkdirat(sharedFd, name.c_str(), 0700) != 0)
         return failed(errno, "cannot create the user's cache folder");
     own.fd = openat(sharedFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -234,7 +241,9 @@ Outcome makeUserFolder(const Context &c, int sharedFd)
 Outcome createUserCache(const Context &c, const std::string &mountPoint)
 {
     Fd root;
-    struct statx rootStat{};
+    struct statx rootStat
+    {
+    };
     std::string why;
     if (!openMountRoot(c, mountPoint, root, &rootStat, &why)) return refused(why);
     Fd shared(openat(root.fd, kCacheFolderName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -277,17 +286,20 @@ bool allowVolume(const Context &context, const std::string &mountPoint, std::str
 {
     Outcome o;
     Fd root;
-    struct statx rootStat{};
+    struct statx rootStat
+    {
+    };
     std::string why;
     if (!openMountRoot(context, mountPoint, root, &rootStat, &why)) {
         o = refused(why);
     } else {
-        Fd shared(openat(root.fd, kCacheFolderName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        Fd shared(
+            openat(root.fd, kCacheFolderName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         bool own = false;
         o = shared.fd < 0 && errno == ENOENT ? makeShared(root.fd, rootStat, shared)
-            : shared.fd < 0 ? refused(std::string("cannot open the cache folder: ") +
-                                      std::strerror(errno))
-                            : checkShared(context, shared, rootStat, &own);
+            : shared.fd < 0
+                ? refused(std::string("cannot open the cache folder: ") + std::strerror(errno))
+                : checkShared(context, shared, rootStat, &own);
     }
     *message = o.response.message;
     log("administrator's consent for " + printable(mountPoint) + ": " + o.note);

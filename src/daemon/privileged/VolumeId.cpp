@@ -34,7 +34,9 @@ std::string uuidOf(const mounttable::Entry &entry)
     if (entry.major == 0) {
         // Anonymous device numbers belong to tmpfs, overlays and FUSE, whose "source" is any text
         // the mounting user chose; only btrfs names its real device there.
-        struct stat st{};
+        struct stat st
+        {
+        };
         if (entry.fsType != "btrfs" || entry.source.rfind("/dev/", 0) != 0 ||
             stat(entry.source.c_str(), &st) != 0 || !S_ISBLK(st.st_mode))
             return {};

@@ -188,8 +188,7 @@ int main(int argc, char **argv)
     if (fcntl(sv[0], F_SETFD, 0) != 0) die("cannot hand the socket over");
     const std::string fdArg = "--privileged-fd=" + std::to_string(sv[0]);
     const std::string pidArg = "--privileged-pid=" + std::to_string(helper);
-    char *const agentArgv[] = {const_cast<char *>(agent.c_str()),
-                               const_cast<char *>(fdArg.c_str()),
+    char *const agentArgv[] = {const_cast<char *>(agent.c_str()), const_cast<char *>(fdArg.c_str()),
                                const_cast<char *>(pidArg.c_str()), nullptr};
     execv(agent.c_str(), agentArgv);
     die("cannot start sv3daemon-agent");

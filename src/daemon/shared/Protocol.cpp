@@ -92,7 +92,8 @@ std::optional<Response> decodeResponse(std::string_view datagram)
     std::uint8_t status = 0;
     std::uint32_t error = 0;
     Response response;
-    if (!header(r) || !r.byte(status) || status > std::uint8_t(Status::NeedsConsent)) return std::nullopt;
+    if (!header(r) || !r.byte(status) || status > std::uint8_t(Status::NeedsConsent))
+        return std::nullopt;
     for (int i = 0; i < 4; ++i) {
         std::uint8_t b = 0;
         if (!r.byte(b)) return std::nullopt;

@@ -29,8 +29,8 @@ struct Request
 
 enum class Status : std::uint8_t {
     Done = 0,
-    Refused = 1, // the request itself is not allowed
-    Failed = 2,  // allowed, but the file system said no (see error)
+    Refused = 1,      // the request itself is not allowed
+    Failed = 2,       // allowed, but the file system said no (see error)
     NeedsConsent = 3, // only an administrator may allow it (sv3daemon --allow-volume)
 };
 
