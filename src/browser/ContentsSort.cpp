@@ -4,6 +4,7 @@
 #include "common/Jobs.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -226,6 +227,48 @@ void sort(CacheItems &items, SortOrder order)
     rows.swap(sorted);
 }
 
+namespace {
+
+// By name, a key's first byte already orders rows whose first bytes differ: the rows are put in
+// runs of equal first bytes in place (one counting pass, one pass of swaps), and the runs are
+// sorted on every core at once, largest first. Nothing is merged and no buffer is needed.
+void sortByFirstKeyByte(std::vector<CacheItems::Row> &rows, const RowOrder &less, bool descending)
+{
+    auto bucket = [descending](const CacheItems::Row &r) {
+        const auto b = std::size_t(r.key[0] >> 56);
+        return descending ? 255 - b : b;
+    };
+    std::array<std::size_t, 257> begin{};
+    for (const CacheItems::Row &r : rows)
+        ++begin[bucket(r) + 1];
+    for (std::size_t b = 1; b < begin.size(); ++b)
+        begin[b] += begin[b - 1];
+    std::array<std::size_t, 256> next;
+    std::copy(begin.begin(), begin.end() - 1, next.begin());
+    for (std::size_t b = 0; b < 256; ++b) {
+        while (next[b] < begin[b + 1]) {
+            const std::size_t to = bucket(rows[next[b]]);
+            if (to == b)
+                ++next[b];
+            else
+                std::swap(rows[next[b]], rows[next[to]++]);
+        }
+    }
+    std::vector<std::size_t> runs;
+    for (std::size_t b = 0; b < 256; ++b)
+        if (begin[b + 1] - begin[b] > 1) runs.push_back(b);
+    std::sort(runs.begin(), runs.end(), [&](std::size_t a, std::size_t b) {
+        return begin[a + 1] - begin[a] > begin[b + 1] - begin[b];
+    });
+    Jobs::parallelFor(runs.size(), [&](std::size_t i) {
+        const std::size_t b = runs[i];
+        std::sort(rows.begin() + std::ptrdiff_t(begin[b]),
+                  rows.begin() + std::ptrdiff_t(begin[b + 1]), less);
+    });
+}
+
+} // namespace
+
 void sortParallel(CacheItems &items, SortOrder order)
 {
     auto &rows = items.rows();
@@ -234,6 +277,10 @@ void sortParallel(CacheItems &items, SortOrder order)
     const RowOrder less{items, order, &ranks};
     if (rows.size() < 20000 || Jobs::cores() < 2) {
         std::sort(rows.begin(), rows.end(), less);
+        return;
+    }
+    if (order.key == SortOrder::Name) {
+        sortByFirstKeyByte(rows, less, order.descending);
         return;
     }
     // Split around the median in place, then sort the halves at once: no merge, so no buffer
