@@ -95,19 +95,29 @@ QString decodedForOrder(QByteArrayView s)
 
 int compare(QByteArrayView a, QByteArrayView b)
 {
-    // While both names are ASCII, folded bytes order exactly as the folded text would: the first
-    // difference inside a common ASCII prefix decides, and so does one name ending there.
+    // Folded ASCII bytes order exactly as the folded text would, and bytes equal in both names
+    // fold alike: the first difference decides when both bytes there are ASCII, and so does one
+    // name ending inside an all-ASCII common part. Otherwise the texts are compared from just
+    // after the last ASCII byte they share: a character always starts there, so what comes
+    // before folds alike and cannot decide.
     const qsizetype n = std::min(a.size(), b.size());
+    qsizetype from = 0; // just after the last ASCII byte both names share
     qsizetype i = 0;
     for (; i < n; ++i) {
         const auto x = static_cast<unsigned char>(a[i]);
         const auto y = static_cast<unsigned char>(b[i]);
+        if (x == y) {
+            if (x < 0x80) from = i + 1;
+            continue;
+        }
         if ((x | y) >= 0x80) break;
         const unsigned char fx = lower(x), fy = lower(y);
         if (fx != fy) return fx < fy ? -1 : 1;
+        from = i + 1;
     }
-    if (i == n) return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
-    const int c = QString::compare(decodedForOrder(a), decodedForOrder(b), Qt::CaseInsensitive);
+    if (i == n && from == n) return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+    const int c = QString::compare(decodedForOrder(a.sliced(from)), decodedForOrder(b.sliced(from)),
+                                   Qt::CaseInsensitive);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
 
