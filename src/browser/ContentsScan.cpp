@@ -172,6 +172,10 @@ void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o,
     const std::uint32_t folder = out.addFolder(path);
     const int fd = FolderWalk::openFolder(path);
     if (fd < 0) return;
+    // Room for as many rows as this thread's last folder held: time folders of one cache are
+    // alike, and a list grown row by row would copy itself several times.
+    thread_local std::size_t lastRows = 16;
+    out.reserve(lastRows, lastRows * 24);
     FolderWalk::forEachEntry(fd, [&](const char *name, FolderWalk::Type type) {
         if (stop.load(std::memory_order_relaxed)) return;
         const std::size_t length = std::strlen(name);
@@ -182,6 +186,7 @@ void readTimeFolder(const QByteArray &path, const ContentsScan::Options &o,
         out.addItem(folder, name, length, kind, size);
     });
     close(fd);
+    lastRows = std::max<std::size_t>(16, std::size_t(out.size()));
     if (o.originFill) o.originFill->keep(path, out);
 }
 

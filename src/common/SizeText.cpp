@@ -36,7 +36,16 @@ void appendSizeStr(std::string &out, qint64 size, const SizeUnits &units)
     const double q = double(size) / divisor;
     // Below 10 one decimal (printf rounding); above, round half up. 64-bit, so that no size can
     // overflow the conversion.
-    if (q < 10.0) {
+    const auto step = qint64(divisor) / 10;
+    if (q < 10.0 && 2 * (size % step) != step) {
+        // Tenths in integers: away from a tie the double's rounding cannot cross a tenth, and
+        // that is where to_chars on a double costs most of a listing's formatting.
+        const qint64 tenths = size / step + (2 * (size % step) > step ? 1 : 0);
+        auto *end = std::to_chars(buf, buf + sizeof buf - 2, tenths / 10).ptr;
+        *end++ = '.';
+        *end++ = char('0' + tenths % 10);
+        out.append(buf, std::size_t(end - buf));
+    } else if (q < 10.0) {
         // Like printf's "%1.1f", but with a point whatever the user's locale.
         const auto r = std::to_chars(buf, buf + sizeof buf, q, std::chars_format::fixed, 1);
         out.append(buf, std::size_t(r.ptr - buf));
