@@ -4,6 +4,7 @@
 #include "volumes/Volumes.h"
 
 #include <QComboBox>
+#include <QFile>
 
 void AppDelegate::updateProtectedVolumesList()
 {
@@ -27,8 +28,8 @@ void AppDelegate::deviceDidMount(const QString &path)
     if (!CommonUtils::deviceIsValid(path)) return;
     CommonUtils::resetVolumesLists();
     if (CommonUtils::isVolumeProtected(path)) {
-        CommonUtils::addToLogFile(
-            QStringLiteral("Salvora 3 notified that device did Mount: %1").arg(path));
+        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 notified that device did Mount: %1")
+                                      .arg(CommonUtils::logText(QFile::encodeName(path))));
         updateProtectedVolumesList();
     }
 }
@@ -40,8 +41,8 @@ void AppDelegate::deviceDidUnmount(const QString &path)
     // The table is read after the unmount, so a volume that has left it no longer counts as
     // protected: an unmount of an external volume changes nothing here, on purpose.
     if (CommonUtils::isVolumeProtected(path)) {
-        CommonUtils::addToLogFile(
-            QStringLiteral("Salvora 3 notified that device did Unmount: %1").arg(path));
+        CommonUtils::addToLogFile(QStringLiteral("Salvora 3 notified that device did Unmount: %1")
+                                      .arg(CommonUtils::logText(QFile::encodeName(path))));
         updateProtectedVolumesList();
     }
 }
