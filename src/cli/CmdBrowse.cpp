@@ -11,16 +11,13 @@
 #include "cache/CacheLayout.h"
 #include "cache/DayList.h"
 #include "cache/SizeRecords.h"
+#include "common/Daemon.h"
 #include "common/Jobs.h"
 #include "common/Losses.h"
-#include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/SizeText.h"
 #include "volumes/Volumes.h"
-
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 
 #include <cerrno>
 #include <charconv>
@@ -403,12 +400,9 @@ int status(int argc, char **argv)
     const QByteArray state = !protection ? "not set" : (*protection ? "on" : "off");
     const QStringList volumes = CommonUtils::getAllProtectedVolumes();
     const qint64 total = CommonUtils::getSizeOfCaches();
-    QDBusConnection bus = QDBusConnection::sessionBus();
+    const std::optional<bool> running = Daemon::isRunning();
     const QByteArray daemon =
-        !bus.isConnected() ? "unknown (no session bus)"
-        : bus.interface()->isServiceRegistered(QLatin1String(Notifications::kDaemonService))
-            ? "running"
-            : "not running";
+        !running ? "unknown (no session bus)" : (*running ? "running" : "not running");
     const QList<CacheFolder::Problem> problems = CacheFolder::problems();
     CliIo::Out out;
     if (a.flag("--json")) {
