@@ -2,6 +2,8 @@
 
 #include <QStringDecoder>
 
+#include <array>
+
 namespace {
 
 // Length of the valid UTF-8 sequence at p (1-4), or 0 when it is not valid.
@@ -70,6 +72,18 @@ void appendJsonString(std::string &out, QByteArrayView bytes)
     out += '"';
 }
 
+namespace {
+
+// Bytes a JSON string holds as they are: printable ASCII but the quote and the backslash.
+constexpr std::array<bool, 256> kPlainJson = [] {
+    std::array<bool, 256> plain{};
+    for (int c = 0x20; c < 0x80; ++c)
+        plain[std::size_t(c)] = c != '"' && c != '\\';
+    return plain;
+}();
+
+} // namespace
+
 void appendJsonChars(std::string &out, QByteArrayView bytes)
 {
     const auto *p = reinterpret_cast<const unsigned char *>(bytes.data());
@@ -77,8 +91,7 @@ void appendJsonChars(std::string &out, QByteArrayView bytes)
     for (std::size_t i = 0; i < n;) {
         // Runs of plain characters, the usual case, are copied in one piece.
         std::size_t plain = i;
-        while (plain < n && p[plain] >= 0x20 && p[plain] < 0x80 && p[plain] != '"' &&
-               p[plain] != '\\')
+        while (plain < n && kPlainJson[p[plain]])
             ++plain;
         if (plain > i) {
             out.append(reinterpret_cast<const char *>(p + i), plain - i);
