@@ -24,15 +24,10 @@ class TstStartup : public QObject
         return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
     }
 
-    // Polls until `cond` holds, then returns the elapsed time in ms (-1 on timeout).
-    template <typename F>
-    static qint64 msUntil(const QElapsedTimer &clock, F cond, int timeoutMs = 5000)
+    // Waits until `cond` holds, then returns the elapsed time in ms (-1 on timeout).
+    template <typename F> static qint64 msUntil(const QElapsedTimer &clock, F cond)
     {
-        while (!cond()) {
-            if (clock.elapsed() > timeoutMs) return -1;
-            QTest::qWait(2);
-        }
-        return clock.elapsed();
+        return QTest::qWaitFor(cond, 5000) ? clock.elapsed() : -1;
     }
 
     // A window whose help document exists.
