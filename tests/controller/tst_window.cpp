@@ -382,8 +382,17 @@ private slots:
         QCOMPARE(names(), byNameDown);
     }
 
-    void endMessages()
+    // The line under the contents: what a day or the search gave, the selected item, or that
+    // the volume chosen is not mounted (its days remembered, dimmed).
+    void contentsMessages()
     {
+        QVariantMap day{{"name", "2023-12-24"},
+                        {"path", "/media/Old/.Salvora3Cache/2023-12-24"},
+                        {"size", 5000},
+                        {"count", 3}};
+        Settings::setDictionary(
+            SettingsKeys::ProtectedVolumesData,
+            {{"0123-ABCD", QVariantMap{{"path", "/media/Old Disk"}, {"days", QVariantList{day}}}}});
         item("2024-05-01", "09_00_00", "one");
         for (const char *name : {"x", "y"})
             item("2024-05-02", "09_00_00", name);
@@ -408,19 +417,7 @@ private slots:
         c->ui.mTableViewContents->clearSelection();
         QCOMPARE(info(), QStringLiteral("4 items"));
         QVERIFY(!c->ui.mCopySelectedItemsButton->isEnabled());
-    }
 
-    void unmountedVolumeListsSavedDays()
-    {
-        QVariantMap day{{"name", "2023-12-24"},
-                        {"path", "/media/Old/.Salvora3Cache/2023-12-24"},
-                        {"size", 5000},
-                        {"count", 3}};
-        Settings::setDictionary(
-            SettingsKeys::ProtectedVolumesData,
-            {{"0123-ABCD", QVariantMap{{"path", "/media/Old Disk"}, {"days", QVariantList{day}}}}});
-        item("2024-05-01", "09_00_00", "home item");
-        launch();
         QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 2);
         QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(1), qtTrId("Unmounted").arg("Old Disk"));
         QVERIFY(c->ui.mSelectedVolumeMenu->itemText(0).endsWith(
@@ -428,8 +425,7 @@ private slots:
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         pickVolume(1);
         QVERIFY(c->probe.volumeNotMounted());
-        QCOMPARE(c->probe.days().size(), 1);
-        QCOMPARE(c->probe.days()[0].count, 3);
+        QVERIFY(c->probe.days().size() == 1 && c->probe.days()[0].count == 3);
         QCOMPARE(c->probe.contents().size(), 0);
         QCOMPARE(info(), qtTrId("ContentsMessageNoVolume"));
         QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
@@ -442,7 +438,7 @@ private slots:
         pickVolume(0); // back to the start-up volume
         QVERIFY(!c->probe.volumeNotMounted());
         QVERIFY(Fixture::settle(*c));
-        QCOMPARE(names(), Names{"home item"});
+        QCOMPARE(info(), qtTrId("ContentsMessageEmpty")); // the newest day again
     }
 
     // A folder's size comes after a walk, which a second folder chosen meanwhile replaces.
@@ -487,10 +483,15 @@ private slots:
         QVERIFY(c->probe.sizingMustStop());
     }
 
-    void statusLines()
+    // The status lines count the volumes; a mount refreshes the pop-up only for a protected
+    // path, and the sheet lists and changes the protected ones.
+    void statusAndVolumes()
     {
-        const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n";
-        CommonUtils::setMountTableSourceForTesting([table] { return table; });
+        QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n";
+        CommonUtils::setMountTableSourceForTesting([&table] { return table; });
+        CommonUtils::setIdentityResolverForTesting([](const MountEntry &e) {
+            return VolumeIdentity{QStringLiteral("UUID-%1").arg(e.minor), QString()};
+        });
         CommonUtils::resetVolumesLists();
         launch();
         const QString on = qtTrId("ProtectionEnabled").arg(1);
@@ -498,32 +499,15 @@ private slots:
         QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getGreenColor_Adaptable());
         QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMore"));
         item("2024-05-01", "09_00_00", "sized", 4000);
+        c->updateListOfDaysInCache();
+        QVERIFY(Fixture::settle(*c));
         c->updateStatusInfos();
         QCOMPARE(status(), statusOf(on, qtTrId("SizeOfCache").arg("4.0 KB")));
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        c->updateStatusInfos();
-        QCOMPARE(status(), qtTrId("ProtectionDisabled"));
-        QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getRedColor_Adaptable());
-        QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionDisabledMore"));
-        QVERIFY(c->ui.mProtectionONButton->isEnabled() && !c->ui.mProtectionOFFButton->isEnabled());
-    }
-
-    // Three mounted volumes: the status counts them, a mount refreshes the pop-up only for a
-    // protected path, and the sheet lists and changes the protected ones.
-    void severalVolumes()
-    {
-        // "/", /media/u/A and /media/u/B mounted, with UUIDs "UUID-<minor>".
-        const QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n"
-                                 "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
-                                 "3 1 8:33 / /media/u/B rw - ext4 /dev/sdc1 rw\n";
-        CommonUtils::setMountTableSourceForTesting([table] { return table; });
-        CommonUtils::setIdentityResolverForTesting([](const MountEntry &e) {
-            return VolumeIdentity{QStringLiteral("UUID-%1").arg(e.minor), QString()};
-        });
-        CommonUtils::resetVolumesLists();
         // One protected volume of three mounted ones: the X form, but the singular cache text.
-        item("2024-05-01", "09_00_00", "sized", 4000);
-        launch();
+        table += "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
+                 "3 1 8:33 / /media/u/B rw - ext4 /dev/sdc1 rw\n";
+        CommonUtils::resetVolumesLists();
+        c->updateStatusInfos();
         QCOMPARE(status(), statusOf(qtTrId("ProtectionEnabledX").arg(1).arg(3),
                                     qtTrId("SizeOfCache").arg("4.0 KB")));
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
@@ -563,6 +547,13 @@ private slots:
         QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks)->size(), 3);
         // The companion: installed at start-up, then again after confirming.
         QTRY_COMPARE_WITH_TIMEOUT(c->menuInstalledAt.size(), 2, 2000);
+
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        c->updateStatusInfos();
+        QCOMPARE(status(), qtTrId("ProtectionDisabled"));
+        QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getRedColor_Adaptable());
+        QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionDisabledMore"));
+        QVERIFY(c->ui.mProtectionONButton->isEnabled() && !c->ui.mProtectionOFFButton->isEnabled());
     }
 
     // A loss appears under the status lines by itself (the daemon announces none), lists in
