@@ -214,51 +214,6 @@ private slots:
         QVERIFY(protectedDisksFrom(rows).isEmpty());
     }
 
-    void confirmingSavesAnnouncesAndRefreshes()
-    {
-        NotificationBus companion;
-        const bool bus = companion.observe(QLatin1String(Notifications::Salvora3MenuNotification));
-        QSignalSpy heard(&companion, &NotificationBus::received);
-
-        SheetChoice c;
-        c.removeFromCachePosition = setRemoveFromCacheValue(30);
-        c.protectionEnabled = true;
-        c.launchMenu = false;
-        c.excludeName = QStringLiteral("Foo;;bar;FOO; baz");
-        c.excludeExtension = QStringLiteral(".JPG; .png;jpg");
-        c.volumes = {row("/", "ROOT-UUID-IS-NEVER-STORED", true),
-                     row("/media/u/Data", kDataUuid, true), row("/media/u/Stick", QString(), true),
-                     row("/media/u/Other", QStringLiteral("0THER"), false)};
-        Recorder r;
-        int installs = 0;
-        QObject context;
-        sheetEnded(kConfirm, c, r, &context, [&] { ++installs; });
-
-        QCOMPARE(stored(SettingsKeys::PrefsRemoveFromCache), 30);
-        QCOMPARE(stored(SettingsKeys::PrefsProtectionEnabled), 1);
-        // While protection is on, the companion always runs.
-        QCOMPARE(stored(SettingsKeys::PrefsLaunchMenu), 1);
-        QCOMPARE(Settings::string(SettingsKeys::PrefsExcludeName), QStringLiteral(" baz;bar;foo"));
-        QCOMPARE(Settings::string(SettingsKeys::PrefsExcludeExtension), QStringLiteral("jpg;png"));
-        // Only the marked rows after the first that have a UUID.
-        QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks),
-                 QVariantMap({{kDataUuid, QStringLiteral("/media/u/Data")}}));
-        QCOMPARE(r.calls, QStringList({"volumes", "days", "dayTable", "status"}));
-        QCOMPARE(installs, 0); // a moment later
-        QTRY_COMPARE(installs, 1);
-        if (bus) {
-            QTRY_COMPARE(heard.size(), 1);
-            QCOMPARE(heard[0][1].toString(),
-                     QLatin1String(Notifications::Salvora3SettingsDidChange));
-        }
-
-        // Protection off: the launch box is stored as it is.
-        c.protectionEnabled = false;
-        save(c);
-        QCOMPARE(stored(SettingsKeys::PrefsLaunchMenu), 0);
-        QCOMPARE(stored(SettingsKeys::PrefsProtectionEnabled), 0);
-    }
-
     // The check box writes or removes the session's files only when it changes what is there;
     // the user's own lines of ~/.profile stay.
     void keepCheckBoxStores_data()
@@ -348,7 +303,7 @@ private slots:
     }
 
     // ---- The sheet.
-    void opensLoadedFromTheSettings()
+    void opensLoadedFromTheSettingsLabelsFollow()
     {
         makeSheet();
         Recorder r;
@@ -372,13 +327,7 @@ private slots:
         QVERIFY(!ui().mProtectedVolumesProtectButton->isEnabled() &&
                 !ui().mProtectedVolumesUnprotectButton->isEnabled());
         QVERIFY(ui().mPreferencesVolumesNote->isHidden() && r.calls.isEmpty());
-    }
-
-    void sliderLabelsFollowTheChoice()
-    {
-        makeSheet();
-        Recorder r;
-        sheet->editPreferences(r);
+        // The labels follow the slider.
         QSlider *slider = ui().mPreferencesRemoveFromCache;
         slider->setValue(slider->maximum());
         QCOMPARE(ui().mPreferencesRemoveFromCacheValue->text(), qtTrId("Never"));
@@ -488,18 +437,42 @@ private slots:
         QVERIFY(!sheet->volumes()[1].isProtected);
         QVERIFY(ui().mProtectedVolumesProtectButton->isEnabled() &&
                 !ui().mProtectedVolumesUnprotectButton->isEnabled());
+        QTest::mouseClick(ui().mProtectedVolumesProtectButton, Qt::LeftButton); // and back
 
+        // Confirming stores the cleaned filters, announces the change and refreshes the window.
+        NotificationBus companion;
+        const bool bus = companion.observe(QLatin1String(Notifications::Salvora3MenuNotification));
+        QSignalSpy heard(&companion, &NotificationBus::received);
+        ui().mPreferencesExcludeName->setText(QStringLiteral("Foo;;bar;FOO; baz"));
         ui().mPreferencesExcludeExtensions->setText(QStringLiteral(".JPG; .png;jpg"));
         QTest::mouseClick(ui().sheetOK, Qt::LeftButton);
         QCOMPARE(finished.size(), 1);
         QCOMPARE(finished[0][0].toInt(), Preferences::kConfirm);
         QVERIFY(!sheet->isVisible());
         QCOMPARE(r.calls, QStringList({"volumes", "days", "dayTable", "status"}));
+        QCOMPARE(Settings::string(SettingsKeys::PrefsExcludeName), QStringLiteral(" baz;bar;foo"));
         QCOMPARE(Settings::string(SettingsKeys::PrefsExcludeExtension), QStringLiteral("jpg;png"));
         QCOMPARE(stored(SettingsKeys::PrefsRemoveFromCache), 30);
-        // Data was unprotected, the stick cannot be stored.
-        QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks), QVariantMap());
+        QCOMPARE(stored(SettingsKeys::PrefsProtectionEnabled), 1);
+        // While protection is on, the companion always runs.
+        QCOMPARE(stored(SettingsKeys::PrefsLaunchMenu), 1);
+        // Only the marked rows after the first that have a UUID: not the root, not the stick.
+        QCOMPARE(Settings::dictionary(SettingsKeys::PrefsProtectedDisks),
+                 QVariantMap({{kDataUuid, QStringLiteral("/media/u/Data")}}));
+        QCOMPARE(installs, 0); // a moment later
         QTRY_COMPARE(installs, 1);
+        if (bus) {
+            QTRY_COMPARE(heard.size(), 1);
+            QCOMPARE(heard[0][1].toString(),
+                     QLatin1String(Notifications::Salvora3SettingsDidChange));
+        }
+        // Protection off: the launch box is stored as it is.
+        sheet->editPreferences(r);
+        ui().mProtectionEnabled->setChecked(false);
+        ui().mLaunchMenu->setChecked(false);
+        QTest::mouseClick(ui().sheetOK, Qt::LeftButton);
+        QCOMPARE(stored(SettingsKeys::PrefsLaunchMenu), 0);
+        QCOMPARE(stored(SettingsKeys::PrefsProtectionEnabled), 0);
     }
 
     void escapeCancelsAndStoresNothing()
