@@ -459,8 +459,8 @@ private slots:
         QVERIFY(c->probe.sizingMustStop());
     }
 
-    // The status lines count the volumes; a mount refreshes the pop-up only for a protected
-    // path, and the sheet lists and changes the protected ones.
+    // The status lines count the volumes and follow the bus; a mount refreshes the pop-up only
+    // for a protected path, and the sheet lists and changes the protected ones.
     void statusAndVolumes()
     {
         QByteArray table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n";
@@ -474,9 +474,14 @@ private slots:
         QCOMPARE(status(), statusOf(on, qtTrId("EmptyCache")));
         QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getGreenColor_Adaptable());
         QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMore"));
+        // Items moved in, announced on the bus, refresh the lists.
         item("2024-05-01", "09_00_00", "sized", 4000);
-        c->updateListOfDaysInCache();
+        const QLatin1String name(Notifications::Salvora3Notification);
+        QVERIFY(
+            NotificationBus::post(name, QLatin1String(Notifications::Salvora3DataMovedToCache)));
+        QTRY_COMPARE_WITH_TIMEOUT(c->probe.days().size(), 1, 5000);
         QVERIFY(Fixture::settle(*c));
+        QTRY_COMPARE_WITH_TIMEOUT(names(), Names{"sized"}, 3000);
         c->updateStatusInfos();
         QCOMPARE(status(), statusOf(on, qtTrId("SizeOfCache").arg("4.0 KB")));
         // One protected volume of three mounted ones: the X form, but the singular cache text.
@@ -524,9 +529,13 @@ private slots:
         // The companion: installed at start-up, then again after confirming.
         QTRY_COMPARE_WITH_TIMEOUT(c->menuInstalledAt.size(), 2, 2000);
 
+        // The companion switched protection off: the window hears it on the bus and says so.
+        c->ui.mPreferencesWindow->ui().mProtectionEnabled->setChecked(true);
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        c->updateStatusInfos();
-        QCOMPARE(status(), qtTrId("ProtectionDisabled"));
+        QVERIFY(
+            NotificationBus::post(name, QLatin1String(Notifications::Salvora3SettingsDidChange)));
+        QTRY_COMPARE_WITH_TIMEOUT(status(), qtTrId("ProtectionDisabled"), 5000);
+        QVERIFY(!c->ui.mPreferencesWindow->ui().mProtectionEnabled->isChecked());
         QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getRedColor_Adaptable());
         QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionDisabledMore"));
         QVERIFY(c->ui.mProtectionONButton->isEnabled() && !c->ui.mProtectionOFFButton->isEnabled());
@@ -597,30 +606,6 @@ private slots:
         QTRY_COMPARE(c->ui.mContentsModel->data(cell, Qt::ToolTipRole).toString(), tip);
         QCOMPARE(c->ui.mContentsModel->data(cell, Qt::FontRole).value<QFont>().italic(),
                  !tip.isEmpty());
-    }
-
-    // The bus: items moved in refresh the lists; the companion switching protection off
-    // updates the status line and the sheet.
-    void notificationsRefresh()
-    {
-        launch();
-        QCOMPARE(c->probe.days().size(), 0);
-        item("2024-05-01", "09_00_00", "moved in");
-        const QLatin1String name(Notifications::Salvora3Notification);
-        QVERIFY(
-            NotificationBus::post(name, QLatin1String(Notifications::Salvora3DataMovedToCache)));
-        QTRY_COMPARE_WITH_TIMEOUT(c->probe.days().size(), 1, 5000);
-        QVERIFY(Fixture::settle(*c));
-        QTRY_COMPARE_WITH_TIMEOUT(names(), Names{"moved in"}, 3000);
-
-        const QString off = qtTrId("ProtectionDisabled");
-        QVERIFY(status() != off);
-        c->ui.mPreferencesWindow->ui().mProtectionEnabled->setChecked(true);
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        QVERIFY(
-            NotificationBus::post(name, QLatin1String(Notifications::Salvora3SettingsDidChange)));
-        QTRY_COMPARE_WITH_TIMEOUT(status(), off, 5000);
-        QVERIFY(!c->ui.mPreferencesWindow->ui().mProtectionEnabled->isChecked());
     }
 
     // Deleting the only item of a day's only time folder takes the folder away, but the day
