@@ -663,66 +663,6 @@ private slots:
         QCOMPARE(ProgressArea::text(WorkJob::Kind::Restore, 12, 340), "Restoring 12 of 340");
     }
 
-    // The lists ask the window for their menus and drag data (only a selection gives a menu,
-    // only the contents list gives drag data), and the space bar for the preview.
-    void listMenusDragAndPreview()
-    {
-        const QByteArray first = item("2024-05-01", "09_00_00", "a.txt");
-        const QByteArray second = item("2024-05-01", "10_00_00", "b.txt");
-        launch();
-        TableView *contents = c->ui.mTableViewContents;
-        TableView *days = c->ui.mTableViewDate;
-        contents->clearSelection();
-        QVERIFY(c->getFloatingPopupMenu(contents, contents) == nullptr);
-        contents->selectRowAlone(0);
-        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(contents, contents));
-        QVERIFY(menu && !menu->actions().isEmpty());
-
-        days->selectRowAlone(0);
-        QVERIFY(Fixture::settle(*c));
-        menu.reset(c->getFloatingPopupMenu(days, days));
-        QVERIFY(menu);
-        QCOMPARE(c->probe.cacheTimesInDay().size(), 2);
-        days->clearSelection();
-        QVERIFY(c->getFloatingPopupMenu(days, days) == nullptr);
-        QVERIFY(Fixture::settle(*c));
-        QTRY_COMPARE_WITH_TIMEOUT(c->probe.contents().size(), 2, 3000);
-
-        QVERIFY(c->writeRowsWithIndexes(days, {0}) == nullptr);
-        QVERIFY(!c->probe.drawingDragImage());
-        std::unique_ptr<QMimeData> data(c->writeRowsWithIndexes(contents, {0, 1}));
-        QVERIFY(data);
-        const QByteArrayList paths{c->probe.contents().fullPath(0),
-                                   c->probe.contents().fullPath(1)};
-        QCOMPARE(RestoreActions::pathsFromMimeData(*data), paths);
-        QVERIFY(QByteArrayList({first, second}).contains(paths[0]));
-        QVERIFY(c->probe.drawingDragImage());
-        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.drawingDragImage(), 2000);
-
-        // Space opens the preview of the selected item and closes it again; without a
-        // selection it does nothing, not even make the panel.
-        c->ui.window->move(40, 30);
-        c->ui.window->show();
-        contents->clearSelection();
-        c->doKeyDown(QStringLiteral(" "));
-        QVERIFY(!c->probe.quickLook().sharedPreviewPanelExists());
-        contents->selectRowAlone(0);
-        QTest::keyClick(contents, Qt::Key_Space);
-        auto *panel = dynamic_cast<PreviewPanel *>(c->probe.quickLook().controlledPanel());
-        QVERIFY(panel && panel->isVisible());
-        // Over the main window, and on its screen.
-        const QRect frame = panel->frameGeometry();
-        QVERIFY(c->ui.window->frameGeometry().contains(frame.center()));
-        QVERIFY(c->ui.window->screen()->availableGeometry().contains(frame.topLeft()));
-        QCOMPARE(c->probe.quickLook().items(), QByteArrayList{paths[0]});
-        // Shown once its loading thread handed it over (which also orders that thread's file
-        // closing before the clean-up's).
-        QTRY_VERIFY(panel->infoLine().startsWith(
-            QFile::decodeName(paths[0].mid(paths[0].lastIndexOf('/') + 1))));
-        QTest::keyClick(contents, Qt::Key_Space);
-        QVERIFY(!panel->isVisible());
-    }
-
     // Put Back and Restore To through the window: the column shows where each item was deleted
     // from, Put Back needs a recorded origin (and says so), the message bar tells the outcome.
     void putBackFromTheWindow()
@@ -854,21 +794,24 @@ private slots:
     }
 
     // The keys: Delete asks naming the item or the count, Ctrl+F goes to the search, F5
-    // refreshes, the menu key and Shift+F10 open the list's menu, Tab leaves a list.
-    void keyboard()
+    // refreshes, the menu key and Shift+F10 open the list's menu, Tab leaves a list. The lists
+    // ask the window for their menus and drag data (only a selection gives a menu, only the
+    // contents list gives drag data), and the space bar for the preview.
+    void keysMenusDragAndPreview()
     {
-        item("2024-05-01", "09_00_00", "report.pdf");
-        item("2024-05-01", "09_00_00", "second.pdf");
+        const QByteArray first = item("2024-05-01", "09_00_00", "a.txt");
+        const QByteArray second = item("2024-05-01", "10_00_00", "b.txt");
         item("2024-05-02", "09_00_00", "other");
         launch();
         activate();
         TableView *contents = c->ui.mTableViewContents;
+        TableView *days = c->ui.mTableViewDate;
         selectNames({"other"});
         contents->setFocus();
         {
             Answer cancel(RemovalActions::kCancelIndex);
             QTest::keyClick(contents, Qt::Key_Delete);
-            c->ui.mTableViewDate->selectRowAlone(0);
+            days->selectRowAlone(0);
             QVERIFY(Fixture::settle(*c));
             contents->selectAll();
             contents->setFocus();
@@ -913,12 +856,61 @@ private slots:
         }
 
         // Tab leaves each list for the next control instead of walking its cells.
-        for (TableView *list : {c->ui.mTableViewDate, contents}) {
+        for (TableView *list : {days, contents}) {
             list->setFocus();
             QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget *>(list));
             QTest::keyClick(list, Qt::Key_Tab);
             QVERIFY(QApplication::focusWidget() != list);
         }
+
+        contents->clearSelection();
+        QVERIFY(c->getFloatingPopupMenu(contents, contents) == nullptr);
+        contents->selectRowAlone(0);
+        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(contents, contents));
+        QVERIFY(menu && !menu->actions().isEmpty());
+
+        days->selectRowAlone(0);
+        QVERIFY(Fixture::settle(*c));
+        menu.reset(c->getFloatingPopupMenu(days, days));
+        QVERIFY(menu);
+        QCOMPARE(c->probe.cacheTimesInDay().size(), 2);
+        days->clearSelection();
+        QVERIFY(c->getFloatingPopupMenu(days, days) == nullptr);
+        QVERIFY(Fixture::settle(*c));
+        QTRY_COMPARE_WITH_TIMEOUT(c->probe.contents().size(), 3, 3000);
+
+        QVERIFY(c->writeRowsWithIndexes(days, {0}) == nullptr);
+        QVERIFY(!c->probe.drawingDragImage());
+        std::unique_ptr<QMimeData> data(c->writeRowsWithIndexes(contents, {0, 1}));
+        QVERIFY(data);
+        const QByteArrayList paths{c->probe.contents().fullPath(0),
+                                   c->probe.contents().fullPath(1)};
+        QCOMPARE(RestoreActions::pathsFromMimeData(*data), paths);
+        QVERIFY(QByteArrayList({first, second}).contains(paths[0]));
+        QVERIFY(c->probe.drawingDragImage());
+        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.drawingDragImage(), 2000);
+
+        // Space opens the preview of the selected item and closes it again; without a
+        // selection it does nothing, not even make the panel.
+        c->ui.window->move(40, 30);
+        contents->clearSelection();
+        c->doKeyDown(QStringLiteral(" "));
+        QVERIFY(!c->probe.quickLook().sharedPreviewPanelExists());
+        contents->selectRowAlone(0);
+        QTest::keyClick(contents, Qt::Key_Space);
+        auto *panel = dynamic_cast<PreviewPanel *>(c->probe.quickLook().controlledPanel());
+        QVERIFY(panel && panel->isVisible());
+        // Over the main window, and on its screen.
+        const QRect frame = panel->frameGeometry();
+        QVERIFY(c->ui.window->frameGeometry().contains(frame.center()));
+        QVERIFY(c->ui.window->screen()->availableGeometry().contains(frame.topLeft()));
+        QCOMPARE(c->probe.quickLook().items(), QByteArrayList{paths[0]});
+        // Shown once its loading thread handed it over (which also orders that thread's file
+        // closing before the clean-up's).
+        QTRY_VERIFY(panel->infoLine().startsWith(
+            QFile::decodeName(paths[0].mid(paths[0].lastIndexOf('/') + 1))));
+        QTest::keyClick(contents, Qt::Key_Space);
+        QVERIFY(!panel->isVisible());
     }
 };
 
