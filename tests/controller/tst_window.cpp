@@ -577,22 +577,8 @@ private slots:
     }
 
     // Items kept in part: italics and a tip that says what is missing; a name alone is no proof.
-    void incompleteItemsMarked_data()
-    {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<QString>("tip"); // empty: shown as a whole item
-        const CacheCommit::Completeness files{false, 2, 0}, both{false, 1, 1500};
-        QTest::newRow("files missing")
-            << QByteArray("report (incomplete).pdf") << IncompleteItems::describe(files);
-        QTest::newRow("bytes too")
-            << QByteArray("photos (incomplete)") << IncompleteItems::describe(both);
-        QTest::newRow("whole") << QByteArray("whole.txt") << QString();
-        QTest::newRow("name alone") << QByteArray("decoy (incomplete).txt") << QString();
-    }
     void incompleteItemsMarked()
     {
-        QFETCH(QByteArray, name);
-        QFETCH(QString, tip);
         const QByteArray cache = Fixture::cachePath(*env), day = "2024-05-01",
                          time = "2024-05-01 09_00_00";
         QVERIFY(!env->keep(cache, day, time, "report.pdf", {false, 2, 0}).isEmpty());
@@ -600,12 +586,19 @@ private slots:
         QVERIFY(!env->keep(cache, day, time, "whole.txt").isEmpty());
         item("2024-05-01", "09_00_00", "decoy (incomplete).txt");
         launch();
-        QVERIFY(rowOf(name) >= 0);
-        const QModelIndex cell = c->ui.mContentsModel->index(rowOf(name), 0);
-        c->ui.mContentsModel->data(cell, Qt::ToolTipRole); // asks for the day's records
-        QTRY_COMPARE(c->ui.mContentsModel->data(cell, Qt::ToolTipRole).toString(), tip);
-        QCOMPARE(c->ui.mContentsModel->data(cell, Qt::FontRole).value<QFont>().italic(),
-                 !tip.isEmpty());
+        const QList<std::pair<QByteArray, QString>> rows{
+            {"report (incomplete).pdf", IncompleteItems::describe({false, 2, 0})},
+            {"photos (incomplete)", IncompleteItems::describe({false, 1, 1500})},
+            {"whole.txt", QString()}, // empty: shown as a whole item
+            {"decoy (incomplete).txt", QString()}};
+        for (const auto &[name, tip] : rows) {
+            QVERIFY2(rowOf(name) >= 0, name.constData());
+            const QModelIndex cell = c->ui.mContentsModel->index(rowOf(name), 0);
+            c->ui.mContentsModel->data(cell, Qt::ToolTipRole); // asks for the day's records
+            QTRY_COMPARE(c->ui.mContentsModel->data(cell, Qt::ToolTipRole).toString(), tip);
+            QCOMPARE(c->ui.mContentsModel->data(cell, Qt::FontRole).value<QFont>().italic(),
+                     !tip.isEmpty());
+        }
     }
 
     // Deleting the only item of a day's only time folder takes the folder away, but the day

@@ -327,6 +327,13 @@ private slots:
         QVERIFY(!ui().mProtectedVolumesProtectButton->isEnabled() &&
                 !ui().mProtectedVolumesUnprotectButton->isEnabled());
         QVERIFY(ui().mPreferencesVolumesNote->isHidden() && r.calls.isEmpty());
+        // Without colours set, the palette's.
+        PreferencesSheet plain(window);
+        plain.load(Preferences::load());
+        plain.setSliderPosition(100);
+        plain.editPreferencesChange();
+        QCOMPARE(textColor(plain.ui().mPreferencesRemoveFromCacheValue),
+                 PreferencesSheet::paletteColors().red());
         // The labels follow the slider.
         QSlider *slider = ui().mPreferencesRemoveFromCache;
         slider->setValue(slider->maximum());
@@ -499,17 +506,6 @@ private slots:
         QCOMPARE(finished[1][0].toInt(), Preferences::kCancel);
         QTest::qWait(kInstallMenuDelayMs * 2);
         QCOMPARE(installs, 0);
-    }
-
-    void paletteColoursByDefault()
-    {
-        makeSheet();
-        PreferencesSheet plain(window);
-        plain.load(Preferences::load());
-        plain.setSliderPosition(100);
-        plain.editPreferencesChange();
-        QCOMPARE(textColor(plain.ui().mPreferencesRemoveFromCacheValue),
-                 PreferencesSheet::paletteColors().red());
     }
 };
 
