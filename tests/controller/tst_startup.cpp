@@ -115,9 +115,10 @@ private slots:
         QVERIFY(!c.ui.mPreferencesWindow->isVisible());
     }
 
-    // The privilege checks' alerts need the presenter before they run; it leaves with the
-    // window. Launch and quit log one line each, however often quit is called.
-    void alertsDaemonAndLogAtLaunch()
+    // A later launch: the privilege checks' alerts need the presenter before they run, and it
+    // leaves with the window; the daemon, the volume list, the cache folder and the toolbar are
+    // there. Launch and quit log one line each, however often quit is called.
+    void laterLaunch()
     {
         TestEnv env;
         Fixture::setLaterLaunch();
@@ -127,6 +128,19 @@ private slots:
             QVERIFY(c.applicationDidFinishLaunching());
             QVERIFY(dynamic_cast<MessageBoxPresenter *>(Alerts::presenter()) != nullptr);
             QCOMPARE(c.daemonStarts, 1);
+            // The volume list arrives after 0.15 s, never at once.
+            QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0);
+            QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 1, 2000);
+            // The start-up volume's cache folder exists from the start.
+            QVERIFY(TestEnv::exists(Fixture::cachePath(env)));
+            // The window's toolbar is the commands' one (its layout is tst_actions' business).
+            QStringList ids;
+            for (QAction *a : c.ui.mToolbar->actions())
+                ids.append(a->objectName());
+            QCOMPARE(ids, WindowActions::toolbarAllowedItemIdentifiers());
+            // Protection on: only the off switch is enabled.
+            QVERIFY(!c.ui.mProtectionONButton->isEnabled() &&
+                    c.ui.mProtectionOFFButton->isEnabled());
             c.applicationWillTerminate();
             c.applicationWillTerminate();
         }
@@ -152,26 +166,6 @@ private slots:
         QTest::qWait(300);
         QVERIFY(c.menuInstalledAt.isEmpty());
         QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0); // nothing scheduled either
-    }
-
-    void toolbarAndCacheFolder()
-    {
-        TestEnv env;
-        Fixture::setLaterLaunch();
-        TestDelegate c;
-        QVERIFY(c.applicationDidFinishLaunching());
-        // The start-up volume's cache folder exists from the start.
-        QVERIFY(QFileInfo(QFile::decodeName(Fixture::cachePath(env))).isDir());
-        // The window's toolbar is the commands' one (its layout is tst_actions' business).
-        QStringList ids;
-        for (QAction *a : c.ui.mToolbar->actions())
-            ids.append(a->objectName());
-        QCOMPARE(ids, WindowActions::toolbarAllowedItemIdentifiers());
-        // Protection on: only the off switch is enabled.
-        QVERIFY(!c.ui.mProtectionONButton->isEnabled() && c.ui.mProtectionOFFButton->isEnabled());
-        // The volume list arrives after 0.15 s, never at once.
-        QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 1, 2000);
     }
 };
 
