@@ -157,7 +157,8 @@ private slots:
                                             {}}));
     }
 
-    void dayMenuListsTheMomentsOfTheDay()
+    // A day's menu lists its moments (time folders only); an item's names it.
+    void contextualMenus()
     {
         TestEnv env;
         const QByteArray day = env.homeBytes() + "/.Salvora3Cache/2024-05-03";
@@ -180,18 +181,12 @@ private slots:
         QCOMPARE(c.calls, QStringList{"time:1"});
 
         std::unique_ptr<QMenu> none(actions.dayMenu(day + "/missing", times));
-        QVERIFY(none && none->actions().isEmpty());
-        QVERIFY(times.isEmpty());
-    }
+        QVERIFY(none && none->actions().isEmpty() && times.isEmpty());
 
-    void contentsMenuNamesTheItem()
-    {
-        TestEnv env;
-        const QByteArray item = env.homeBytes() + "/cache/2024-05-03 09_15_00/report.txt";
+        const QByteArray item = day + "/2024-05-03 09_15_00/report.txt";
         QVERIFY(TestEnv::writeFile(item, "x"));
-        Commands c;
-        WindowActions actions(c);
-        std::unique_ptr<QMenu> menu(actions.contentsMenu(item));
+        c.calls.clear();
+        menu.reset(actions.contentsMenu(item));
         QCOMPARE(menuTexts(menu.get()),
                  QStringList({qtTrId("ContextualMenuRevealInFinder").arg("report.txt"),
                               qtTrId("PutBackItem"), qtTrId("RestoreToItem"),

@@ -269,7 +269,7 @@ private slots:
         QVERIFY(!view->acceptDrops() && !view->viewport()->acceptDrops());
     }
 
-    void rightClickSelectsTheRowUnderThePointer()
+    void clicksSelectAndAskForTheMenu()
     {
         makeView();
         QSignalSpy shown(view, &TableView::contextualMenuShown);
@@ -298,23 +298,20 @@ private slots:
         QTest::mouseClick(view->viewport(), Qt::RightButton, {}, rowCenter(0));
         QCOMPARE(delegate->menuRequests, 4);
         QVERIFY(shown.size() == 3 && !QApplication::activePopupWidget());
-        view->setDelegate(nullptr);
-        QTest::mouseClick(view->viewport(), Qt::RightButton, {}, rowCenter(1));
-        QCOMPARE(delegate->menuRequests, 4);
-    }
-
-    void metaClickSelectsThenShowsTheMenu()
-    {
-        makeView();
+        delegate->giveMenu = true;
         QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, rowCenter(0));
-        QCOMPARE(delegate->menuRequests, 0);
+        QCOMPARE(delegate->menuRequests, 4);
         // Control-click is the multiple selection here, not a menu.
         QTest::mouseClick(view->viewport(), Qt::LeftButton, Qt::ControlModifier, rowCenter(2));
         QCOMPARE(view->selectedRowNumbers(), QList<int>({0, 2}));
-        QCOMPARE(delegate->menuRequests, 0);
+        QCOMPARE(delegate->menuRequests, 4);
         QTest::mouseClick(view->viewport(), Qt::LeftButton, Qt::MetaModifier, rowCenter(3));
-        QCOMPARE(delegate->menuRequests, 1);
+        QCOMPARE(delegate->menuRequests, 5);
         QCOMPARE(delegate->selectionWhenAsked, QList<int>{3});
+        closePopups();
+        view->setDelegate(nullptr);
+        QTest::mouseClick(view->viewport(), Qt::RightButton, {}, rowCenter(1));
+        QCOMPARE(delegate->menuRequests, 5);
     }
 };
 
