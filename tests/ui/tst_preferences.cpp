@@ -135,6 +135,7 @@ private slots:
         QCOMPARE(getRemoveFromCacheValue(position), days);
     }
 
+    // The ends of the slider, and the remark against the stored value.
     void retentionEnds()
     {
         // Never sits at the far right; 60 days lands there too and reads back as never.
@@ -147,6 +148,11 @@ private slots:
             const double onSlider = std::round(setRemoveFromCacheValue(d) * 100) / 100;
             QCOMPARE(getRemoveFromCacheValue(onSlider), d);
         }
+        // The sheet's labels are checked with the widgets; here the two cases it cannot reach.
+        QCOMPARE(retentionTexts(3, std::nullopt).remarkColor, TextColor::DarkGray);
+        // A stored "never" is the number 0, so the rule reads any limit as no shortening.
+        QCOMPARE(retentionTexts(3, 0).remarkColor, TextColor::DarkGray);
+        QCOMPARE(retentionTexts(0, 0).valueColor, TextColor::Red);
     }
 
     void filters_data()
@@ -173,15 +179,6 @@ private slots:
         QCOMPARE(cleanExtensions(text), extensions);
     }
 
-    void retentionRemarkAgainstTheStoredValue()
-    {
-        // The sheet's labels are checked with the widgets; here the two cases it cannot reach.
-        QCOMPARE(retentionTexts(3, std::nullopt).remarkColor, TextColor::DarkGray);
-        // A stored "never" is the number 0, so the rule reads any limit as no shortening.
-        QCOMPARE(retentionTexts(3, 0).remarkColor, TextColor::DarkGray);
-        QCOMPARE(retentionTexts(0, 0).valueColor, TextColor::Red);
-    }
-
     void volumeRowsFromMountsAndSettings()
     {
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
@@ -201,17 +198,14 @@ private slots:
         QVERIFY(!rows[1].unmounted && rows[1].description.has_value());
         QVERIFY(rows[3].isProtected && rows[3].unmounted);
         QCOMPARE(displayName(rows[3]), QStringLiteral("Gone"));
-    }
-
-    void volumeRowsOutOfRange()
-    {
-        QList<VolumeRecord> rows{row("/", "R"), row("/media/u/Stick", QString())};
-        QVERIFY(!clickVolumesList(rows, 2).protect);
-        QVERIFY(!protectSelectedVolume(rows, -1));
-        QVERIFY(!unprotectSelectedVolume(rows, 7));
-        QVERIFY(protectSelectedVolume(rows, 1));
-        QCOMPARE(unstorableRows(rows), QList<qsizetype>({1}));
-        QVERIFY(protectedDisksFrom(rows).isEmpty());
+        // Rows out of range change nothing; a row without a UUID cannot be stored.
+        QList<VolumeRecord> few{row("/", "R"), row("/media/u/Stick", QString())};
+        QVERIFY(!clickVolumesList(few, 2).protect);
+        QVERIFY(!protectSelectedVolume(few, -1));
+        QVERIFY(!unprotectSelectedVolume(few, 7));
+        QVERIFY(protectSelectedVolume(few, 1));
+        QCOMPARE(unstorableRows(few), QList<qsizetype>({1}));
+        QVERIFY(protectedDisksFrom(few).isEmpty());
     }
 
     // The check box writes or removes the session's files only when it changes what is there;
