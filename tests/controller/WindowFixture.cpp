@@ -34,37 +34,27 @@ bool launchAndSettle(TestDelegate &c, int timeoutMs)
 {
     QSignalSpy started(&c, &AppDelegate::contentsScanStarted);
     QSignalSpy ended(&c, &AppDelegate::contentsScanEnded);
-    if (!c.applicationDidFinishLaunching()) return false;
-    QElapsedTimer t;
-    t.start();
-    while (c.ui.mSelectedVolumeMenu->count() == 0 && t.elapsed() < timeoutMs)
-        QTest::qWait(5);
     // A cache without days starts no scan.
-    return c.ui.mSelectedVolumeMenu->count() > 0 && waitForScans(ended, started.size(), timeoutMs);
+    return c.applicationDidFinishLaunching() &&
+           QTest::qWaitFor([&] { return c.ui.mSelectedVolumeMenu->count() > 0; }, timeoutMs) &&
+           waitForScans(ended, started.size(), timeoutMs);
 }
 
 bool waitForScans(QSignalSpy &spy, qsizetype count, int timeoutMs)
 {
-    QElapsedTimer t;
-    t.start();
-    while (spy.size() < count && t.elapsed() < timeoutMs)
-        QTest::qWait(5);
-    return spy.size() >= count;
+    return QTest::qWaitFor([&] { return spy.size() >= count; }, timeoutMs);
 }
 
 bool settle(const TestDelegate &c, int timeoutMs)
 {
-    QElapsedTimer t, idle;
-    t.start();
+    QElapsedTimer idle;
     idle.start();
-    while (t.elapsed() < timeoutMs) {
-        QTest::qWait(5);
-        if (c.probe.scanning())
-            idle.restart();
-        else if (idle.elapsed() > AppDelegate::kScanRetryMs + 100)
-            return true;
-    }
-    return false;
+    return QTest::qWaitFor(
+        [&] {
+            if (c.probe.scanning()) idle.restart();
+            return idle.elapsed() > AppDelegate::kScanRetryMs + 100;
+        },
+        timeoutMs);
 }
 
 QList<QByteArray> names(const TestDelegate &c)

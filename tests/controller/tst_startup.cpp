@@ -24,15 +24,17 @@ class TstStartup : public QObject
         return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
     }
 
-    // Polls until `cond` holds, then returns the elapsed time in ms (-1 on timeout).
-    template <typename F>
-    static qint64 msUntil(const QElapsedTimer &clock, F cond, int timeoutMs = 5000)
+    // Waits until `cond` holds, then returns the elapsed time in ms (-1 on timeout).
+    template <typename F> static qint64 msUntil(const QElapsedTimer &clock, F cond)
     {
-        while (!cond()) {
-            if (clock.elapsed() > timeoutMs) return -1;
-            QTest::qWait(2);
-        }
-        return clock.elapsed();
+        return QTest::qWaitFor(cond, 5000) ? clock.elapsed() : -1;
+    }
+
+    // A window whose help document exists.
+    static void withHelp(TestDelegate &c, const TestEnv &env)
+    {
+        c.helpPath = env.home() + QStringLiteral("/help.rtf");
+        TestEnv::writeFile(QFile::encodeName(c.helpPath), "{\\rtf1 help}");
     }
 
 private slots:
@@ -46,20 +48,19 @@ private slots:
     {
         TestEnv env;
         TestDelegate c;
-        TestEnv::writeFile(env.homeBytes() + "/help.rtf", "{\\rtf1 help}");
-        c.helpPath = env.home() + QStringLiteral("/help.rtf");
+        withHelp(c, env);
         QElapsedTimer clock;
         clock.start();
         QVERIFY(c.applicationDidFinishLaunching());
 
         QVERIFY(c.probe.firstUse());
-        QVERIFY(Settings::integer(SettingsKeys::FirstUse).value_or(0) >
-                700000000); // seconds since 2001
+        // Seconds since 2001.
+        QVERIFY(Settings::integer(SettingsKeys::FirstUse).value_or(0) > 700000000);
+        for (const char *key :
+             {SettingsKeys::PrefsProtectionEnabled, SettingsKeys::PrefsLaunchMenu})
+            QCOMPARE(Settings::integer(key), 1);
         QCOMPARE(Settings::integer(SettingsKeys::PrefsRemoveFromCache), 14);
-        QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), 1);
-        QCOMPARE(Settings::integer(SettingsKeys::PrefsLaunchMenu), 1);
-        QVERIFY(c.ui.window->isVisible());
-        QVERIFY(c.ui.mAboutWindow->isVisible());
+        QVERIFY(c.ui.window->isVisible() && c.ui.mAboutWindow->isVisible());
         QCOMPARE(c.ui.mAboutVersion->text(), QStringLiteral("3.0.0"));
         QCOMPARE(c.ui.window->windowTitle(), QStringLiteral("Salvora 3"));
         QVERIFY(logText().contains("Salvora 3 Launched."));
@@ -86,8 +87,7 @@ private slots:
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
         const QByteArray before = TestEnv::readFile(QFile::encodeName(Settings::fileName()));
         TestDelegate c;
-        TestEnv::writeFile(env.homeBytes() + "/help.rtf", "x");
-        c.helpPath = env.home() + QStringLiteral("/help.rtf");
+        withHelp(c, env);
         QVERIFY(c.applicationDidFinishLaunching());
         QVERIFY(!c.probe.firstUse());
         QTRY_COMPARE_WITH_TIMEOUT(c.menuInstalledAt.size(), 1, 2000);
@@ -106,8 +106,7 @@ private slots:
         Settings::remove(SettingsKeys::FirstUse);
         Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 0);
         TestDelegate c;
-        TestEnv::writeFile(env.homeBytes() + "/help.rtf", "x");
-        c.helpPath = env.home() + QStringLiteral("/help.rtf");
+        withHelp(c, env);
         QVERIFY(c.applicationDidFinishLaunching());
         QVERIFY(c.probe.firstUse());
         QVERIFY(Settings::contains(SettingsKeys::FirstUse));
@@ -116,8 +115,10 @@ private slots:
         QVERIFY(!c.ui.mPreferencesWindow->isVisible());
     }
 
-    // The privilege checks' alerts need the presenter before they run; it leaves with the window.
-    void alertsAndDaemonAtLaunch()
+    // A later launch: the privilege checks' alerts need the presenter before they run, and it
+    // leaves with the window; the daemon, the volume list, the cache folder and the toolbar are
+    // there. Launch and quit log one line each, however often quit is called.
+    void laterLaunch()
     {
         TestEnv env;
         Fixture::setLaterLaunch();
@@ -127,9 +128,27 @@ private slots:
             QVERIFY(c.applicationDidFinishLaunching());
             QVERIFY(dynamic_cast<MessageBoxPresenter *>(Alerts::presenter()) != nullptr);
             QCOMPARE(c.daemonStarts, 1);
+            // The volume list arrives after 0.15 s, never at once.
+            QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0);
+            QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 1, 2000);
+            // The start-up volume's cache folder exists from the start.
+            QVERIFY(TestEnv::exists(Fixture::cachePath(env)));
+            // The window's toolbar is the commands' one (its layout is tst_actions' business).
+            QStringList ids;
+            for (QAction *a : c.ui.mToolbar->actions())
+                ids.append(a->objectName());
+            QCOMPARE(ids, WindowActions::toolbarAllowedItemIdentifiers());
+            // Protection on: only the off switch is enabled.
+            QVERIFY(!c.ui.mProtectionONButton->isEnabled() &&
+                    c.ui.mProtectionOFFButton->isEnabled());
+            c.applicationWillTerminate();
             c.applicationWillTerminate();
         }
         QVERIFY(Alerts::presenter() == nullptr);
+        const QByteArray log = logText();
+        QCOMPARE(log.count("Salvora 3 Launched."), 1);
+        QCOMPARE(log.count("Salvora 3 quits."), 1);
+        QVERIFY(log.indexOf("quits.") < log.indexOf("Launched.")); // newest first
     }
 
     void refusedPrivilegesEndSilently()
@@ -147,49 +166,6 @@ private slots:
         QTest::qWait(300);
         QVERIFY(c.menuInstalledAt.isEmpty());
         QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0); // nothing scheduled either
-    }
-
-    void oneLineEachForLaunchAndQuit()
-    {
-        TestEnv env;
-        Fixture::setLaterLaunch();
-        {
-            TestDelegate c;
-            QVERIFY(c.applicationDidFinishLaunching());
-            c.applicationWillTerminate();
-            c.applicationWillTerminate();
-        }
-        const QByteArray log = logText();
-        QCOMPARE(log.count("Salvora 3 Launched."), 1);
-        QCOMPARE(log.count("Salvora 3 quits."), 1);
-        QVERIFY(log.indexOf("Salvora 3 quits.") <
-                log.indexOf("Salvora 3 Launched.")); // newest first
-    }
-
-    void toolbarAndCacheFolder()
-    {
-        TestEnv env;
-        Fixture::setLaterLaunch();
-        TestDelegate c;
-        QVERIFY(c.applicationDidFinishLaunching());
-        // The start-up volume's cache folder exists from the start.
-        QVERIFY(QFileInfo(QFile::decodeName(Fixture::cachePath(env))).isDir());
-        // The window's toolbar is the commands' one (its layout is tst_actions' business).
-        QStringList ids;
-        for (QAction *a : c.ui.mToolbar->actions())
-            ids.append(a->objectName());
-        QCOMPARE(ids, WindowActions::toolbarAllowedItemIdentifiers());
-        // Protection on: only the off switch is enabled; nothing selected: no copy or removal.
-        QVERIFY(!c.ui.mProtectionONButton->isEnabled());
-        QVERIFY(c.ui.mProtectionOFFButton->isEnabled());
-        c.enableToolBarItem(QStringLiteral("nothing"), false);
-        c.enableToolBarItem(QStringLiteral("copyButton"), true);
-        QVERIFY(c.ui.mCopySelectedItemsButton->isEnabled());
-        c.enableToolBarItem(QStringLiteral("copyButton"), false);
-        QVERIFY(!c.ui.mCopySelectedItemsButton->isEnabled());
-        // The volume list arrives after 0.15 s, never at once.
-        QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 1, 2000);
     }
 };
 

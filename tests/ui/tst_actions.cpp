@@ -58,31 +58,12 @@ QStringList menuTexts(const QMenu *menu)
     return t;
 }
 
-// Presses a key in the message box that the next alert opens.
-void pressInNextAlert(Qt::Key key)
+// Acts on the message box that the next alert opens.
+void inNextAlert(const std::function<void(QMessageBox *)> &act)
 {
-    QTimer::singleShot(0, [key] {
-        QWidget *box = QApplication::activeModalWidget();
-        if (!box) {
-            pressInNextAlert(key);
-            return;
-        }
-        QTest::keyClick(box, key);
-    });
-}
-
-// Clicks the button with this text in the message box that the next alert opens.
-void clickInNextAlert(const QString &text, QMessageBox::Icon *icon)
-{
-    QTimer::singleShot(0, [text, icon] {
+    QTimer::singleShot(0, [act] {
         auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        if (!box) {
-            clickInNextAlert(text, icon);
-            return;
-        }
-        *icon = box->icon();
-        for (QAbstractButton *b : box->buttons())
-            if (b->text() == text) b->click();
+        box ? act(box) : inNextAlert(act);
     });
 }
 
@@ -95,7 +76,8 @@ class TstActions : public QObject
 private slots:
     void initTestCase() { Texts::install(*QCoreApplication::instance()); }
 
-    void toolbarInItsDefaultOrder()
+    // The toolbar in its default order, its labels, what it sends, and enabling by identifier.
+    void toolbar()
     {
         Commands c;
         WindowActions actions(c);
@@ -110,46 +92,29 @@ private slots:
                                    "space", "putBackButton", "copyButton", "space", "removeButton",
                                    "flexibleSpace", "showHelp", "space"}));
         QCOMPARE(WindowActions::toolbarAllowedItemIdentifiers(), ids);
-
-        const QList<std::pair<const char *, const char *>> labels{
-            {"protectionON", "StartProtection"},
-            {"protectionOFF", "StopProtection"},
-            {"copyButton", "RestoreToItem"},
-            {"removeButton", "RemoveItem"},
-            {"putBackButton", "PutBackItem"},
-            {"preferences", "Settings"},
-            {"showHelp", "ShowHelp"}};
-        for (const auto &[id, key] : labels) {
-            QAction *a = actions.toolbarItem(QLatin1String(id));
-            QVERIFY2(a, id);
-            QCOMPARE(a->text(), qtTrId(key));
-        }
-        // The text, not its key.
-        QCOMPARE(actions.toolbarItem(QStringLiteral("protectionON"))->text(),
-                 QStringLiteral("Start Protection"));
+        QStringList labels;
+        for (const char *id : {"protectionON", "protectionOFF", "copyButton", "removeButton",
+                               "putBackButton", "preferences", "showHelp"})
+            labels.append(actions.toolbarItem(QLatin1String(id))->text());
+        QCOMPARE(labels,
+                 QStringList({qtTrId("StartProtection"), qtTrId("StopProtection"),
+                              qtTrId("RestoreToItem"), qtTrId("RemoveItem"), qtTrId("PutBackItem"),
+                              qtTrId("Settings"), qtTrId("ShowHelp")}));
+        QCOMPARE(actions.toolbarItem(QStringLiteral("protectionON"))->text(), "Start Protection");
         QVERIFY(!actions.toolbarItem(QStringLiteral("space")));
         QVERIFY(!actions.toolbarItem(QStringLiteral("other")));
-
         actions.toolbarItem(QStringLiteral("copyButton"))->trigger();
         actions.toolbarItem(QStringLiteral("protectionOFF"))->trigger();
         QCOMPARE(c.calls, QStringList({"copySelectedItems", "protectionOFF"}));
-    }
 
-    void enablingToolbarItems()
-    {
-        Commands c;
-        WindowActions actions(c);
+        // Only the item named changes; no bar, or no such item, is no harm.
         QToolBar empty;
         WindowActions::enableToolBarItem(&empty, QStringLiteral("copyButton"), false);
         WindowActions::enableToolBarItem(nullptr, QStringLiteral("copyButton"), false);
-        QToolBar bar;
-        actions.populateToolbar(&bar);
         WindowActions::enableToolBarItem(&bar, QStringLiteral("copyButton"), false);
-        QVERIFY(!actions.toolbarItem(QStringLiteral("copyButton"))->isEnabled());
-        QVERIFY(actions.toolbarItem(QStringLiteral("removeButton"))->isEnabled());
         WindowActions::enableToolBarItem(&bar, QStringLiteral("nothing"), false);
         for (QAction *a : bar.actions())
-            if (a->objectName() != QLatin1String("copyButton")) QVERIFY(a->isEnabled());
+            QCOMPARE(a->isEnabled(), a->objectName() != QLatin1String("copyButton"));
     }
 
     void menuBarCommandsAndShortcuts()
@@ -163,47 +128,37 @@ private slots:
             QVERIFY(m->menu());
             all += m->menu()->actions();
         }
-        const QList<std::pair<C, const char *>> commands{
-            {C::About, "aboutWindow"},
-            {C::Preferences, "editPreferences"},
-            {C::RemoveSelectedDays, "removeSelectedDays"},
-            {C::RemoveAllCaches, "removeAllCaches"},
-            {C::GetStatus, "getStatus"},
-            {C::OpenLogs, "openLogs"},
-            {C::ToggleProtection, "toggleProtection"},
-            {C::TogglePreview, "toggleQL"},
-            {C::ShowHelp, "showHelp"},
-            {C::Quit, "quit"},
-            // Every toolbar command is in a menu too.
-            {C::PutBack, "putBack"},
-            {C::CopyItems, "copySelectedItems"},
-            {C::RemoveItems, "removeContents"},
-            {C::ProtectionON, "protectionON"},
-            {C::ProtectionOFF, "protectionOFF"},
-            {C::Refresh, "refresh"},
-            {C::FocusSearch, "focusSearch"}};
-        for (const auto &[command, call] : commands) {
-            QAction *a = actions.action(command);
-            QVERIFY2(all.contains(a), call);
-            c.calls.clear();
-            a->trigger();
-            QCOMPARE(c.calls, QStringList{QLatin1String(call)});
+        // Every toolbar command is in a menu too.
+        for (C command : {C::About, C::Preferences, C::RemoveSelectedDays, C::RemoveAllCaches,
+                          C::GetStatus, C::OpenLogs, C::ToggleProtection, C::TogglePreview,
+                          C::ShowHelp, C::Quit, C::PutBack, C::CopyItems, C::RemoveItems,
+                          C::ProtectionON, C::ProtectionOFF, C::Refresh, C::FocusSearch}) {
+            QVERIFY(all.contains(actions.action(command)));
+            actions.action(command)->trigger();
         }
-        QCOMPARE(actions.action(C::Quit)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
-        QCOMPARE(actions.action(C::ShowHelp)->shortcut(), QKeySequence(Qt::Key_F1));
-        QCOMPARE(actions.action(C::Preferences)->shortcut(),
-                 QKeySequence(Qt::CTRL | Qt::Key_Comma));
-        QCOMPARE(actions.action(C::Refresh)->shortcut(), QKeySequence(Qt::Key_F5));
-        QCOMPARE(actions.action(C::FocusSearch)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_F));
-        QCOMPARE(actions.action(C::PutBack)->shortcut(),
-                 QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_R));
-        QCOMPARE(actions.action(C::RemoveItems)->shortcut(), QKeySequence(QKeySequence::Delete));
+        QCOMPARE(c.calls, QStringList({"aboutWindow", "editPreferences", "removeSelectedDays",
+                                       "removeAllCaches", "getStatus", "openLogs",
+                                       "toggleProtection", "toggleQL", "showHelp", "quit",
+                                       "putBack", "copySelectedItems", "removeContents",
+                                       "protectionON", "protectionOFF", "refresh", "focusSearch"}));
         // Destructive commands get no shortcut.
-        QVERIFY(actions.action(C::RemoveAllCaches)->shortcut().isEmpty());
-        QVERIFY(actions.action(C::RemoveSelectedDays)->shortcut().isEmpty());
+        QList<QKeySequence> keys;
+        for (C command : {C::Quit, C::ShowHelp, C::Preferences, C::Refresh, C::FocusSearch,
+                          C::PutBack, C::RemoveItems, C::RemoveAllCaches, C::RemoveSelectedDays})
+            keys.append(actions.action(command)->shortcut());
+        QCOMPARE(keys, QList<QKeySequence>({Qt::CTRL | Qt::Key_Q,
+                                            Qt::Key_F1,
+                                            Qt::CTRL | Qt::Key_Comma,
+                                            Qt::Key_F5,
+                                            Qt::CTRL | Qt::Key_F,
+                                            Qt::CTRL | Qt::SHIFT | Qt::Key_R,
+                                            QKeySequence::Delete,
+                                            {},
+                                            {}}));
     }
 
-    void dayMenuListsTheMomentsOfTheDay()
+    // A day's menu lists its moments (time folders only); an item's names it.
+    void contextualMenus()
     {
         TestEnv env;
         const QByteArray day = env.homeBytes() + "/.Salvora3Cache/2024-05-03";
@@ -222,25 +177,16 @@ private slots:
                                                      qtTrId("MovedIntoCacheAt").arg("14:07:33")}));
         QCOMPARE(times,
                  QByteArrayList({day + "/2024-05-03 09_15_00", day + "/2024-05-03 14_07_33"}));
-        QCOMPARE(menu->actions()[1]->data().toLongLong(), 1);
         menu->actions()[1]->trigger();
         QCOMPARE(c.calls, QStringList{"time:1"});
 
         std::unique_ptr<QMenu> none(actions.dayMenu(day + "/missing", times));
-        QVERIFY(none);
-        QVERIFY(none->actions().isEmpty());
-        QVERIFY(times.isEmpty());
-    }
+        QVERIFY(none && none->actions().isEmpty() && times.isEmpty());
 
-    void contentsMenuNamesTheItem()
-    {
-        TestEnv env;
-        const QByteArray item = env.homeBytes() + "/cache/2024-05-03 09_15_00/report.txt";
+        const QByteArray item = day + "/2024-05-03 09_15_00/report.txt";
         QVERIFY(TestEnv::writeFile(item, "x"));
-        Commands c;
-        WindowActions actions(c);
-        std::unique_ptr<QMenu> menu(actions.contentsMenu(item));
-        QVERIFY(menu);
+        c.calls.clear();
+        menu.reset(actions.contentsMenu(item));
         QCOMPARE(menuTexts(menu.get()),
                  QStringList({qtTrId("ContextualMenuRevealInFinder").arg("report.txt"),
                               qtTrId("PutBackItem"), qtTrId("RestoreToItem"),
@@ -262,13 +208,16 @@ private slots:
         MessageBoxPresenter presenter(&window);
         Alerts::setPresenter(&presenter);
 
-        pressInNextAlert(Qt::Key_Return);
-        QVERIFY(!RemovalActions::confirm(RemovalActions::Command::Contents));
-        pressInNextAlert(Qt::Key_Escape);
-        QVERIFY(!RemovalActions::confirm(RemovalActions::Command::AllCaches));
-
+        for (Qt::Key key : {Qt::Key_Return, Qt::Key_Escape}) {
+            inNextAlert([key](QMessageBox *box) { QTest::keyClick(box, key); });
+            QVERIFY(!RemovalActions::confirm(RemovalActions::Command::Contents));
+        }
         QMessageBox::Icon icon = QMessageBox::NoIcon;
-        clickInNextAlert(qtTrId("DeleteButton"), &icon);
+        inNextAlert([&](QMessageBox *box) {
+            icon = box->icon();
+            for (QAbstractButton *b : box->buttons())
+                if (b->text() == qtTrId("DeleteButton")) b->click();
+        });
         QVERIFY(RemovalActions::confirm(RemovalActions::Command::Days));
         QCOMPARE(icon, QMessageBox::Critical);
         Alerts::setPresenter(nullptr);

@@ -50,11 +50,7 @@ private slots:
         env = new TestEnv;
         dir = env->homeBytes() + "/cache/2024-05-03 09_15_00/";
     }
-    void cleanup()
-    {
-        delete env;
-        env = nullptr;
-    }
+    void cleanup() { delete env; }
 
     void whatEachFileGives()
     {
@@ -64,8 +60,7 @@ private slots:
         PreviewPanel::Preview p = PreviewPanel::load(image);
         QCOMPARE(p.kind, PreviewPanel::Kind::Image);
         QCOMPARE(p.image.size(), QSize(64, 32));
-        QVERIFY(p.size > 0);
-        QVERIFY(p.modified.isValid());
+        QVERIFY(p.size > 0 && p.modified.isValid());
 
         const QByteArray small = dir + "notes.txt";
         QVERIFY(TestEnv::writeFile(small, "first line\nsecond line\n"));
@@ -78,8 +73,7 @@ private slots:
         QVERIFY(TestEnv::writeFile(big, QByteArray(PreviewPanel::kTextLimit + 1000, 'x')));
         p = PreviewPanel::load(big);
         QCOMPARE(p.kind, PreviewPanel::Kind::Text);
-        QCOMPARE(p.text.size(), PreviewPanel::kTextLimit);
-        QVERIFY(p.textTruncated);
+        QVERIFY(p.text.size() == PreviewPanel::kTextLimit && p.textTruncated);
 
         const QByteArray binary = dir + "blob.bin";
         QByteArray bytes(4096, '\0');
@@ -88,18 +82,15 @@ private slots:
         QVERIFY(TestEnv::writeFile(binary, bytes));
         p = PreviewPanel::load(binary);
         QCOMPARE(p.kind, PreviewPanel::Kind::Info);
-        QVERIFY(!p.kindText.isEmpty());
-        QCOMPARE(p.size, qint64(4096));
+        QVERIFY(!p.kindText.isEmpty() && p.size == 4096);
 
         QVERIFY(TestEnv::makeFolders(dir + "a folder"));
         p = PreviewPanel::load(dir + "a folder");
         QCOMPARE(p.kind, PreviewPanel::Kind::Info);
-        QVERIFY(p.isFolder);
-        QCOMPARE(p.size, qint64(-1));
+        QVERIFY(p.isFolder && p.size == -1);
 
         p = PreviewPanel::load(dir + "gone");
-        QCOMPARE(p.kind, PreviewPanel::Kind::Info);
-        QVERIFY(!p.exists);
+        QVERIFY(p.kind == PreviewPanel::Kind::Info && !p.exists);
     }
 
     void pdfFirstPage()
@@ -114,8 +105,7 @@ private slots:
         }
         QVERIFY(TestEnv::writeFile(path, TestEnv::readFile(env->homeBytes() + "/letter.pdf")));
         const PreviewPanel::Preview p = PreviewPanel::load(path);
-        QCOMPARE(p.kind, PreviewPanel::Kind::Pdf);
-        QVERIFY(!p.image.isNull());
+        QVERIFY(p.kind == PreviewPanel::Kind::Pdf && !p.image.isNull());
     }
 
     void spaceOpensAndClosesThePanel()
@@ -143,10 +133,8 @@ private slots:
         // No selection while open: it stays open.
         ql.showSelectionPreview(std::nullopt);
         QVERIFY(panel.isVisible());
-
         QVERIFY(ql.doKeyDown(QStringLiteral(" "), image));
-        QVERIFY(!panel.isVisible());
-        QVERIFY(ql.items().isEmpty());
+        QVERIFY(!panel.isVisible() && ql.items().isEmpty());
 
         // Other keys do nothing; an item that vanished is not shown.
         QVERIFY(!ql.doKeyDown(QStringLiteral("a"), image));
@@ -163,11 +151,9 @@ private slots:
         ql.showSelectionPreview(image);
         QVERIFY(panel.isVisible());
         QTest::keyClick(&panel, Qt::Key_Space);
-        QVERIFY(!panel.isVisible());
-        QCOMPARE(ql.controlledPanel(), nullptr);
+        QVERIFY(!panel.isVisible() && ql.controlledPanel() == nullptr);
         ql.showSelectionPreview(image);
-        QVERIFY(panel.isVisible());
-        QCOMPARE(ql.controlledPanel(), &panel);
+        QVERIFY(panel.isVisible() && ql.controlledPanel() == &panel);
     }
 
     void theLatestItemWins()
@@ -187,14 +173,12 @@ private slots:
         QTRY_COMPARE(loaded.size(), 1);
         QTest::qWait(100);
         QCOMPARE(loaded.size(), 1); // the first result was dropped
-        QCOMPARE(panel.shown().path, small);
-        QCOMPARE(panel.shown().text, QStringLiteral("s"));
+        QVERIFY(panel.shown().path == small && panel.shown().text == QLatin1String("s"));
 
         source.items.clear();
         panel.reloadData();
         QTRY_COMPARE(loaded.size(), 2);
-        QCOMPARE(panel.shownKind(), PreviewPanel::Kind::Nothing);
-        QVERIFY(panel.infoLine().isEmpty());
+        QVERIFY(panel.shownKind() == PreviewPanel::Kind::Nothing && panel.infoLine().isEmpty());
     }
 };
 
