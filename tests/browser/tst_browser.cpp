@@ -8,14 +8,11 @@
 #include "browser/SizeCalculation.h"
 #include "cache/CacheCommit.h"
 #include "cache/SizeRecords.h"
-#include "common/NotificationBus.h"
-#include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
 #include <QFile>
 #include <QRandomGenerator>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -373,19 +370,6 @@ private slots:
         QCOMPARE(times.at(9), QByteArray("2024-04-30 23_59_59"));
     }
 
-    void mergingBatchesEqualsSortingAll()
-    {
-        CacheItems merged;
-        std::atomic<bool> stop{false};
-        ContentsScan::scan({days[1], days[0]}, ContentsScan::Options(), stop, [&](CacheItems &&b) {
-            sort(b, ByName);
-            mergeSortedInto(merged, std::move(b), ByName);
-        });
-        CacheItems all = scanAll(days);
-        sort(all, ByName);
-        QCOMPARE(names(merged), names(all));
-    }
-
     void parallelSortEqualsSort()
     {
         // Large enough for the two-thread path; many equal names and times, as in real caches.
@@ -464,30 +448,6 @@ private slots:
             }
         }
         QVERIFY(decided > items.size() * items.size() * 3 / 4); // the keys do most of the work
-    }
-
-    void keyOfAName()
-    {
-        const CacheItems items =
-            listOf({"ABCdefGHIJKLMNOPqrs", "Ab\xc3\xa9", "short", "a\xe2\x84\xaa", "\xc5\xbf"});
-        QCOMPARE(items.row(0).keyLength, std::uint8_t(16 | CacheItems::kKeyAsciiBytes));
-        QCOMPARE(items.row(0).key[0], 0x6162636465666768ull); // "abcdefgh"
-        // A character beyond ASCII ends the key with a mark above ASCII...
-        QCOMPARE(items.row(1).keyLength, std::uint8_t(3));
-        QCOMPARE(items.row(1).key[0], 0x6162ff0000000000ull);
-        QCOMPARE(items.row(2).keyLength,
-                 std::uint8_t(5 | CacheItems::kKeyComplete | CacheItems::kKeyAsciiBytes));
-        // ...but the Kelvin sign and the long s fold onto ASCII letters, and are keyed so.
-        QCOMPARE(items.row(3).keyLength, std::uint8_t(2 | CacheItems::kKeyComplete));
-        QCOMPARE(items.row(3).key[0], 0x616b000000000000ull); // "ak"
-        QCOMPARE(items.row(4).keyLength, std::uint8_t(1 | CacheItems::kKeyComplete));
-        QCOMPARE(items.row(4).key[0], 0x7300000000000000ull); // "s"
-        // A lead byte of those two that starts anything else is above ASCII, as is a bad byte.
-        const CacheItems odd = listOf({"\xc5\x81", "\xe2\x80\x93x", "\xc5", "x\xff"});
-        for (int i = 0; i < 3; ++i)
-            QCOMPARE(odd.row(i).key[0] >> 56, 0xffull);
-        QCOMPARE(odd.row(3).keyLength, std::uint8_t(2));
-        QCOMPARE(odd.row(3).key[0], 0x78ff000000000000ull);
     }
 
     // Merging sorted lists gives what sorting everything gives, rows keeping their own names,
@@ -828,19 +788,6 @@ private slots:
         Removal::removeAllCaches();
         QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
         QVERIFY(!TestEnv::exists(kept));
-    }
-
-    void deleteRequestReachesTheBus()
-    {
-        if (!QDBusConnection::sessionBus().isConnected()) QSKIP("no session bus");
-        NotificationBus listener;
-        QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QSignalSpy spy(&listener, &NotificationBus::received);
-        const QByteArrayList paths{time + "/b\xff\xfe.bin", time + "/a.txt"};
-        QVERIFY(Removal::postDeleteRequest(paths));
-        QTRY_COMPARE(spy.size(), 1);
-        QCOMPARE(spy[0][1].toString(), QLatin1String(Notifications::Salvora3DaemonMustDelete));
-        QCOMPARE(NotificationBus::deleteListFrom(spy[0][2].toMap()), paths);
     }
 };
 
