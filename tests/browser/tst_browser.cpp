@@ -780,6 +780,11 @@ private slots:
         QVERIFY(!TestEnv::exists(time + "/tree"));
         QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
         QVERIFY(Removal::removeTree(time + "/missing"));
+        // A link as the item itself goes, not what it points to.
+        QVERIFY(symlink(outside, time + "/to-precious") == 0);
+        QVERIFY(Removal::removeTree(time + "/to-precious"));
+        QVERIFY(!TestEnv::exists(time + "/to-precious"));
+        QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
     }
 
     void removeAllCachesTurnsProtectionOff()
