@@ -630,9 +630,18 @@ private slots:
         QCOMPARE(st.st_mtim.tv_sec, time_t(1000000000));
     }
 
-    // A folder with pieces that cannot be copied is copied without them, and says which.
+    // Stopped or failed, a copy leaves nothing; a folder with pieces that cannot be copied is
+    // copied without them, and says which.
     void partialFolderCopiesTheRest()
     {
+        std::atomic<bool> stop{true};
+        QCOMPARE(Restore::copyItem(time + "/tree", out + "/tree", &stop).outcome, Stopped);
+        QCOMPARE(entries(out), QByteArrayList());
+        // A source that vanished: a clear failure, nothing written.
+        const auto gone = Restore::copyItem(time + "/missing", out + "/missing");
+        QCOMPARE(gone.outcome, Failed);
+        QVERIFY(!gone.error.isEmpty());
+        QCOMPARE(entries(out), QByteArrayList());
         QVERIFY(makeSocket(time + "/tree/sub/sock"));
         const auto r = Restore::copyItem(time + "/tree", out + "/tree");
         QCOMPARE(r.outcome, Copied);
@@ -740,20 +749,9 @@ private slots:
         QVERIFY(TestEnv::exists(time)); // the tree is still in it
     }
 
-    void interruptedOrFailedCopyLeavesNothing()
-    {
-        std::atomic<bool> stop{true};
-        const auto r = Restore::copyItem(time + "/tree", out + "/tree", &stop);
-        QCOMPARE(r.outcome, Stopped);
-        QCOMPARE(entries(out), QByteArrayList());
-        // A source that vanished: a clear failure, nothing written.
-        const auto gone = Restore::copyItem(time + "/missing", out + "/missing");
-        QCOMPARE(gone.outcome, Failed);
-        QVERIFY(!gone.error.isEmpty());
-        QCOMPARE(entries(out), QByteArrayList());
-    }
-
-    void removingTheLastItemRemovesItsTimeFolder()
+    // The last item of a time folder takes it along and the day is recounted; links are removed,
+    // never followed; removing every cache turns protection off.
+    void removal()
     {
         const QByteArray day = kept + "/2024-05-03";
         qint64 n = 0;
@@ -763,32 +761,21 @@ private slots:
         // The day is recounted next time.
         QVERIFY(!TestEnv::exists(day + "/.Salvora3_CacheInformation"));
         QVERIFY(TestEnv::exists(time));
-        Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
-        QVERIFY(!TestEnv::exists(time));
-        QVERIFY(TestEnv::exists(day));
-        n = 0;
-        QCOMPARE(CommonUtils::getSizeOfCache(day, &n), 0);
-        QCOMPARE(n, 0);
-    }
-
-    void removalNeverFollowsLinks()
-    {
+        // A link, as the item or inside it, goes itself, not what it points to.
         const QByteArray outside = env->homeBytes() + "/precious";
         QVERIFY(TestEnv::writeFile(outside + "/keep.txt", "keep"));
         QVERIFY(symlink(outside, time + "/tree/sub/to-precious") == 0);
-        QVERIFY(Removal::removeTree(time + "/tree"));
-        QVERIFY(!TestEnv::exists(time + "/tree"));
-        QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
-        QVERIFY(Removal::removeTree(time + "/missing"));
-        // A link as the item itself goes, not what it points to.
         QVERIFY(symlink(outside, time + "/to-precious") == 0);
         QVERIFY(Removal::removeTree(time + "/to-precious"));
         QVERIFY(!TestEnv::exists(time + "/to-precious"));
+        QVERIFY(Removal::removeTree(time + "/missing"));
+        Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
+        QVERIFY(!TestEnv::exists(time));
+        QVERIFY(TestEnv::exists(day));
         QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
-    }
-
-    void removeAllCachesTurnsProtectionOff()
-    {
+        n = 0;
+        QCOMPARE(CommonUtils::getSizeOfCache(day, &n), 0);
+        QCOMPARE(n, 0);
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         Removal::removeAllCaches();
         QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
