@@ -196,25 +196,19 @@ private slots:
     {
         QTest::addColumn<QByteArray>("entry");
         QTest::addColumn<QByteArray>("program");
-        QTest::newRow("arguments")
-            << QByteArray("[Desktop Entry]\nExec=/usr/bin/x --flag\n") << QByteArray("/usr/bin/x");
-        QTest::newRow("spaces and CRLF")
-            << QByteArray("[Desktop Entry]\r\nExec = \"/a b/c\" %u\r\n") << QByteArray("/a b/c");
-        QTest::newRow("escaped blank")
-            << QByteArray("[Desktop Entry]\nExec=/a\\sb\n") << QByteArray("/a");
-        QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=/usr/bin/x\nHidden=true\n")
-                                << QByteArray();
-        QTest::newRow("relative program")
-            << QByteArray("[Desktop Entry]\nExec=x --flag\n") << QByteArray();
-        QTest::newRow("other group")
-            << QByteArray("[Desktop Action new]\nExec=/usr/bin/x\n") << QByteArray();
-        QTest::newRow("comment") << QByteArray("[Desktop Entry]\n#Exec=/usr/bin/x\n")
-                                 << QByteArray();
-        QTest::newRow("open quote")
-            << QByteArray("[Desktop Entry]\nExec=\"/usr/bin/x\n") << QByteArray();
-        QTest::newRow("empty") << QByteArray() << QByteArray();
-        QTest::newRow("first Exec wins")
-            << QByteArray("[Desktop Entry]\nExec=/a\nExec=/b\n") << QByteArray("/a");
+        const auto row = [](const char *name, const char *entry, const char *program) {
+            QTest::newRow(name) << QByteArray(entry) << QByteArray(program);
+        };
+        row("arguments", "[Desktop Entry]\nExec=/usr/bin/x --flag\n", "/usr/bin/x");
+        row("spaces and CRLF", "[Desktop Entry]\r\nExec = \"/a b/c\" %u\r\n", "/a b/c");
+        row("escaped blank", "[Desktop Entry]\nExec=/a\\sb\n", "/a");
+        row("hidden", "[Desktop Entry]\nExec=/usr/bin/x\nHidden=true\n", "");
+        row("relative program", "[Desktop Entry]\nExec=x --flag\n", "");
+        row("other group", "[Desktop Action new]\nExec=/usr/bin/x\n", "");
+        row("comment", "[Desktop Entry]\n#Exec=/usr/bin/x\n", "");
+        row("open quote", "[Desktop Entry]\nExec=\"/usr/bin/x\n", "");
+        row("empty", "", "");
+        row("first Exec wins", "[Desktop Entry]\nExec=/a\nExec=/b\n", "/a");
     }
     void entriesThatDoNotResolve()
     {
