@@ -126,49 +126,30 @@ private slots:
         QCOMPARE(r.noticeHidden, std::optional<bool>(true));
     }
 
-    // What each received object refreshes, with the protection setting absent (-1) or set; a
-    // change of settings is logged even without the key. Objects for others change nothing.
-    void received_data()
+    // What each received object refreshes; a change of settings is logged even without the
+    // key; objects for others change nothing.
+    void receivedObjects()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QStringList>("objects");
-        QTest::addColumn<int>("protection");
-        QTest::addColumn<QStringList>("calls");
-        QTest::addColumn<int>("logged"); // "Settings did change." lines
-        const QString menu = QLatin1String(Notifications::Salvora3MenuNotification);
-        const QString changed = QLatin1String(Notifications::Salvora3SettingsDidChange);
-        const QString modified = QLatin1String(Notifications::Salvora3CacheModified);
-        QTest::newRow("ignored") << kWindow
-                                 << QStringList{QString(), QStringLiteral("Salvora3SomethingElse")}
-                                 << 1 << QStringList() << 0;
-        QTest::newRow("for the companion")
-            << menu << QStringList{modified} << 1 << QStringList() << 0;
-        QTest::newRow("settings, no key")
-            << kWindow << QStringList{changed} << -1 << QStringList() << 1;
-        QTest::newRow("settings") << kWindow << QStringList{changed} << 0
-                                  << QStringList{"box:off", "status"} << 1;
-        QTest::newRow("cache changes")
-            << kWindow
-            << QStringList{modified, QLatin1String(Notifications::Salvora3DataMovedToCache)} << -1
-            << QStringList{"days", "contents", "status", "days", "contents", "status"} << 0;
-    }
-    void received()
-    {
-        QFETCH(QString, name);
-        QFETCH(QStringList, objects);
-        QFETCH(int, protection);
-        QFETCH(QStringList, calls);
-        QFETCH(int, logged);
+        using namespace Notifications;
         Recorder r;
         NotificationProtocol p(r);
-        if (protection >= 0) Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, protection);
-        for (const QString &object : objects)
-            p.receiveNotification(name, object);
-        QCOMPARE(r.calls, calls);
-        QCOMPARE(logContent().count("Salvora 3 receive a notification: Settings did change."),
-                 logged);
-        if (!logged) QVERIFY(logContent().isEmpty());
+        p.receiveNotification(kWindow, QString());
+        p.receiveNotification(kWindow, QStringLiteral("Salvora3SomethingElse"));
+        p.receiveNotification(QLatin1String(Salvora3MenuNotification),
+                              QLatin1String(Salvora3CacheModified));
+        QVERIFY(logContent().isEmpty());
+        p.receiveNotification(kWindow, QLatin1String(Salvora3SettingsDidChange));
+        QVERIFY(r.calls.isEmpty());
+        QVERIFY(logContent().contains("Salvora 3 receive a notification: Settings did change."));
+        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
+        p.receiveNotification(kWindow, QLatin1String(Salvora3SettingsDidChange));
+        QCOMPARE(logContent().count("Settings did change."), 2);
+        p.receiveNotification(kWindow, QLatin1String(Salvora3CacheModified));
+        p.receiveNotification(kWindow, QLatin1String(Salvora3DataMovedToCache));
+        QCOMPARE(r.calls, QStringList({"box:off", "status", "days", "contents", "status", "days",
+                                       "contents", "status"}));
     }
+
     void newVersionNotificationWaitsThreeSeconds()
     {
         Recorder r;
