@@ -8,14 +8,11 @@
 #include "browser/SizeCalculation.h"
 #include "cache/CacheCommit.h"
 #include "cache/SizeRecords.h"
-#include "common/NotificationBus.h"
-#include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 
 #include <QFile>
 #include <QRandomGenerator>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -373,19 +370,6 @@ private slots:
         QCOMPARE(times.at(9), QByteArray("2024-04-30 23_59_59"));
     }
 
-    void mergingBatchesEqualsSortingAll()
-    {
-        CacheItems merged;
-        std::atomic<bool> stop{false};
-        ContentsScan::scan({days[1], days[0]}, ContentsScan::Options(), stop, [&](CacheItems &&b) {
-            sort(b, ByName);
-            mergeSortedInto(merged, std::move(b), ByName);
-        });
-        CacheItems all = scanAll(days);
-        sort(all, ByName);
-        QCOMPARE(names(merged), names(all));
-    }
-
     void parallelSortEqualsSort()
     {
         // Large enough for the two-thread path; many equal names and times, as in real caches.
@@ -464,30 +448,6 @@ private slots:
             }
         }
         QVERIFY(decided > items.size() * items.size() * 3 / 4); // the keys do most of the work
-    }
-
-    void keyOfAName()
-    {
-        const CacheItems items =
-            listOf({"ABCdefGHIJKLMNOPqrs", "Ab\xc3\xa9", "short", "a\xe2\x84\xaa", "\xc5\xbf"});
-        QCOMPARE(items.row(0).keyLength, std::uint8_t(16 | CacheItems::kKeyAsciiBytes));
-        QCOMPARE(items.row(0).key[0], 0x6162636465666768ull); // "abcdefgh"
-        // A character beyond ASCII ends the key with a mark above ASCII...
-        QCOMPARE(items.row(1).keyLength, std::uint8_t(3));
-        QCOMPARE(items.row(1).key[0], 0x6162ff0000000000ull);
-        QCOMPARE(items.row(2).keyLength,
-                 std::uint8_t(5 | CacheItems::kKeyComplete | CacheItems::kKeyAsciiBytes));
-        // ...but the Kelvin sign and the long s fold onto ASCII letters, and are keyed so.
-        QCOMPARE(items.row(3).keyLength, std::uint8_t(2 | CacheItems::kKeyComplete));
-        QCOMPARE(items.row(3).key[0], 0x616b000000000000ull); // "ak"
-        QCOMPARE(items.row(4).keyLength, std::uint8_t(1 | CacheItems::kKeyComplete));
-        QCOMPARE(items.row(4).key[0], 0x7300000000000000ull); // "s"
-        // A lead byte of those two that starts anything else is above ASCII, as is a bad byte.
-        const CacheItems odd = listOf({"\xc5\x81", "\xe2\x80\x93x", "\xc5", "x\xff"});
-        for (int i = 0; i < 3; ++i)
-            QCOMPARE(odd.row(i).key[0] >> 56, 0xffull);
-        QCOMPARE(odd.row(3).keyLength, std::uint8_t(2));
-        QCOMPARE(odd.row(3).key[0], 0x78ff000000000000ull);
     }
 
     // Merging sorted lists gives what sorting everything gives, rows keeping their own names,
@@ -670,9 +630,18 @@ private slots:
         QCOMPARE(st.st_mtim.tv_sec, time_t(1000000000));
     }
 
-    // A folder with pieces that cannot be copied is copied without them, and says which.
+    // Stopped or failed, a copy leaves nothing; a folder with pieces that cannot be copied is
+    // copied without them, and says which.
     void partialFolderCopiesTheRest()
     {
+        std::atomic<bool> stop{true};
+        QCOMPARE(Restore::copyItem(time + "/tree", out + "/tree", &stop).outcome, Stopped);
+        QCOMPARE(entries(out), QByteArrayList());
+        // A source that vanished: a clear failure, nothing written.
+        const auto gone = Restore::copyItem(time + "/missing", out + "/missing");
+        QCOMPARE(gone.outcome, Failed);
+        QVERIFY(!gone.error.isEmpty());
+        QCOMPARE(entries(out), QByteArrayList());
         QVERIFY(makeSocket(time + "/tree/sub/sock"));
         const auto r = Restore::copyItem(time + "/tree", out + "/tree");
         QCOMPARE(r.outcome, Copied);
@@ -780,20 +749,9 @@ private slots:
         QVERIFY(TestEnv::exists(time)); // the tree is still in it
     }
 
-    void interruptedOrFailedCopyLeavesNothing()
-    {
-        std::atomic<bool> stop{true};
-        const auto r = Restore::copyItem(time + "/tree", out + "/tree", &stop);
-        QCOMPARE(r.outcome, Stopped);
-        QCOMPARE(entries(out), QByteArrayList());
-        // A source that vanished: a clear failure, nothing written.
-        const auto gone = Restore::copyItem(time + "/missing", out + "/missing");
-        QCOMPARE(gone.outcome, Failed);
-        QVERIFY(!gone.error.isEmpty());
-        QCOMPARE(entries(out), QByteArrayList());
-    }
-
-    void removingTheLastItemRemovesItsTimeFolder()
+    // The last item of a time folder takes it along and the day is recounted; links are removed,
+    // never followed; removing every cache turns protection off.
+    void removal()
     {
         const QByteArray day = kept + "/2024-05-03";
         qint64 n = 0;
@@ -803,44 +761,25 @@ private slots:
         // The day is recounted next time.
         QVERIFY(!TestEnv::exists(day + "/.Salvora3_CacheInformation"));
         QVERIFY(TestEnv::exists(time));
-        Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
-        QVERIFY(!TestEnv::exists(time));
-        QVERIFY(TestEnv::exists(day));
-        n = 0;
-        QCOMPARE(CommonUtils::getSizeOfCache(day, &n), 0);
-        QCOMPARE(n, 0);
-    }
-
-    void removalNeverFollowsLinks()
-    {
+        // A link, as the item or inside it, goes itself, not what it points to.
         const QByteArray outside = env->homeBytes() + "/precious";
         QVERIFY(TestEnv::writeFile(outside + "/keep.txt", "keep"));
         QVERIFY(symlink(outside, time + "/tree/sub/to-precious") == 0);
-        QVERIFY(Removal::removeTree(time + "/tree"));
-        QVERIFY(!TestEnv::exists(time + "/tree"));
-        QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
+        QVERIFY(symlink(outside, time + "/to-precious") == 0);
+        QVERIFY(Removal::removeTree(time + "/to-precious"));
+        QVERIFY(!TestEnv::exists(time + "/to-precious"));
         QVERIFY(Removal::removeTree(time + "/missing"));
-    }
-
-    void removeAllCachesTurnsProtectionOff()
-    {
+        Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
+        QVERIFY(!TestEnv::exists(time));
+        QVERIFY(TestEnv::exists(day));
+        QCOMPARE(TestEnv::readFile(outside + "/keep.txt"), QByteArray("keep"));
+        n = 0;
+        QCOMPARE(CommonUtils::getSizeOfCache(day, &n), 0);
+        QCOMPARE(n, 0);
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         Removal::removeAllCaches();
         QCOMPARE(Settings::integer(SettingsKeys::PrefsProtectionEnabled), std::optional<qint64>(0));
         QVERIFY(!TestEnv::exists(kept));
-    }
-
-    void deleteRequestReachesTheBus()
-    {
-        if (!QDBusConnection::sessionBus().isConnected()) QSKIP("no session bus");
-        NotificationBus listener;
-        QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QSignalSpy spy(&listener, &NotificationBus::received);
-        const QByteArrayList paths{time + "/b\xff\xfe.bin", time + "/a.txt"};
-        QVERIFY(Removal::postDeleteRequest(paths));
-        QTRY_COMPARE(spy.size(), 1);
-        QCOMPARE(spy[0][1].toString(), QLatin1String(Notifications::Salvora3DaemonMustDelete));
-        QCOMPARE(NotificationBus::deleteListFrom(spy[0][2].toMap()), paths);
     }
 };
 

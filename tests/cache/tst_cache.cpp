@@ -99,6 +99,12 @@ private slots:
         QCOMPARE(CommonUtils::pathForTrashFolderInVolume(0),
                  env->homeBytes() + "/.local/share/Trash");
         QVERIFY(CommonUtils::pathForCacheFolderInVolume(99).isEmpty());
+        // Another account's cache is never named (only root can plant one here).
+        if (geteuid() == 0) {
+            QVERIFY(chown(cache.constData(), 65534, 65534) == 0);
+            QVERIFY(CommonUtils::pathForCacheFolderInVolume(0).isEmpty());
+            QVERIFY(chown(cache.constData(), 0, 0) == 0);
+        }
         // A home that has vanished yields no cache and creates nothing.
         qputenv("HOME", env->homeBytes() + "/gone");
         QVERIFY(CommonUtils::pathForCacheFolderInVolume(0).isEmpty());

@@ -116,7 +116,7 @@ private slots:
         QCOMPARE(problems.size(), 0);
     }
 
-    // No German file: English, not bare ids; also what the other suites rely on under C.
+    // No German file: English, not bare ids (the other suites check English under C).
     void localePicksLanguage_data()
     {
         QTest::addColumn<QLocale>("locale");
@@ -127,7 +127,6 @@ private slots:
         QTest::newRow("fr_FR") << QLocale(QLocale::French, QLocale::France) << french << "Ko";
         QTest::newRow("fr_CA") << QLocale(QLocale::French, QLocale::Canada) << french << "Ko";
         QTest::newRow("de_DE") << QLocale(QLocale::German, QLocale::Germany) << english << "KB";
-        QTest::newRow("C") << QLocale::c() << english << "KB";
     }
     void localePicksLanguage()
     {
@@ -138,34 +137,22 @@ private slots:
         Texts::install(*QCoreApplication::instance());
         QCOMPARE(qtTrId("MenuProtectionOn"), menuText);
         QCOMPARE(CommonUtils::getSizeStr(1500), QStringLiteral("1.5 ") + kiloUnit);
-        QCOMPARE(Texts::appName(), QStringLiteral("Salvora 3"));
     }
 
-    // A program started with a French environment speaks French, and English without one.
-    void programFollowsEnvironment_data()
-    {
-        QTest::addColumn<QString>("lcAll");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("fr_FR.UTF-8") << "fr_FR.UTF-8"
-                                     << "jour d’activité";
-        QTest::newRow("C.UTF-8") << "C.UTF-8"
-                                 << "day of activity";
-    }
+    // A program started with a French environment speaks French (English: the other suites).
     void programFollowsEnvironment()
     {
-        QFETCH(QString, lcAll);
-        QFETCH(QString, expected);
         TestEnv env;
         QProcess salvora;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.remove(QStringLiteral("LANGUAGE"));
-        environment.insert(QStringLiteral("LC_ALL"), lcAll);
+        environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("fr_FR.UTF-8"));
         salvora.setProcessEnvironment(environment);
         salvora.start(qEnvironmentVariable("SALVORA_BIN_DIR") + QLatin1String("/salvora"),
                       {QStringLiteral("days")});
         QVERIFY(salvora.waitForFinished(30000));
         QCOMPARE(salvora.exitCode(), 0);
-        QVERIFY(QString::fromUtf8(salvora.readAllStandardOutput()).contains(expected));
+        QVERIFY(QString::fromUtf8(salvora.readAllStandardOutput()).contains(u"jour d’activité"));
     }
 };
 

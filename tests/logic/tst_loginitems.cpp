@@ -57,7 +57,7 @@ class TstLoginItems : public QObject
             if (line.size() > 22) messages.append(line.mid(22));
         return messages;
     }
-    void install()
+    void installCompanion()
     {
         LoginItems::Companion c = LoginItems::defaultCompanion();
         c.menuPath = QFile::decodeName(M);
@@ -69,18 +69,6 @@ class TstLoginItems : public QObject
         };
         LoginItems::installSalvoraMenu(c);
     }
-    void verifyQuitPosted(bool posted)
-    {
-        if (posted) {
-            QTRY_COMPARE(quits->size(), 1);
-            QCOMPARE(quits->at(0).at(1).toString(),
-                     QLatin1String(Notifications::Salvora3MenuMustQuit));
-        } else {
-            QTest::qWait(50);
-            QCOMPARE(quits->size(), 0);
-        }
-    }
-
 private slots:
     void init()
     {
@@ -102,99 +90,87 @@ private slots:
         delete env;
     }
 
-    void onAndAlreadyListed()
+    // Setting 1, 0 or absent (-1) over the listed entries ("file=program", "$M" the companion,
+    // "$OLD" a stale copy of it, " hidden" a hidden entry): what stays listed, what is logged
+    // (newest first), whether the companion is started and whether it is told to quit. Stale
+    // copies before the companion's entry go; the walk stops at it, so later ones stay.
+    void install_data()
     {
-        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
-        entry("salvora3-menu.desktop", M);
-        const QByteArrayList before = entries();
-        running = 1;
-        install();
-        QCOMPARE(entries(), before);
-        QVERIFY(logMessages().isEmpty());
-        QVERIFY(launched.isEmpty()); // it runs already
-        running = 0;
-        install();
-        QCOMPARE(launched, QStringList{QFile::decodeName(M)});
-        QVERIFY(logMessages().isEmpty());
-        verifyQuitPosted(false);
+        QTest::addColumn<int>("setting");
+        QTest::addColumn<bool>("running");
+        QTest::addColumn<bool>("noCompanion");
+        QTest::addColumn<QByteArrayList>("given");
+        QTest::addColumn<QByteArrayList>("listed");
+        QTest::addColumn<QByteArrayList>("logged");
+        QTest::addColumn<bool>("launch");
+        QTest::addColumn<bool>("quit");
+        const auto row = [](const char *name, int setting, QByteArrayList given,
+                            QByteArrayList listed, QByteArrayList logged, bool launch, bool quit,
+                            bool running = false, bool noCompanion = false) {
+            QTest::newRow(name) << setting << running << noCompanion << given << listed << logged
+                                << launch << quit;
+        };
+        const QByteArray own = "salvora3-menu.desktop";
+        row("on, listed and running", 1, {own + "=$M"}, {own + " -> $M"}, {}, false, false, true);
+        row("on, listed", 1, {own + "=$M"}, {own + " -> $M"}, {}, true, false);
+        row("on, older copies around it", 1,
+            {"a-old.desktop=$OLD", "m.desktop=$M", "z-old.desktop=$OLD",
+             "other.desktop=/usr/bin/unrelated"},
+            {"m.desktop -> $M", "other.desktop -> /usr/bin/unrelated", "z-old.desktop -> $OLD"},
+            {kOther}, true, false);
+        row("on, only an older copy", 1, {"a-old.desktop=$OLD"}, {own + " -> $M"}, {kAdded, kOther},
+            true, false);
+        row("on, no folder", 1, {}, {own + " -> $M"}, {kAdded}, true, false);
+        // A hidden entry does not resolve: the companion gets an entry of its own beside it.
+        row("on, hidden entry", 1, {own + "=$M hidden"},
+            {"salvora3-menu-2.desktop -> $M", own + " -> "}, {kAdded}, true, false);
+        // A missing companion file only keeps it from being started.
+        row("on, no companion file", 1, {}, {own + " -> $M"}, {kAdded}, false, false, false, true);
+        row("off", 0, {"a-old.desktop=$OLD", own + "=$M"}, {"a-old.desktop -> $OLD"}, {kRemoved},
+            false, true);
+        row("absent", -1, {"a-old.desktop=$OLD", own + "=$M"}, {"a-old.desktop -> $OLD"},
+            {kRemoved}, false, true);
+        row("off, nothing listed", 0, {}, {}, {}, false, true);
     }
-
-    // Stale copies before the companion's entry go; the walk stops at it, so later ones stay.
-    void onWithAnOlderCopyBeforeIt()
+    void install()
     {
-        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
-        entry("a-old.desktop", oldCopy);
-        entry("m.desktop", M);
-        entry("z-old.desktop", oldCopy);
-        entry("other.desktop", "/usr/bin/unrelated");
-        install();
-        QCOMPARE(entries(),
-                 (QByteArrayList{"m.desktop -> " + M, "other.desktop -> /usr/bin/unrelated",
-                                 "z-old.desktop -> " + oldCopy}));
-        QCOMPARE(logMessages(), QByteArrayList{kOther});
+        QFETCH(int, setting);
+        QFETCH(bool, running);
+        QFETCH(bool, noCompanion);
+        QFETCH(QByteArrayList, given);
+        QFETCH(QByteArrayList, listed);
+        QFETCH(QByteArrayList, logged);
+        QFETCH(bool, launch);
+        QFETCH(bool, quit);
+        const auto named = [this](QByteArray s) {
+            return s.replace("$M", M).replace("$OLD", oldCopy);
+        };
+        if (setting >= 0) Settings::setInteger(SettingsKeys::PrefsLaunchMenu, setting);
+        if (noCompanion) QVERIFY(::unlink(M.constData()) == 0);
+        for (const QByteArray &g : given) {
+            const QByteArrayList parts = named(g).split('=');
+            const bool hidden = parts[1].endsWith(" hidden");
+            entry(parts[0], hidden ? parts[1].chopped(7) : parts[1], hidden ? "Hidden=true\n" : "");
+        }
+        this->running = running;
+        installCompanion();
+        QByteArrayList expected;
+        for (const QByteArray &l : listed)
+            expected.append(named(l));
+        QCOMPARE(entries(), expected);
+        QCOMPARE(logMessages(), logged);
+        QCOMPARE(launched, launch ? QStringList{QFile::decodeName(M)} : QStringList());
+        if (given.isEmpty() && listed.isEmpty()) // nothing created either
+            QVERIFY(!QFileInfo::exists(QFile::decodeName(autostart)));
+        if (quit) {
+            QTRY_COMPARE(quits->size(), 1);
+            QCOMPARE(quits->at(0).at(1).toString(),
+                     QLatin1String(Notifications::Salvora3MenuMustQuit));
+        } else {
+            QTest::qWait(50);
+            QCOMPARE(quits->size(), 0);
+        }
     }
-
-    void onWithOnlyAnOlderCopy()
-    {
-        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
-        entry("a-old.desktop", oldCopy);
-        install();
-        QCOMPARE(entries(), QByteArrayList{"salvora3-menu.desktop -> " + M});
-        QCOMPARE(logMessages(), (QByteArrayList{kAdded, kOther})); // newest first
-        QCOMPARE(launched, QStringList{QFile::decodeName(M)});
-    }
-
-    // A hidden entry does not resolve: the companion gets an entry of its own beside it.
-    void onWithoutFolderOrWithAHiddenEntry()
-    {
-        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
-        install();
-        QCOMPARE(entries(), QByteArrayList{"salvora3-menu.desktop -> " + M});
-        QVERIFY(::unlink((autostart + "/salvora3-menu.desktop").constData()) == 0);
-        entry("salvora3-menu.desktop", M, "Hidden=true\n");
-        install();
-        QCOMPARE(entries(),
-                 (QByteArrayList{"salvora3-menu-2.desktop -> " + M, "salvora3-menu.desktop -> "}));
-    }
-
-    // A missing companion file only keeps it from being started.
-    void onWithoutTheCompanionFile()
-    {
-        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 1);
-        QVERIFY(::unlink(M.constData()) == 0);
-        install();
-        QCOMPARE(entries(), QByteArrayList{"salvora3-menu.desktop -> " + M});
-        QVERIFY(launched.isEmpty());
-    }
-
-    void offRemovesOnlyItsOwnEntry_data()
-    {
-        QTest::addColumn<bool>("absent");
-        QTest::newRow("PrefsLaunchMenu 0") << false;
-        QTest::newRow("PrefsLaunchMenu absent") << true;
-    }
-    void offRemovesOnlyItsOwnEntry()
-    {
-        QFETCH(bool, absent);
-        if (!absent) Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 0);
-        entry("a-old.desktop", oldCopy);
-        entry("salvora3-menu.desktop", M);
-        install();
-        QCOMPARE(entries(), QByteArrayList{"a-old.desktop -> " + oldCopy});
-        QCOMPARE(logMessages(), QByteArrayList{kRemoved});
-        QVERIFY(launched.isEmpty());
-        verifyQuitPosted(true);
-    }
-
-    void offWithNothingListed()
-    {
-        Settings::setInteger(SettingsKeys::PrefsLaunchMenu, 0);
-        install();
-        QVERIFY(logMessages().isEmpty());
-        QVERIFY(!QFileInfo::exists(QFile::decodeName(autostart))); // nothing created either
-        verifyQuitPosted(true);
-    }
-
     void execRoundTrip_data()
     {
         QTest::addColumn<QByteArray>("program");
@@ -220,25 +196,19 @@ private slots:
     {
         QTest::addColumn<QByteArray>("entry");
         QTest::addColumn<QByteArray>("program");
-        QTest::newRow("arguments")
-            << QByteArray("[Desktop Entry]\nExec=/usr/bin/x --flag\n") << QByteArray("/usr/bin/x");
-        QTest::newRow("spaces and CRLF")
-            << QByteArray("[Desktop Entry]\r\nExec = \"/a b/c\" %u\r\n") << QByteArray("/a b/c");
-        QTest::newRow("escaped blank")
-            << QByteArray("[Desktop Entry]\nExec=/a\\sb\n") << QByteArray("/a");
-        QTest::newRow("hidden") << QByteArray("[Desktop Entry]\nExec=/usr/bin/x\nHidden=true\n")
-                                << QByteArray();
-        QTest::newRow("relative program")
-            << QByteArray("[Desktop Entry]\nExec=x --flag\n") << QByteArray();
-        QTest::newRow("other group")
-            << QByteArray("[Desktop Action new]\nExec=/usr/bin/x\n") << QByteArray();
-        QTest::newRow("comment") << QByteArray("[Desktop Entry]\n#Exec=/usr/bin/x\n")
-                                 << QByteArray();
-        QTest::newRow("open quote")
-            << QByteArray("[Desktop Entry]\nExec=\"/usr/bin/x\n") << QByteArray();
-        QTest::newRow("empty") << QByteArray() << QByteArray();
-        QTest::newRow("first Exec wins")
-            << QByteArray("[Desktop Entry]\nExec=/a\nExec=/b\n") << QByteArray("/a");
+        const auto row = [](const char *name, const char *entry, const char *program) {
+            QTest::newRow(name) << QByteArray(entry) << QByteArray(program);
+        };
+        row("arguments", "[Desktop Entry]\nExec=/usr/bin/x --flag\n", "/usr/bin/x");
+        row("spaces and CRLF", "[Desktop Entry]\r\nExec = \"/a b/c\" %u\r\n", "/a b/c");
+        row("escaped blank", "[Desktop Entry]\nExec=/a\\sb\n", "/a");
+        row("hidden", "[Desktop Entry]\nExec=/usr/bin/x\nHidden=true\n", "");
+        row("relative program", "[Desktop Entry]\nExec=x --flag\n", "");
+        row("other group", "[Desktop Action new]\nExec=/usr/bin/x\n", "");
+        row("comment", "[Desktop Entry]\n#Exec=/usr/bin/x\n", "");
+        row("open quote", "[Desktop Entry]\nExec=\"/usr/bin/x\n", "");
+        row("empty", "", "");
+        row("first Exec wins", "[Desktop Entry]\nExec=/a\nExec=/b\n", "/a");
     }
     void entriesThatDoNotResolve()
     {

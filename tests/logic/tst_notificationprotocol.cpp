@@ -82,21 +82,16 @@ private slots:
         QTest::addColumn<QString>("running");
         QTest::addColumn<QString>("latest");
         QTest::addColumn<bool>("hidden");
-        QTest::newRow("equal") << "3.2"
-                               << "3.2" << true;
-        QTest::newRow("newer available") << "3.2"
-                                         << "9.9" << false;
-        QTest::newRow("running ahead") << "3.3"
-                                       << "3.2" << true;
+        const auto row = [](const char *name, const char *running, const char *latest,
+                            bool hidden) { QTest::newRow(name) << running << latest << hidden; };
+        row("equal", "3.2", "3.2", true);
+        row("newer available", "3.2", "9.9", false);
+        row("running ahead", "3.3", "3.2", true);
         // Text order, kept on purpose: 3.10 sorts before 3.9.
-        QTest::newRow("3.10 running, 3.9 latest") << "3.10"
-                                                  << "3.9" << false;
-        QTest::newRow("3.9 running, 3.10 latest") << "3.9"
-                                                  << "3.10" << true;
-        QTest::newRow("longer running with latest as prefix") << "3.0.1"
-                                                              << "3.0" << false;
-        QTest::newRow("latest longer") << "3.0"
-                                       << "3.0.1" << false;
+        row("3.10 running, 3.9 latest", "3.10", "3.9", false);
+        row("3.9 running, 3.10 latest", "3.9", "3.10", true);
+        row("longer running with latest as prefix", "3.0.1", "3.0", false);
+        row("latest longer", "3.0", "3.0.1", false);
     }
     void versionComparisonIsLiteral()
     {
@@ -131,41 +126,28 @@ private slots:
         QCOMPARE(r.noticeHidden, std::optional<bool>(true));
     }
 
-    void ignoredNotificationsChangeNothing()
+    // What each received object refreshes; a change of settings is logged even without the
+    // key; objects for others change nothing.
+    void receivedObjects()
     {
+        using namespace Notifications;
         Recorder r;
         NotificationProtocol p(r);
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         p.receiveNotification(kWindow, QString());
         p.receiveNotification(kWindow, QStringLiteral("Salvora3SomethingElse"));
-        p.receiveNotification(QLatin1String(Notifications::Salvora3MenuNotification),
-                              QLatin1String(Notifications::Salvora3CacheModified));
-        QVERIFY(r.calls.isEmpty());
+        p.receiveNotification(QLatin1String(Salvora3MenuNotification),
+                              QLatin1String(Salvora3CacheModified));
         QVERIFY(logContent().isEmpty());
-    }
-
-    void settingsChangeLogsEvenWithoutTheKey()
-    {
-        Recorder r;
-        NotificationProtocol p(r);
-        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3SettingsDidChange));
+        p.receiveNotification(kWindow, QLatin1String(Salvora3SettingsDidChange));
         QVERIFY(r.calls.isEmpty());
         QVERIFY(logContent().contains("Salvora 3 receive a notification: Settings did change."));
-
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3SettingsDidChange));
-        QCOMPARE(r.calls, QStringList({"box:off", "status"}));
+        p.receiveNotification(kWindow, QLatin1String(Salvora3SettingsDidChange));
         QCOMPARE(logContent().count("Settings did change."), 2);
-    }
-
-    void cacheChangesRefreshInOrder()
-    {
-        Recorder r;
-        NotificationProtocol p(r);
-        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3CacheModified));
-        p.receiveNotification(kWindow, QLatin1String(Notifications::Salvora3DataMovedToCache));
-        QCOMPARE(r.calls,
-                 QStringList({"days", "contents", "status", "days", "contents", "status"}));
+        p.receiveNotification(kWindow, QLatin1String(Salvora3CacheModified));
+        p.receiveNotification(kWindow, QLatin1String(Salvora3DataMovedToCache));
+        QCOMPARE(r.calls, QStringList({"box:off", "status", "days", "contents", "status", "days",
+                                       "contents", "status"}));
     }
 
     void newVersionNotificationWaitsThreeSeconds()
@@ -236,13 +218,6 @@ private slots:
         QTRY_COMPARE(r.calls, QStringList({"logs"}));
         QVERIFY(r.openLogsAtMs >=
                 NotificationProtocol::kStatusPauseMs + NotificationProtocol::kOpenLogsDelayMs - 50);
-    }
-
-    void downloadPageIsAnAddress()
-    {
-        const QUrl url = NotificationProtocol::downloadUrl();
-        QVERIFY(url.isValid());
-        QCOMPARE(url.scheme(), QStringLiteral("https"));
     }
 };
 

@@ -48,6 +48,31 @@ public:
     void updateStatusInfos() override { calls.append(QStringLiteral("status")); }
 };
 
+// What reaches the daemon (and, with `menu`, the companion) on the bus.
+struct Listener
+{
+    NotificationBus bus;
+    QSignalSpy heard{&bus, &NotificationBus::received};
+    explicit Listener(bool menu = false)
+    {
+        bus.observe(QLatin1String(Notifications::Salvora3DaemonNotification));
+        if (menu) bus.observe(QLatin1String(Notifications::Salvora3MenuNotification));
+    }
+    QByteArrayList deleted(int i) const
+    {
+        return NotificationBus::deleteListFrom(heard[i][2].toMap());
+    }
+};
+
+// A removal queue with its progress, the window it refreshes and its finished signals.
+struct Queue
+{
+    Recorder r;
+    WorkProgress progress;
+    RemovalQueue queue{&progress};
+    QSignalSpy finished{&queue, &RemovalQueue::removalFinished};
+};
+
 } // namespace
 
 class TstRemovalActions : public QObject
@@ -101,7 +126,9 @@ private slots:
         env = nullptr;
     }
 
-    void alertsHaveCancelAsDefault()
+    // Each confirmation is critical with Cancel first (the default); Return (0) cancels and
+    // nothing happens. No selection: no alert either.
+    void returnCancelsAndNothingHappens()
     {
         for (Command c : {Command::Contents, Command::Days, Command::AllCaches}) {
             const Alerts::Alert a = RemovalActions::confirmationAlert(c);
@@ -109,17 +136,12 @@ private slots:
             QCOMPARE(a.style, Alerts::Alert::Style::Critical);
             QVERIFY(!a.message.isEmpty() && !a.informativeText.isEmpty());
         }
-        QCOMPARE(RemovalActions::confirmationAlert(Command::Days).message,
-                 qtTrId("DeleteDaysTitle"));
-    }
-
-    void returnCancelsAndNothingHappens()
-    {
-        NotificationBus daemon;
-        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QSignalSpy heard(&daemon, &NotificationBus::received);
-        Recorder r;
-        RemovalQueue queue;
+        Listener l;
+        Queue q;
+        auto &[r, progress, queue, finished] = q;
+        QVERIFY(!RemovalActions::removeContents({}, r, queue));
+        QVERIFY(!RemovalActions::removeSelectedDays({}, r, queue));
+        QVERIFY(presenter.shown.isEmpty());
         QVERIFY(!RemovalActions::removeContents(items, r, queue));
         QVERIFY(!RemovalActions::removeSelectedDays({day}, r, queue));
         QVERIFY(!RemovalActions::removeAllCaches(r, queue));
@@ -130,17 +152,7 @@ private slots:
             QVERIFY(TestEnv::exists(p));
         QVERIFY(!Settings::contains(SettingsKeys::PrefsProtectionEnabled));
         QTest::qWait(150);
-        QCOMPARE(heard.size(), 0);
-    }
-
-    void noSelectionNoAlert()
-    {
-        Recorder r;
-        RemovalQueue queue;
-        QVERIFY(!RemovalActions::removeContents({}, r, queue));
-        QVERIFY(!RemovalActions::removeSelectedDays({}, r, queue));
-        QVERIFY(presenter.shown.isEmpty());
-        QVERIFY(r.calls.isEmpty());
+        QCOMPARE(l.heard.size(), 0);
     }
 
     void closingTheAlertAsksAgain()
@@ -156,13 +168,10 @@ private slots:
 
     void removeContentsDeletesRefreshesThenTellsTheDaemon()
     {
-        NotificationBus daemon;
-        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QSignalSpy heard(&daemon, &NotificationBus::received);
+        Listener l;
         presenter.answers = {RemovalActions::kDeleteIndex};
-        Recorder r;
-        RemovalQueue queue;
-        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        Queue q;
+        auto &[r, progress, queue, finished] = q;
         // Rows in ascending order, as the window collects them.
         const QByteArrayList selected{items[0], items[1]};
         int before = 0;
@@ -181,22 +190,19 @@ private slots:
         QVERIFY(TestEnv::exists(time1));
         QVERIFY(!TestEnv::exists(day + "/.Salvora3_CacheInformation"));
 
-        QTRY_COMPARE(heard.size(), 1);
-        QCOMPARE(heard[0][1].toString(), QLatin1String(Notifications::Salvora3DaemonMustDelete));
-        QCOMPARE(NotificationBus::deleteListFrom(heard[0][2].toMap()), selected);
+        QTRY_COMPARE(l.heard.size(), 1);
+        QCOMPARE(l.heard[0][1].toString(), QLatin1String(Notifications::Salvora3DaemonMustDelete));
+        QCOMPARE(l.deleted(0), selected);
     }
 
     void removeDaysRefreshesDaysAndStatusOnly()
     {
-        NotificationBus daemon;
-        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QSignalSpy heard(&daemon, &NotificationBus::received);
+        Listener l;
         const QByteArray otherDay = env->homeBytes() + "/.Salvora3Cache/2024-05-04";
         QVERIFY(TestEnv::makeFolders(otherDay + "/2024-05-04 10_00_00"));
         presenter.answers = {RemovalActions::kDeleteIndex};
-        Recorder r;
-        RemovalQueue queue;
-        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        Queue q;
+        auto &[r, progress, queue, finished] = q;
         // A day that vanished meanwhile is still named to the daemon.
         const QByteArrayList days{day, otherDay, env->homeBytes() + "/.Salvora3Cache/2024-01-01"};
         QVERIFY(RemovalActions::removeSelectedDays(days, r, queue));
@@ -204,22 +210,17 @@ private slots:
         QCOMPARE(r.calls, QStringList({"days", "status"}));
         QVERIFY(!TestEnv::exists(day));
         QVERIFY(!TestEnv::exists(otherDay));
-        QTRY_COMPARE(heard.size(), 1);
-        QCOMPARE(NotificationBus::deleteListFrom(heard[0][2].toMap()), days);
+        QTRY_COMPARE(l.heard.size(), 1);
+        QCOMPARE(l.deleted(0), days);
     }
 
     void removeAllCachesSwitchesProtectionOff()
     {
-        NotificationBus listener;
-        QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QVERIFY(listener.observe(QLatin1String(Notifications::Salvora3MenuNotification)));
-        QSignalSpy heard(&listener, &NotificationBus::received);
+        Listener l(true);
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
         presenter.answers = {RemovalActions::kDeleteIndex};
-        Recorder r;
-        WorkProgress progress;
-        RemovalQueue queue(&progress);
-        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        Queue q;
+        auto &[r, progress, queue, finished] = q;
         // Protection is off before the first piece goes.
         std::optional<qint64> protectionAtFirstPiece;
         bool first = true;
@@ -239,11 +240,11 @@ private slots:
         QCOMPARE(progress.summary(WorkJob::Kind::Removal).total, 2);
         QVERIFY(!TestEnv::exists(env->homeBytes() + "/.Salvora3Cache/2024-05-03"));
         // The companion hears of it; the daemon gets no delete request.
-        QTRY_COMPARE(heard.size(), 1);
-        QCOMPARE(heard[0][0].toString(), QLatin1String(Notifications::Salvora3MenuNotification));
-        QCOMPARE(heard[0][1].toString(), QLatin1String(Notifications::Salvora3SettingsDidChange));
+        QTRY_COMPARE(l.heard.size(), 1);
+        QCOMPARE(l.heard[0][0].toString(), QLatin1String(Notifications::Salvora3MenuNotification));
+        QCOMPARE(l.heard[0][1].toString(), QLatin1String(Notifications::Salvora3SettingsDidChange));
         QTest::qWait(150);
-        QCOMPARE(heard.size(), 1);
+        QCOMPARE(l.heard.size(), 1);
     }
 
     // The deleting runs on a worker: the command returns at once and the event loop keeps
@@ -252,9 +253,8 @@ private slots:
     {
         const QByteArrayList many = manyItems(30);
         presenter.answers = {RemovalActions::kDeleteIndex};
-        Recorder r;
-        RemovalQueue queue;
-        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        Queue q;
+        auto &[r, progress, queue, finished] = q;
         queue.setItemHookForTesting([](const QByteArray &) { QThread::msleep(15); });
         int ticks = 0;
         QTimer ticker;
@@ -275,15 +275,11 @@ private slots:
     // asked for exactly what was handed to deletion, never for what the user spared.
     void cancelStopsAfterTheCurrentItem()
     {
-        NotificationBus daemon;
-        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QSignalSpy heard(&daemon, &NotificationBus::received);
+        Listener l;
         const QByteArrayList many = manyItems(40);
         presenter.answers = {RemovalActions::kDeleteIndex};
-        Recorder r;
-        WorkProgress progress;
-        RemovalQueue queue(&progress);
-        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        Queue q;
+        auto &[r, progress, queue, finished] = q;
         queue.setItemHookForTesting([](const QByteArray &) { QThread::msleep(20); });
         QVERIFY(RemovalActions::removeContents(many, r, queue));
         QTRY_VERIFY_WITH_TIMEOUT(progress.summary(WorkJob::Kind::Removal).done >= 3, 10000);
@@ -298,8 +294,8 @@ private slots:
         for (qsizetype i = 0; i < many.size(); ++i)
             QCOMPARE(TestEnv::exists(many[i]), i >= handed.size());
         QCOMPARE(r.calls, QStringList({"days", "contents", "status"}));
-        QTRY_COMPARE(heard.size(), 1);
-        QCOMPARE(NotificationBus::deleteListFrom(heard[0][2].toMap()), handed);
+        QTRY_COMPARE(l.heard.size(), 1);
+        QCOMPARE(l.deleted(0), handed);
         QTRY_VERIFY(!progress.summary(WorkJob::Kind::Removal).running);
         QCOMPARE(progress.summary(WorkJob::Kind::Removal).done, handed.size());
     }
@@ -308,16 +304,13 @@ private slots:
     // touches nothing, refreshes nothing and tells the daemon nothing.
     void removalsTakeTurns()
     {
-        NotificationBus daemon;
-        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QSignalSpy heard(&daemon, &NotificationBus::received);
+        Listener l;
         const QByteArrayList many = manyItems(12);
         const QByteArray otherDay = env->homeBytes() + "/.Salvora3Cache/2024-05-04";
         QVERIFY(TestEnv::writeFile(otherDay + "/2024-05-04 10_00_00/x", "x"));
         presenter.answers = {RemovalActions::kDeleteIndex, RemovalActions::kDeleteIndex};
-        Recorder r;
-        RemovalQueue queue;
-        QSignalSpy finished(&queue, &RemovalQueue::removalFinished);
+        Queue q;
+        auto &[r, progress, queue, finished] = q;
         std::mutex m;
         QByteArrayList order;
         queue.setItemHookForTesting([&](const QByteArray &p) {
@@ -331,43 +324,38 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 2, 10000);
         QCOMPARE(order, many + QByteArrayList{otherDay});
         QCOMPARE(r.calls, QStringList({"days", "contents", "status", "days", "status"}));
-        QTRY_COMPARE(heard.size(), 2);
-        QCOMPARE(NotificationBus::deleteListFrom(heard[0][2].toMap()), many);
-        QCOMPARE(NotificationBus::deleteListFrom(heard[1][2].toMap()), QByteArrayList{otherDay});
+        QTRY_COMPARE(l.heard.size(), 2);
+        QCOMPARE(l.deleted(0), many);
+        QCOMPARE(l.deleted(1), QByteArrayList{otherDay});
 
         // Cancelled while waiting.
         const QByteArrayList more = manyItems(12, "2024-05-05");
         const QByteArray spared = env->homeBytes() + "/.Salvora3Cache/2024-05-06";
         QVERIFY(TestEnv::writeFile(spared + "/2024-05-06 10_00_00/y", "y"));
-        WorkProgress progress;
-        RemovalQueue second(&progress);
-        QSignalSpy secondFinished(&second, &RemovalQueue::removalFinished);
-        second.setItemHookForTesting([](const QByteArray &) { QThread::msleep(20); });
-        heard.clear();
-        r.calls.clear();
+        Queue second;
+        second.queue.setItemHookForTesting([](const QByteArray &) { QThread::msleep(20); });
+        l.heard.clear();
         presenter.answers = {RemovalActions::kDeleteIndex, RemovalActions::kDeleteIndex};
-        QVERIFY(RemovalActions::removeContents(more, r, second));
-        QVERIFY(RemovalActions::removeSelectedDays({spared}, r, second));
-        QTRY_VERIFY(progress.summary(WorkJob::Kind::Removal).done >= 1);
+        QVERIFY(RemovalActions::removeContents(more, second.r, second.queue));
+        QVERIFY(RemovalActions::removeSelectedDays({spared}, second.r, second.queue));
+        QTRY_VERIFY(second.progress.summary(WorkJob::Kind::Removal).done >= 1);
         // Both counted in one bar.
-        QCOMPARE(progress.summary(WorkJob::Kind::Removal).total, 13);
-        progress.cancel(WorkJob::Kind::Removal);
-        QTRY_COMPARE_WITH_TIMEOUT(secondFinished.size(), 2, 10000);
-        QVERIFY(secondFinished[1][0].value<QByteArrayList>().isEmpty());
+        QCOMPARE(second.progress.summary(WorkJob::Kind::Removal).total, 13);
+        second.progress.cancel(WorkJob::Kind::Removal);
+        QTRY_COMPARE_WITH_TIMEOUT(second.finished.size(), 2, 10000);
+        QVERIFY(second.finished[1][0].value<QByteArrayList>().isEmpty());
         QVERIFY(TestEnv::exists(spared + "/2024-05-06 10_00_00/y"));
-        QCOMPARE(r.calls, QStringList({"days", "contents", "status"}));
-        QTRY_COMPARE(heard.size(), 1);
+        QCOMPARE(second.r.calls, QStringList({"days", "contents", "status"}));
+        QTRY_COMPARE(l.heard.size(), 1);
         QTest::qWait(100);
-        QCOMPARE(heard.size(), 1);
+        QCOMPARE(l.heard.size(), 1);
     }
 
     // Quitting stops the removal after its current item and waits for it; the daemon still
     // hears of what was handed to deletion; the dying window is not refreshed.
     void quitWaitsForTheItemBeingDeleted()
     {
-        NotificationBus daemon;
-        QVERIFY(daemon.observe(QLatin1String(Notifications::Salvora3DaemonNotification)));
-        QSignalSpy heard(&daemon, &NotificationBus::received);
+        Listener l;
         const QByteArrayList many = manyItems(20);
         presenter.answers = {RemovalActions::kDeleteIndex};
         Recorder r;
@@ -386,8 +374,8 @@ private slots:
         for (qsizetype i = 0; i < many.size(); ++i)
             QCOMPARE(TestEnv::exists(many[i]), i >= handed);
         queue.reset();
-        QTRY_COMPARE(heard.size(), 1);
-        QCOMPARE(NotificationBus::deleteListFrom(heard[0][2].toMap()), many.mid(0, handed));
+        QTRY_COMPARE(l.heard.size(), 1);
+        QCOMPARE(l.deleted(0), many.mid(0, handed));
         QVERIFY(r.calls.isEmpty());
 
         // An item that takes longer than the wait: quitting gives up on it, without a crash.

@@ -80,52 +80,37 @@ private slots:
         Restore::ItemResult partial = result("/out/box", O::Copied);
         partial.leftOut = {{"sub/sock", QStringLiteral("a device or socket cannot be restored")}};
 
-        QTest::newRow("one copied")
-            << toFolder << QList<Restore::ItemResult>{result("/out/a", O::Copied)}
-            << QByteArrayList() << int(L::Success) << QStringList{qtTrId("RestoreDone1").arg("out")}
-            << 1;
-        QTest::newRow("two copied, one taken")
-            << toFolder
-            << QList<Restore::ItemResult>{result("/out/a", O::Copied),
-                                          result("/out/b", O::SkippedExisting),
-                                          result("/out/c", O::Copied)}
-            << QByteArrayList() << int(L::Warning)
-            << QStringList{qtTrId("RestoreDone").arg("2", "out"),
-                           qtTrId("RestoreNameTaken").arg("out", "b")}
-            << 2;
-        QTest::newRow("all taken")
-            << toFolder
-            << QList<Restore::ItemResult>{result("/out/a", O::SkippedExisting),
-                                          result("/out/b", O::SkippedExisting)}
-            << QByteArrayList() << int(L::Warning)
-            << QStringList{qtTrId("RestoreNamesTaken").arg("2", "out", "a, b")} << 0;
-        QTest::newRow("failed")
-            << toFolder << QList<Restore::ItemResult>{result("/out/a", O::Failed)}
-            << QByteArrayList() << int(L::Error)
-            << QStringList{qtTrId("RestoreItemFailed").arg("a", "read: Permission denied")} << 0;
-        QTest::newRow("partial folder")
-            << toFolder << QList<Restore::ItemResult>{partial} << QByteArrayList()
-            << int(L::Warning)
-            << QStringList{qtTrId("RestoreDone1").arg("out"),
-                           qtTrId("RestorePartial")
-                               .arg("box", "sub/sock (a device or socket cannot be restored)")}
-            << 1;
-        QTest::newRow("put back in one folder")
-            << putBack
-            << QList<Restore::ItemResult>{result("/h/Documents/a", O::Copied, true),
-                                          result("/h/Documents/b", O::Copied, true)}
-            << QByteArrayList() << int(L::Success)
-            << QStringList{qtTrId("PutBackDone").arg("2", "Documents")} << 2;
-        QTest::newRow("put back in two folders")
-            << putBack
-            << QList<Restore::ItemResult>{result("/h/Documents/a", O::Copied, true),
-                                          result("/h/Pictures/b", O::Copied, true)}
-            << QByteArrayList() << int(L::Success) << QStringList{qtTrId("PutBackDoneMany").arg(2)}
-            << 2;
-        QTest::newRow("no record")
-            << putBack << QList<Restore::ItemResult>()
-            << QByteArrayList{"/c/2024-05-01/2024-05-01 09_00_00/orphan"} << int(L::Error)
-            << QStringList{qtTrId("PutBackNoOrigin").arg("orphan")} << 0;
+        using R = QList<Restore::ItemResult>;
+        const auto row = [](const char *name, int kind, const R &results, L level,
+                            const QStringList &lines, int shown,
+                            const QByteArrayList &unrecorded = {}) {
+            QTest::newRow(name) << kind << results << unrecorded << int(level) << lines << shown;
+        };
+        row("one copied", toFolder, {result("/out/a", O::Copied)}, L::Success,
+            {qtTrId("RestoreDone1").arg("out")}, 1);
+        row("two copied, one taken", toFolder,
+            {result("/out/a", O::Copied), result("/out/b", O::SkippedExisting),
+             result("/out/c", O::Copied)},
+            L::Warning,
+            {qtTrId("RestoreDone").arg("2", "out"), qtTrId("RestoreNameTaken").arg("out", "b")}, 2);
+        row("all taken", toFolder,
+            {result("/out/a", O::SkippedExisting), result("/out/b", O::SkippedExisting)},
+            L::Warning, {qtTrId("RestoreNamesTaken").arg("2", "out", "a, b")}, 0);
+        row("failed", toFolder, {result("/out/a", O::Failed)}, L::Error,
+            {qtTrId("RestoreItemFailed").arg("a", "read: Permission denied")}, 0);
+        row("partial folder", toFolder, {partial}, L::Warning,
+            {qtTrId("RestoreDone1").arg("out"),
+             qtTrId("RestorePartial")
+                 .arg("box", "sub/sock (a device or socket cannot be restored)")},
+            1);
+        row("put back in one folder", putBack,
+            {result("/h/Documents/a", O::Copied, true), result("/h/Documents/b", O::Copied, true)},
+            L::Success, {qtTrId("PutBackDone").arg("2", "Documents")}, 2);
+        row("put back in two folders", putBack,
+            {result("/h/Documents/a", O::Copied, true), result("/h/Pictures/b", O::Copied, true)},
+            L::Success, {qtTrId("PutBackDoneMany").arg(2)}, 2);
+        row("no record", putBack, {}, L::Error, {qtTrId("PutBackNoOrigin").arg("orphan")}, 0,
+            {"/c/2024-05-01/2024-05-01 09_00_00/orphan"});
     }
     void restoreMessages()
     {

@@ -49,28 +49,29 @@ private slots:
     void parsing()
     {
         const QByteArray text =
-            "36 35 98:0 /mnt1 /media/u/My\\040Disk\\011tab\\012lf\\134bs rw,noatime master:1 "
+            "36 35 98:0 /mnt1 /media/u/My\\040Disk\\011tab\\012lf\\134 rw,noatime master:1 "
             "shared:2 - ext4 /dev/sd\\040b1 rw,errors=continue\n"
             "37 35 0:40 / /run/user/1000 rw - tmpfs tmpfs rw\n"
             "garbage line without separator\n"
             "38 35 8:1 / /media/u/dash rw - - fuse.x /dev/fuse rw\n"
             "39 35 8:2 / /media/u/short rw -\n"
-            "40 35 8:3 / /media/u/\\777bad\\04 rw - ext4 /dev/x rw";
+            "40 35 8:3 / /media/u/\\018\\777bad\\04 rw - ext4 /dev/x rw\n"
+            "41 35 99999999999:1 / /media/u/big rw - ext4 /dev/y rw\n";
         QByteArrayList got;
         for (const MountEntry &e : MountInfo::parse(text))
             got << QByteArray::number(e.mountId) + ' ' + QByteArray::number(e.parentId) + ' ' +
                        QByteArray::number(e.major) + ':' + QByteArray::number(e.minor) + '|' +
                        e.root + '|' + e.mountPoint + '|' + e.options + '|' + e.fsType + '|' +
                        e.source;
-        QCOMPARE(got,
-                 QByteArrayList({
-                     "36 35 98:0|/mnt1|/media/u/My Disk\ttab\nlf\\bs|rw,noatime|ext4|/dev/sd b1",
-                     "37 35 0:40|/|/run/user/1000|rw|tmpfs|tmpfs",
-                     // The first lone "-" ends the optional fields, even when the type is "-".
-                     "38 35 8:1|/|/media/u/dash|rw|-|fuse.x",
-                     // Escapes that are not octal bytes stay as they are.
-                     "40 35 8:3|/|/media/u/\\777bad\\04|rw|ext4|/dev/x",
-                 }));
+        QCOMPARE(got, QByteArrayList({
+                          "36 35 98:0|/mnt1|/media/u/My Disk\ttab\nlf\\|rw,noatime|ext4|/dev/sd b1",
+                          "37 35 0:40|/|/run/user/1000|rw|tmpfs|tmpfs",
+                          // The first lone "-" ends the optional fields, even when the type is "-".
+                          "38 35 8:1|/|/media/u/dash|rw|-|fuse.x",
+                          // Escapes that are not octal bytes stay as they are; a device number
+                          // out of range drops the line.
+                          "40 35 8:3|/|/media/u/\\018\\777bad\\04|rw|ext4|/dev/x",
+                      }));
     }
 
     void eligibility_data()
@@ -141,7 +142,8 @@ private slots:
         // Chosen by UUID; an unmounted choice is not listed; the stored path is only a label.
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
                                 {{"11111111-1111-1111-1111-111111111111", "/media/u/OldName"},
-                                 {"99999999-9999-9999-9999-999999999999", "/media/u/Gone"}});
+                                 {"99999999-9999-9999-9999-999999999999", "/media/u/Gone"},
+                                 {"", "/media/u/ram"}}); // no UUID is no identity
         updateAllProtectedVolumesList();
         QCOMPARE(getAllProtectedVolumes(), QStringList({"/", "/media/u/Zeta"}));
         QVERIFY(isVolumeProtected("/media/u/Zeta"));

@@ -1,0 +1,2 @@
+// Up inside the core: the layer check must refuse it.
+#include "browser/NameMatch.h"

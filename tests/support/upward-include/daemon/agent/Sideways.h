@@ -1,0 +1,2 @@
+// The agent reaching the root side: the layer check must refuse it.
+#include "daemon/privileged/PrivilegedServer.h"
