@@ -22,7 +22,6 @@
 #include <QStandardPaths>
 #include <QTest>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,54 +32,16 @@ const QByteArray kLatin1Name = "latin\xff\xfe-1";
 // 255 bytes, two-byte characters but the last.
 const QByteArray kLongName = QByteArray("\xc3\xa9").repeated(127) + "x";
 
-// What a tree holds, entry by entry: type, mode, modification time, content or link target.
+// What a tree holds, entry by entry: type, mode, owner, modification time, content or link target.
 using Snapshot = QMap<QByteArray, QByteArray>;
-
-void snapshotInto(const QByteArray &path, const QByteArray &rel, Snapshot &out)
-{
-    struct stat st = {};
-    if (lstat(path.constData(), &st) != 0) return;
-    QByteArray d = QByteArray::number(st.st_mode, 8);
-    if (S_ISLNK(st.st_mode)) {
-        char target[4096];
-        const ssize_t n = readlink(path.constData(), target, sizeof target);
-        out.insert(rel, d + " -> " + QByteArray(target, n > 0 ? n : 0));
-        return;
-    }
-    d += ' ' + QByteArray::number(qint64(st.st_mtim.tv_sec)) + '.' +
-         QByteArray::number(qint64(st.st_mtim.tv_nsec));
-    if (S_ISREG(st.st_mode)) {
-        out.insert(rel, d + ' ' + TestEnv::readFile(path).toHex());
-        return;
-    }
-    out.insert(rel, d);
-    if (!S_ISDIR(st.st_mode)) return;
-    DIR *dir = opendir(path.constData());
-    while (dirent *e = dir ? readdir(dir) : nullptr) {
-        const QByteArray name = e->d_name;
-        if (name != "." && name != "..") snapshotInto(path + '/' + name, rel + '/' + name, out);
-    }
-    if (dir) closedir(dir);
-}
-
 Snapshot snapshot(const QByteArray &path)
 {
-    Snapshot s;
-    snapshotInto(path, "", s);
-    return s;
+    return Harness::snapshot(path, true, true);
 }
 
 QByteArrayList entries(const QByteArray &folder)
 {
-    QByteArrayList out;
-    DIR *dir = opendir(folder.constData());
-    while (dirent *e = dir ? readdir(dir) : nullptr) {
-        const QByteArray name = e->d_name;
-        if (name != "." && name != ".." && !name.startsWith('.')) out.append(name);
-    }
-    if (dir) closedir(dir);
-    std::sort(out.begin(), out.end());
-    return out;
+    return Harness::names(folder, false);
 }
 
 // Every time folder of a cache that holds anything.
@@ -155,14 +116,20 @@ class TstKeep : public QObject
         QCOMPARE(keeptable::publish(t, keeptable::defaultPath()), 0);
     }
 
-    Run run(const QByteArray &command, bool preload = true, const QByteArray &cwd = {})
+    // A process with the library (or without), in the home or `cwd`.
+    void prepare(QProcess &p, bool preload = true, const QByteArray &cwd = {})
     {
-        QProcess p;
         QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
         if (preload) e.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(KEEP_LIBRARY));
         e.insert(QStringLiteral("PROBE"), QStringLiteral(KEEP_PROBE));
         p.setProcessEnvironment(e);
         p.setWorkingDirectory(QFile::decodeName(cwd.isEmpty() ? home : cwd));
+    }
+
+    Run run(const QByteArray &command, bool preload = true, const QByteArray &cwd = {})
+    {
+        QProcess p;
+        prepare(p, preload, cwd);
         p.setProcessChannelMode(QProcess::MergedChannels);
         p.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QString::fromUtf8(command)});
         Run r;
@@ -306,6 +273,12 @@ private slots:
         // Entries of a folder that stays are items of their own.
         row("rm FILES of one folder", "rm tree/a.txt tree/link tree/sub/b.bin",
             {"tree/a.txt", "tree/link", "tree/sub/b.bin"});
+        // Many threads of one process share its batch.
+        QByteArrayList many;
+        for (int i = 0; i < 2000; ++i)
+            many << "many/f" + QByteArray::number(i);
+        row("threads", "$PROBE threads many 2000", many,
+            "mkdir many && for i in $(seq 0 1999); do echo $i > many/f$i; done");
         // Hundreds of folders, and the same names in each.
         row("rm -r wide tree", "rm -r wide", {"wide"},
             "mkdir wide && for i in $(seq 300); do mkdir wide/d$i && echo $i > wide/d$i/same && "
@@ -350,7 +323,7 @@ private slots:
     {
         // What the library kept is an item like any other: listed, and restored where it was.
         makeTree(home);
-        const Snapshot before = snapshot(home + "/tree");
+        const Snapshot before = Harness::snapshot(home + "/tree");
         QCOMPARE(run("rm -r tree file.txt").exitCode, 0);
         const QString salvora = Harness::binary("salvora");
         QByteArray listing;
@@ -364,13 +337,7 @@ private slots:
                                               QFile::decodeName(times.first() + "/tree"),
                                               QStringLiteral("--to-original")}));
         // A copy: the same names, kinds and contents.
-        const Snapshot after = snapshot(home + "/tree");
-        QCOMPARE(after.keys(), before.keys());
-        for (const QByteArray &key : before.keys()) {
-            const uint mode = before.value(key).split(' ').first().toUInt(nullptr, 8);
-            if (!S_ISDIR(mode))
-                QCOMPARE(after.value(key).split(' ').last(), before.value(key).split(' ').last());
-        }
+        QCOMPARE(Harness::snapshot(home + "/tree"), before);
     }
 
     void sameResults_data()
@@ -482,23 +449,6 @@ private slots:
         if (command.contains("ln x x2")) QCOMPARE(TestEnv::readFile(home + "/x2"), QByteArray("x"));
     }
 
-    void threads()
-    {
-        // Many threads of one process share its batch: every file is kept, each under its name.
-        const int n = 2000;
-        for (int i = 0; i < n; ++i)
-            QVERIFY(TestEnv::writeFile(home + "/many/f" + QByteArray::number(i),
-                                       QByteArray::number(i)));
-        const Run r = run("$PROBE threads many " + QByteArray::number(n));
-        QCOMPARE(r.output.trimmed(), QByteArray("0"));
-        const QByteArrayList times = timeFolders(cache);
-        QCOMPARE(times.size(), 1);
-        QCOMPARE(entries(times.first()).size(), n);
-        for (int i = 0; i < n; i += 97)
-            QCOMPARE(TestEnv::readFile(times.first() + "/f" + QByteArray::number(i)),
-                     QByteArray::number(i));
-    }
-
     void tableChanges()
     {
         // A running process follows the table: off, then on again, without restarting.
@@ -506,10 +456,7 @@ private slots:
         for (const char *f : {"f1", "f2", "f3"})
             QVERIFY(TestEnv::writeFile(home + '/' + f, f));
         QProcess p;
-        QProcessEnvironment e = QProcessEnvironment::systemEnvironment();
-        e.insert(QStringLiteral("LD_PRELOAD"), QStringLiteral(KEEP_LIBRARY));
-        p.setProcessEnvironment(e);
-        p.setWorkingDirectory(QFile::decodeName(home));
+        prepare(p);
         p.start(
             QStringLiteral("/usr/bin/python3"),
             {QStringLiteral("-c"),
