@@ -377,6 +377,10 @@ private slots:
         QCOMPARE(create(elsewhere), QByteArray("refused"));
         QCOMPARE(create(kRootOnly), QByteArray("refused"));
         QVERIFY(sh("umount /mnt/rootonly " + elsewhere));
+        // A mount point whose name ends in a blank, which the mount table escapes.
+        QVERIFY(sh("mkdir '/mnt/blank '; mount --bind /mnt/rootonly '/mnt/blank '"));
+        QCOMPARE(create("/mnt/blank "), QByteArray("done"));
+        QVERIFY(sh("umount '/mnt/blank '"));
 
         // Removal requests of earlier versions and malformed datagrams are refused, and the
         // helper goes on serving.

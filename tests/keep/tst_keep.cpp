@@ -470,7 +470,10 @@ private slots:
             return p.readLine().trimmed() == "ok";
         };
         QVERIFY(removeIn("f1"));
+        // The table's folder decides what every process keeps: opened to others, it is closed.
+        QVERIFY(chmod((home + "/.run/salvora3").constData(), 0777) == 0);
         publish(table(false));
+        QCOMPARE(TestEnv::modeOf(home + "/.run/salvora3"), mode_t(0700));
         QVERIFY2(removeIn("f2"), p.readAllStandardError().constData());
         publish(table(true));
         QVERIFY(removeIn("f3"));
