@@ -314,13 +314,11 @@ private slots:
         // learn it. Only in this mount namespace (an empty /dev/disk is made when missing).
         madeDevDisk = !TestEnv::exists("/dev/disk");
         QVERIFY(!madeDevDisk || ::mkdir("/dev/disk", 0755) == 0);
-        QVERIFY(sh("mount -t tmpfs -o mode=0755 sv3disk /dev/disk; mkdir /dev/disk/by-uuid;"
-                   "mknod -m 600 /dev/disk/by-uuid/" +
-                   kSharedUuid.toLower().toLatin1() +
-                   " b $(mountpoint -d /mnt/shared | tr : ' ');"
-                   "mknod -m 600 /dev/disk/by-uuid/" +
-                   kRootOnlyUuid.toLower().toLatin1() +
-                   " b $(mountpoint -d /mnt/rootonly | tr : ' ')"));
+        QVERIFY(sh("mount -t tmpfs -o mode=0755 sv3disk /dev/disk; mkdir /dev/disk/by-uuid"));
+        for (const auto &[uuid, mount] :
+             {std::pair{kSharedUuid, kShared}, {kRootOnlyUuid, kRootOnly}})
+            QVERIFY(sh("mknod -m 600 /dev/disk/by-uuid/" + uuid.toLower().toLatin1() +
+                       " b $(mountpoint -d " + mount + " | tr : ' ')"));
         // Set-user-id root, as the package installs it; and a copy with the stand-in agent.
         QVERIFY(
             sh("cd \"$SALVORA_BIN_DIR\"; install -m 4755 sv3daemon /mnt/bin;"
@@ -436,8 +434,8 @@ private slots:
     {
         for (const Account *a : {&victim, &attacker}) {
             const QByteArray u = QByteArray::number(a->uid), g = QByteArray::number(a->gid);
-            QCOMPARE(statusLine(a->agent, "Uid"), u + ' ' + u + ' ' + u + ' ' + u);
-            QCOMPARE(statusLine(a->agent, "Gid"), g + ' ' + g + ' ' + g + ' ' + g);
+            QCOMPARE(statusLine(a->agent, "Uid"), (u + ' ').repeated(4).trimmed());
+            QCOMPARE(statusLine(a->agent, "Gid"), (g + ' ').repeated(4).trimmed());
             QCOMPARE(statusLine(a->agent, "CapEff"), QByteArray("0000000000000000"));
             QCOMPARE(statusLine(a->agent, "CapPrm"), QByteArray("0000000000000000"));
             QCOMPARE(statusLine(a->helper, "Uid"), QByteArray("0 0 0 0"));

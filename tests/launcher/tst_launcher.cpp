@@ -175,6 +175,11 @@ private slots:
         QVERIFY(install(probe, D, 0755));
         QVERIFY(install(probe, victim, 0755));
         QVERIFY(::symlink("sv3daemon", "/mnt/s/link") == 0 && ::symlink("/mnt/s", "/mnt/ls") == 0);
+        // The launcher itself under another name.
+        QVERIFY(folder("/mnt/copies", 0755) && folder("/mnt/copies/bound", 0755) &&
+                TestEnv::writeFile("/mnt/copies/bound/adminlauncher", "") &&
+                ::mount(L.constData(), "/mnt/copies/bound/adminlauncher", nullptr, MS_BIND,
+                        nullptr) == 0);
     }
 
     void cleanupTestCase()
@@ -243,6 +248,7 @@ private slots:
         row("user's own file", {"/mnt/user/sv3daemon", "2"}, "/mnt/user:");
         row("9 on the daemon", {"/mnt/s/sv3daemon", "9"}, "job 9");
         row("9 on another file", {"/mnt/s/victim", "9"}, "job 9");
+        row("9 on the launcher by another path", {"/mnt/copies/bound/adminlauncher", "9"}, "job 9");
         row("2 on the launcher", {"/mnt/s/adminlauncher", "2"}, "only");
         row("LA of a system program", {"/usr/bin/id", "LA"}, "only");
         row("LA of another root file", {"/mnt/s/victim", "LA", "/mnt/out/r"}, "only");
@@ -286,7 +292,6 @@ private slots:
     void ownPrivilegesNeedRoot()
     {
         requireSystem();
-        QVERIFY(folder("/mnt/copies", 0755));
         QVERIFY(folder("/mnt/copies/fresh", 0755));
         const QByteArray fresh = "/mnt/copies/fresh/adminlauncher";
         QVERIFY(install(builtLauncher, fresh, 0755));
@@ -363,7 +368,6 @@ private slots:
         QFETCH(int, daemonOwner);
         QFETCH(int, daemonMode);
         QFETCH(QByteArray, reason);
-        ::mkdir("/mnt/copies", 0755);
         ::mkdir("/mnt/copies/open", 0777);
         ::chmod("/mnt/copies/open", 0777);
         QVERIFY(folder(dir, mode_t(dirMode), uid_t(dirOwner)));
@@ -387,7 +391,6 @@ private slots:
     void folderReplacedOnceStarted()
     {
         requireSystem();
-        ::mkdir("/mnt/copies", 0755);
         QVERIFY(folder("/mnt/copies/other", 0755) &&
                 install(builtLauncher, "/mnt/copies/other/adminlauncher", 04755) &&
                 install(probe, "/mnt/copies/other/sv3daemon", 0755));
