@@ -6,7 +6,6 @@
 #include <QElapsedTimer>
 #include <QTest>
 
-
 using namespace Harness;
 
 // What the daemon costs: nothing while nothing happens, and a large trashed folder is in the
