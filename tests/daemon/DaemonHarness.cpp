@@ -161,10 +161,7 @@ bool emptyByHand(const QByteArray &trash, const QByteArray &trashName)
            ::unlink((trash + "/info/" + trashName + ".trashinfo").constData()) == 0;
 }
 
-namespace {
-
-// Names in a folder, sorted, without "." and "..".
-QByteArrayList names(const QByteArray &folder, bool hidden = true)
+QByteArrayList names(const QByteArray &folder, bool hidden)
 {
     QByteArrayList out;
     if (DIR *d = opendir(folder.constData())) {
@@ -178,7 +175,9 @@ QByteArrayList names(const QByteArray &folder, bool hidden = true)
     return out;
 }
 
-void walk(const QByteArray &base, const QByteArray &rel, bool owners,
+namespace {
+
+void walk(const QByteArray &base, const QByteArray &rel, bool owners, bool times,
           QMap<QByteArray, QByteArray> &out)
 {
     const QByteArray full = rel.isEmpty() ? base : base + '/' + rel;
@@ -189,20 +188,23 @@ void walk(const QByteArray &base, const QByteArray &rel, bool owners,
     QByteArray v = S_ISDIR(st.st_mode)   ? QByteArray("d")
                    : S_ISREG(st.st_mode) ? "f:" + TestEnv::readFile(full)
                                          : "l:" + QByteArray(link, n > 0 ? n : 0);
+    if (times && !S_ISLNK(st.st_mode))
+        v = QByteArray::number(qint64(st.st_mtim.tv_sec)) + '.' +
+            QByteArray::number(qint64(st.st_mtim.tv_nsec)) + ' ' + v;
     if (owners)
         v = QByteArray::number(st.st_mode, 8) + ' ' + QByteArray::number(st.st_uid) + ' ' + v;
     if (owners || !rel.isEmpty() || !S_ISDIR(st.st_mode)) out.insert(rel, v);
     if (S_ISDIR(st.st_mode))
         for (const QByteArray &name : names(full))
-            walk(base, rel.isEmpty() ? name : rel + '/' + name, owners, out);
+            walk(base, rel.isEmpty() ? name : rel + '/' + name, owners, times, out);
 }
 
 } // namespace
 
-QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners)
+QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners, bool times)
 {
     QMap<QByteArray, QByteArray> out;
-    walk(folder, {}, owners, out);
+    walk(folder, {}, owners, times, out);
     return out;
 }
 
@@ -245,17 +247,12 @@ QByteArray logContent()
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-// The fields of /proc/PID/stat after the command name (which may hold blanks): the state first.
-static QList<QByteArray> statFields(qint64 pid)
-{
-    const QByteArray stat = TestEnv::readFile("/proc/" + QByteArray::number(pid) + "/stat");
-    return stat.isEmpty() ? QList<QByteArray>() : stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-}
-
 qint64 cpuTicks(qint64 pid)
 {
-    // utime and stime are fields 14 and 15 of the line, 12 and 13 after the name.
-    const QList<QByteArray> f = statFields(pid);
+    // utime and stime are fields 14 and 15 of the line, 12 and 13 after the name (which may hold
+    // blanks).
+    const QByteArray stat = TestEnv::readFile("/proc/" + QByteArray::number(pid) + "/stat");
+    const QList<QByteArray> f = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     return f.size() > 12 ? f[11].toLongLong() + f[12].toLongLong() : -1;
 }
 

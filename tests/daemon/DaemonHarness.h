@@ -117,8 +117,11 @@ bool emptyByHand(const QByteArray &trash, const QByteArray &trashName);
 
 // Files below a folder (or a file itself, as ""): relative path -> "f:" + content, "l:" + link
 // target, or "d" for a folder; with `owners`, the folder itself too, each value after its mode
-// (octal) and owner.
-QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners = false);
+// (octal) and owner; with `times` too, after its modification time (but a link's).
+QMap<QByteArray, QByteArray> snapshot(const QByteArray &folder, bool owners = false,
+                                      bool times = false);
+// Names in a folder, sorted, without "." and ".." (nor any starting with '.' unless `hidden`).
+QByteArrayList names(const QByteArray &folder, bool hidden = true);
 // Items kept in a cache: "<day>/<time>/<name>" for each item of each time folder.
 QByteArrayList cachedItems(const QByteArray &cacheFolder);
 // The newest kept item of that name, as a full path; empty when none.

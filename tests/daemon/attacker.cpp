@@ -1,22 +1,15 @@
-// What another local account does to a Salvora 3 user, run by tst_multiuser as that account;
+// What another local account does to a Salvora 3 user; run by tst_multiuser as that account, it
 // prints one line of results per command:
-//
-//   race DIR SECONDS NAME TARGET...   for SECONDS, swap DIR/NAME with each DIR/TARGET and back
-//                                     (RENAME_EXCHANGE), and every 20 ms move NAME away so that
-//                                     a new one is made, then swap a target in for it at once
-//   steal PID FD                      take descriptor FD of process PID (pidfd_getfd, which needs
-//                                     no privilege over one's own processes) and be the stand-in
-//                                     agent on it
-//   open PATH...                      try to read each path; prints "ok" or the errno's name
-//
-// With --privileged-fd=N (as sv3daemon starts its agent, when copied beside it under the agent's
-// name) it is a stand-in agent: it sends the root helper whatever is asked on its stdin, so that
-// every hostile request can be tried, and prints the answer ("-" is the empty string):
-//
-//   create HEX        ask to create the cache folder at the root of mount point HEX
-//   remove HEX HEX    the removal request of earlier versions (a path inside a cache folder)
-//   raw HEX           send these bytes as one datagram
-//   quit              exit
+//   race DIR SECONDS NAME TARGET...  for SECONDS, swap DIR/NAME with each DIR/TARGET and back
+//                                    (RENAME_EXCHANGE), and every 20 ms move NAME away so that a
+//                                    new one is made, then swap a target in for it at once
+//   steal PID FD                     take descriptor FD of process PID (pidfd_getfd, which needs no
+//                                    privilege over one's own processes) and serve as agent on it
+//   open PATH...                     try to read each path: "ok" or the errno's name
+// With --privileged-fd=N (as sv3daemon starts its agent) it is a stand-in agent: it sends the root
+// helper whatever stdin asks and prints the answer ("-" is the empty string): `create HEX` (the
+// cache folder at the root of mount point HEX), `remove HEX HEX` (the removal request of earlier
+// versions), `raw HEX` (these bytes as one datagram), `quit`.
 
 #include "Printable.h"
 #include "Protocol.h"

@@ -233,6 +233,14 @@ private slots:
         QCOMPARE(cross.error, Error::CrossDevice);
         QVERIFY(exists(root + "/on-root.txt"));
         QVERIFY(!cross.message().isEmpty());
+
+        // A home cache that is another account's, or another file system mounted there: not used.
+        QVERIFY(TestEnv::writeFile(home + "/mine.txt", "x"));
+        QVERIFY(sh("chown 65534 " + cache));
+        QCOMPARE(del(home + "/mine.txt").error, Error::NoCacheFolder);
+        QVERIFY(sh("chown 0 " + cache + "; mount -t tmpfs -o mode=0700 sv3cache " + cache));
+        QCOMPARE(del(home + "/mine.txt").error, Error::NoCacheFolder);
+        QVERIFY(sh("umount " + cache) && exists(home + "/mine.txt"));
     }
 };
 

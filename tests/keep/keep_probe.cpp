@@ -1,9 +1,8 @@
 // Calls the wrapped functions the way programs do and prints what they returned, so that a test
-// can compare the results with and without the preload library.
-//   keep_probe CALL PATH      CALL: unlink, rmdir, remove, unlinkat, unlinkat-dir; prints "rc
-//   errno" keep_probe threads DIR N  unlinks DIR/f0 .. DIR/f<N-1> from 8 threads at once through
-//   one
-//                             descriptor of DIR; prints the number of calls that failed
+// can compare the results with and without the preload library:
+// - `keep_probe CALL PATH` (unlink, rmdir, remove, unlinkat, unlinkat-dir): prints "rc errno";
+// - `keep_probe threads DIR N` unlinks DIR/f0 .. DIR/f<N-1> from 8 threads at once through one
+//   descriptor of DIR; prints how many calls failed, and fails if any did.
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -36,7 +35,7 @@ int main(int argc, char **argv)
         for (std::thread &t : threads)
             t.join();
         std::printf("%d\n", failed.load());
-        return 0;
+        return failed.load() == 0 ? 0 : 1;
     }
     if (argc != 3) return 2;
     const char *call = argv[1], *path = argv[2];

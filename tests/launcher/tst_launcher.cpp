@@ -14,8 +14,10 @@
 #include <atomic>
 #include <cstdio>
 #include <fcntl.h>
+#include <functional>
 #include <grp.h>
 #include <sys/mount.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -32,9 +34,10 @@ struct Run
 };
 
 // Starts `program` with exactly `argv` (which may be empty: argc 0) and `env`, as `uid`, with
-// umask 0, /tmp as working folder and `keepFd` inherited.
+// umask 0, /tmp as working folder and `keepFd` inherited; `atExec` runs while it is held just
+// after its exec.
 Run run(const QByteArray &program, const QByteArrayList &argv, const QByteArrayList &env = {},
-        uid_t uid = kNobody, int keepFd = -1)
+        uid_t uid = kNobody, int keepFd = -1, const std::function<void()> &atExec = {})
 {
     std::vector<char *> av, ev;
     for (const QByteArray &a : argv)
@@ -54,16 +57,21 @@ Run run(const QByteArray &program, const QByteArrayList &argv, const QByteArrayL
         if (uid != 0 && (::setgroups(0, nullptr) != 0 || ::setresgid(uid, uid, uid) != 0 ||
                          ::setresuid(uid, uid, uid) != 0))
             ::_exit(125);
+        if (atExec) ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
         ::execve(program.constData(), av.data(), ev.data());
         ::_exit(124);
     }
     ::close(pipeFds[1]);
+    int status = 0;
+    if (atExec && ::waitpid(pid, &status, 0) == pid && WIFSTOPPED(status)) {
+        atExec();
+        ::ptrace(PTRACE_DETACH, pid, nullptr, nullptr);
+    }
     Run result;
     char buf[4096];
     for (ssize_t n; (n = ::read(pipeFds[0], buf, sizeof buf)) > 0;)
         result.err.append(buf, n);
     ::close(pipeFds[0]);
-    int status = 0;
     ::waitpid(pid, &status, 0);
     result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
     return result;
@@ -166,6 +174,12 @@ private slots:
         QVERIFY(install(builtLauncher, L, 04755));
         QVERIFY(install(probe, D, 0755));
         QVERIFY(install(probe, victim, 0755));
+        QVERIFY(::symlink("sv3daemon", "/mnt/s/link") == 0 && ::symlink("/mnt/s", "/mnt/ls") == 0);
+        // The launcher itself under another name.
+        QVERIFY(folder("/mnt/copies", 0755) && folder("/mnt/copies/bound", 0755) &&
+                TestEnv::writeFile("/mnt/copies/bound/adminlauncher", "") &&
+                ::mount(L.constData(), "/mnt/copies/bound/adminlauncher", nullptr, MS_BIND,
+                        nullptr) == 0);
     }
 
     void cleanupTestCase()
@@ -221,33 +235,27 @@ private slots:
     {
         QTest::addColumn<QByteArrayList>("argv");
         QTest::addColumn<QByteArray>("reason");
-        const QByteArray l = "/mnt/s/adminlauncher";
+        const auto row = [&](const char *tag, const QByteArrayList &args, const char *reason) {
+            QTest::newRow(tag) << (args.isEmpty() ? args : QByteArrayList{L} + args)
+                               << QByteArray(reason);
+        };
         // Path forms are parsing's; these show the program applies its refusals.
-        QTest::newRow("argc 0") << QByteArrayList{} << QByteArray("usage");
-        QTest::newRow("dot dot to daemon")
-            << QByteArrayList{l, "/mnt/user/../s/sv3daemon", "2"} << QByteArray("..");
-        QTest::newRow("another root file")
-            << QByteArrayList{l, "/mnt/s/victim", "2"} << QByteArray("only");
-        QTest::newRow("a system file")
-            << QByteArrayList{l, "/usr/bin/env", "2"} << QByteArray("only");
-        QTest::newRow("a file in /tmp")
-            << QByteArrayList{l, "/tmp/sv3daemon", "2"} << QByteArray("/tmp:");
-        QTest::newRow("user's own file")
-            << QByteArrayList{l, "/mnt/user/sv3daemon", "2"} << QByteArray("/mnt/user:");
-        QTest::newRow("9 on the daemon")
-            << QByteArrayList{l, "/mnt/s/sv3daemon", "9"} << QByteArray("job 9");
-        QTest::newRow("9 on another file")
-            << QByteArrayList{l, "/mnt/s/victim", "9"} << QByteArray("job 9");
-        QTest::newRow("2 on the launcher")
-            << QByteArrayList{l, "/mnt/s/adminlauncher", "2"} << QByteArray("only");
-        QTest::newRow("LA of a system program")
-            << QByteArrayList{l, "/usr/bin/id", "LA"} << QByteArray("only");
-        QTest::newRow("LA of another root file")
-            << QByteArrayList{l, "/mnt/s/victim", "LA", "/mnt/out/r"} << QByteArray("only");
-        QTest::newRow("unknown job")
-            << QByteArrayList{l, "/mnt/s/sv3daemon", "1"} << QByteArray("unknown");
-        QTest::newRow("missing daemon")
-            << QByteArrayList{l, "/mnt/nothing/sv3daemon", "2"} << QByteArray("No such file");
+        row("argc 0", {}, "usage");
+        row("dot dot to daemon", {"/mnt/user/../s/sv3daemon", "2"}, "..");
+        row("another root file", {"/mnt/s/victim", "2"}, "only");
+        row("a system file", {"/usr/bin/env", "2"}, "only");
+        row("a file in /tmp", {"/tmp/sv3daemon", "2"}, "/tmp:");
+        row("user's own file", {"/mnt/user/sv3daemon", "2"}, "/mnt/user:");
+        row("9 on the daemon", {"/mnt/s/sv3daemon", "9"}, "job 9");
+        row("9 on another file", {"/mnt/s/victim", "9"}, "job 9");
+        row("9 on the launcher by another path", {"/mnt/copies/bound/adminlauncher", "9"}, "job 9");
+        row("2 on the launcher", {"/mnt/s/adminlauncher", "2"}, "only");
+        row("LA of a system program", {"/usr/bin/id", "LA"}, "only");
+        row("LA of another root file", {"/mnt/s/victim", "LA", "/mnt/out/r"}, "only");
+        row("unknown job", {"/mnt/s/sv3daemon", "1"}, "unknown");
+        row("missing daemon", {"/mnt/nothing/sv3daemon", "2"}, "No such file");
+        row("link to the daemon", {"/mnt/s/link", "2"}, "is a symbolic link");
+        row("through a linked folder", {"/mnt/ls/sv3daemon", "2"}, "is a symbolic link");
     }
 
     void refusesEverythingButItsOwnFiles()
@@ -269,19 +277,21 @@ private slots:
     void givesRootToItsOwnDaemon()
     {
         requireSystem();
-        const Run r = run(L, {"anything", D, "2"});
-        QVERIFY2(r.code == 0 && r.err.isEmpty(), r.err.constData());
-        QCOMPARE(statOf(D).st_uid, uid_t(0));
-        QCOMPARE(TestEnv::modeOf(D), mode_t(04755));
-        verifyOnlyOwnFilesHaveRoot();
-        QVERIFY(::chmod(D.constData(), 0755) == 0);
+        // Started by a linked folder's path too: it knows itself from the kernel, not its name.
+        for (const QByteArray &l : {L, QByteArray("/mnt/ls/adminlauncher")}) {
+            const Run r = run(l, {"anything", D, "2"});
+            QVERIFY2(r.code == 0 && r.err.isEmpty(), r.err.constData());
+            QCOMPARE(statOf(D).st_uid, uid_t(0));
+            QCOMPARE(TestEnv::modeOf(D), mode_t(04755));
+            verifyOnlyOwnFilesHaveRoot();
+            QVERIFY(::chmod(D.constData(), 0755) == 0);
+        }
     }
 
     // Job 9 needs root from outside (pkexec): run by a user without the bit set it fails.
     void ownPrivilegesNeedRoot()
     {
         requireSystem();
-        QVERIFY(folder("/mnt/copies", 0755));
         QVERIFY(folder("/mnt/copies/fresh", 0755));
         const QByteArray fresh = "/mnt/copies/fresh/adminlauncher";
         QVERIFY(install(builtLauncher, fresh, 0755));
@@ -330,41 +340,37 @@ private slots:
     void unsafeInstallationsAreRefused_data()
     {
         QTest::addColumn<QByteArray>("dir"); // holds a set-user-id launcher and a daemon
-        QTest::addColumn<QByteArray>("reason");
+        QTest::addColumn<int>("dirOwner");
+        QTest::addColumn<int>("dirMode");
         QTest::addColumn<int>("daemonOwner");
         QTest::addColumn<int>("daemonMode");
-        QTest::newRow("folder owned by a user")
-            << QByteArray("/mnt/copies/user") << QByteArray("/mnt/copies/user:") << 0 << 0755;
-        QTest::newRow("world-writable parent")
-            << QByteArray("/mnt/copies/open/inner") << QByteArray("/mnt/copies/open:") << 0 << 0755;
-        QTest::newRow("group-writable folder")
-            << QByteArray("/mnt/copies/group") << QByteArray("/mnt/copies/group:") << 0 << 0755;
-        QTest::newRow("sticky like /tmp")
-            << QByteArray("/mnt/copies/tmp") << QByteArray("/mnt/copies/tmp:") << 0 << 0755;
-        QTest::newRow("daemon owned by a user")
-            << QByteArray("/mnt/copies/a") << QByteArray("sv3daemon: can be") << int(kNobody)
-            << 0755;
-        QTest::newRow("daemon group-writable")
-            << QByteArray("/mnt/copies/b") << QByteArray("sv3daemon: can be") << 0 << 0775;
-        QTest::newRow("daemon hard-linked")
-            << QByteArray("/mnt/copies/c") << QByteArray("more than one link") << 0 << 0755;
+        QTest::addColumn<QByteArray>("reason");
+        const auto row = [](const char *tag, const char *dir, int dirOwner, int dirMode,
+                            int daemonOwner, int daemonMode, const char *reason) {
+            QTest::newRow(tag) << QByteArray(dir) << dirOwner << dirMode << daemonOwner
+                               << daemonMode << QByteArray(reason);
+        };
+        row("folder owned by a user", "/mnt/copies/user", kNobody, 0755, 0, 0755, "/copies/user:");
+        row("world-writable parent", "/mnt/copies/open/in", 0, 0755, 0, 0755, "/copies/open:");
+        row("group-writable folder", "/mnt/copies/group", 0, 0775, 0, 0755, "/copies/group:");
+        row("sticky like /tmp", "/mnt/copies/tmp", 0, 01777, 0, 0755, "/mnt/copies/tmp:");
+        row("daemon owned by a user", "/mnt/copies/a", 0, 0755, kNobody, 0755, "sv3daemon: can be");
+        row("daemon group-writable", "/mnt/copies/b", 0, 0755, 0, 0775, "sv3daemon: can be");
+        row("daemon hard-linked", "/mnt/copies/c", 0, 0755, 0, 0755, "more than one link");
     }
 
     void unsafeInstallationsAreRefused()
     {
         requireSystem();
         QFETCH(QByteArray, dir);
-        QFETCH(QByteArray, reason);
+        QFETCH(int, dirOwner);
+        QFETCH(int, dirMode);
         QFETCH(int, daemonOwner);
         QFETCH(int, daemonMode);
-        ::mkdir("/mnt/copies", 0755);
+        QFETCH(QByteArray, reason);
         ::mkdir("/mnt/copies/open", 0777);
         ::chmod("/mnt/copies/open", 0777);
-        const mode_t mode = dir.endsWith("/user")    ? 0755
-                            : dir.endsWith("/group") ? 0775
-                            : dir.endsWith("/tmp")   ? 01777
-                                                     : 0755;
-        QVERIFY(folder(dir, mode, dir.endsWith("/user") ? kNobody : 0));
+        QVERIFY(folder(dir, mode_t(dirMode), uid_t(dirOwner)));
         QVERIFY(install(builtLauncher, dir + "/adminlauncher", 04755));
         QVERIFY(install(probe, dir + "/sv3daemon", mode_t(daemonMode), uid_t(daemonOwner)));
         if (reason.contains("link"))
@@ -380,23 +386,20 @@ private slots:
         QVERIFY(!QFile::exists(QStringLiteral("/mnt/out/r")));
     }
 
-    void symbolicLinksAreNeverFollowed()
+    // Another root folder with a launcher and a daemon mounted over the launcher's folder once it
+    // runs: it is not taken for the launcher's own.
+    void folderReplacedOnceStarted()
     {
         requireSystem();
-        QVERIFY(::symlink("sv3daemon", "/mnt/s/link") == 0);
-        QVERIFY(::symlink("/mnt/s", "/mnt/ls") == 0);
-        Run r = run(L, {"x", "/mnt/s/link", "2"});
-        QVERIFY2(r.code == 2 && r.err.contains("is a symbolic link"), r.err.constData());
-        r = run(L, {"x", "/mnt/ls/sv3daemon", "2"});
-        QVERIFY2(r.code == 2 && r.err.contains("is a symbolic link"), r.err.constData());
-        QVERIFY(!isSetUid(D));
-        // The launcher knows itself from the kernel, not from the name it was started by.
-        r = run("/mnt/ls/adminlauncher", {"/mnt/ls/adminlauncher", D, "2"});
-        QVERIFY2(r.code == 0, r.err.constData());
-        QVERIFY(isSetUid(D));
-        QVERIFY(::chmod(D.constData(), 0755) == 0);
-        ::unlink("/mnt/s/link");
-        ::unlink("/mnt/ls");
+        QVERIFY(folder("/mnt/copies/other", 0755) &&
+                install(builtLauncher, "/mnt/copies/other/adminlauncher", 04755) &&
+                install(probe, "/mnt/copies/other/sv3daemon", 0755));
+        const Run r = run(L, {L, D, "2"}, {}, kNobody, -1, [] {
+            QVERIFY(::mount("/mnt/copies/other", "/mnt/s", nullptr, MS_BIND, nullptr) == 0);
+        });
+        ::umount2("/mnt/s", MNT_DETACH);
+        QVERIFY2(r.code == 2 && r.err.contains("not beside this launcher"), r.err.constData());
+        QVERIFY(!isSetUid("/mnt/copies/other/sv3daemon"));
     }
 
     // The daemon's name is swapped with a link to another root-owned program as fast as the

@@ -313,25 +313,24 @@ private slots:
         QTest::addColumn<QByteArray>("script"); // empty: the program does not exist
         QTest::addColumn<qint64>("result");
         QTest::addColumn<int>("alerts");
-        QTest::newRow("granted") << QByteArray("exit 0")
-                                 << qint64(ZEL_AdminLauncher::LauncherStartedAsRoot) << 0;
-        QTest::newRow("job failed after grant")
-            << QByteArray("exit 2") << qint64(ZEL_AdminLauncher::LauncherStartedAsRoot) << 0;
-        QTest::newRow("dismissed")
-            << QByteArray("exit 126") << qint64(ZEL_AdminLauncher::RightNotGranted) << 0;
-        QTest::newRow("refused") << QByteArray("exit 127")
-                                 << qint64(ZEL_AdminLauncher::RightNotGranted) << 0;
-        QTest::newRow("no agent") << QByteArray("echo 'Error executing command as another user: No "
-                                                "authentication agent found.' >&2; exit 127")
-                                  << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
-        QTest::newRow("no polkit daemon")
-            << QByteArray("echo 'Error getting authority: Error initializing authority: Could not "
-                          "connect' >&2; exit 127")
-            << qint64(ZEL_AdminLauncher::RightNotGranted) << 1;
-        QTest::newRow("killed") << QByteArray("kill -9 $$")
-                                << qint64(ZEL_AdminLauncher::CouldNotStart) << 0;
-        QTest::newRow("not installed")
-            << QByteArray() << qint64(ZEL_AdminLauncher::CouldNotStart) << 1;
+        const auto row = [](const char *tag, const char *script, qint64 result, int alerts = 0) {
+            QTest::newRow(tag) << QByteArray(script) << result << alerts;
+        };
+        using namespace ZEL_AdminLauncher;
+        row("granted", "exit 0", LauncherStartedAsRoot);
+        row("job failed after grant", "exit 2", LauncherStartedAsRoot);
+        row("dismissed", "exit 126", RightNotGranted);
+        row("refused", "exit 127", RightNotGranted);
+        row("no agent",
+            "echo 'Error executing command as another user: No authentication agent found.' >&2; "
+            "exit 127",
+            RightNotGranted, 1);
+        row("no polkit daemon",
+            "echo 'Error getting authority: Error initializing authority: Could not connect' >&2; "
+            "exit 127",
+            RightNotGranted, 1);
+        row("killed", "kill -9 $$", CouldNotStart);
+        row("not installed", "", CouldNotStart, 1);
     }
     void askingThroughPkexec()
     {
@@ -380,37 +379,26 @@ private slots:
         QTest::addColumn<QStringList>("alerts");
         QTest::addColumn<QByteArrayList>("log");
         QTest::addColumn<bool>("privilegesWereSet");
-
-        QTest::newRow("everything privileged") << int(Privileged) << int(PrivilegedDaemon) << true
-                                               << QStringList{} << QByteArrayList{} << false;
-        QTest::newRow("launcher privileged, daemon not: no alert")
-            << int(Privileged) << int(PlainDaemon) << true << QStringList{} << QByteArrayList{}
-            << false;
-        QTest::newRow("launcher raised")
-            << int(PlainThatWorks) << int(PrivilegedDaemon) << true << QStringList{kPassword}
-            << QByteArrayList{kSucceeded} << true;
-        QTest::newRow("launcher started but still plain")
-            << int(Plain) << int(PrivilegedDaemon) << false
-            << QStringList{kPassword, launcherFailure("BadPermissionsText")}
-            << QByteArrayList{kUnable} << false;
-        QTest::newRow("password refused")
-            << int(RefusedPassword) << int(PrivilegedDaemon) << false
-            << QStringList{kPassword, launcherFailure("BadPrivilegesText")}
-            << QByteArrayList{kUnable} << false;
-        QTest::newRow("launcher missing")
-            << int(Missing) << int(PrivilegedDaemon) << false
-            << QStringList{kMissing, kPassword, kMissing, launcherFailure("ExecutableNotFoundText")}
-            << QByteArrayList{kUnable} << false;
+        const auto row = [](const char *tag, Launcher l, Daemon d, bool goesOn,
+                            const QStringList &alerts = {}, const QByteArrayList &log = {}) {
+            QTest::newRow(tag) << int(l) << int(d) << goesOn << alerts << log
+                               << log.contains(kSucceeded);
+        };
+        const QStringList missing{kMissing, kPassword, kMissing,
+                                  launcherFailure("ExecutableNotFoundText")};
+        row("everything privileged", Privileged, PrivilegedDaemon, true);
+        row("launcher privileged, daemon not: no alert", Privileged, PlainDaemon, true);
+        row("launcher raised", PlainThatWorks, PrivilegedDaemon, true, {kPassword}, {kSucceeded});
+        row("launcher started but still plain", Plain, PrivilegedDaemon, false,
+            {kPassword, launcherFailure("BadPermissionsText")}, {kUnable});
+        row("password refused", RefusedPassword, PrivilegedDaemon, false,
+            {kPassword, launcherFailure("BadPrivilegesText")}, {kUnable});
+        row("launcher missing", Missing, PrivilegedDaemon, false, missing, {kUnable});
         // The daemon check is skipped after a failed launcher check: no daemon alert here.
-        QTest::newRow("launcher missing, daemon missing")
-            << int(Missing) << int(NoDaemon) << false
-            << QStringList{kMissing, kPassword, kMissing, launcherFailure("ExecutableNotFoundText")}
-            << QByteArrayList{kUnable} << false;
-        QTest::newRow("daemon missing") << int(Privileged) << int(NoDaemon) << false
-                                        << QStringList{kDaemonFailure} << QByteArrayList{} << false;
-        QTest::newRow("launcher raised, daemon missing")
-            << int(PlainThatWorks) << int(NoDaemon) << false
-            << QStringList{kPassword, kDaemonFailure} << QByteArrayList{kSucceeded} << true;
+        row("launcher missing, daemon missing", Missing, NoDaemon, false, missing, {kUnable});
+        row("daemon missing", Privileged, NoDaemon, false, {kDaemonFailure});
+        row("launcher raised, daemon missing", PlainThatWorks, NoDaemon, false,
+            {kPassword, kDaemonFailure}, {kSucceeded});
     }
 
     void startUp()

@@ -66,17 +66,13 @@ bool TestEnv::mountExt4Image(const QString &image, const QString &uuid, const QS
 
 mode_t TestEnv::modeOf(const QByteArray &path)
 {
-    struct stat st
-    {
-    };
+    struct stat st = {};
     return lstat(path.constData(), &st) == 0 ? st.st_mode & 07777 : 0;
 }
 
 bool TestEnv::exists(const QByteArray &path)
 {
-    struct stat st
-    {
-    };
+    struct stat st = {};
     return lstat(path.constData(), &st) == 0;
 }
 
