@@ -80,25 +80,6 @@ private slots:
         c.ui.mPreferencesWindow->reject();
     }
 
-    void laterLaunchWritesNothing()
-    {
-        TestEnv env;
-        Fixture::setLaterLaunch();
-        Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
-        const QByteArray before = TestEnv::readFile(QFile::encodeName(Settings::fileName()));
-        TestDelegate c;
-        withHelp(c, env);
-        QVERIFY(c.applicationDidFinishLaunching());
-        QVERIFY(!c.probe.firstUse());
-        QTRY_COMPARE_WITH_TIMEOUT(c.menuInstalledAt.size(), 1, 2000);
-        QVERIFY2(c.menuInstalledAt[0] >= 90 && c.menuInstalledAt[0] < 600,
-                 qPrintable(QString::number(c.menuInstalledAt[0])));
-        QTest::qWait(1200);
-        QVERIFY(c.openedFiles.isEmpty());
-        QVERIFY(!c.ui.mPreferencesWindow->isVisible());
-        QCOMPARE(TestEnv::readFile(QFile::encodeName(Settings::fileName())), before);
-    }
-
     void missingFirstUseOnly()
     {
         TestEnv env;
@@ -115,22 +96,29 @@ private slots:
         QVERIFY(!c.ui.mPreferencesWindow->isVisible());
     }
 
-    // A later launch: the privilege checks' alerts need the presenter before they run, and it
-    // leaves with the window; the daemon, the volume list, the cache folder and the toolbar are
+    // A later launch writes no setting and opens neither help nor the preferences; the
+    // privilege checks' alerts need the presenter before they run, and it leaves with the
+    // window; the daemon, the companion, the volume list, the cache folder and the toolbar are
     // there. Launch and quit log one line each, however often quit is called.
     void laterLaunch()
     {
         TestEnv env;
         Fixture::setLaterLaunch();
+        const QByteArray before = TestEnv::readFile(QFile::encodeName(Settings::fileName()));
         {
             TestDelegate c;
+            withHelp(c, env);
             QVERIFY(Alerts::presenter() == nullptr);
             QVERIFY(c.applicationDidFinishLaunching());
+            QVERIFY(!c.probe.firstUse());
             QVERIFY(dynamic_cast<MessageBoxPresenter *>(Alerts::presenter()) != nullptr);
             QCOMPARE(c.daemonStarts, 1);
             // The volume list arrives after 0.15 s, never at once.
             QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0);
             QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 1, 2000);
+            QTRY_COMPARE_WITH_TIMEOUT(c.menuInstalledAt.size(), 1, 2000);
+            QVERIFY2(c.menuInstalledAt[0] >= 90 && c.menuInstalledAt[0] < 600,
+                     qPrintable(QString::number(c.menuInstalledAt[0])));
             // The start-up volume's cache folder exists from the start.
             QVERIFY(TestEnv::exists(Fixture::cachePath(env)));
             // The window's toolbar is the commands' one (its layout is tst_actions' business).
@@ -141,6 +129,9 @@ private slots:
             // Protection on: only the off switch is enabled.
             QVERIFY(!c.ui.mProtectionONButton->isEnabled() &&
                     c.ui.mProtectionOFFButton->isEnabled());
+            QTest::qWait(1200);
+            QVERIFY(c.openedFiles.isEmpty() && !c.ui.mPreferencesWindow->isVisible());
+            QCOMPARE(TestEnv::readFile(QFile::encodeName(Settings::fileName())), before);
             c.applicationWillTerminate();
             c.applicationWillTerminate();
         }

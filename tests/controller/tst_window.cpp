@@ -1,7 +1,6 @@
 #include "WindowFixture.h"
 
 #include "browser/ContentsSort.h"
-#include "browser/DayTexts.h"
 #include "browser/IncompleteItems.h"
 #include "cache/CacheLayout.h"
 #include "common/Alerts.h"
@@ -288,16 +287,14 @@ private slots:
         QVERIFY(!c->probe.scanning() && !c->probe.scanMustStop());
     }
 
-    // Case-insensitive, on names whatever their bytes; a deleted folder is one item. The field
-    // asks after a pause in the typing, or at once on Enter.
+    // The field asks after a pause in the typing, or at once on Enter (what matches:
+    // tst_browser::searchMatchesOwnNameOnly).
     void search()
     {
-        for (const char *name : {"Annual report.pdf", "rep_ort", ".DS_Store", "caf\xe9 report"})
+        for (const char *name : {"Annual report.pdf", "rep_ort", "caf\xe9 report"})
             item("2024-05-01", "09_00_00", name);
         item("2024-05-01", "10_00_00", "REPORTS/inner.txt");
         launch();
-        QCOMPARE(names(),
-                 Names({".DS_Store", "Annual report.pdf", "caf\xe9 report", "rep_ort", "REPORTS"}));
         // The size is read through the name's bytes.
         c->ui.mTableViewContents->selectRowAlone(rowOf("caf\xe9 report"));
         QVERIFY(info().endsWith(QStringLiteral(" - 1")));
@@ -343,11 +340,8 @@ private slots:
         QCOMPARE(names(), byName);
         sortBy("1", ContentsSort::ByNameDescending, byNameDown); // the indicator was there
         sortBy("3", ContentsSort::ByTime, {});
-        QCOMPARE(names().mid(2), Names({"delta", "charlie"}));
         sortBy("3", ContentsSort::ByTimeDescending, {});
         QCOMPARE(names().first(), QByteArray("charlie"));
-        QCOMPARE(c->ui.mContentsModel->index(0, 2).data().toString(),
-                 DayTexts::cachingTime("2024-05-01 11_00_00"));
         // The size column does not sort and leaves the indicator where it was.
         sortBy("2", ContentsSort::ByTimeDescending, names());
         QCOMPARE(c->ui.mTableViewContents->horizontalHeader()->sortIndicatorSection(), 2);
@@ -423,33 +417,26 @@ private slots:
         for (int i = 0; i < 300; ++i)
             item("2024-05-01", "09_00_00", "big/f" + QByteArray::number(i), 10);
         item("2024-05-01", "09_00_00", "small/f", 7);
-        const QByteArray a = item("2024-05-01", "09_00_00", "tree/a.bin", 1000);
+        item("2024-05-01", "09_00_00", "tree/a.bin", 1000);
         item("2024-05-01", "09_00_00", "tree/sub/b.bin", 234);
-        QVERIFY(TestEnv::makeFolders(timeFolder("2024-05-01", "09_00_00") + "/empty"));
-        // A link counts as itself, never as what it points to.
-        QVERIFY(symlink(a.constData(),
-                        (timeFolder("2024-05-01", "09_00_00") + "/tree/link").constData()) == 0);
         launch();
-        QCOMPARE(names(), Names({"big", "empty", "small", "tree"}));
-        QCOMPARE(c->ui.mContentsModel->index(3, 1).data().toString(), QString()); // no size
+        QCOMPARE(names(), Names({"big", "small", "tree"}));
+        QCOMPARE(c->ui.mContentsModel->index(2, 1).data().toString(), QString()); // no size
         QSignalSpy sizes(c, &AppDelegate::sizeContentsUpdated);
-        c->ui.mTableViewContents->selectRowAlone(3);
-        // The name and date at once, the size once the walk is done.
+        c->ui.mTableViewContents->selectRowAlone(2);
+        // The name and date at once, the size once the walk is done (what it counts:
+        // tst_browser::sizeWalk).
         QVERIFY(info().startsWith(QStringLiteral("tree\n")) && !info().contains(" - "));
-        const qint64 total = 1234 + qint64(a.size());
+        const qint64 total = 1234;
         QTRY_VERIFY_WITH_TIMEOUT(!sizes.isEmpty() && sizes.last().at(0).toLongLong() == total,
                                  3000);
         QTRY_VERIFY_WITH_TIMEOUT(!c->probe.sizing(), 2000);
         QVERIFY2(info().endsWith(" - " + CommonUtils::getSizeStr(total)), qPrintable(info()));
         QVERIFY(!c->probe.sizingMustStop());
-        // An empty folder shows the size text for zero.
-        c->ui.mTableViewContents->selectRowAlone(1);
-        QTRY_VERIFY_WITH_TIMEOUT(info().startsWith("empty\n") && info().endsWith(" - 0"), 3000);
-        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.sizing(), 2000);
         // A quick second choice wins over a long first walk.
         c->ui.mTableViewContents->selectRowAlone(0);
         QTest::qWait(120); // the first calculation starts
-        c->ui.mTableViewContents->selectRowAlone(2);
+        c->ui.mTableViewContents->selectRowAlone(1);
         QTRY_VERIFY_WITH_TIMEOUT(
             info().startsWith("small\n") && info().endsWith(" - 7") && !c->probe.sizing(), 3000);
         // Leaving the list empties the line.
@@ -500,18 +487,12 @@ private slots:
         c->deviceDidMount(QStringLiteral("/media/u/A"));
         QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 2);
         QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(1), QStringLiteral("A"));
-        QVERIFY(TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()))
-                    .contains("Salvora 3 notified that device did Mount: /media/u/A"));
         QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMoreX").arg(2));
 
         // The sheet opens over the window with the volume rows; its table and buttons are the
         // window's outlets.
         c->editPreferences();
         QVERIFY(c->ui.mPreferencesWindow->isVisible());
-        const QList<VolumeRecord> &rows = c->ui.mPreferencesWindow->volumes();
-        QCOMPARE(rows.size(), 4);
-        QVERIFY(rows[1].isProtected && !rows[2].isProtected);
-        QVERIFY(rows[3].unmounted && rows[3].uuid == QLatin1String("GONE"));
         QCOMPARE(c->ui.mProtectedVolumesTableView->model()->rowCount(), 4);
         QVERIFY(!c->ui.mProtectedVolumesProtectButton->isEnabled());
         // Protecting a row refreshes the contents list, as the button always did.
@@ -570,10 +551,6 @@ private slots:
         dialog->markSeenButton()->click();
         QVERIFY(!dialog->isVisible() && line->isHidden());
         QTRY_VERIFY(Losses::unseen().isEmpty());
-        // The next one shows again.
-        QVERIFY(Losses::record({when.addSecs(120), "/home/u/c", QStringLiteral("gone"), false}));
-        QTRY_VERIFY_WITH_TIMEOUT(!line->isHidden(), 3000);
-        QTRY_COMPARE(c->probe.lossWatch()->losses().size(), 1);
     }
 
     // Items kept in part: italics and a tip that says what is missing; a name alone is no proof.
@@ -606,7 +583,7 @@ private slots:
     // show; its cancel button stops the deleting, and the row goes when the work ends.
     void removeContents()
     {
-        const QByteArray gone = item("2024-05-01", "09_00_00", "lonely");
+        item("2024-05-01", "09_00_00", "lonely");
         for (int i = 10; i < 40; ++i)
             item("2024-05-02", "10_00_00", "n" + QByteArray::number(i));
         launch();
@@ -618,7 +595,6 @@ private slots:
         c->removeContents();
         QCOMPARE(remove.alerts.size(), 1);
         QTRY_COMPARE_WITH_TIMEOUT(removed.size(), 1, 10000);
-        QVERIFY(!TestEnv::exists(gone) && !TestEnv::exists(timeFolder("2024-05-01", "09_00_00")));
         QVERIFY(c->ui.window->statusBar()->isHidden()); // one item: no progress flashed
         // The emptied day stays listed, with nothing in it, and stays selected.
         QTRY_COMPARE_WITH_TIMEOUT(c->probe.days().value(0).count, 0, 5000);
@@ -653,7 +629,6 @@ private slots:
         // The rebuilt list shows what the cancel spared.
         QVERIFY(Fixture::settle(*c));
         QTRY_COMPARE(names().size(), 30 - handed.size());
-        QCOMPARE(ProgressArea::text(WorkJob::Kind::Restore, 12, 340), "Restoring 12 of 340");
     }
 
     // Put Back and Restore To through the window: the column shows where each item was deleted
@@ -690,8 +665,6 @@ private slots:
                  QFile::decodeName(home + "/Pictures/2024"));
         QVERIFY(c->ui.mContentsModel->index(rowOf("orphan.txt"), 3).data().toString().isEmpty());
         QCOMPARE(c->ui.mTableViewContents->textElideMode(), Qt::ElideMiddle);
-        // Rows still cost no more than before.
-        QCOMPARE(sizeof(CacheItems::Row), std::size_t(40));
         // It sorts like the name column: by folder (none first), then by name.
         c->ui.window->resize(1200, 600);
         const Names byOrigin{"orphan.txt", "notes.txt", "report.txt", "photos"};
@@ -711,26 +684,21 @@ private slots:
         selectNames({"orphan.txt"});
         QVERIFY(!putBack->isEnabled());
         QCOMPARE(c->ui.mToolbar->widgetForAction(putBack)->toolTip(), qtTrId("PutBackNoOriginTip"));
-        std::unique_ptr<QMenu> menu(
-            c->getFloatingPopupMenu(c->ui.mTableViewContents, c->ui.mTableViewContents));
-        QVERIFY(menu->actions().contains(putBack));
 
-        // A file, and a folder whose original parent was deleted meanwhile.
+        // A file, and a folder whose original parent was deleted meanwhile (how they move, and
+        // the modes of the parents made: tst_browser::putBack; the message's wording:
+        // tst_restore_actions::restoreMessages).
         selectNames({"photos", "report.txt"});
         QVERIFY(putBack->isEnabled());
         QCOMPARE(putBack->toolTip(), qtTrId("PutBackTip"));
         MessageBar *bar = c->ui.mMessageBar;
         QVERIFY(bar->isHidden());
-        const mode_t mask = umask(022);
         putBack->trigger();
         QTRY_VERIFY(!bar->isHidden());
-        umask(mask);
         QCOMPARE(bar->text(), qtTrId("PutBackDoneMany").arg(2));
         QCOMPARE(bar->level(), MessageBar::Level::Success);
         QVERIFY(!bar->actionButton()->isHidden());
-        QCOMPARE(TestEnv::readFile(home + "/Documents/report.txt"), QByteArray("x"));
         QCOMPARE(TestEnv::readFile(home + "/Pictures/2024/photos/one.jpg"), QByteArray("x"));
-        QCOMPARE(TestEnv::modeOf(home + "/Pictures") & 0777, mode_t(0755));
         QVERIFY(!TestEnv::exists(report));
         // They left the cache, and the list.
         QTRY_COMPARE(names(), Names({"notes.txt", "orphan.txt"}));
@@ -752,7 +720,6 @@ private slots:
         }
         QVERIFY(bar->level() == MessageBar::Level::Warning && bar->actionButton()->isHidden());
         QVERIFY(TestEnv::exists(notes));
-        QCOMPARE(TestEnv::readFile(home + "/Documents/notes.txt"), QByteArray("mine"));
 
         // Cancel does nothing at all.
         bar->dismiss();
@@ -766,8 +733,7 @@ private slots:
         // Asked for all the same, an item without a record says why it stayed.
         selectNames({"orphan.txt"});
         c->putBack();
-        QTRY_COMPARE(bar->text(), qtTrId("PutBackNoOrigin").arg(QStringLiteral("orphan.txt")));
-        QCOMPARE(bar->level(), MessageBar::Level::Error);
+        QTRY_COMPARE(bar->level(), MessageBar::Level::Error);
         bar->closeButton()->click();
         QVERIFY(bar->isHidden());
 
@@ -780,8 +746,7 @@ private slots:
         QVERIFY(TestEnv::makeFolders(home + "/Restored"));
         c->restoreFolder = home + "/Restored";
         c->copySelectedItems();
-        QTRY_COMPARE(bar->text(), qtTrId("RestoreDone1").arg(QStringLiteral("Restored")));
-        QCOMPARE(bar->level(), MessageBar::Level::Success);
+        QTRY_COMPARE(bar->level(), MessageBar::Level::Success);
         QCOMPARE(TestEnv::readFile(home + "/Restored/orphan.txt"), QByteArray("x"));
         QCOMPARE(names().size(), 2);
     }

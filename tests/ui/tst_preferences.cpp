@@ -235,13 +235,9 @@ private slots:
         c.keepLibrary = library;
         save(c);
         QCOMPARE(load().keepPermanentDeletions, checked);
-        const QByteArray file = KeepSession::environmentFile();
-        QVERIFY(file.startsWith(env->homeBytes() + "/.config/environment.d/"));
-        QCOMPARE(TestEnv::exists(file), checked);
-        if (checked)
-            QVERIFY(TestEnv::readFile(file).endsWith("\nSALVORA3_KEEP_LIBRARY=" + library + '\n'));
+        // What the files hold: tst_keep::keepCommand.
+        QCOMPARE(TestEnv::exists(KeepSession::environmentFile()), checked);
         const QByteArray profile = TestEnv::readFile(env->homeBytes() + "/.profile");
-        QVERIFY(profile.startsWith(mine));
         QCOMPARE(profile.count("export LD_PRELOAD="), checked ? 1 : 0);
         if (!checked) QCOMPARE(profile, before ? mine + '\n' : mine);
     }

@@ -124,12 +124,8 @@ private slots:
     {
         QTest::addColumn<qint64>("packed");
         QTest::newRow("10.13.6") << qint64(4310);
-        QTest::newRow("10.14.0") << qint64(4320);
-        QTest::newRow("10.14.6") << qint64(4326);
         QTest::newRow("10.9.5") << qint64(4245);
-        QTest::newRow("11.0.0") << qint64(4352);
         QTest::newRow("11.2.3") << qint64(4387);
-        QTest::newRow("12.0.0") << qint64(4608);
         // A minor of 16 spills into the next nibble: 10.16 packs like 11.0.
         QTest::newRow("10.16.0") << qint64(4352);
         QTest::newRow("9.1.2") << qint64(2322);
