@@ -848,8 +848,9 @@ private slots:
         QVERIFY(c->probe.drawingDragImage());
         QTRY_VERIFY_WITH_TIMEOUT(!c->probe.drawingDragImage(), 2000);
 
-        // Space opens the preview of the selected item and closes it again; without a
-        // selection it does nothing, not even make the panel.
+        // Space opens the preview of the selected item (closing it: tst_previewpanel::
+        // spaceOpensAndClosesThePanel); without a selection it does nothing, not even make the
+        // panel.
         c->ui.window->move(40, 30);
         contents->clearSelection();
         c->doKeyDown(QStringLiteral(" "));
@@ -867,8 +868,6 @@ private slots:
         // closing before the clean-up's).
         QTRY_VERIFY(panel->infoLine().startsWith(
             QFile::decodeName(paths[0].mid(paths[0].lastIndexOf('/') + 1))));
-        QTest::keyClick(contents, Qt::Key_Space);
-        QVERIFY(!panel->isVisible());
     }
 };
 

@@ -165,7 +165,6 @@ private slots:
         QVERIFY(Losses::record({QDateTime::currentDateTime(), "/home/u/big.iso",
                                 QStringLiteral("no space left"), false}));
         QTRY_VERIFY_WITH_TIMEOUT(menu.lossesAction()->isVisible(), 3000);
-        QCOMPARE(menu.lossWatch()->summary().count, 1);
         QCOMPARE(menu.lossesAction()->text(), menu.lossesText());
         QVERIFY(menu.lossesAction()->isEnabled());
         QVERIFY(actionTexts(menu.menu()).indexOf(menu.lossesText()) == 2); // under the size
@@ -175,7 +174,6 @@ private slots:
         QCOMPARE(menu.lossesDialog()->list()->topLevelItemCount(), 1);
         menu.lossesDialog()->markSeenButton()->click();
         QVERIFY(!menu.lossesAction()->isVisible());
-        QTRY_VERIFY(Losses::unseen().isEmpty());
     }
 
     void startsTheDaemonOnlyWhenNobodyOwnsItsName()
