@@ -1,5 +1,6 @@
 #include "WindowFixture.h"
 
+#include "common/Log.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "ui/TableView.h"
@@ -20,6 +21,11 @@ void setLaterLaunch()
 QByteArray cachePath(const TestEnv &env)
 {
     return env.homeBytes() + "/.Salvora3Cache";
+}
+
+QByteArray logText()
+{
+    return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
 }
 
 QByteArray addItem(const TestEnv &env, const char *day, const char *time, const QByteArray &name,

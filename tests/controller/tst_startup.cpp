@@ -1,7 +1,6 @@
 #include "WindowFixture.h"
 
 #include "common/Alerts.h"
-#include "common/Log.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/Texts.h"
@@ -18,11 +17,6 @@
 class TstStartup : public QObject
 {
     Q_OBJECT
-
-    static QByteArray logText()
-    {
-        return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
-    }
 
     // Waits until `cond` holds, then returns the elapsed time in ms (-1 on timeout).
     template <typename F> static qint64 msUntil(const QElapsedTimer &clock, F cond)
@@ -63,7 +57,7 @@ private slots:
         QVERIFY(c.ui.window->isVisible() && c.ui.mAboutWindow->isVisible());
         QCOMPARE(c.ui.mAboutVersion->text(), QStringLiteral("3.0.0"));
         QCOMPARE(c.ui.window->windowTitle(), QStringLiteral("Salvora 3"));
-        QVERIFY(logText().contains("Salvora 3 Launched."));
+        QVERIFY(Fixture::logText().contains("Salvora 3 Launched."));
 
         // The preferences after 0.5 s, help after 1.0 s, the about box gone after 2.0 s.
         const qint64 prefs = msUntil(clock, [&] { return c.ui.mPreferencesWindow->isVisible(); });
@@ -136,7 +130,7 @@ private slots:
             c.applicationWillTerminate();
         }
         QVERIFY(Alerts::presenter() == nullptr);
-        const QByteArray log = logText();
+        const QByteArray log = Fixture::logText();
         QCOMPARE(log.count("Salvora 3 Launched."), 1);
         QCOMPARE(log.count("Salvora 3 quits."), 1);
         QVERIFY(log.indexOf("quits.") < log.indexOf("Launched.")); // newest first
@@ -153,7 +147,7 @@ private slots:
         QVERIFY(!Settings::contains(SettingsKeys::FirstUse));
         QVERIFY(!c.ui.window->isVisible());
         c.applicationWillTerminate();
-        QVERIFY(logText().isEmpty());
+        QVERIFY(Fixture::logText().isEmpty());
         QTest::qWait(300);
         QVERIFY(c.menuInstalledAt.isEmpty());
         QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0); // nothing scheduled either

@@ -1,6 +1,5 @@
 #include "WindowFixture.h"
 
-#include "common/Log.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
 #include "common/Texts.h"
@@ -20,11 +19,6 @@ class TstWindowLoop : public QObject
     QTemporaryDir images;
     const QString uuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-0123456789AC");
     const QString mountPoint = QStringLiteral("/mnt/sv3 window vol");
-
-    static QByteArray logText()
-    {
-        return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
-    }
 
 private slots:
     void initTestCase()
@@ -57,7 +51,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 2, 5000);
         QCOMPARE(c.ui.mSelectedVolumeMenu->itemText(1), QStringLiteral("sv3 window vol"));
         QCOMPARE(c.probe.protectedVolumes()[1].path, mountPoint);
-        QVERIFY(logText().contains(
+        QVERIFY(Fixture::logText().contains(
             ("Salvora 3 notified that device did Mount: " + mountPoint).toUtf8()));
         // The user's own cache on the volume is browsed once chosen.
         QVERIFY(TestEnv::writeFile(QFile::encodeName(mountPoint) + "/.Salvora3Cache/" +
@@ -74,7 +68,7 @@ private slots:
         QVERIFY(TestEnv::runProgram(QStringLiteral("umount"), {mountPoint}));
         QTest::qWait(1000);
         QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 2);
-        QVERIFY(!logText().contains("did Unmount"));
+        QVERIFY(!Fixture::logText().contains("did Unmount"));
         QVERIFY(!CommonUtils::getAllMountedVolumes().contains(mountPoint));
     }
 };
