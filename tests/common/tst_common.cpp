@@ -3,7 +3,6 @@
 #include "common/Jobs.h"
 #include "common/Locations.h"
 #include "common/Log.h"
-#include "common/LossWatch.h"
 #include "common/Losses.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
@@ -288,24 +287,6 @@ private slots:
         QCOMPARE(TestEnv::readFile(logPath()), before);
     }
 
-    // What stands at the log's name is never followed nor waited on: it reads as an unreadable
-    // log and a regular file takes its place.
-    void plantedLog()
-    {
-        const QByteArray path = logPath(), victim = env->homeBytes() + "/victim.txt";
-        QVERIFY(TestEnv::writeFile(victim, "precious"));
-        for (const bool fifo : {false, true}) {
-            ::unlink(path.constData());
-            QVERIFY(fifo ? mkfifo(path.constData(), 0600) == 0
-                         : symlink(victim.constData(), path.constData()) == 0);
-            CommonUtils::addToLogFile(QStringLiteral("entry"));
-            QCOMPARE(TestEnv::readFile(victim), QByteArray("precious"));
-            struct stat st = {};
-            QVERIFY(lstat(path.constData(), &st) == 0 && S_ISREG(st.st_mode));
-            QVERIFY(TestEnv::readFile(path).endsWith(" - entry\n(null)"));
-        }
-    }
-
     // Installed: the daemon and launcher in libexec, found back from there; built: one folder.
     void siblingProgramLookups_data()
     {
@@ -378,27 +359,6 @@ private slots:
         QCOMPARE(Losses::summary().count, left + 1);
     }
 
-    // The watch learns of a loss by the file alone (the daemon announces none for a loss).
-    void watchFollowsTheFile()
-    {
-        LossWatch watch;
-        QSignalSpy changed(&watch, &LossWatch::changed);
-        watch.start();
-        QTRY_VERIFY(changed.size() >= 1);
-        QCOMPARE(watch.summary().count, 0);
-        record(0); // creates the file
-        QTRY_COMPARE(watch.losses().size(), 1);
-        record(1, true); // appends to it
-        QTRY_COMPARE(watch.losses().size(), 2);
-        QVERIFY(watch.losses()[1].partly);
-        QCOMPARE(watch.summary().since, base);
-        watch.markSeen();
-        QCOMPARE(watch.losses().size(), 0); // at once, not after the read
-        QTRY_VERIFY(Losses::unseen().isEmpty());
-        record(2);
-        QTRY_COMPARE(watch.losses().size(), 1);
-        QCOMPARE(watch.losses()[0].path, pathOf(2));
-    }
     // Sizes in decimal units; counts divide millions by 1000 too, on purpose.
     void sizeAndCount_data()
     {
