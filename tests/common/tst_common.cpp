@@ -287,6 +287,24 @@ private slots:
         QCOMPARE(TestEnv::readFile(logPath()), before);
     }
 
+    // What stands at the log's name is never followed nor waited on: it reads as an unreadable
+    // log and a regular file takes its place.
+    void plantedLog()
+    {
+        const QByteArray path = logPath(), victim = env->homeBytes() + "/victim.txt";
+        QVERIFY(TestEnv::writeFile(victim, "precious"));
+        for (const bool fifo : {false, true}) {
+            ::unlink(path.constData());
+            QVERIFY(fifo ? mkfifo(path.constData(), 0600) == 0
+                         : symlink(victim.constData(), path.constData()) == 0);
+            CommonUtils::addToLogFile(QStringLiteral("entry"));
+            QCOMPARE(TestEnv::readFile(victim), QByteArray("precious"));
+            struct stat st = {};
+            QVERIFY(lstat(path.constData(), &st) == 0 && S_ISREG(st.st_mode));
+            QVERIFY(TestEnv::readFile(path).endsWith(" - entry\n(null)"));
+        }
+    }
+
     // Installed: the daemon and launcher in libexec, found back from there; built: one folder.
     void siblingProgramLookups_data()
     {
