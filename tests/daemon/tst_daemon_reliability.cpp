@@ -353,30 +353,6 @@ private slots:
         QVERIFY(daemon.isRunning());
     }
 
-    void longNamesInTheSameSecond()
-    {
-        // Two 255-byte names kept in the same second: the second one's numbered name must be
-        // shortened to fit.
-        const QByteArray name = QByteArray(251, 'n') + ".txt";
-        const int mark = daemon.shadowsTaken();
-        for (const char *dir : {"a", "b"}) {
-            const QByteArray path = home + "/long/" + dir + '/' + name;
-            QVERIFY(TestEnv::writeFile(path, QByteArray("from ") + dir));
-            QVERIFY(trashByHand(trash, path, QByteArray("long-") + dir));
-        }
-        QVERIFY(shadowedSince(mark, cache, 2));
-        for (const char *dir : {"a", "b"})
-            QVERIFY(emptyByHand(trash, QByteArray("long-") + dir));
-        QVERIFY(settled(cache));
-        QSet<QByteArray> contents;
-        for (const QByteArray &item : cachedItems(cache))
-            if (item.contains("nnnnnnnnnnnn")) {
-                QVERIFY(item.mid(item.lastIndexOf('/') + 1).size() <= 255);
-                contents.insert(TestEnv::readFile(cache + '/' + item));
-            }
-        QCOMPARE(contents, QSet<QByteArray>({"from a", "from b"}));
-    }
-
     void folderFilledInPlace()
     {
         // A folder copied into the trash file by file (as across partitions) over more than a

@@ -319,27 +319,6 @@ private slots:
         QVERIFY(!TestEnv::exists(record));
     }
 
-    void listedAndRestored()
-    {
-        // What the library kept is an item like any other: listed, and restored where it was.
-        makeTree(home);
-        const Snapshot before = Harness::snapshot(home + "/tree");
-        QCOMPARE(run("rm -r tree file.txt").exitCode, 0);
-        const QString salvora = Harness::binary("salvora");
-        QByteArray listing;
-        QVERIFY(TestEnv::runProgram(salvora, {QStringLiteral("ls"), QStringLiteral("--no-sizes")},
-                                    &listing));
-        const QByteArrayList times = timeFolders(cache);
-        QCOMPARE(times.size(), 1);
-        for (const QByteArray &item : {QByteArray("tree"), QByteArray("file.txt")})
-            QVERIFY2(listing.contains(times.first() + '/' + item), listing.constData());
-        QVERIFY(TestEnv::runProgram(salvora, {QStringLiteral("restore"),
-                                              QFile::decodeName(times.first() + "/tree"),
-                                              QStringLiteral("--to-original")}));
-        // A copy: the same names, kinds and contents.
-        QCOMPARE(Harness::snapshot(home + "/tree"), before);
-    }
-
     void sameResults_data()
     {
         QTest::addColumn<QByteArray>("command");
