@@ -231,8 +231,18 @@ EOF
     echo "$texts" >"$out/window-item.json"
     as_user import -window root png:- >"$out/window-item.png" && pass "screenshot $out/window-item.png"
 
+    # The daemon records the days it holds in the settings a moment after it keeps (300 ms, on
+    # its background worker): the snapshot waits for that record, and for the file to rest.
+    settled() {
+        local f="$home/.config/Salvora/Salvora 3.json"
+        [ "$(json "$f" 'sum(x["count"] for x in d["ProtectedVolumesData"][a[0]]["days"])' "$E2E_UUID")" -ge 1 ] 2>/dev/null &&
+            [ $(($(date +%s) - $(stat -c %Y "$f"))) -ge 2 ]
+    }
+    wait_until 100 settled || fail "the daemon recorded the kept day in the settings"
+
     # The user's data, as the removal must leave it.
     snapshot >"$out/userdata-before.txt"
+    cp "$home/.config/Salvora/Salvora 3.json" "$out/settings-before.json" 2>/dev/null
     cp "$log" "$out/log-before.txt" 2>/dev/null
 
     # Removal, with the session still open.
@@ -255,6 +265,7 @@ EOF
     left=$(running_programs | tr '\n' ' ')
     [ -z "$left" ] || fail "running after the session closed: $left"
     snapshot >"$out/userdata-after.txt"
+    cp "$home/.config/Salvora/Salvora 3.json" "$out/settings-after.json" 2>/dev/null
 }
 
 # Every file of the user's caches, settings and log, with its content's checksum. The log only

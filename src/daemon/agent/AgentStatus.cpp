@@ -117,6 +117,8 @@ void Agent::updateProtectedVolumesData()
             data.insert(m.uuid, QVariantMap{{QStringLiteral("path"), QFile::decodeName(m.mount)},
                                             {QStringLiteral("days"), days}});
         }
+        // A stopping agent leaves the settings as they are: the user may be removing the program.
+        if (stop) return;
         if (!stored || data != *stored)
             Settings::setDictionary(SettingsKeys::ProtectedVolumesData, data);
     });
