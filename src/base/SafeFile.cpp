@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
 
@@ -39,6 +41,18 @@ std::string temporaryName()
 }
 
 } // namespace
+
+int openResolved(int dirFd, const char *path, int flags, std::uint64_t resolve)
+{
+    open_how how{};
+    how.flags = std::uint64_t(flags | O_CLOEXEC);
+    how.resolve = resolve;
+    for (;;) {
+        const long fd = syscall(SYS_openat2, dirFd, path, &how, sizeof how);
+        if (fd < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+        return int(fd);
+    }
+}
 
 int openRegular(int dirFd, const char *name, int flags, mode_t mode, bool mustOwn)
 {
@@ -130,19 +144,6 @@ int appendRecord(int dirFd, const char *name, std::string_view record, mode_t mo
     };
     if (n > 0 && fstat(fd.fd, &st) == 0 && st.st_size >= n) ftruncate(fd.fd, st.st_size - n);
     return err;
-}
-
-int checkPrivateFolder(int fd, dev_t dev)
-{
-    struct stat st
-    {
-    };
-    if (fstat(fd, &st) != 0) return errno;
-    if (!S_ISDIR(st.st_mode)) return ENOTDIR;
-    if (st.st_uid != geteuid()) return EPERM;
-    if (st.st_mode & (S_IWGRP | S_IWOTH)) return EACCES;
-    if (dev != 0 && st.st_dev != dev) return EXDEV;
-    return 0;
 }
 
 int makePrivate(int fd)

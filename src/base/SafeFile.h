@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +14,11 @@
 // it too. Errors are errno values (0 for success); EINVAL stands for "not a regular file" and
 // EPERM for "owned by someone else".
 namespace safefile {
+
+// openat2() with the RESOLVE_* restrictions in `resolve` and O_CLOEXEC added, tried again when
+// a rename or a signal raced with the lookup (EAGAIN, EINTR). -1 with errno set otherwise: ENOSYS
+// on a kernel older than 5.6.
+int openResolved(int dirFd, const char *path, int flags, std::uint64_t resolve);
 
 // openat() with O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY added, then a check that the
 // result is a regular file (and, with `mustOwn`, that it belongs to the effective user).
@@ -38,10 +44,6 @@ int replaceFile(int dirFd, const char *name, std::string_view data, mode_t mode,
 // Appends one record with a single write() (so appends of several processes never interleave
 // within a record) to a regular file of the user, created with `mode` when missing.
 int appendRecord(int dirFd, const char *name, std::string_view record, mode_t mode);
-
-// A folder checked fit to hold the user's private data: a folder (never a link), owned by the
-// effective user, not writable by group or others, and on device `dev` (unless dev is 0).
-int checkPrivateFolder(int fd, dev_t dev = 0);
 
 // Makes a folder of the effective user private (0700) on its descriptor, if it is not already;
 // EPERM when it belongs to someone else, ENOTDIR when it is no folder.

@@ -1,5 +1,6 @@
 #include "SafeRemove.h"
 
+#include "SafeFile.h"
 #include "UniqueFd.h"
 
 #include <cerrno>
@@ -11,7 +12,6 @@
 #include <linux/openat2.h>
 #include <string>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -148,15 +148,7 @@ bool isCleanRelativePath(std::string_view path)
 
 int openBeneath(int dirFd, const char *path, int flags)
 {
-    open_how how{};
-    how.flags = std::uint64_t(flags) | O_CLOEXEC;
-    how.resolve = kResolve;
-    for (;;) {
-        const long fd = syscall(SYS_openat2, dirFd, path, &how, sizeof how);
-        // The kernel asks for a retry when a rename raced with the lookup.
-        if (fd < 0 && (errno == EAGAIN || errno == EINTR)) continue;
-        return int(fd);
-    }
+    return safefile::openResolved(dirFd, path, flags, kResolve);
 }
 
 int removeBeneath(int dirFd, std::string_view path, const std::atomic<bool> *stop)

@@ -1,6 +1,7 @@
 #include "TrustedPath.h"
 
 #include "Printable.h"
+#include "SafeFile.h"
 #include "UniqueFd.h"
 
 #include <cerrno>
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/openat2.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace launcher {
@@ -22,11 +22,10 @@ using Fd = UniqueFd;
 // and the caller's type check turns an opened link into a refusal.
 int openBelow(int dirFd, const std::string &name, int flags)
 {
-    struct open_how how = {};
-    how.flags = std::uint64_t(flags | O_NOFOLLOW | O_CLOEXEC);
-    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
-    const long fd = ::syscall(SYS_openat2, dirFd, name.c_str(), &how, sizeof how);
-    if (fd >= 0 || errno != ENOSYS) return int(fd);
+    const int fd =
+        safefile::openResolved(dirFd, name.c_str(), flags | O_NOFOLLOW,
+                               RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH);
+    if (fd >= 0 || errno != ENOSYS) return fd;
     return ::openat(dirFd, name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC);
 }
 

@@ -3,6 +3,7 @@
 #include "CacheName.h"
 #include "MountTable.h"
 #include "Printable.h"
+#include "SafeFile.h"
 #include "SafeRemove.h"
 #include "UniqueFd.h"
 #include "VolumeId.h"
@@ -87,10 +88,8 @@ bool openMountRoot(const Context &c, const std::string &path, Fd &out, struct st
     if (std::none_of(table.begin(), table.end(),
                      [&](const auto &e) { return e.mountPoint == path; }))
         return (*why = "not a mount point", false);
-    open_how how{};
-    how.flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    how.resolve = RESOLVE_NO_SYMLINKS;
-    out.fd = int(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how));
+    out.fd = safefile::openResolved(AT_FDCWD, path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW,
+                                    RESOLVE_NO_SYMLINKS);
     if (out.fd < 0)
         return (*why = std::string("cannot open the mount point: ") + std::strerror(errno), false);
     if (!fullStat(out.fd, root)) return (*why = "cannot identify the mount", false);
