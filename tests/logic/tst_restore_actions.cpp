@@ -4,6 +4,7 @@
 
 #include "TestEnv.h"
 
+#include "common/Texts.h"
 #include "logic/RestoreActions.h"
 
 #include <QCoreApplication>
@@ -61,6 +62,8 @@ class TstRestoreActions : public QObject
     }
 
 private slots:
+    // With the texts installed, the messages below are compared with their arguments in place.
+    void initTestCase() { Texts::install(*QCoreApplication::instance()); }
     void init() { env = new TestEnv; }
 
     // What the message after a restore says, and how loud: a plain success, names taken, failures,
