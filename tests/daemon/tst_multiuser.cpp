@@ -9,6 +9,7 @@
 #include <QScopeGuard>
 #include <QTest>
 
+#include <cerrno>
 #include <csignal>
 #include <pwd.h>
 #include <sys/mount.h>
@@ -238,8 +239,26 @@ class TstMultiUser : public QObject
 
     static void removeAccount(const QByteArray &name)
     {
-        sh("userdel --force " + name + " 2>/dev/null || true; groupdel " + name +
-           " 2>/dev/null || true");
+        sh("pkill -KILL -u " + name + " 2>/dev/null || true; userdel --force " + name +
+           " 2>/dev/null || true; groupdel " + name + " 2>/dev/null || true");
+    }
+
+    // Accounts of runs that were killed before their clean-up: named after a process now gone.
+    static void removeStaleAccounts()
+    {
+        QByteArrayList stale;
+        setpwent();
+        while (const passwd *pw = getpwent())
+            for (const QByteArray prefix : {"sv3victim", "sv3attacker"}) {
+                const QByteArray name(pw->pw_name);
+                bool number = false;
+                const int pid = name.mid(prefix.size()).toInt(&number);
+                if (name.startsWith(prefix) && number && ::kill(pid, 0) != 0 && errno == ESRCH)
+                    stale << name;
+            }
+        endpwent();
+        for (const QByteArray &name : stale)
+            removeAccount(name);
     }
 
     bool addAccount(Account &a)
@@ -296,6 +315,7 @@ private slots:
         for (const char *p : {"useradd", "setpriv", "dbus-run-session", "trash-put", "mkfifo"})
             if (!haveProgram(p))
                 QSKIP(qPrintable(QStringLiteral("needs %1").arg(QLatin1String(p))));
+        removeStaleAccounts();
         // /mnt itself is a mount where no cache may be; /mnt/plain, one without an identity.
         QVERIFY(
             sh("mount -t tmpfs -o mode=0755 sv3multi /mnt; cd /mnt;"
