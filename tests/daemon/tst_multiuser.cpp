@@ -406,9 +406,11 @@ private slots:
         QCOMPARE(s.ask("remove " + hex(cache + "/0") + ' ' + hex("2024-01-01")),
                  QByteArray("refused"));
         QVERIFY(TestEnv::exists(cache + "/0/2024-01-01/t/item.txt"));
+        // The last: a good request with one byte more.
         for (const QByteArray &raw :
              {QByteArray("garbage"), QByteArray("S\x01\x09\x00\x00\x00\x00", 7),
-              QByteArray("S\x01\x01\x05\x00/mnt\x00\x00\x00", 10), QByteArray(9000, 'S')})
+              QByteArray("S\x01\x01\x05\x00/mnt\x00\x00\x00", 10), QByteArray(9000, 'S'),
+              QByteArray("S\x01\x01\x0d\x00/mnt/rootonly\x00\x00!", 21)})
             QCOMPARE(s.ask("raw " + hex(raw)), QByteArray("refused"));
         QCOMPARE(create(kRootOnly), QByteArray("done"));
         QVERIFY(removeTree(cache));
