@@ -12,6 +12,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QDir>
 #include <QFile>
 #include <QStandardPaths>
 #include <QTest>
@@ -247,13 +248,19 @@ QByteArray logContent()
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-qint64 cpuTicks(qint64 pid)
+qint64 cpuNanoseconds(qint64 pid)
 {
-    // utime and stime are fields 14 and 15 of the line, 12 and 13 after the name (which may hold
-    // blanks).
-    const QByteArray stat = TestEnv::readFile("/proc/" + QByteArray::number(pid) + "/stat");
-    const QList<QByteArray> f = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-    return f.size() > 12 ? f[11].toLongLong() + f[12].toLongLong() : -1;
+    // The first field of each thread's schedstat: the time it ran, in nanoseconds.
+    const QString tasks = QStringLiteral("/proc/%1/task").arg(pid);
+    const QStringList threads = QDir(tasks).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    if (threads.isEmpty()) return -1;
+    qint64 sum = 0;
+    for (const QString &t : threads)
+        sum += TestEnv::readFile(QFile::encodeName(tasks + '/' + t) + "/schedstat")
+                   .split(' ')
+                   .value(0)
+                   .toLongLong();
+    return sum;
 }
 
 QByteArray statusLine(qint64 pid, const char *key)

@@ -132,8 +132,8 @@ bool keptFrom(const QByteArray &cacheFolder, const QByteArray &path);
 int pendingCount(const QByteArray &cacheFolder);
 using Removal::removeTree;
 QByteArray logContent();
-// utime + stime of a process, in clock ticks.
-qint64 cpuTicks(qint64 pid);
+// CPU time of a process, all its threads, in nanoseconds; -1 when it is gone.
+qint64 cpuNanoseconds(qint64 pid);
 // The value of a /proc/PID/status line ("Uid", "State", "VmHWM"…), blanks squeezed; empty when
 // gone.
 QByteArray statusLine(qint64 pid, const char *key);

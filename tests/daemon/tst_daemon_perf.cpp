@@ -35,14 +35,22 @@ class TstDaemonPerf : public DaemonSuite
     }
 
 private slots:
+    // CPU time as the scheduler counts it (ticks would charge a whole 10 ms to a wake-up that
+    // happens to meet the timer interrupt): under 3 ms a second once started, under 30 ms in
+    // ten seconds of nothing to do. Measured: 1-8 ms, also under the sanitizers.
     void idleUsesNoCpu()
     {
-        QTest::qWait(500); // start-up work done
-        const qint64 before = cpuTicks(daemon.pid());
+        const auto ms = [&] { return cpuNanoseconds(daemon.pid()) / 1000000.0; };
+        for (int i = 0; i < 20; ++i) {
+            const double before = ms();
+            QTest::qWait(1000);
+            if (ms() - before < 3) break;
+        }
+        const double before = ms();
         QVERIFY(before >= 0);
         QTest::qWait(10000);
-        const qint64 used = cpuTicks(daemon.pid()) - before;
-        QVERIFY2(used <= 1, QByteArray::number(used).constData());
+        const double used = ms() - before;
+        QVERIFY2(used < 30, QByteArray::number(used).constData());
     }
 
     void largeFolderIsKeptWithinASecond_data()
