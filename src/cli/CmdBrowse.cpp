@@ -150,15 +150,11 @@ int ls(int argc, char **argv)
         const QByteArray path = t->startsWith('/') ? *t : v->cache + '/' + t->left(10) + '/' + *t;
         roots.append({path, true});
     } else if (const QByteArrayList wanted = a.values("-d"); !wanted.isEmpty()) {
+        QString error;
         for (const QByteArray &given : wanted) {
-            const QByteArray name = CliVolumes::dayName(given);
-            const auto it = std::find_if(v->days.cbegin(), v->days.cend(),
-                                         [&](const DayEntry &d) { return d.name == name; });
-            if (it == v->days.cend())
-                return CliIo::fail(QStringLiteral("no day %1 in volume %2")
-                                       .arg(QString::fromUtf8(name))
-                                       .arg(v->index));
-            roots.append({it->path, false});
+            const DayEntry *day = CliVolumes::day(*v, CliVolumes::dayName(given), &error);
+            if (!day) return CliIo::fail(error);
+            roots.append({day->path, false});
         }
     } else {
         for (const DayEntry &d : v->days)

@@ -322,13 +322,9 @@ int remove(int argc, char **argv)
         if (!v->entry.isMounted())
             return CliIo::fail(QStringLiteral("volume %1 is not mounted").arg(v->index));
         for (const QByteArray &name : days) {
-            const auto it = std::find_if(v->days.cbegin(), v->days.cend(),
-                                         [&](const DayEntry &d) { return d.name == name; });
-            if (it == v->days.cend())
-                return CliIo::fail(QStringLiteral("no day %1 in volume %2")
-                                       .arg(QString::fromUtf8(name))
-                                       .arg(v->index));
-            paths.append(it->path);
+            const DayEntry *day = CliVolumes::day(*v, name, &error);
+            if (!day) return CliIo::fail(error);
+            paths.append(day->path);
         }
     } else {
         for (const QByteArray &p : a.positional()) {

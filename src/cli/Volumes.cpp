@@ -47,4 +47,13 @@ QByteArray dayName(const QByteArray &given)
     return given;
 }
 
+const DayEntry *day(const CliVolume &volume, const QByteArray &name, QString *error)
+{
+    for (const DayEntry &d : volume.days)
+        if (d.name == name) return &d;
+    *error =
+        QStringLiteral("no day %1 in volume %2").arg(QString::fromUtf8(name)).arg(volume.index);
+    return nullptr;
+}
+
 } // namespace CliVolumes

@@ -23,4 +23,6 @@ std::optional<CliVolume> choose(qsizetype index, QString *error);
 QList<DayEntry> rememberedDays(const QString &uuid);
 // A day folder's name from what the user typed: "today", "yesterday" or the name itself.
 QByteArray dayName(const QByteArray &given);
+// The volume's day of that folder name; nullptr with a one-line error when it holds none.
+const DayEntry *day(const CliVolume &volume, const QByteArray &name, QString *error);
 } // namespace CliVolumes
