@@ -47,11 +47,13 @@ int openResolved(int dirFd, const char *path, int flags, std::uint64_t resolve)
     open_how how{};
     how.flags = std::uint64_t(flags | O_CLOEXEC);
     how.resolve = resolve;
-    for (;;) {
-        const long fd = syscall(SYS_openat2, dirFd, path, &how, sizeof how);
-        if (fd < 0 && (errno == EAGAIN || errno == EINTR)) continue;
-        return int(fd);
+    // Bounded, so that renames made on purpose by another account cannot keep a caller spinning.
+    long fd = -1;
+    for (int tries = 0; tries < 64; ++tries) {
+        fd = syscall(SYS_openat2, dirFd, path, &how, sizeof how);
+        if (fd >= 0 || (errno != EAGAIN && errno != EINTR)) break;
     }
+    return int(fd);
 }
 
 int openRegular(int dirFd, const char *name, int flags, mode_t mode, bool mustOwn)

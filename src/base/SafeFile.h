@@ -15,9 +15,9 @@
 // EPERM for "owned by someone else".
 namespace safefile {
 
-// openat2() with the RESOLVE_* restrictions in `resolve` and O_CLOEXEC added, tried again when
-// a rename or a signal raced with the lookup (EAGAIN, EINTR). -1 with errno set otherwise: ENOSYS
-// on a kernel older than 5.6.
+// openat2() with the RESOLVE_* restrictions in `resolve` and O_CLOEXEC added, tried again (64
+// times at most) when a rename or a signal raced with the lookup (EAGAIN, EINTR). -1 with errno
+// set otherwise: ENOSYS on a kernel older than 5.6.
 int openResolved(int dirFd, const char *path, int flags, std::uint64_t resolve);
 
 // openat() with O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY added, then a check that the
