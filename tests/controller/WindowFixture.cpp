@@ -3,10 +3,9 @@
 #include "common/Log.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
-#include "ui/TableView.h"
 
 #include <QComboBox>
-#include <QHeaderView>
+#include <QElapsedTimer>
 
 namespace Fixture {
 
@@ -69,20 +68,6 @@ QList<QByteArray> names(const TestDelegate &c)
     for (qsizetype i = 0; i < c.probe.contents().size(); ++i)
         out.append(c.probe.contents().name(i).toByteArray());
     return out;
-}
-
-QList<int> selectedDays(const TestDelegate &c)
-{
-    return c.ui.mTableViewDate->selectedRowNumbers();
-}
-
-void clickHeader(TestDelegate &c, const QString &identifier)
-{
-    QHeaderView *header = c.ui.mTableViewContents->horizontalHeader();
-    const int section = c.ui.mContentsModel->columnForIdentifier(identifier);
-    const QPoint at(header->sectionViewportPosition(section) + header->sectionSize(section) / 2,
-                    header->height() / 2);
-    QTest::mouseClick(header->viewport(), Qt::LeftButton, Qt::NoModifier, at);
 }
 
 } // namespace Fixture

@@ -2,9 +2,7 @@
 
 #include "browser/ContentsSort.h"
 #include "browser/IncompleteItems.h"
-#include "cache/CacheLayout.h"
 #include "common/Alerts.h"
-#include "common/Log.h"
 #include "common/LossWatch.h"
 #include "common/Losses.h"
 #include "common/NotificationBus.h"
@@ -21,11 +19,9 @@
 #include "ui/PreviewPanel.h"
 #include "ui/ProgressArea.h"
 #include "ui/TableView.h"
-#include "ui/ZEL_Colors.h"
 #include "ui_PreferencesSheet.h"
 #include "volumes/Volumes.h"
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QHeaderView>
@@ -36,15 +32,12 @@
 #include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QRegularExpression>
-#include <QScreen>
 #include <QStatusBar>
 #include <QThread>
 #include <QToolBar>
 #include <QToolButton>
 #include <QTreeWidget>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 // The window on generated caches: day list, contents scan and search, sort, messages, sizes,
@@ -71,11 +64,6 @@ private:
     int mAnswer;
 };
 
-QColor textColor(QLabel *label)
-{
-    return label->palette().color(QPalette::WindowText);
-}
-
 } // namespace
 
 class TstWindow : public QObject
@@ -99,14 +87,7 @@ class TstWindow : public QObject
     }
     Names names() const { return Fixture::names(*c); }
     QString info() const { return c->ui.mContentsInfos->text(); }
-    QString dayCell(int row, int column) const
-    {
-        return c->ui.mDateModel->index(row, column).data().toString();
-    }
-    QColor dayColor(int row, int column) const
-    {
-        return c->ui.mDateModel->index(row, column).data(Qt::ForegroundRole).value<QColor>();
-    }
+    QList<int> selectedDays() const { return c->ui.mTableViewDate->selectedRowNumbers(); }
     int rowOf(const QByteArray &name) const { return int(names().indexOf(name)); }
 
     // A new scan (of `timeFolder`, or of the selected days), waited for.
@@ -134,7 +115,11 @@ class TstWindow : public QObject
     // Clicks a header and checks the order chosen and the names in it.
     void sortBy(const char *column, SortOrder order, const Names &expected)
     {
-        Fixture::clickHeader(*c, QLatin1String(column));
+        QHeaderView *header = c->ui.mTableViewContents->horizontalHeader();
+        const int section = c->ui.mContentsModel->columnForIdentifier(QLatin1String(column));
+        const QPoint at(header->sectionViewportPosition(section) + header->sectionSize(section) / 2,
+                        header->height() / 2);
+        QTest::mouseClick(header->viewport(), Qt::LeftButton, Qt::NoModifier, at);
         QVERIFY(c->probe.sortOrder() == order);
         if (!expected.isEmpty()) QCOMPARE(names(), expected);
     }
@@ -192,18 +177,10 @@ private slots:
         item("2024-05-03", "08_00_00", "new one.txt");
         item("2024-05-03", "11_30_00", "new two.txt");
         launch();
-        QCOMPARE(c->probe.days().size(), 3);
         QCOMPARE(c->probe.days()[0].name, QByteArray("2024-05-01")); // oldest first
-        QCOMPARE(Fixture::selectedDays(*c), QList<int>{2});
-        QCOMPARE(c->probe.selectedDate(), -2);
+        QCOMPARE(selectedDays(), QList<int>{2});
         QCOMPARE(names(), Names({"new one.txt", "new two.txt"}));
         QCOMPARE(info(), QStringLiteral("2 items"));
-        QVERIFY(c->ui.mCacheInfos->text().startsWith("3 days of activity (kept 14 days)\n"));
-        QVERIFY(!c->probe.scanning() && !c->probe.scanMustStop());
-        QCOMPARE(dayCell(2, 0), CommonUtils::dateStringForCacheFolder("2024-05-03"));
-        QCOMPARE(dayColor(2, 0), ZEL_Colors::getBlackColor_Adaptable());
-        QCOMPARE(dayCell(2, 1), CommonUtils::getSizeStr(c->probe.days()[2].size));
-        QCOMPARE(dayCell(2, 2), QStringLiteral("2"));
 
         // The user selects the first and the last day.
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
@@ -217,13 +194,13 @@ private slots:
         const qsizetype scans = started.size();
         c->updateListOfDaysInCache();
         c->updateListOfDaysInCache();
-        QCOMPARE(Fixture::selectedDays(*c), QList<int>({0, 2}));
+        QCOMPARE(selectedDays(), QList<int>({0, 2}));
         QTest::qWait(50);
         QCOMPARE(started.size(), scans);
         // A new day changes the list: the newest day is selected again.
         item("2024-05-04", "09_00_00", "4");
         c->updateListOfDaysInCache();
-        QCOMPARE(Fixture::selectedDays(*c), QList<int>{3});
+        QCOMPARE(selectedDays(), QList<int>{3});
         QVERIFY(Fixture::waitForScans(ended, 2));
         QCOMPARE(names(), Names{"4"});
 
@@ -237,7 +214,7 @@ private slots:
             c->probe.setSelectedDate(request);
             item(day, "09_00_00", "new");
             c->updateListOfDaysInCache();
-            QCOMPARE(Fixture::selectedDays(*c), selected);
+            QCOMPARE(selectedDays(), selected);
             QCOMPARE(c->probe.selectedDate(), -2);
         }
         // Out-of-range contextual-menu tags do nothing.
@@ -253,8 +230,7 @@ private slots:
         QCOMPARE(names(), Names{"2"});
     }
 
-    // A second day chosen during a long scan asks it to stop, waits for it, and starts within
-    // a poll (0.2 s) of its end.
+    // A second day chosen during a long scan asks it to stop, and starts once it has ended.
     void secondDayStopsTheFirstScan()
     {
         for (int t = 0; t < 40; ++t) {
@@ -268,21 +244,12 @@ private slots:
         launch();
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
-        QElapsedTimer clock;
-        qint64 endedAt = -1, startedAt = -1;
-        connect(c, &AppDelegate::contentsScanEnded, this, [&] {
-            if (endedAt < 0) endedAt = clock.elapsed();
-        });
-        connect(c, &AppDelegate::contentsScanStarted, this, [&] { startedAt = clock.elapsed(); });
-        clock.start();
         c->ui.mTableViewDate->selectRowAlone(0);
         QVERIFY(started.size() == 1 && c->probe.scanning());
         c->ui.mTableViewDate->selectRowAlone(1);
         QVERIFY(c->probe.scanMustStop() && started.size() == 1);
         QVERIFY(Fixture::waitForScans(ended, 2));
         QCOMPARE(started.size(), 2);
-        QVERIFY2(endedAt >= 0 && startedAt - endedAt <= 260,
-                 qPrintable(QStringLiteral("%1 %2").arg(endedAt).arg(startedAt)));
         QCOMPARE(names(), Names({"second a", "second b"}));
         QVERIFY(!c->probe.scanning() && !c->probe.scanMustStop());
     }
@@ -301,15 +268,11 @@ private slots:
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         QSignalSpy ended(c, &AppDelegate::contentsScanEnded);
         c->ui.mSearchString->setFocus();
-        QElapsedTimer clock;
-        clock.start();
         QTest::keyClicks(c->ui.mSearchString, QStringLiteral("RePoRt"));
         QCOMPARE(started.size(), 0);
         QTRY_COMPARE_WITH_TIMEOUT(started.size(), 1, 2000);
-        QVERIFY2(clock.elapsed() >= 140, qPrintable(QString::number(clock.elapsed())));
         QVERIFY(Fixture::waitForScans(ended, 1));
         QCOMPARE(names(), Names({"Annual report.pdf", "caf\xe9 report", "REPORTS"}));
-        QCOMPARE(info(), QStringLiteral("3 items"));
         // Enter asks at once, and the pending pause is cancelled.
         QTest::keyClicks(c->ui.mSearchString, QStringLiteral("s"));
         QTest::keyClick(c->ui.mSearchString, Qt::Key_Return);
@@ -320,40 +283,13 @@ private slots:
         QCOMPARE(names(), Names{"REPORTS"});
         c->ui.mSearchString->setText(QStringLiteral("inner"));
         scanAndWait();
-        QCOMPARE(names(), Names());
         QCOMPARE(info(), qtTrId("ContentsMessageSearchEmpty"));
-        QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
         // The temporary home is removed by name, which such a name would defeat.
         QCOMPARE(unlink((timeFolder("2024-05-01", "09_00_00") + "/caf\xe9 report").constData()), 0);
     }
 
-    void headerClicksChooseTheSort()
-    {
-        item("2024-05-01", "09_00_00", "bravo");
-        item("2024-05-01", "09_00_00", "Alpha");
-        item("2024-05-01", "11_00_00", "charlie");
-        item("2024-05-01", "10_00_00", "delta");
-        launch();
-        const Names byName{"Alpha", "bravo", "charlie", "delta"};
-        const Names byNameDown{"delta", "charlie", "bravo", "Alpha"};
-        QVERIFY(c->probe.sortOrder() == ContentsSort::ByName);
-        QCOMPARE(names(), byName);
-        sortBy("1", ContentsSort::ByNameDescending, byNameDown); // the indicator was there
-        sortBy("3", ContentsSort::ByTime, {});
-        sortBy("3", ContentsSort::ByTimeDescending, {});
-        QCOMPARE(names().first(), QByteArray("charlie"));
-        // The size column does not sort and leaves the indicator where it was.
-        sortBy("2", ContentsSort::ByTimeDescending, names());
-        QCOMPARE(c->ui.mTableViewContents->horizontalHeader()->sortIndicatorSection(), 2);
-        sortBy("1", ContentsSort::ByName, byName);
-        // A new scan lists in the chosen order.
-        sortBy("1", ContentsSort::ByNameDescending, {});
-        scanAndWait();
-        QCOMPARE(names(), byNameDown);
-    }
-
     // The line under the contents: what a day or the search gave, the selected item, or that
-    // the volume chosen is not mounted (its days remembered, dimmed).
+    // the volume chosen is not mounted (its days remembered).
     void contentsMessages()
     {
         QVariantMap day{{"name", "2023-12-24"},
@@ -369,42 +305,25 @@ private slots:
         item("2024-05-02", "10_00_00", "z");
         QVERIFY(TestEnv::makeFolders(timeFolder("2024-05-03", "09_00_00")));
         launch();
-        QCOMPARE(c->probe.days().size(), 3);
-        QCOMPARE(names(), Names());
         QCOMPARE(info(), qtTrId("ContentsMessageEmpty"));
-        QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
         pickDay(0);
         QCOMPARE(info(), qtTrId("ContentsMessage"));
-        QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getDarkGrayColor_Adaptable());
-        pickDay(1);
-        QCOMPARE(info(), QStringLiteral("3 items"));
         pickDay(-1); // with no day selected, every day is listed
-        QCOMPARE(c->probe.contents().size(), 4);
         // The line follows the selection: a file shows its size, no selection the count.
         c->ui.mTableViewContents->selectRowAlone(0);
         QVERIFY(info().startsWith(QStringLiteral("one\n")) && info().endsWith(" - 1"));
-        QVERIFY(c->ui.mCopySelectedItemsButton->isEnabled());
         c->ui.mTableViewContents->clearSelection();
         QCOMPARE(info(), QStringLiteral("4 items"));
-        QVERIFY(!c->ui.mCopySelectedItemsButton->isEnabled());
 
         QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 2);
-        QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(1), qtTrId("Unmounted").arg("Old Disk"));
-        QVERIFY(c->ui.mSelectedVolumeMenu->itemText(0).endsWith(
-            QStringLiteral(" (%1)").arg(QFileInfo(env->home()).fileName())));
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         pickVolume(1);
         QVERIFY(c->probe.volumeNotMounted());
         QVERIFY(c->probe.days().size() == 1 && c->probe.days()[0].count == 3);
         QCOMPARE(c->probe.contents().size(), 0);
         QCOMPARE(info(), qtTrId("ContentsMessageNoVolume"));
-        QCOMPARE(textColor(c->ui.mContentsInfos), ZEL_Colors::getRedColor_Adaptable());
         QTest::qWait(100);
         QCOMPARE(started.size(), 0);
-        // Remembered days are dimmed in the date column only.
-        QCOMPARE(dayColor(0, 0), ZEL_Colors::getGrayColor_Adaptable());
-        QCOMPARE(dayColor(0, 1), ZEL_Colors::getDarkGrayColor_Adaptable());
-        QCOMPARE(dayCell(0, 2), QStringLiteral("3"));
         pickVolume(0); // back to the start-up volume
         QVERIFY(!c->probe.volumeNotMounted());
         QVERIFY(Fixture::settle(*c));
@@ -422,17 +341,12 @@ private slots:
         launch();
         QCOMPARE(names(), Names({"big", "small", "tree"}));
         QCOMPARE(c->ui.mContentsModel->index(2, 1).data().toString(), QString()); // no size
-        QSignalSpy sizes(c, &AppDelegate::sizeContentsUpdated);
         c->ui.mTableViewContents->selectRowAlone(2);
         // The name and date at once, the size once the walk is done (what it counts:
         // tst_browser::sizeWalk).
         QVERIFY(info().startsWith(QStringLiteral("tree\n")) && !info().contains(" - "));
-        const qint64 total = 1234;
-        QTRY_VERIFY_WITH_TIMEOUT(!sizes.isEmpty() && sizes.last().at(0).toLongLong() == total,
-                                 3000);
-        QTRY_VERIFY_WITH_TIMEOUT(!c->probe.sizing(), 2000);
-        QVERIFY2(info().endsWith(" - " + CommonUtils::getSizeStr(total)), qPrintable(info()));
-        QVERIFY(!c->probe.sizingMustStop());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            info().endsWith(" - " + CommonUtils::getSizeStr(1234)) && !c->probe.sizing(), 3000);
         // A quick second choice wins over a long first walk.
         c->ui.mTableViewContents->selectRowAlone(0);
         QTest::qWait(120); // the first calculation starts
@@ -459,8 +373,6 @@ private slots:
         launch();
         const QString on = qtTrId("ProtectionEnabled").arg(1);
         QCOMPARE(status(), statusOf(on, qtTrId("EmptyCache")));
-        QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getGreenColor_Adaptable());
-        QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMore"));
         // Items moved in, announced on the bus, refresh the lists.
         item("2024-05-01", "09_00_00", "sized", 4000);
         const QLatin1String name(Notifications::Salvora3Notification);
@@ -480,19 +392,15 @@ private slots:
                                     qtTrId("SizeOfCache").arg("4.0 KB")));
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
                                 {{"UUID-17", "/media/u/A"}, {"GONE", "/media/u/Gone"}});
-        for (const char *path : {"/Network", "/media/u/B"}) {
-            c->deviceDidMount(QLatin1String(path));
-            QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 1);
-        }
+        c->deviceDidMount(QStringLiteral("/media/u/B"));
+        QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 1);
         c->deviceDidMount(QStringLiteral("/media/u/A"));
         QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 2);
         QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(1), QStringLiteral("A"));
         QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMoreX").arg(2));
 
-        // The sheet opens over the window with the volume rows; its table and buttons are the
-        // window's outlets.
+        // The sheet opens with the volume rows; its table and buttons are the window's outlets.
         c->editPreferences();
-        QVERIFY(c->ui.mPreferencesWindow->isVisible());
         QCOMPARE(c->ui.mProtectedVolumesTableView->model()->rowCount(), 4);
         // Protecting a row refreshes the contents list, as the button always did (the sheet's
         // own rules: tst_preferences::volumeButtonsAndConfirming).
@@ -506,7 +414,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(c->ui.mSelectedVolumeMenu->count(), 3, 2000);
         QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(2), QStringLiteral("B"));
         // The companion: installed at start-up, then again after confirming.
-        QTRY_COMPARE_WITH_TIMEOUT(c->menuInstalledAt.size(), 2, 2000);
+        QTRY_COMPARE_WITH_TIMEOUT(c->menuInstalls, 2, 2000);
 
         // The companion switched protection off: the window hears it on the bus and says so.
         c->ui.mPreferencesWindow->ui().mProtectionEnabled->setChecked(true);
@@ -515,9 +423,6 @@ private slots:
             NotificationBus::post(name, QLatin1String(Notifications::Salvora3SettingsDidChange)));
         QTRY_COMPARE_WITH_TIMEOUT(status(), qtTrId("ProtectionDisabled"), 5000);
         QVERIFY(!c->ui.mPreferencesWindow->ui().mProtectionEnabled->isChecked());
-        QCOMPARE(textColor(c->ui.mProtectionInfos), ZEL_Colors::getRedColor_Adaptable());
-        QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionDisabledMore"));
-        QVERIFY(c->ui.mProtectionONButton->isEnabled() && !c->ui.mProtectionOFFButton->isEnabled());
     }
 
     // A loss appears under the status lines by itself (the daemon announces none), lists in
@@ -533,11 +438,10 @@ private slots:
             {when.addSecs(60), "/home/u/a\nb", QStringLiteral("kept incomplete"), true}));
         QTRY_COMPARE_WITH_TIMEOUT(c->probe.lossWatch()->summary().count, 2, 3000);
         QVERIFY(line->text().contains(Losses::summaryText({2, when}).toHtmlEscaped()));
-        QCOMPARE(textColor(line), ZEL_Colors::getRedColor_Adaptable());
 
         emit line->linkActivated(QStringLiteral("losses"));
         LossesDialog *dialog = c->probe.lossesDialog();
-        QVERIFY(dialog && dialog->isVisible() && !dialog->isModal());
+        QVERIFY(dialog && dialog->isVisible());
         const QTreeWidget *list = dialog->list();
         QCOMPARE(list->topLevelItemCount(), 2);
         QCOMPARE(list->topLevelItem(0)->text(1), QStringLiteral("/home/u/big.iso"));
@@ -593,32 +497,23 @@ private slots:
         c->removeContents();
         QCOMPARE(remove.alerts.size(), 1);
         QTRY_COMPARE_WITH_TIMEOUT(removed.size(), 1, 10000);
-        QVERIFY(c->ui.window->statusBar()->isHidden()); // one item: no progress flashed
         // The emptied day stays listed, with nothing in it, and stays selected.
         QTRY_COMPARE_WITH_TIMEOUT(c->probe.days().value(0).count, 0, 5000);
-        QCOMPARE(c->probe.days().size(), 2);
-        QCOMPARE(Fixture::selectedDays(*c), QList<int>{0});
+        QCOMPARE(selectedDays(), QList<int>{0});
         QVERIFY(Fixture::settle(*c));
         QVERIFY(names().isEmpty());
 
         pickDay(1);
         c->ui.mTableViewContents->selectAll();
-        QCOMPARE(c->selectedContentsPaths().size(), 30);
         c->probe.removals()->setItemHookForTesting(
             [](const QByteArray &) { QThread::msleep(100); });
         ProgressArea *area = c->ui.mRemovalProgressArea;
-        QCOMPARE(area->cancelButton()->accessibleName(), qtTrId("CancelButton"));
         removed.clear();
         c->removeContents();
-        QTRY_VERIFY(!c->ui.window->statusBar()->isHidden());
-        QVERIFY(!area->isHidden() && c->ui.mRestoreProgressArea->isHidden());
+        QTRY_VERIFY(!c->ui.window->statusBar()->isHidden() && !area->isHidden());
         QTRY_VERIFY(area->bar()->value() >= 2);
         QCOMPARE(area->bar()->maximum(), 30);
-        QVERIFY(QRegularExpression(QStringLiteral("^Deleting \\d+ of 30$"))
-                    .match(area->label()->text())
-                    .hasMatch());
         area->cancelButton()->click();
-        QTRY_VERIFY(!area->cancelButton()->isEnabled());
         // It may already have ended while the button was awaited.
         QTRY_COMPARE_WITH_TIMEOUT(removed.size(), 1, 10000);
         const QByteArrayList handed = removed[0][0].value<QByteArrayList>();
@@ -653,22 +548,17 @@ private slots:
         QCOMPARE(names(), Names({"notes.txt", "orphan.txt", "photos", "report.txt"}));
         QTRY_VERIFY(!filled.isEmpty()); // the origins come after the rows
 
-        // The fourth column: the folder, whole in the tooltip, nothing for an item without record.
-        QCOMPARE(c->ui.mContentsModel->headerData(3, Qt::Horizontal, Qt::DisplayRole).toString(),
-                 qtTrId("ColumnOriginalLocation"));
-        const QModelIndex reportOrigin = c->ui.mContentsModel->index(rowOf("report.txt"), 3);
-        QCOMPARE(reportOrigin.data().toString(), QFile::decodeName(home + "/Documents"));
-        QCOMPARE(reportOrigin.data(Qt::ToolTipRole), reportOrigin.data());
-        QCOMPARE(c->ui.mContentsModel->index(rowOf("photos"), 3).data().toString(),
-                 QFile::decodeName(home + "/Pictures/2024"));
+        // The fourth column: the folder, nothing for an item without record.
+        QCOMPARE(c->ui.mContentsModel->index(rowOf("report.txt"), 3).data().toString(),
+                 QFile::decodeName(home + "/Documents"));
         QVERIFY(c->ui.mContentsModel->index(rowOf("orphan.txt"), 3).data().toString().isEmpty());
-        QCOMPARE(c->ui.mTableViewContents->textElideMode(), Qt::ElideMiddle);
-        // It sorts like the name column: by folder (none first), then by name.
+        // A header click chooses the sort, a second one turns it round (the orders themselves:
+        // tst_browser::sortCodes); the size column does not sort.
         c->ui.window->resize(1200, 600);
-        const Names byOrigin{"orphan.txt", "notes.txt", "report.txt", "photos"};
         const Names byOriginDown{"photos", "report.txt", "notes.txt", "orphan.txt"};
-        sortBy("4", ContentsSort::ByOrigin, byOrigin);
+        sortBy("4", ContentsSort::ByOrigin, {"orphan.txt", "notes.txt", "report.txt", "photos"});
         sortBy("4", ContentsSort::ByOriginDescending, byOriginDown);
+        sortBy("2", ContentsSort::ByOriginDescending, byOriginDown);
         filled.clear();
         scanAndWait(); // a new scan lists in that order too, once its origins are in
         QTRY_VERIFY(!filled.isEmpty());
@@ -681,21 +571,16 @@ private slots:
         QVERIFY(putBack && !putBack->isEnabled()); // nothing selected
         selectNames({"orphan.txt"});
         QVERIFY(!putBack->isEnabled());
-        QCOMPARE(c->ui.mToolbar->widgetForAction(putBack)->toolTip(), qtTrId("PutBackNoOriginTip"));
 
         // A file, and a folder whose original parent was deleted meanwhile (how they move, and
         // the modes of the parents made: tst_browser::putBack; the message's wording:
         // tst_restore_actions::restoreMessages).
         selectNames({"photos", "report.txt"});
-        QVERIFY(putBack->isEnabled());
-        QCOMPARE(putBack->toolTip(), qtTrId("PutBackTip"));
         MessageBar *bar = c->ui.mMessageBar;
-        QVERIFY(bar->isHidden());
         putBack->trigger();
         QTRY_VERIFY(!bar->isHidden());
         QCOMPARE(bar->text(), qtTrId("PutBackDoneMany").arg(2));
         QCOMPARE(bar->level(), MessageBar::Level::Success);
-        QVERIFY(!bar->actionButton()->isHidden());
         QCOMPARE(TestEnv::readFile(home + "/Pictures/2024/photos/one.jpg"), QByteArray("x"));
         QVERIFY(!TestEnv::exists(report));
         // They left the cache, and the list.
@@ -712,11 +597,9 @@ private slots:
                             Qt::ControlModifier | Qt::ShiftModifier);
             QTRY_COMPARE(bar->text(), qtTrId("RestoreNameTaken").arg("Documents", "notes.txt"));
             QCOMPARE(skip.alerts.size(), 1);
-            QCOMPARE(skip.alerts[0].buttons,
-                     QStringList(
-                         {qtTrId("KeepBothButton"), qtTrId("SkipButton"), qtTrId("CancelButton")}));
+            QCOMPARE(skip.alerts[0].buttons.value(1), qtTrId("SkipButton"));
         }
-        QVERIFY(bar->level() == MessageBar::Level::Warning && bar->actionButton()->isHidden());
+        QCOMPARE(bar->level(), MessageBar::Level::Warning);
         QVERIFY(TestEnv::exists(notes));
 
         // Cancel does nothing at all.
@@ -732,8 +615,7 @@ private slots:
         selectNames({"orphan.txt"});
         c->putBack();
         QTRY_COMPARE(bar->level(), MessageBar::Level::Error);
-        bar->closeButton()->click();
-        QVERIFY(bar->isHidden());
+        bar->dismiss();
 
         // Restore To: a cancelled chooser does nothing; a chosen folder gets a copy, and the
         // cache keeps what was copied out of it.
@@ -749,10 +631,10 @@ private slots:
         QCOMPARE(names().size(), 2);
     }
 
-    // The keys: Delete asks naming the item or the count, Ctrl+F goes to the search, F5
-    // refreshes, the menu key and Shift+F10 open the list's menu, Tab leaves a list. The lists
-    // ask the window for their menus and drag data (only a selection gives a menu, only the
-    // contents list gives drag data), and the space bar for the preview.
+    // The keys: Delete asks naming the item or the count, F5 refreshes (the other shortcuts:
+    // tst_actions::menuBarCommandsAndShortcuts), the menu key and Shift+F10 open the list's menu.
+    // The lists ask the window for their menus and drag data (only a selection gives a menu, only
+    // the contents list gives drag data), and the space bar for the preview.
     void keysMenusDragAndPreview()
     {
         const QByteArray first = item("2024-05-01", "09_00_00", "a.txt");
@@ -787,10 +669,6 @@ private slots:
             c->ui.mSearchString->clear();
         }
 
-        contents->setFocus();
-        QTest::keyClick(contents, Qt::Key_F, Qt::ControlModifier);
-        QCOMPARE(QApplication::focusWidget(), c->ui.mSearchString);
-
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
         QTest::keyClick(c->ui.window, Qt::Key_F5);
         QCOMPARE(started.size(), 1);
@@ -811,23 +689,11 @@ private slots:
             menus.last()->close();
         }
 
-        // Tab leaves each list for the next control instead of walking its cells.
-        for (TableView *list : {days, contents}) {
-            list->setFocus();
-            QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget *>(list));
-            QTest::keyClick(list, Qt::Key_Tab);
-            QVERIFY(QApplication::focusWidget() != list);
-        }
-
         contents->clearSelection();
         QVERIFY(c->getFloatingPopupMenu(contents, contents) == nullptr);
-        contents->selectRowAlone(0);
-        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(contents, contents));
-        QVERIFY(menu && !menu->actions().isEmpty());
-
         days->selectRowAlone(0);
         QVERIFY(Fixture::settle(*c));
-        menu.reset(c->getFloatingPopupMenu(days, days));
+        std::unique_ptr<QMenu> menu(c->getFloatingPopupMenu(days, days));
         QVERIFY(menu);
         QCOMPARE(c->probe.cacheTimesInDay().size(), 2);
         days->clearSelection();
@@ -836,20 +702,17 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(c->probe.contents().size(), 3, 3000);
 
         QVERIFY(c->writeRowsWithIndexes(days, {0}) == nullptr);
-        QVERIFY(!c->probe.drawingDragImage());
         std::unique_ptr<QMimeData> data(c->writeRowsWithIndexes(contents, {0, 1}));
         QVERIFY(data);
         const QByteArrayList paths{c->probe.contents().fullPath(0),
                                    c->probe.contents().fullPath(1)};
         QCOMPARE(RestoreActions::pathsFromMimeData(*data), paths);
         QVERIFY(QByteArrayList({first, second}).contains(paths[0]));
-        QVERIFY(c->probe.drawingDragImage());
         QTRY_VERIFY_WITH_TIMEOUT(!c->probe.drawingDragImage(), 2000);
 
         // Space opens the preview of the selected item (closing it: tst_previewpanel::
         // spaceOpensAndClosesThePanel); without a selection it does nothing, not even make the
         // panel.
-        c->ui.window->move(40, 30);
         contents->clearSelection();
         c->doKeyDown(QStringLiteral(" "));
         QVERIFY(!c->probe.quickLook().sharedPreviewPanelExists());
@@ -857,10 +720,6 @@ private slots:
         QTest::keyClick(contents, Qt::Key_Space);
         auto *panel = dynamic_cast<PreviewPanel *>(c->probe.quickLook().controlledPanel());
         QVERIFY(panel && panel->isVisible());
-        // Over the main window, and on its screen.
-        const QRect frame = panel->frameGeometry();
-        QVERIFY(c->ui.window->frameGeometry().contains(frame.center()));
-        QVERIFY(c->ui.window->screen()->availableGeometry().contains(frame.topLeft()));
         QCOMPARE(c->probe.quickLook().items(), QByteArrayList{paths[0]});
         // Shown once its loading thread handed it over (which also orders that thread's file
         // closing before the clean-up's).
