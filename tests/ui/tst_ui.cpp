@@ -65,7 +65,7 @@ public:
 } // namespace
 
 // Adaptive colours, the version arithmetic behind them, and the lists of the window: their model,
-// which space presses reach the controller, how a right click changes the selection before the
+// which keys reach the controller, how a right click changes the selection before the
 // contextual menu, and Meta-click.
 class TstUi : public QObject
 {
@@ -203,6 +203,11 @@ private slots:
         QTest::keyClick(view, Qt::Key_Space);
         QTest::keyClick(view, Qt::Key_Space, Qt::ShiftModifier);
         QCOMPARE(delegate->keys, QStringList({" ", " "}));
+        // The menu key and Shift+F10 ask for the menu of the current row.
+        QTest::keyClick(view, Qt::Key_Menu);
+        closePopups();
+        QTest::keyClick(view, Qt::Key_F10, Qt::ShiftModifier);
+        QCOMPARE(delegate->menuRequests, 2);
         view->selectRowAlone(1);
         QTest::keyClick(view, Qt::Key_Down);
         QCOMPARE(view->selectedRowNumbers(), QList<int>{2});
