@@ -1,9 +1,7 @@
 #include "TestEnv.h"
 
-#include "ui/SystemVersion.h"
 #include "ui/TableModel.h"
 #include "ui/TableView.h"
-#include "ui/ZEL_Colors.h"
 
 #include <QApplication>
 #include <QMenu>
@@ -25,19 +23,6 @@ public:
         return {};
     }
 };
-
-QPalette themed(bool dark)
-{
-    QPalette p;
-    p.setColor(QPalette::Base, dark ? QColor(30, 30, 30) : QColor(255, 255, 255));
-    p.setColor(QPalette::Text, dark ? QColor(230, 230, 230) : QColor(20, 20, 20));
-    return p;
-}
-
-double contrast(const QColor &a, const QColor &b)
-{
-    return std::abs(a.lightnessF() - b.lightnessF());
-}
 
 // Hands the keys and menu requests of a list over, and remembers them.
 class Delegate : public TableViewDelegate
@@ -64,9 +49,8 @@ public:
 
 } // namespace
 
-// Adaptive colours, the version arithmetic behind them, and the lists of the window: their model,
-// which keys reach the controller, how a right click changes the selection before the
-// contextual menu, and Meta-click.
+// The lists of the window: their model, which keys reach the controller, how a right click changes
+// the selection before the contextual menu, and Meta-click.
 class TstUi : public QObject
 {
     Q_OBJECT
@@ -109,57 +93,6 @@ private slots:
         view = nullptr;
         model = nullptr;
         delegate = nullptr;
-        ZEL_Colors::setPaletteAvailableForTesting({});
-    }
-
-    void packedVersions_data()
-    {
-        QTest::addColumn<qint64>("packed");
-        QTest::newRow("10.13.6") << qint64(4310);
-        // A minor of 16 spills into the next nibble: 10.16 packs like 11.0.
-        QTest::newRow("10.16.0") << qint64(4352);
-    }
-    void packedVersions()
-    {
-        QFETCH(qint64, packed);
-        const QList<QByteArray> parts = QByteArray(QTest::currentDataTag()).split('.');
-        QCOMPARE(SystemVersion::packed({parts[0].toInt(), parts[1].toInt(), parts[2].toInt()}),
-                 packed);
-    }
-
-    void osRelease()
-    {
-        using P = std::optional<SystemVersion::Parts>;
-        auto parts = [](const QByteArray &text) {
-            const P p = SystemVersion::parseOsRelease(text);
-            return p ? QList<int>{p->major, p->minor, p->bugFix} : QList<int>();
-        };
-        QCOMPARE(parts("NAME=\"Debian GNU/Linux\"\nVERSION_ID=\"12\"\n"), QList<int>({12, 0, 0}));
-        QCOMPARE(parts("VERSION_ID='22.04'"), QList<int>({22, 4, 0}));
-        QCOMPARE(parts("  VERSION_ID=1.2.3.4\n"), QList<int>({1, 2, 3}));
-        QCOMPARE(parts("VERSION_ID=bookworm"), QList<int>());
-        QCOMPARE(parts("VERSION_ID=\"12.x\""), QList<int>());
-        QCOMPARE(parts("ID=arch\n"), QList<int>()); // rolling releases have none
-    }
-
-    // Text follows the palette, greys fade towards the background, a signal colour is lighter
-    // on a dark theme; without a palette, the fixed colours.
-    void coloursFollowThePalette()
-    {
-        QColor red[2];
-        for (bool dark : {false, true}) {
-            QApplication::setPalette(themed(dark));
-            const QPalette p = QApplication::palette();
-            QCOMPARE(ZEL_Colors::getBlackColor_Adaptable(), p.color(QPalette::Text));
-            const QColor base = p.color(QPalette::Base);
-            const double gray = contrast(ZEL_Colors::getDarkGrayColor_Adaptable(), base);
-            const double light = contrast(ZEL_Colors::getLightGrayColor_Adaptable(), base);
-            QVERIFY(gray > light && light > 0.1);
-            red[dark] = ZEL_Colors::getRedColor_Adaptable();
-        }
-        QVERIFY(red[1].lightnessF() > red[0].lightnessF());
-        ZEL_Colors::setPaletteAvailableForTesting([] { return false; });
-        QCOMPARE(ZEL_Colors::getRedColor_Adaptable(), QColor(Qt::red));
     }
 
     void reloadKeepsSelectedRowNumbers()
