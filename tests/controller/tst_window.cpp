@@ -106,11 +106,6 @@ class TstWindow : public QObject
             c->ui.mTableViewDate->selectRowAlone(row);
         QVERIFY(Fixture::waitForScans(ended, 1));
     }
-    void pickVolume(int index)
-    {
-        c->ui.mSelectedVolumeMenu->setCurrentIndex(index);
-        emit c->ui.mSelectedVolumeMenu->activated(index);
-    }
     // Clicks a header and checks the order chosen and the names in it.
     void sortBy(const char *column, SortOrder order, const Names &expected)
     {
@@ -123,10 +118,6 @@ class TstWindow : public QObject
         if (!expected.isEmpty()) QCOMPARE(names(), expected);
     }
     QString status() const { return c->ui.mProtectionInfos->text(); }
-    static QString statusOf(const QString &protection, const QString &cache)
-    {
-        return QStringLiteral("%1 - %2").arg(protection, cache);
-    }
 
     // The window in front, the about box of the launch closed: shortcuts reach it.
     void activate()
@@ -176,10 +167,8 @@ private slots:
         item("2024-05-03", "08_00_00", "new one.txt");
         item("2024-05-03", "11_30_00", "new two.txt");
         launch();
-        QCOMPARE(c->probe.days()[0].name, QByteArray("2024-05-01")); // oldest first
-        QCOMPARE(selectedDays(), QList<int>{2});
+        QCOMPARE(selectedDays(), QList<int>{2}); // oldest first: the newest is the last row
         QCOMPARE(names(), Names({"new one.txt", "new two.txt"}));
-        QCOMPARE(info(), QStringLiteral("2 items"));
 
         // The user selects the first and the last day.
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
@@ -248,7 +237,6 @@ private slots:
         c->ui.mTableViewDate->selectRowAlone(1);
         QVERIFY(c->probe.scanMustStop() && started.size() == 1);
         QVERIFY(Fixture::waitForScans(ended, 2));
-        QCOMPARE(started.size(), 2);
         QCOMPARE(names(), Names({"second a", "second b"}));
         QVERIFY(!c->probe.scanning() && !c->probe.scanMustStop());
     }
@@ -287,8 +275,8 @@ private slots:
         QCOMPARE(unlink((timeFolder("2024-05-01", "09_00_00") + "/caf\xe9 report").constData()), 0);
     }
 
-    // The line under the contents: what a day or the search gave, the selected item, or that
-    // the volume chosen is not mounted (its days remembered).
+    // The line under the contents: what a day gave, or that the volume chosen is not mounted
+    // (its days remembered). The search's and a selected item's line: search().
     void contentsMessages()
     {
         QVariantMap day{{"name", "2023-12-24"},
@@ -307,23 +295,20 @@ private slots:
         pickDay(0);
         QCOMPARE(info(), qtTrId("ContentsMessage"));
         pickDay(-1); // with no day selected, every day is listed
-        // The line follows the selection: a file shows its size, no selection the count.
-        c->ui.mTableViewContents->selectRowAlone(0);
-        QVERIFY(info().startsWith(QStringLiteral("one\n")) && info().endsWith(" - 1"));
-        c->ui.mTableViewContents->clearSelection();
         QCOMPARE(info(), QStringLiteral("4 items"));
 
         QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 2);
         QSignalSpy started(c, &AppDelegate::contentsScanStarted);
-        pickVolume(1);
+        c->ui.mSelectedVolumeMenu->setCurrentIndex(1);
+        emit c->ui.mSelectedVolumeMenu->activated(1);
         QVERIFY(c->probe.volumeNotMounted());
         QVERIFY(c->probe.days().size() == 1 && c->probe.days()[0].count == 3);
         QCOMPARE(c->probe.contents().size(), 0);
         QCOMPARE(info(), qtTrId("ContentsMessageNoVolume"));
         QTest::qWait(100);
         QCOMPARE(started.size(), 0);
-        pickVolume(0); // back to the start-up volume
-        QVERIFY(!c->probe.volumeNotMounted());
+        c->ui.mSelectedVolumeMenu->setCurrentIndex(0); // back to the start-up volume
+        emit c->ui.mSelectedVolumeMenu->activated(0);
         QVERIFY(Fixture::settle(*c));
         QCOMPARE(info(), qtTrId("ContentsMessageEmpty")); // the newest day again
     }
@@ -338,7 +323,6 @@ private slots:
         item("2024-05-01", "09_00_00", "tree/sub/b.bin", 234);
         launch();
         QCOMPARE(names(), Names({"big", "small", "tree"}));
-        QCOMPARE(c->ui.mContentsModel->index(2, 1).data().toString(), QString()); // no size
         c->ui.mTableViewContents->selectRowAlone(2);
         // The name and date at once, the size once the walk is done (what it counts:
         // tst_browser::sizeWalk).
@@ -370,7 +354,7 @@ private slots:
         CommonUtils::resetVolumesLists();
         launch();
         const QString on = qtTrId("ProtectionEnabled").arg(1);
-        QCOMPARE(status(), statusOf(on, qtTrId("EmptyCache")));
+        QCOMPARE(status(), on + " - " + qtTrId("EmptyCache"));
         // Items moved in, announced on the bus, refresh the lists.
         item("2024-05-01", "09_00_00", "sized", 4000);
         const QLatin1String name(Notifications::Salvora3Notification);
@@ -380,22 +364,20 @@ private slots:
         QVERIFY(Fixture::settle(*c));
         QTRY_COMPARE_WITH_TIMEOUT(names(), Names{"sized"}, 3000);
         c->updateStatusInfos();
-        QCOMPARE(status(), statusOf(on, qtTrId("SizeOfCache").arg("4.0 KB")));
+        const QString size = qtTrId("SizeOfCache").arg("4.0 KB");
+        QCOMPARE(status(), on + " - " + size);
         // One protected volume of three mounted ones: the X form, but the singular cache text.
         table += "2 1 8:17 / /media/u/A rw - ext4 /dev/sdb1 rw\n"
                  "3 1 8:33 / /media/u/B rw - ext4 /dev/sdc1 rw\n";
         CommonUtils::resetVolumesLists();
         c->updateStatusInfos();
-        QCOMPARE(status(), statusOf(qtTrId("ProtectionEnabledX").arg(1).arg(3),
-                                    qtTrId("SizeOfCache").arg("4.0 KB")));
+        QCOMPARE(status(), qtTrId("ProtectionEnabledX").arg(1).arg(3) + " - " + size);
         Settings::setDictionary(SettingsKeys::PrefsProtectedDisks,
                                 {{"UUID-17", "/media/u/A"}, {"GONE", "/media/u/Gone"}});
         c->deviceDidMount(QStringLiteral("/media/u/B"));
         QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 1);
         c->deviceDidMount(QStringLiteral("/media/u/A"));
         QCOMPARE(c->ui.mSelectedVolumeMenu->count(), 2);
-        QCOMPARE(c->ui.mSelectedVolumeMenu->itemText(1), QStringLiteral("A"));
-        QCOMPARE(c->ui.mProtectionInfosMore->text(), qtTrId("ProtectionEnabledMoreX").arg(2));
 
         // The sheet opens with the volume rows; its table and buttons are the window's outlets.
         c->editPreferences();
@@ -442,7 +424,6 @@ private slots:
         QVERIFY(dialog && dialog->isVisible());
         const QTreeWidget *list = dialog->list();
         QCOMPARE(list->topLevelItemCount(), 2);
-        QCOMPARE(list->topLevelItem(0)->text(1), QStringLiteral("/home/u/big.iso"));
         QCOMPARE(list->topLevelItem(0)->text(2), qtTrId("LossesNotKept"));
         // A line feed in a path would break the row: shown replaced.
         QCOMPARE(list->topLevelItem(1)->text(1), QStringLiteral("/home/u/a\uFFFDb"));
@@ -488,7 +469,6 @@ private slots:
             item("2024-05-02", "10_00_00", "n" + QByteArray::number(i));
         launch();
         pickDay(0);
-        QCOMPARE(names(), Names{"lonely"});
         c->ui.mTableViewContents->selectRowAlone(0);
         Answer remove(RemovalActions::kDeleteIndex);
         QSignalSpy removed(c->probe.removals(), &RemovalQueue::removalFinished);
@@ -510,7 +490,6 @@ private slots:
         c->removeContents();
         QTRY_VERIFY(!c->ui.window->statusBar()->isHidden() && !area->isHidden());
         QTRY_VERIFY(area->bar()->value() >= 2);
-        QCOMPARE(area->bar()->maximum(), 30);
         area->cancelButton()->click();
         // It may already have ended while the button was awaited.
         QTRY_COMPARE_WITH_TIMEOUT(removed.size(), 1, 10000);
@@ -543,7 +522,6 @@ private slots:
         c = new TestDelegate;
         QSignalSpy filled(c, &AppDelegate::contentsOriginsFilled);
         QVERIFY(Fixture::launchAndSettle(*c));
-        QCOMPARE(names(), Names({"notes.txt", "orphan.txt", "photos", "report.txt"}));
         QTRY_VERIFY(!filled.isEmpty()); // the origins come after the rows
 
         // The fourth column: the folder, nothing for an item without record.
@@ -633,8 +611,8 @@ private slots:
     // list gives drag data), and the space bar for the preview.
     void keysMenusDragAndPreview()
     {
-        const QByteArray first = item("2024-05-01", "09_00_00", "a.txt");
-        const QByteArray second = item("2024-05-01", "10_00_00", "b.txt");
+        item("2024-05-01", "09_00_00", "a.txt");
+        item("2024-05-01", "10_00_00", "b.txt");
         item("2024-05-02", "09_00_00", "other");
         launch();
         activate();
@@ -690,7 +668,6 @@ private slots:
         const QByteArrayList paths{c->probe.contents().fullPath(0),
                                    c->probe.contents().fullPath(1)};
         QCOMPARE(RestoreActions::pathsFromMimeData(*data), paths);
-        QVERIFY(QByteArrayList({first, second}).contains(paths[0]));
         QTRY_VERIFY_WITH_TIMEOUT(!c->probe.drawingDragImage(), 2000);
 
         // Space opens the preview of the selected item (closing it: tst_previewpanel::

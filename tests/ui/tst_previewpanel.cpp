@@ -59,7 +59,6 @@ private slots:
         QVERIFY(writeImage(image, QSize(64, 32)));
         PreviewPanel::Preview p = PreviewPanel::load(image);
         QVERIFY(p.kind == PreviewPanel::Kind::Image && p.image.size() == QSize(64, 32));
-        QVERIFY(p.size > 0 && p.modified.isValid());
 
         QVERIFY(TestEnv::writeFile(dir + "notes.txt", "first line\nsecond line\n"));
         p = PreviewPanel::load(dir + "notes.txt");
@@ -109,10 +108,6 @@ private slots:
         QuickLook ql([&] { return &panel; });
         QObject::connect(&panel, &PreviewPanel::panelClosed, &panel,
                          [&] { ql.endPreviewPanelControl(&panel); });
-
-        // No selection: nothing.
-        QVERIFY(ql.doKeyDown(QStringLiteral(" "), std::nullopt));
-        QVERIFY(!panel.isVisible());
 
         QVERIFY(ql.doKeyDown(QStringLiteral(" "), image));
         QVERIFY(panel.isVisible());
