@@ -95,9 +95,6 @@ private slots:
              result("/out/c", O::Copied)},
             L::Warning,
             {qtTrId("RestoreDone").arg("2", "out"), qtTrId("RestoreNameTaken").arg("out", "b")}, 2);
-        row("all taken", toFolder,
-            {result("/out/a", O::SkippedExisting), result("/out/b", O::SkippedExisting)},
-            L::Warning, {qtTrId("RestoreNamesTaken").arg("2", "out", "a, b")}, 0);
         row("failed", toFolder, {result("/out/a", O::Failed)}, L::Error,
             {qtTrId("RestoreItemFailed").arg("a", "read: Permission denied")}, 0);
         row("partial folder", toFolder, {partial}, L::Warning,
@@ -108,9 +105,6 @@ private slots:
         row("put back in one folder", putBack,
             {result("/h/Documents/a", O::Copied, true), result("/h/Documents/b", O::Copied, true)},
             L::Success, {qtTrId("PutBackDone").arg("2", "Documents")}, 2);
-        row("put back in two folders", putBack,
-            {result("/h/Documents/a", O::Copied, true), result("/h/Pictures/b", O::Copied, true)},
-            L::Success, {qtTrId("PutBackDoneMany").arg(2)}, 2);
         row("no record", putBack, {}, L::Error, {qtTrId("PutBackNoOrigin").arg("orphan")}, 0,
             {"/c/2024-05-01/2024-05-01 09_00_00/orphan"});
     }
