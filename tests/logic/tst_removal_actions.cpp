@@ -153,10 +153,6 @@ private slots:
         presenter.answers = {-1, 7, RemovalActions::kCancelIndex};
         QVERIFY(!RemovalActions::confirm(Command::Contents));
         QCOMPARE(presenter.shown.size(), 3);
-        presenter.shown.clear();
-        presenter.answers = {-1, RemovalActions::kDeleteIndex};
-        QVERIFY(RemovalActions::confirm(Command::Contents));
-        QCOMPARE(presenter.shown.size(), 2);
     }
 
     void removeContentsDeletesRefreshesThenTellsTheDaemon()
