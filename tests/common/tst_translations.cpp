@@ -111,9 +111,7 @@ private slots:
                                                "scripts/update-translations.sh)")
                                     .arg(name, id);
         }
-        for (const QString &p : std::as_const(problems))
-            qWarning().noquote() << p;
-        QCOMPARE(problems.size(), 0);
+        QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
     }
 
     // No German file: English, not bare ids (the other suites check English under C).
@@ -125,7 +123,6 @@ private slots:
         const QString french = QStringLiteral("Activer la protection");
         const QString english = QStringLiteral("Turn Protection On");
         QTest::newRow("fr_FR") << QLocale(QLocale::French, QLocale::France) << french << "Ko";
-        QTest::newRow("fr_CA") << QLocale(QLocale::French, QLocale::Canada) << french << "Ko";
         QTest::newRow("de_DE") << QLocale(QLocale::German, QLocale::Germany) << english << "KB";
     }
     void localePicksLanguage()
