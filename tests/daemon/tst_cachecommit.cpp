@@ -79,8 +79,7 @@ private slots:
             QVERIFY2(r.ok(), qPrintable(r.message()));
         // One call, one time folder; the clash gets a number, nothing is replaced.
         const QByteArray time = results[0].cachedPath.left(results[0].cachedPath.lastIndexOf('/'));
-        QVERIFY(time.startsWith(cache + '/' + CommonUtils::nameForCacheFolderForToday().toLatin1() +
-                                '/'));
+        QVERIFY(time.startsWith(cache + '/' + day() + '/'));
         QCOMPARE(results[1].cachedPath, time + "/n 2.txt");
         QCOMPARE(TestEnv::readFile(time + "/n.txt"), QByteArray("first"));
         QCOMPARE(TestEnv::readFile(time + "/n 2.txt"), QByteArray("second"));
@@ -146,7 +145,7 @@ private slots:
 
         // A link where the day folder should be is never followed.
         QVERIFY(TestEnv::makeFolders(home + "/elsewhere"));
-        const QByteArray today = cache + '/' + CommonUtils::nameForCacheFolderForToday().toLatin1();
+        const QByteArray today = cache + '/' + day();
         QVERIFY(::rename(today.constData(), (home + "/today.saved").constData()) == 0);
         QVERIFY(::symlink((home + "/elsewhere").constData(), today.constData()) == 0);
         const CacheCommit::Result unsafe = del(home + "/keep/plain.txt");

@@ -388,10 +388,9 @@ private slots:
         if (purging) {
             // 25 old days of 1,000 files each, purged as the agent starts.
             for (int d = 0; d < 25; ++d) {
-                const QByteArray day =
-                    QDate::currentDate().addDays(-400 - d).toString(Qt::ISODate).toLatin1();
-                QVERIFY(makeTree(cache + '/' + day + '/' + day + " 10_00_00/old", 10, 100));
-                days << cache + '/' + day;
+                const QByteArray name = day(-400 - d);
+                QVERIFY(makeTree(cache + '/' + name + '/' + name + " 10_00_00/old", 10, 100));
+                days << cache + '/' + name;
             }
             Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 30);
             QVERIFY(daemon.start()); // the purge begins as it starts

@@ -1,7 +1,6 @@
 #include "DaemonHarness.h"
 
 #include "cache/CacheCommit.h"
-#include "cache/CacheLayout.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
 #include "common/SettingsKeys.h"
@@ -19,7 +18,6 @@ using namespace Harness;
 class TstDaemonTrash : public DaemonSuite
 {
     Q_OBJECT
-    QByteArray today() const { return CommonUtils::nameForCacheFolderForToday().toLatin1(); }
     QByteArray kept(const QByteArray &name) const { return Harness::kept(cache, name); }
     bool keptAll(const QByteArrayList &names) const
     {
@@ -170,14 +168,13 @@ private slots:
     void retentionPurge()
     {
         const auto makeDay = [&](int daysAgo) {
-            const QByteArray day =
-                QDate::currentDate().addDays(-daysAgo).toString(Qt::ISODate).toLatin1();
-            TestEnv::writeFile(cache + '/' + day + '/' + day + " 10_00_00/old.txt", "old");
-            TestEnv::writeFile(cache + "/.origins/" + day + ".jsonl", "{}\n");
-            return cache + '/' + day;
+            const QByteArray name = day(-daysAgo);
+            TestEnv::writeFile(cache + '/' + name + '/' + name + " 10_00_00/old.txt", "old");
+            TestEnv::writeFile(cache + "/.origins/" + name + ".jsonl", "{}\n");
+            return cache + '/' + name;
         };
         const auto exists = &TestEnv::exists;
-        const QByteArray d20 = makeDay(20), d3 = makeDay(3), d0 = cache + '/' + today();
+        const QByteArray d20 = makeDay(20), d3 = makeDay(3), d0 = cache + '/' + day();
         const int before = heard(Notifications::Salvora3CacheModified);
 
         Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 10); // noticed on disk

@@ -2,7 +2,6 @@
 
 #include "browser/Deletion.h"
 #include "cache/CacheCommit.h"
-#include "cache/CacheLayout.h"
 #include "cache/DayEntry.h"
 #include "cache/SpaceGuard.h"
 #include "common/Notifications.h"
@@ -41,10 +40,9 @@ class TstDaemonVolume : public DaemonSuite
     }
     qint64 todaysCountInSnapshot() const
     {
-        const QString today = CommonUtils::nameForCacheFolderForToday();
         for (const QVariant &d : snapshotEntry().value(QStringLiteral("days")).toList()) {
-            const auto day = DayEntry::fromVariantMap(d.toMap());
-            if (day && day->name == today.toLatin1()) return day->count;
+            const auto entry = DayEntry::fromVariantMap(d.toMap());
+            if (entry && entry->name == day()) return entry->count;
         }
         return -1;
     }
@@ -148,9 +146,6 @@ private slots:
                                                          : -1;
         };
         const qint64 mb = 1 << 20, wanted = qint64(v.f_blocks) * qint64(v.f_frsize) / 2;
-        const auto day = [](int offset) {
-            return QDate::currentDate().addDays(offset).toString(Qt::ISODate).toLatin1();
-        };
         const QByteArray big = volumeCache + '/' + day(0) + '/' + day(0) + " 09_00_00/big.bin";
         QVERIFY(available() - wanted + mb > 0);
         QVERIFY(TestEnv::writeFile(big, QByteArray(available() - wanted + mb, 't')));

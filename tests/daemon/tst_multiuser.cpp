@@ -32,11 +32,6 @@ const QString kSharedUuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-00000000A11C
 const QString kRootOnlyUuid = QStringLiteral("5A1F0A3E-0C1D-4E2F-8A9B-00000000B0B0");
 constexpr int kRaceSeconds = 30;
 
-QByteArray today()
-{
-    return CommonUtils::nameForCacheFolderForToday().toLatin1();
-}
-
 // The value of --NAME=VALUE on a process's command line.
 QByteArray argumentOf(qint64 pid, const QByteArray &name)
 {
@@ -481,11 +476,11 @@ private slots:
         QVERIFY(victim.trashAndKeep(volume, folder + "/secret.txt"));
         const QByteArray item = kept(victim.cache(volume), "secret.txt");
         QCOMPARE(TestEnv::readFile(item), QByteArray("secret\n"));
-        const QByteArray origins = victim.cache(volume) + "/.origins/" + today() + ".jsonl";
+        const QByteArray origins = victim.cache(volume) + "/.origins/" + day() + ".jsonl";
         QCOMPARE(TestEnv::modeOf(origins), mode_t(0600));
         QVERIFY(TestEnv::readFile(origins).contains("secret.txt"));
         const QByteArray sizes =
-            victim.cache(volume) + '/' + today() + '/' + CommonUtils::kCacheInformationName;
+            victim.cache(volume) + '/' + day() + '/' + CommonUtils::kCacheInformationName;
         if (TestEnv::exists(sizes)) QCOMPARE(TestEnv::modeOf(sizes), mode_t(0600));
         QByteArray out;
         QVERIFY(attacker.run({str(kBin + "/sv3daemon-attacker"), "open", str(item), str(origins),
@@ -523,7 +518,8 @@ private slots:
     {
         QTest::addColumn<QByteArray>("command");
         QTest::addColumn<QByteArray>("answer");
-        const QByteArray vShared = victim.cache(kShared), vHome = victim.cache("/"), day = today();
+        const QByteArray vShared = victim.cache(kShared), vHome = victim.cache("/"),
+                         day = Harness::day();
         const auto row = [](const char *tag, const QByteArray &command, const char *answer) {
             QTest::newRow(tag) << command << QByteArray(answer);
         };
@@ -704,7 +700,7 @@ private slots:
     void plantedLinksAndFifos()
     {
         QVERIFY(victim.stop() && attacker.stop());
-        const QByteArray day = today(), info = CommonUtils::kCacheInformationName;
+        const QByteArray day = Harness::day(), info = CommonUtils::kCacheInformationName;
         for (const Account *a : {&victim, &attacker}) {
             // What the earlier version did: folders open to all.
             QVERIFY(
