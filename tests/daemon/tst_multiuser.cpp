@@ -604,7 +604,6 @@ private slots:
         auto restore = qScopeGuard([&] { attacker.sh(back); });
         const QByteArray file = kShared + "/victim-private/at-" + folder + ".txt";
         // The attacker's helper is asked for the attacker's folder there.
-        QVERIFY(stealer.state() == QProcess::Running);
         QCOMPARE(stealer.ask("create " + hex(kShared)), QByteArray("refused"));
         const int mark = victim.daemon->shadowsTaken();
         QVERIFY(victim.sh("echo x > " + file + "; trash-put " + file));
@@ -623,7 +622,6 @@ private slots:
     // No folder of the victim or of root changes in any way.
     void renameExchangeRace()
     {
-        QVERIFY(stealer.state() == QProcess::Running);
         QVERIFY(makeSwapTargets());
         const QByteArrayList &targets = swapTargets;
         QMap<QByteArray, QMap<QByteArray, QByteArray>> targetsBefore;
@@ -664,7 +662,7 @@ private slots:
         }
         racer.waitForFinished(5000);
         const QByteArray result = racer.readAllStandardOutput().trimmed();
-        QVERIFY(result.startsWith("swaps=") && !result.startsWith("swaps=0 "));
+        QVERIFY(result.startsWith("swaps=") && result != "swaps=0");
         QVERIFY(answers.value("done") > 0 && answers.value("refused") > 0);
         QVERIFY(!answers.contains("timeout"));
 
