@@ -26,32 +26,27 @@
 
 namespace Harness {
 
-bool Daemon::start(int timeoutMs)
+bool Daemon::start()
 {
     mOutput.clear();
     mProcess.start(mProgram, mArgs);
     if (!mProcess.waitForStarted(5000)) return false;
-    return waitForOutput("sv3daemon ready", timeoutMs);
+    // Gives up early when the daemon has ended without saying it.
+    const auto ready = [&] { return output().contains("sv3daemon ready"); };
+    return QTest::qWaitFor([&] { return ready() || !isRunning(); }, 15000) && ready();
 }
 
-bool Daemon::stop(int timeoutMs)
+bool Daemon::stop()
 {
     if (mProcess.state() == QProcess::NotRunning) return true;
     ::kill(pid_t(mProcess.processId()), SIGTERM);
-    if (mProcess.waitForFinished(timeoutMs)) {
+    if (mProcess.waitForFinished(10000)) {
         output();
         return mProcess.exitStatus() == QProcess::NormalExit;
     }
     mProcess.kill();
     mProcess.waitForFinished(5000);
     return false;
-}
-
-bool Daemon::waitForOutput(const QByteArray &needle, int timeoutMs)
-{
-    // Gives up early when the daemon has ended without saying it.
-    return QTest::qWaitFor([&] { return output().contains(needle) || !isRunning(); }, timeoutMs) &&
-           output().contains(needle);
 }
 
 void DaemonSuite::initTestCase()
@@ -231,8 +226,7 @@ QByteArray kept(const QByteArray &cacheFolder, const QByteArray &name)
 
 bool keptFrom(const QByteArray &cacheFolder, const QByteArray &path)
 {
-    const QList<CacheCommit::Origin> origins =
-        CacheCommit::readOrigins(cacheFolder, CommonUtils::nameForCacheFolderForToday().toLatin1());
+    const QList<CacheCommit::Origin> origins = CacheCommit::readOrigins(cacheFolder, day());
     return std::any_of(origins.begin(), origins.end(),
                        [&](const CacheCommit::Origin &o) { return o.path == path; });
 }

@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QByteArrayList>
+#include <QDate>
 #include <QMap>
 #include <QProcess>
 #include <QSignalSpy>
@@ -34,21 +35,20 @@ public:
     }
     ~Daemon() { stop(); }
     // Starts it and waits until the agent says it is watching.
-    bool start(int timeoutMs = 15000);
+    bool start();
     // SIGTERM and wait; true when it ended by itself.
-    bool stop(int timeoutMs = 10000);
+    bool stop();
     qint64 pid() const { return mProcess.processId(); }
     bool isRunning() const { return mProcess.state() != QProcess::NotRunning; }
     QProcess &process() { return mProcess; }
     // Everything it printed so far (stdout and stderr).
     QByteArray output() { return mOutput += mProcess.readAll(); }
-    bool waitForOutput(const QByteArray &needle, int timeoutMs = 10000);
     // Shadows the agent has finished taking since it started: a shadow's folder appears before
     // its content, so a test must wait for this before deleting from the trash.
     int shadowsTaken() { return int(output().count("shadow of ")); }
-    bool waitForShadows(int count, int timeoutMs = 10000)
+    bool waitForShadows(int count)
     {
-        return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, timeoutMs);
+        return QTest::qWaitFor([&] { return shadowsTaken() >= count; }, 10000);
     }
 
 private:
@@ -105,6 +105,11 @@ bool makeTree(const QByteArray &root, int folders, int files);
 inline QString str(const QByteArray &path)
 {
     return QFile::decodeName(path);
+}
+// A day folder's name, `offset` days from today.
+inline QByteArray day(int offset = 0)
+{
+    return QDate::currentDate().addDays(offset).toString(Qt::ISODate).toLatin1();
 }
 bool trashPut(const QByteArrayList &paths);
 bool emptyTrash(const QByteArray &trash);
