@@ -22,11 +22,6 @@ QByteArray cachePath(const TestEnv &env)
     return env.homeBytes() + "/.Salvora3Cache";
 }
 
-QByteArray logText()
-{
-    return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
-}
-
 QByteArray addItem(const TestEnv &env, const char *day, const char *time, const QByteArray &name,
                    qint64 size)
 {

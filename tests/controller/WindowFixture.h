@@ -48,7 +48,6 @@ void setLaterLaunch();
 QByteArray addItem(const TestEnv &env, const char *day, const char *time, const QByteArray &name,
                    qint64 size = 1);
 QByteArray cachePath(const TestEnv &env);
-QByteArray logText();
 // Launches and waits until the volume list has filled the day list and its scan has ended.
 bool launchAndSettle(TestDelegate &c, int timeoutMs = 10000);
 // Waits for the end of a scan that `spy` watches (contentsScanEnded), counting from `before`.

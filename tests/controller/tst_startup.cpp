@@ -89,7 +89,7 @@ private slots:
             c.applicationWillTerminate();
         }
         QVERIFY(Alerts::presenter() == nullptr);
-        const QByteArray log = Fixture::logText();
+        const QByteArray log = TestEnv::logText();
         QCOMPARE(log.count("Salvora 3 Launched."), 1);
         QCOMPARE(log.count("Salvora 3 quits."), 1);
         QVERIFY(log.indexOf("quits.") < log.indexOf("Launched.")); // newest first
@@ -106,7 +106,7 @@ private slots:
         QVERIFY(!Settings::contains(SettingsKeys::FirstUse));
         QVERIFY(!c.ui.window->isVisible());
         c.applicationWillTerminate();
-        QVERIFY(Fixture::logText().isEmpty());
+        QVERIFY(TestEnv::logText().isEmpty());
         QTest::qWait(300);
         QCOMPARE(c.menuInstalls, 0);
         QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 0); // nothing scheduled either

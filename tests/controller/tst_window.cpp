@@ -1,8 +1,9 @@
 #include "WindowFixture.h"
 
+#include "AlertRecorder.h"
+
 #include "browser/ContentsSort.h"
 #include "browser/IncompleteItems.h"
-#include "common/Alerts.h"
 #include "common/LossWatch.h"
 #include "common/Losses.h"
 #include "common/NotificationBus.h"
@@ -42,28 +43,7 @@
 // The window on generated caches: day list, contents scan and search, sort, messages, sizes,
 // status line and the volume lists.
 
-namespace {
-
 using Names = QList<QByteArray>;
-
-// Answers every alert with one button and keeps the alerts it saw; presents while it lives.
-class Answer : public Alerts::Presenter
-{
-public:
-    explicit Answer(int answer) : mAnswer(answer) { Alerts::setPresenter(this); }
-    ~Answer() override { Alerts::setPresenter(nullptr); }
-    QList<Alerts::Alert> alerts;
-    int present(const Alerts::Alert &alert) override
-    {
-        alerts.append(alert);
-        return mAnswer;
-    }
-
-private:
-    int mAnswer;
-};
-
-} // namespace
 
 class TstWindow : public QObject
 {
@@ -470,10 +450,10 @@ private slots:
         launch();
         pickDay(0);
         c->ui.mTableViewContents->selectRowAlone(0);
-        Answer remove(RemovalActions::kDeleteIndex);
+        AlertRecorder remove(RemovalActions::kDeleteIndex);
         QSignalSpy removed(c->probe.removals(), &RemovalQueue::removalFinished);
         c->removeContents();
-        QCOMPARE(remove.alerts.size(), 1);
+        QCOMPARE(remove.shown.size(), 1);
         QTRY_COMPARE_WITH_TIMEOUT(removed.size(), 1, 10000);
         // The emptied day stays listed, with nothing in it, and stays selected.
         QTRY_COMPARE_WITH_TIMEOUT(c->probe.days().value(0).count, 0, 5000);
@@ -567,21 +547,21 @@ private slots:
         activate();
         c->ui.mTableViewContents->setFocus();
         {
-            Answer skip(1);
+            AlertRecorder skip(1);
             QTest::keyClick(c->ui.mTableViewContents, Qt::Key_R,
                             Qt::ControlModifier | Qt::ShiftModifier);
             QTRY_COMPARE(bar->text(), qtTrId("RestoreNameTaken").arg("Documents", "notes.txt"));
-            QCOMPARE(skip.alerts.size(), 1);
-            QCOMPARE(skip.alerts[0].buttons.value(1), qtTrId("SkipButton"));
+            QCOMPARE(skip.shown.size(), 1);
+            QCOMPARE(skip.shown[0].buttons.value(1), qtTrId("SkipButton"));
         }
         QVERIFY(TestEnv::exists(notes));
 
         // Cancel does nothing at all.
         bar->dismiss();
         {
-            Answer cancel(2);
+            AlertRecorder cancel(2);
             putBack->trigger();
-            QTRY_COMPARE(cancel.alerts.size(), 1);
+            QTRY_COMPARE(cancel.shown.size(), 1);
             QTest::qWait(100);
         }
         QVERIFY(bar->isHidden() && TestEnv::exists(notes));
@@ -621,16 +601,16 @@ private slots:
         selectNames({"other"});
         contents->setFocus();
         {
-            Answer cancel(RemovalActions::kCancelIndex);
+            AlertRecorder cancel(RemovalActions::kCancelIndex);
             QTest::keyClick(contents, Qt::Key_Delete);
             days->selectRowAlone(0);
             QVERIFY(Fixture::settle(*c));
             contents->selectAll();
             contents->setFocus();
             QTest::keyClick(contents, Qt::Key_Delete);
-            QCOMPARE(cancel.alerts.size(), 2);
-            QCOMPARE(cancel.alerts[0].message, qtTrId("DeleteOneItemTitle").arg("other"));
-            QCOMPARE(cancel.alerts[1].message, qtTrId("DeleteItemsTitle").arg(2));
+            QCOMPARE(cancel.shown.size(), 2);
+            QCOMPARE(cancel.shown[0].message, qtTrId("DeleteOneItemTitle").arg("other"));
+            QCOMPARE(cancel.shown[1].message, qtTrId("DeleteItemsTitle").arg(2));
             QCOMPARE(names().size(), 2);
 
             // In the search field, Delete edits the text.
@@ -638,7 +618,7 @@ private slots:
             c->ui.mSearchString->setFocus();
             c->ui.mSearchString->setCursorPosition(0);
             QTest::keyClick(c->ui.mSearchString, Qt::Key_Delete);
-            QCOMPARE(cancel.alerts.size(), 2);
+            QCOMPARE(cancel.shown.size(), 2);
             QCOMPARE(c->ui.mSearchString->text(), QStringLiteral("b"));
             c->ui.mSearchString->clear();
         }

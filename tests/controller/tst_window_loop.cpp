@@ -48,7 +48,7 @@ private slots:
             {"-o", "loop", images.filePath(QStringLiteral("vol.img")), mountPoint}));
         QTRY_COMPARE_WITH_TIMEOUT(c.ui.mSelectedVolumeMenu->count(), 2, 5000);
         QCOMPARE(c.ui.mSelectedVolumeMenu->itemText(1), QStringLiteral("sv3 window vol"));
-        QVERIFY(Fixture::logText().contains(
+        QVERIFY(TestEnv::logText().contains(
             ("Salvora 3 notified that device did Mount: " + mountPoint).toUtf8()));
         // The user's own cache on the volume is browsed once chosen.
         QVERIFY(TestEnv::writeFile(QFile::encodeName(mountPoint) + "/.Salvora3Cache/" +
@@ -65,7 +65,7 @@ private slots:
         QVERIFY(TestEnv::runProgram(QStringLiteral("umount"), {mountPoint}));
         QTest::qWait(1000);
         QCOMPARE(c.ui.mSelectedVolumeMenu->count(), 2);
-        QVERIFY(!Fixture::logText().contains("did Unmount"));
+        QVERIFY(!TestEnv::logText().contains("did Unmount"));
     }
 };
 

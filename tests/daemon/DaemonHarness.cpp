@@ -236,12 +236,6 @@ int pendingCount(const QByteArray &cacheFolder)
     return int(names(cacheFolder + "/.pending/" + QByteArray::number(getuid()), false).size());
 }
 
-QByteArray logContent()
-{
-    QFile f(CommonUtils::logFilePath());
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 qint64 cpuNanoseconds(qint64 pid)
 {
     // The first field of each thread's schedstat: the time it ran, in nanoseconds.

@@ -136,7 +136,6 @@ bool keptFrom(const QByteArray &cacheFolder, const QByteArray &path);
 // Shadows waiting in a cache's pending area for the current user.
 int pendingCount(const QByteArray &cacheFolder);
 using Removal::removeTree;
-QByteArray logContent();
 // CPU time of a process, all its threads, in nanoseconds; -1 when it is gone.
 qint64 cpuNanoseconds(qint64 pid);
 // The value of a /proc/PID/status line ("Uid", "State", "VmHWM"…), blanks squeezed; empty when

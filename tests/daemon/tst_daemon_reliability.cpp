@@ -85,7 +85,7 @@ class TstDaemonReliability : public DaemonSuite
         const QJsonArray items =
             salvora({"ls", "--json", "--no-sizes"}).value(QLatin1String("items")).toArray();
         const QJsonObject st = salvora({"status", "--json"});
-        const QByteArray logNow = logContent();
+        const QByteArray logNow = TestEnv::logText();
         const auto find = [&](const QByteArray &name) {
             if (!volumeCache.isEmpty()) return kept(volumeCache, name);
             for (const QJsonValue &v : items)
@@ -338,7 +338,7 @@ private slots:
         // The log's own disk full: writing to it keeps the old content.
         const QByteArray logFile = QFile::encodeName(CommonUtils::logFilePath());
         const QByteArray logFolder = logFile.left(logFile.lastIndexOf('/'));
-        const QByteArray before = logContent();
+        const QByteArray before = TestEnv::logText();
         QVERIFY(!before.isEmpty());
         QVERIFY(sh("mount -t tmpfs -o size=256k sv3log '" + logFolder + '\''));
         const auto unmountLog = qScopeGuard([&] { sh("umount -l '" + logFolder + '\''); });
@@ -347,7 +347,7 @@ private slots:
         QVERIFY(NotificationBus::post(QLatin1String(Notifications::Salvora3DaemonNotification),
                                       QLatin1String(Notifications::Salvora3GetStatus)));
         QTest::qWait(500);
-        QCOMPARE(logContent(), before);
+        QCOMPARE(TestEnv::logText(), before);
         QVERIFY(daemon.isRunning());
     }
 

@@ -174,7 +174,7 @@ private slots:
 
         Settings::setInteger(SettingsKeys::PrefsRemoveFromCache, 10); // noticed on disk
         QTRY_VERIFY_WITH_TIMEOUT(
-            logContent().contains("sv3daemon purged 1 day(s) older than 10 day(s)"), 10000);
+            TestEnv::logText().contains("sv3daemon purged 1 day(s) older than 10 day(s)"), 10000);
         QVERIFY(!exists(d20) && exists(d3) && exists(d0));
         // Its origins go with it (after the folder: announced once both are gone).
         QVERIFY(!exists(cache + "/.origins/" + d20.mid(cache.size() + 1) + ".jsonl"));
@@ -217,7 +217,7 @@ private slots:
         QVERIFY(postToDaemon(Notifications::Salvora3DaemonMustDelete,
                              NotificationBus::deleteListUserInfo(request)));
         QTRY_VERIFY_WITH_TIMEOUT(
-            logContent().contains("sv3daemon deleted 3 of 7 item(s) on request."), 10000);
+            TestEnv::logText().contains("sv3daemon deleted 3 of 7 item(s) on request."), 10000);
         QVERIFY(!TestEnv::exists(cache + "/2021-01-02"));
         // The emptied time folder goes; its day stays, to be recounted.
         QVERIFY(!TestEnv::exists(time) && TestEnv::exists(cache + "/2021-01-01"));
@@ -227,7 +227,8 @@ private slots:
 
         // Its status goes to the log.
         QVERIFY(postToDaemon(Notifications::Salvora3GetStatus));
-        QTRY_VERIFY_WITH_TIMEOUT(logContent().contains("sv3daemon status: protection on;"), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(TestEnv::logText().contains("sv3daemon status: protection on;"),
+                                 10000);
     }
 
     void reconcilesAcrossRestarts()
@@ -266,7 +267,7 @@ private slots:
         QVERIFY(::kill(pid_t(daemon.pid()), SIGCONT) == 0);
         QTRY_COMPARE_WITH_TIMEOUT(pendingCount(cache), 1, 20000);
         QVERIFY(daemon.waitForShadows(shadows + 1));
-        QTRY_VERIFY(logContent().contains("sv3daemon missed file system events"));
+        QTRY_VERIFY(TestEnv::logText().contains("sv3daemon missed file system events"));
         QVERIFY(emptyTrash(trash));
         QTRY_VERIFY_WITH_TIMEOUT(!kept("unannounced.txt").isEmpty(), 10000);
         for (int i = 0; i <= limit; ++i)

@@ -166,7 +166,8 @@ private slots:
         QVERIFY(TestEnv::exists(big));
         QVERIFY(available() < wanted);
         // Told once there is nothing older left to remove.
-        QTRY_VERIFY_WITH_TIMEOUT(logContent().contains("no day older than today is left"), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(TestEnv::logText().contains("no day older than today is left"),
+                                 5000);
         const auto action = SpaceGuard::lastAction();
         QVERIFY(action);
         QCOMPARE(action->volume, mount);
@@ -175,9 +176,9 @@ private slots:
         // The agent's status says so too.
         NotificationBus::post(QLatin1String(Notifications::Salvora3DaemonNotification),
                               QLatin1String(Notifications::Salvora3GetStatus));
-        QTRY_VERIFY_WITH_TIMEOUT(
-            logContent().contains("last days removed for space: 2 day(s) on /mnt/sv3 vol at "),
-            5000);
+        QTRY_VERIFY_WITH_TIMEOUT(TestEnv::logText().contains(
+                                     "last days removed for space: 2 day(s) on /mnt/sv3 vol at "),
+                                 5000);
     }
 };
 

@@ -49,14 +49,6 @@ class TstLoginItems : public QObject
             out.append(item.file + " -> " + item.program);
         return out;
     }
-    QByteArrayList logMessages() const
-    {
-        QByteArrayList messages;
-        for (const QByteArray &line :
-             TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).split('\n'))
-            if (line.size() > 22) messages.append(line.mid(22));
-        return messages;
-    }
     void installCompanion()
     {
         LoginItems::Companion c = LoginItems::defaultCompanion();
@@ -158,7 +150,7 @@ private slots:
         for (const QByteArray &l : listed)
             expected.append(named(l));
         QCOMPARE(entries(), expected);
-        QCOMPARE(logMessages(), logged);
+        QCOMPARE(TestEnv::logMessages(), logged);
         QCOMPARE(launched, launch ? QStringList{QFile::decodeName(M)} : QStringList());
         if (given.isEmpty() && listed.isEmpty()) // nothing created either
             QVERIFY(!QFileInfo::exists(QFile::decodeName(autostart)));

@@ -43,12 +43,6 @@ public:
 
 const QString kWindow = QLatin1String(Notifications::Salvora3Notification);
 
-QByteArray logContent()
-{
-    QFile f(CommonUtils::logFilePath());
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 } // namespace
 
 class TstNotificationProtocol : public QObject
@@ -122,13 +116,14 @@ private slots:
         p.receiveNotification(kWindow, QStringLiteral("Salvora3SomethingElse"));
         p.receiveNotification(QLatin1String(Salvora3MenuNotification),
                               QLatin1String(Salvora3CacheModified));
-        QVERIFY(logContent().isEmpty());
+        QVERIFY(TestEnv::logText().isEmpty());
         p.receiveNotification(kWindow, QLatin1String(Salvora3SettingsDidChange));
         QVERIFY(r.calls.isEmpty());
-        QVERIFY(logContent().contains("Salvora 3 receive a notification: Settings did change."));
+        QVERIFY(
+            TestEnv::logText().contains("Salvora 3 receive a notification: Settings did change."));
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 0);
         p.receiveNotification(kWindow, QLatin1String(Salvora3SettingsDidChange));
-        QCOMPARE(logContent().count("Settings did change."), 2);
+        QCOMPARE(TestEnv::logText().count("Settings did change."), 2);
         p.receiveNotification(kWindow, QLatin1String(Salvora3CacheModified));
         p.receiveNotification(kWindow, QLatin1String(Salvora3DataMovedToCache));
         QCOMPARE(r.calls, QStringList({"box:off", "status", "days", "contents", "status", "days",

@@ -3,10 +3,10 @@
 // Stand-ins: a shell script plays the launcher (it logs its arguments and, when told to, really
 // changes the file it is given) and another plays pkexec.
 
+#include "AlertRecorder.h"
 #include "TestEnv.h"
 
 #include "common/AdminLauncher.h"
-#include "common/Alerts.h"
 #include "common/Log.h"
 #include "logic/PrivilegeChecks.h"
 
@@ -15,6 +15,7 @@
 #include <QTest>
 
 #include <cstring>
+#include <optional>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -24,25 +25,14 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 
-class Recorder : public Alerts::Presenter
+// "message|informative|buttons" of each alert shown.
+QStringList texts(const AlertRecorder &recorder)
 {
-public:
-    QList<Alerts::Alert> shown;
-    QList<int> answers; // consumed one per alert; 0 once empty
-    int present(const Alerts::Alert &alert) override
-    {
-        shown.append(alert);
-        return answers.isEmpty() ? 0 : answers.takeFirst();
-    }
-    // "message|informative|buttons" of each alert shown.
-    QStringList texts() const
-    {
-        QStringList out;
-        for (const Alerts::Alert &a : shown)
-            out.append(a.message + u'|' + a.informativeText + u'|' + a.buttons.join(u','));
-        return out;
-    }
-};
+    QStringList out;
+    for (const Alerts::Alert &a : recorder.shown)
+        out.append(a.message + u'|' + a.informativeText + u'|' + a.buttons.join(u','));
+    return out;
+}
 
 QString alert(const char *message, const char *text, const char *button)
 {
@@ -94,7 +84,7 @@ class TstPrivileges : public QObject
     Q_OBJECT
     TestEnv *env = nullptr;
     QTemporaryDir *work = nullptr;
-    Recorder recorder;
+    std::optional<AlertRecorder> recorder;
     QByteArray root, bin, L, D, calls;
 
     // The stand-in launcher: logs "$*", and does the job when the file "works" exists.
@@ -137,14 +127,6 @@ class TstPrivileges : public QObject
             QVERIFY(setOwnerAndMode(D, 0, daemon == PrivilegedDaemon ? 04755 : 0755));
         }
     }
-    QByteArrayList logMessages() const
-    {
-        QByteArrayList messages;
-        for (const QByteArray &line :
-             TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath())).split('\n'))
-            if (line.size() > 22) messages.append(line.mid(22)); // after "yyyy-MM-dd HH:mm:ss - "
-        return messages;
-    }
 
 private slots:
     void init()
@@ -158,16 +140,14 @@ private slots:
         L = bin + "/adminlauncher";
         D = bin + "/sv3daemon";
         calls = root + "/calls";
-        recorder.shown.clear();
-        recorder.answers.clear();
-        Alerts::setPresenter(&recorder);
+        recorder.emplace();
         ZEL_AdminLauncher::resetForTesting(QFile::decodeName(bin + "/salvora3"));
         ZEL_AdminLauncher::setElevationProgramForTesting("/usr/bin/pkexec");
         ZEL_AdminLauncher::setAlwaysElevateForTesting(false);
     }
     void cleanup()
     {
-        Alerts::setPresenter(nullptr);
+        recorder.reset();
         delete work;
         delete env;
     }
@@ -206,17 +186,17 @@ private slots:
 
     void missingLauncherAlertsOnEveryLookup()
     {
-        recorder.answers = {-1, -1}; // closed twice without the button: shown again each time
+        recorder->answers = {-1, -1}; // closed twice without the button: shown again each time
         QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QString());
-        QCOMPARE(recorder.texts(), QStringList(3, kMissing));
+        QCOMPARE(texts(*recorder), QStringList(3, kMissing));
         QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QString());
-        QCOMPARE(recorder.texts(), QStringList(4, kMissing));
+        QCOMPARE(texts(*recorder), QStringList(4, kMissing));
         QVERIFY(!ZEL_AdminLauncher::checkAdminlauncherPrivileges());
-        QCOMPARE(recorder.shown.size(), 5);
+        QCOMPARE(recorder->shown.size(), 5);
         QVERIFY(!ZEL_AdminLauncher::setPrivilegesToExecutable_adminlauncher());
         QCOMPARE(ZEL_AdminLauncher::getPrivilegesToExecutableResult(),
                  qint64(ZEL_AdminLauncher::LauncherNotFound));
-        QCOMPARE(recorder.shown.size(), 6);
+        QCOMPARE(recorder->shown.size(), 6);
     }
 
     void foundPathIsKeptEvenAfterAMove()
@@ -225,7 +205,7 @@ private slots:
         QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QFile::decodeName(L));
         QVERIFY(::rename(bin.constData(), (root + "/moved").constData()) == 0);
         QCOMPARE(ZEL_AdminLauncher::adminlauncherPath(), QFile::decodeName(L));
-        QVERIFY(recorder.shown.isEmpty());
+        QVERIFY(recorder->shown.isEmpty());
         QVERIFY(!ZEL_AdminLauncher::checkAdminlauncherPrivileges()); // nothing there any more
     }
 
@@ -258,7 +238,7 @@ private slots:
                  qint64(called ? ZEL_AdminLauncher::LauncherStartedAsRoot
                                : ZEL_AdminLauncher::NoAttemptYet));
         QCOMPARE(ZEL_AdminLauncher::checkAdminlauncherPrivileges(), raised);
-        QVERIFY(recorder.shown.isEmpty());
+        QVERIFY(recorder->shown.isEmpty());
     }
 
     void daemonJobAndLaunch()
@@ -282,7 +262,7 @@ private slots:
         QCOMPARE(callLines().last(), D + " LA -a b c");
         QVERIFY(
             !ZEL_AdminLauncher::launchWithAdminlauncher(QFile::decodeName(bin + "/nothing"), {}));
-        QVERIFY(recorder.shown.isEmpty());
+        QVERIFY(recorder->shown.isEmpty());
     }
 
     void askingThroughPkexec_data()
@@ -322,9 +302,9 @@ private slots:
         const qint16 status = ZEL_AdminLauncher::executeWithPrivileges(L, "9");
         QCOMPARE(status, qint16(script.isEmpty() ? ENOENT : 0));
         QCOMPARE(ZEL_AdminLauncher::getPrivilegesToExecutableResult(), result);
-        QCOMPARE(recorder.shown.size(), alerts);
+        QCOMPARE(recorder->shown.size(), alerts);
         if (alerts)
-            QCOMPARE(recorder.shown[0].informativeText, qtTrId("NoAuthenticationAgentText"));
+            QCOMPARE(recorder->shown[0].informativeText, qtTrId("NoAuthenticationAgentText"));
         if (!script.isEmpty()) QCOMPARE(callLines(), QByteArrayList{L + ' ' + L + " 9"});
     }
 
@@ -391,8 +371,8 @@ private slots:
 
         PrivilegeChecks checks(QFile::decodeName(bin + "/salvora3"));
         QCOMPARE(checks.run(), goesOn);
-        QCOMPARE(recorder.texts(), alerts);
-        QCOMPARE(logMessages(), log);
+        QCOMPARE(texts(*recorder), alerts);
+        QCOMPARE(TestEnv::logMessages(), log);
         QCOMPARE(checks.adminPrivilegesWereSet(), privilegesWereSet);
         if (goesOn && daemon == PlainDaemon) // privileged silently, through the launcher's job 2
             QTRY_COMPARE(TestEnv::modeOf(D), mode_t(04755));
@@ -403,10 +383,10 @@ private slots:
     {
         if (::geteuid() != 0) QSKIP("the stand-in launcher makes files root-owned: run as root");
         prepare(Plain, PrivilegedDaemon);
-        recorder.answers = {-1, 0, -1, -1, 0};
+        recorder->answers = {-1, 0, -1, -1, 0};
         PrivilegeChecks checks(QFile::decodeName(bin + "/salvora3"));
         QVERIFY(!checks.run());
-        QCOMPARE(recorder.texts(),
+        QCOMPARE(texts(*recorder),
                  (QStringList{kPassword, kPassword, launcherFailure("BadPermissionsText"),
                               launcherFailure("BadPermissionsText"),
                               launcherFailure("BadPermissionsText")}));
@@ -421,8 +401,8 @@ private slots:
         QVERIFY(checks.checkAdminlauncherPrivileges());
         QVERIFY(::unlink(L.constData()) == 0);
         QVERIFY(!checks.checkDaemonPrivileges());
-        QCOMPARE(recorder.texts(), QStringList{kDaemonFailure});
-        QVERIFY(logMessages().isEmpty());
+        QCOMPARE(texts(*recorder), QStringList{kDaemonFailure});
+        QVERIFY(TestEnv::logMessages().isEmpty());
     }
 };
 

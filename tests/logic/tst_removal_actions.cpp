@@ -2,9 +2,9 @@
 // order of the window's refresh and the delete request that reaches the daemon on the bus; the
 // deleting on a worker thread, one removal at a time, with its progress, cancel and quit.
 
+#include "AlertRecorder.h"
 #include "TestEnv.h"
 
-#include "common/Alerts.h"
 #include "common/NotificationBus.h"
 #include "common/Notifications.h"
 #include "common/Settings.h"
@@ -21,22 +21,11 @@
 
 #include <atomic>
 #include <mutex>
+#include <optional>
 
 using RemovalActions::Command;
 
 namespace {
-
-class Presenter : public Alerts::Presenter
-{
-public:
-    QList<Alerts::Alert> shown;
-    QList<int> answers; // -1: closed without a button; empty: Return (the default button)
-    int present(const Alerts::Alert &alert) override
-    {
-        shown.append(alert);
-        return answers.isEmpty() ? 0 : answers.takeFirst();
-    }
-};
 
 class Recorder : public RemovalTarget
 {
@@ -78,7 +67,7 @@ class TstRemovalActions : public QObject
 {
     Q_OBJECT
     TestEnv *env = nullptr;
-    Presenter presenter;
+    std::optional<AlertRecorder> presenter; // none left: Return (the default button)
     QByteArray day;
     QByteArray time1, time2;
     QByteArrayList items;
@@ -106,9 +95,7 @@ private slots:
     void init()
     {
         env = new TestEnv;
-        presenter.shown.clear();
-        presenter.answers.clear();
-        Alerts::setPresenter(&presenter);
+        presenter.emplace();
         day = env->homeBytes() + "/.Salvora3Cache/2024-05-03";
         time1 = day + "/2024-05-03 09_15_00";
         time2 = day + "/2024-05-03 14_07_33";
@@ -120,7 +107,7 @@ private slots:
     }
     void cleanup()
     {
-        Alerts::setPresenter(nullptr);
+        presenter.reset();
         delete env;
         env = nullptr;
     }
@@ -134,11 +121,11 @@ private slots:
         auto &[r, progress, queue, finished] = q;
         QVERIFY(!RemovalActions::removeContents({}, r, queue));
         QVERIFY(!RemovalActions::removeSelectedDays({}, r, queue));
-        QVERIFY(presenter.shown.isEmpty());
+        QVERIFY(presenter->shown.isEmpty());
         QVERIFY(!RemovalActions::removeContents(items, r, queue));
         QVERIFY(!RemovalActions::removeSelectedDays({day}, r, queue));
         QVERIFY(!RemovalActions::removeAllCaches(r, queue));
-        QCOMPARE(presenter.shown.size(), 3);
+        QCOMPARE(presenter->shown.size(), 3);
         QVERIFY(!queue.busy());
         QVERIFY(r.calls.isEmpty());
         for (const QByteArray &p : std::as_const(items))
@@ -150,15 +137,15 @@ private slots:
 
     void closingTheAlertAsksAgain()
     {
-        presenter.answers = {-1, 7, RemovalActions::kCancelIndex};
+        presenter->answers = {-1, 7, RemovalActions::kCancelIndex};
         QVERIFY(!RemovalActions::confirm(Command::Contents));
-        QCOMPARE(presenter.shown.size(), 3);
+        QCOMPARE(presenter->shown.size(), 3);
     }
 
     void removeContentsDeletesRefreshesThenTellsTheDaemon()
     {
         Listener l;
-        presenter.answers = {RemovalActions::kDeleteIndex};
+        presenter->answers = {RemovalActions::kDeleteIndex};
         Queue q;
         auto &[r, progress, queue, finished] = q;
         // Rows in ascending order, as the window collects them.
@@ -182,7 +169,7 @@ private slots:
         Listener l;
         const QByteArray otherDay = env->homeBytes() + "/.Salvora3Cache/2024-05-04";
         QVERIFY(TestEnv::makeFolders(otherDay + "/2024-05-04 10_00_00"));
-        presenter.answers = {RemovalActions::kDeleteIndex};
+        presenter->answers = {RemovalActions::kDeleteIndex};
         Queue q;
         auto &[r, progress, queue, finished] = q;
         // A day that vanished meanwhile is still named to the daemon.
@@ -199,7 +186,7 @@ private slots:
     {
         Listener l(true);
         Settings::setInteger(SettingsKeys::PrefsProtectionEnabled, 1);
-        presenter.answers = {RemovalActions::kDeleteIndex};
+        presenter->answers = {RemovalActions::kDeleteIndex};
         Queue q;
         auto &[r, progress, queue, finished] = q;
         // Protection is off before the first piece goes.
@@ -230,7 +217,7 @@ private slots:
     {
         Listener l;
         const QByteArrayList many = manyItems(40);
-        presenter.answers = {RemovalActions::kDeleteIndex};
+        presenter->answers = {RemovalActions::kDeleteIndex};
         Queue q;
         auto &[r, progress, queue, finished] = q;
         queue.setItemHookForTesting([](const QByteArray &) { QThread::msleep(20); });
@@ -258,7 +245,7 @@ private slots:
         const QByteArrayList many = manyItems(12);
         const QByteArray otherDay = env->homeBytes() + "/.Salvora3Cache/2024-05-04";
         QVERIFY(TestEnv::writeFile(otherDay + "/2024-05-04 10_00_00/x", "x"));
-        presenter.answers = {RemovalActions::kDeleteIndex, RemovalActions::kDeleteIndex};
+        presenter->answers = {RemovalActions::kDeleteIndex, RemovalActions::kDeleteIndex};
         Queue q;
         auto &[r, progress, queue, finished] = q;
         std::mutex m;
@@ -284,7 +271,7 @@ private slots:
         Queue second;
         second.queue.setItemHookForTesting([](const QByteArray &) { QThread::msleep(20); });
         l.heard.clear();
-        presenter.answers = {RemovalActions::kDeleteIndex, RemovalActions::kDeleteIndex};
+        presenter->answers = {RemovalActions::kDeleteIndex, RemovalActions::kDeleteIndex};
         QVERIFY(RemovalActions::removeContents(more, second.r, second.queue));
         QVERIFY(RemovalActions::removeSelectedDays({spared}, second.r, second.queue));
         QTRY_VERIFY(second.progress.summary(WorkJob::Kind::Removal).done >= 1);
@@ -306,7 +293,7 @@ private slots:
     {
         Listener l;
         const QByteArrayList many = manyItems(20);
-        presenter.answers = {RemovalActions::kDeleteIndex};
+        presenter->answers = {RemovalActions::kDeleteIndex};
         Recorder r;
         WorkProgress progress;
         auto queue = std::make_unique<RemovalQueue>(&progress);
@@ -336,7 +323,7 @@ private slots:
             while (!release->load())
                 QThread::msleep(5);
         });
-        presenter.answers = {RemovalActions::kDeleteIndex};
+        presenter->answers = {RemovalActions::kDeleteIndex};
         QVERIFY(RemovalActions::removeContents(many.mid(handed), r, *slow));
         QTRY_VERIFY(entered->load());
         QVERIFY(!slow->shutdown(50));

@@ -47,11 +47,6 @@ void post(const char *name, const char *object)
     NotificationBus::post(QLatin1String(name), QLatin1String(object));
 }
 
-QByteArray logText()
-{
-    return TestEnv::readFile(QFile::encodeName(CommonUtils::logFilePath()));
-}
-
 // Starts a private bus; its address and the pid to end it with.
 bool startBus(QProcessEnvironment &env, pid_t &pid)
 {
@@ -116,7 +111,7 @@ private slots:
         QSignalSpy quit(&menu, &MenuController::quitRequested);
         menu.start();
 
-        QVERIFY(logText().contains("no system tray is available"));
+        QVERIFY(TestEnv::logText().contains("no system tray is available"));
         QVERIFY(menu.protectionEnabled());
         QTRY_COMPARE(menu.cacheSize(), qint64(12345));
         QCOMPARE(actionTexts(menu.menu()).mid(0, 2),
@@ -143,7 +138,7 @@ private slots:
         QTRY_COMPARE(menu.cacheSize(), qint64(13345));
 
         post(Salvora3MenuNotification, Salvora3GetStatus);
-        QTRY_VERIFY(logText().contains(
+        QTRY_VERIFY(TestEnv::logText().contains(
             "Salvora 3 Menu status: protection on, caches 13345 bytes, no system tray."));
         QCOMPARE(quit.size(), 0);
         post(Salvora3MenuNotification, Salvora3MenuMustQuit);
@@ -259,8 +254,8 @@ private slots:
         QVERIFY(ended);
         QCOMPARE(window.exitStatus(), QProcess::NormalExit);
         QCOMPARE(window.exitCode(), 0);
-        if (logText().contains("Salvora 3 Launched."))
-            QVERIFY(logText().contains("Salvora 3 quits."));
+        if (TestEnv::logText().contains("Salvora 3 Launched."))
+            QVERIFY(TestEnv::logText().contains("Salvora 3 quits."));
     }
 };
 

@@ -2,6 +2,7 @@
 
 #include "browser/Removal.h"
 #include "cache/CacheCommit.h"
+#include "common/Log.h"
 #include "common/Settings.h"
 #include "volumes/Volumes.h"
 
@@ -88,6 +89,19 @@ QByteArray TestEnv::keep(const QByteArray &cache, const QByteArray &day, const Q
     ::close(src);
     ::close(dst);
     return r.cachedPath;
+}
+
+QByteArray TestEnv::logText()
+{
+    return readFile(QFile::encodeName(CommonUtils::logFilePath()));
+}
+
+QByteArrayList TestEnv::logMessages()
+{
+    QByteArrayList messages;
+    for (const QByteArray &line : logText().split('\n'))
+        if (line.size() > 22) messages.append(line.mid(22)); // after "yyyy-MM-dd HH:mm:ss - "
+    return messages;
 }
 
 QByteArray TestEnv::homeBytes() const

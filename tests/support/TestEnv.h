@@ -38,6 +38,9 @@ public:
     static bool writeOrigin(const QByteArray &cache, const QByteArray &day, const QByteArray &time,
                             const QByteArray &name, const QByteArray &originalPath);
     static bool exists(const QByteArray &path);
+    // The user's log, whole, and its messages without their time stamps.
+    static QByteArray logText();
+    static QByteArrayList logMessages();
     // Permission bits (with set-user-id and sticky) of a path, links not followed; 0 when absent.
     static mode_t modeOf(const QByteArray &path);
     // Runs a program to its end with its output shown, or kept in `output`; true when it exited 0.
