@@ -403,21 +403,6 @@ private slots:
         QCOMPARE(calls[std::size_t(n)].load(), 0);
     }
 
-    void stopFlagEndsTheJob()
-    {
-        std::atomic<bool> started{false};
-        const auto job = Jobs::start([&](const std::atomic<bool> &stop) {
-            started = true;
-            while (!stop.load())
-                QThread::msleep(1);
-        });
-        QTRY_VERIFY(started.load());
-        QVERIFY(!job->wait(50));
-        job->requestStop();
-        QVERIFY(job->wait(5000));
-        QVERIFY(job->finished());
-    }
-
     void postsArriveInOrderOnTheReceiversThread()
     {
         QObject receiver;

@@ -420,13 +420,11 @@ private slots:
         const QByteArray cache = Fixture::cachePath(*env), day = "2024-05-01",
                          time = "2024-05-01 09_00_00";
         QVERIFY(!env->keep(cache, day, time, "report.pdf", {false, 2, 0}).isEmpty());
-        QVERIFY(!env->keep(cache, day, time, "photos", {false, 1, 1500}).isEmpty());
         QVERIFY(!env->keep(cache, day, time, "whole.txt").isEmpty());
         item("2024-05-01", "09_00_00", "decoy (incomplete).txt");
         launch();
         const QList<std::pair<QByteArray, QString>> rows{
             {"report (incomplete).pdf", IncompleteItems::describe({false, 2, 0})},
-            {"photos (incomplete)", IncompleteItems::describe({false, 1, 1500})},
             {"whole.txt", QString()}, // empty: shown as a whole item
             {"decoy (incomplete).txt", QString()}};
         for (const auto &[name, tip] : rows) {

@@ -86,10 +86,7 @@ private slots:
         QStringList ids;
         for (const QAction *a : bar.actions())
             ids.append(a->objectName());
-        QCOMPARE(ids, QStringList({"preferences", "space", "protectionON", "protectionOFF", "space",
-                                   "space", "putBackButton", "copyButton", "space", "removeButton",
-                                   "flexibleSpace", "showHelp", "space"}));
-        QCOMPARE(WindowActions::toolbarAllowedItemIdentifiers(), ids);
+        QCOMPARE(ids, WindowActions::toolbarAllowedItemIdentifiers());
         QVERIFY(!actions.toolbarItem(QStringLiteral("space")));
         actions.toolbarItem(QStringLiteral("copyButton"))->trigger();
         actions.toolbarItem(QStringLiteral("protectionOFF"))->trigger();
@@ -126,20 +123,10 @@ private slots:
                                        "toggleProtection", "toggleQL", "showHelp", "quit",
                                        "putBack", "copySelectedItems", "removeContents",
                                        "protectionON", "protectionOFF", "refresh", "focusSearch"}));
-        // Destructive commands get no shortcut.
-        QList<QKeySequence> keys;
-        for (C command : {C::Quit, C::ShowHelp, C::Preferences, C::Refresh, C::FocusSearch,
-                          C::PutBack, C::RemoveItems, C::RemoveAllCaches, C::RemoveSelectedDays})
-            keys.append(actions.action(command)->shortcut());
-        QCOMPARE(keys, QList<QKeySequence>({Qt::CTRL | Qt::Key_Q,
-                                            Qt::Key_F1,
-                                            Qt::CTRL | Qt::Key_Comma,
-                                            Qt::Key_F5,
-                                            Qt::CTRL | Qt::Key_F,
-                                            Qt::CTRL | Qt::SHIFT | Qt::Key_R,
-                                            QKeySequence::Delete,
-                                            {},
-                                            {}}));
+        // Destructive commands get no shortcut (the others: tst_window's keys).
+        QCOMPARE(actions.action(C::FocusSearch)->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_F));
+        for (C command : {C::RemoveAllCaches, C::RemoveSelectedDays})
+            QVERIFY(actions.action(command)->shortcut().isEmpty());
     }
 
     // A day's menu lists its moments (time folders only); an item's names it.

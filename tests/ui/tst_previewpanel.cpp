@@ -73,11 +73,6 @@ private slots:
         p = PreviewPanel::load(dir + "blob.bin");
         QVERIFY(p.kind == PreviewPanel::Kind::Info && !p.kindText.isEmpty() && p.size == 4096);
 
-        QVERIFY(TestEnv::makeFolders(dir + "a folder"));
-        p = PreviewPanel::load(dir + "a folder");
-        QCOMPARE(p.kind, PreviewPanel::Kind::Info);
-        QVERIFY(p.isFolder && p.size == -1);
-
         p = PreviewPanel::load(dir + "gone");
         QVERIFY(p.kind == PreviewPanel::Kind::Info && !p.exists);
     }
