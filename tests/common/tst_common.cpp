@@ -380,8 +380,8 @@ private slots:
         QCOMPARE(count ? CommonUtils::getQtyStr(n) : CommonUtils::getSizeStr(n), text);
     }
 
-    // Jobs off the GUI thread: each index of a parallel loop once, a stop flag that ends a job,
-    // results handed back in order on the receiver's thread and dropped once it is gone.
+    // Jobs off the GUI thread: each index of a parallel loop once, results handed back in order on
+    // the receiver's thread and dropped once it is gone.
     void parallelForCallsEachIndexOnce_data()
     {
         QTest::addColumn<int>("n");
